@@ -1,0 +1,51 @@
+# Compiler settings shared by every target, and the helpers that the folders' lists use.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+
+find_program(KQNET_CCACHE ccache)
+if(KQNET_CCACHE)
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${KQNET_CCACHE}")
+    set(CMAKE_C_COMPILER_LAUNCHER "${KQNET_CCACHE}")
+endif()
+
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+
+# Which half of the platform layer is built.
+if(WIN32)
+    set(KQNET_PLATFORM windows)
+else()
+    set(KQNET_PLATFORM posix)
+endif()
+
+# Warnings and sanitizers for our own code.
+add_library(kqnet_settings INTERFACE)
+target_compile_options(kqnet_settings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor
+                                                -Wold-style-cast -Werror=return-type)
+if(KQNET_SANITIZE)
+    target_compile_options(kqnet_settings INTERFACE -fsanitize=${KQNET_SANITIZE} -fno-omit-frame-pointer
+                                                    -fno-sanitize-recover=all)
+    target_link_options(kqnet_settings INTERFACE -fsanitize=${KQNET_SANITIZE})
+endif()
+
+# Adds the sources of the calling folder to a target. A .cpp file of the folder that is not listed stops the
+# configuration, so that nothing is left out of the build unseen.
+function(kq_sources target)
+    file(GLOB present RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
+    foreach(source IN LISTS present)
+        if(NOT source IN_LIST ARGN)
+            message(FATAL_ERROR "${CMAKE_CURRENT_SOURCE_DIR}/${source} is in no source list")
+        endif()
+    endforeach()
+    foreach(source IN LISTS ARGN)
+        target_sources(${target} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}/${source}")
+    endforeach()
+endfunction()

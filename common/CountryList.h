@@ -1,0 +1,16 @@
+// CountryList: the country codes of ISO 3166-1.
+#pragma once
+
+#include "common/String.h"
+
+namespace kqlib {
+
+class KQCOMMON_API CountryList
+{
+public:
+    /// True when code is a two-letter country code (in any case); number is then the ISO numeric code. False: number
+    /// unchanged. Any thread.
+    static bool sLookupCode(const String& code, ULONG& number);
+};
+
+} // namespace kqlib

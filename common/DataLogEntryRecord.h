@@ -1,0 +1,41 @@
+// DataLogEntryRecord: a binary log record with a start and an end time.
+#pragma once
+
+#include "common/DataLogEntry.h"
+#include "common/TimePos.h"
+
+namespace kqlib {
+
+/// Own bytes: 16, little-endian: start then end, each signed 64-bit milliseconds since 1970 UTC, 0 = unset. Folding
+/// keeps the target's times; an unset one is filled from this entry, and of two ends the later stays.
+class KQCOMMON_API DataLogEntryRecord : public DataLogEntry
+{
+public:
+    static constexpr ULONG OWN_SIZE = 16;
+
+    TimePos GetStartTime() const;
+    TimePos GetEndTime() const;
+    void SetStartTime(const TimePos& time);
+    void SetEndTime(const TimePos& time);
+    void SetStartTimeNow();
+    void SetEndTimeNow();
+
+protected:
+    explicit DataLogEntryRecord(ULONG blockSize);
+    DataLogEntryRecord(ULONG blockSize, const BinaryStore* store);
+    DataLogEntryRecord(const DataLogEntryRecord&) = default;
+    DataLogEntryRecord& operator=(const DataLogEntryRecord&) = default;
+
+    void xMergeInto(unsigned char* target) const override;
+    void xSimpleCombineInto(unsigned char* target) const override;
+    /// The own bytes alone: derived classes add their block size.
+    ULONG xGetSizeReq() const override;
+
+    /// The derived class's block.
+    unsigned char* xGetData();
+    const unsigned char* xGetData() const;
+    /// Terminates the text field of size bytes at offset of the block, and turns control bytes in it into "_".
+    void xMakeStringSafe(ULONG offset, ULONG size);
+};
+
+} // namespace kqlib

@@ -1,0 +1,39 @@
+// DataLogEntryTime: a binary log record of one time unit.
+#pragma once
+
+#include "common/DataLogEntry.h"
+#include "common/TimePos.h"
+
+namespace kqlib {
+
+/// A time unit is one second: whole seconds since 1970 UTC, 0 = none. Own bytes: 4, the unit, little-endian. Folding
+/// keeps the target's unit and fills an unset one.
+class KQCOMMON_API DataLogEntryTime : public DataLogEntry
+{
+public:
+    static constexpr ULONG OWN_SIZE = 4;
+
+    ULONG GetTimeUnit() const;
+    void SetTimeUnit(ULONG unit);
+    void SetTimeUnitNow();
+    /// The unit that time lies in; 0 for an unset time.
+    static ULONG sConvertToTimeUnit(const TimePos& time);
+    /// The start of a unit.
+    static void sConvertToTimePos(ULONG unit, TimePos& out);
+
+protected:
+    explicit DataLogEntryTime(ULONG blockSize);
+    DataLogEntryTime(ULONG blockSize, const BinaryStore* store);
+    DataLogEntryTime(const DataLogEntryTime&) = default;
+    DataLogEntryTime& operator=(const DataLogEntryTime&) = default;
+
+    void xMergeInto(unsigned char* target) const override;
+    void xSimpleCombineInto(unsigned char* target) const override;
+    /// The own bytes alone: derived classes add their block size.
+    ULONG xGetSizeReq() const override;
+
+    unsigned char* xGetData();
+    const unsigned char* xGetData() const;
+};
+
+} // namespace kqlib

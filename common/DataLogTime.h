@@ -1,0 +1,17 @@
+// DataLogTime: a data log with a row per time unit.
+#pragma once
+
+#include "common/DataLog.h"
+
+namespace kqlib {
+
+/// Takes DataLogEntryTime entries; an entry for a unit already held is merged into its row. Purging merges rows older
+/// than two days into minutes, older than sixty days into hours, and drops those older than 400 days; sums over any
+/// period that starts and ends at such a border stay what they were.
+class KQCOMMON_API DataLogTime : public DataLog
+{
+public:
+    DataLogTime();
+};
+
+} // namespace kqlib

@@ -1,0 +1,48 @@
+// EventLog: the log for people, one line per event.
+#pragma once
+
+#include "common/EventLogSessionID.h"
+#include "common/EventLogSettings.h"
+#include "common/NetIP.h"
+
+#include <memory>
+
+namespace kqlib {
+
+/// Appends one line per event to a file. Nothing is printed until SetSettings enables it.
+///
+/// A line has eight fields with a TAB between: local time "YYYY-MM-DD hh:mm:ss.mmm"; kind ("Service", "Normal" or
+/// "Debug"); session number and thread id in hexadecimal, "-" between; remote address:port; local address:port; event;
+/// detail; comment. Absent fields are empty. A control character in any field becomes "%" and two hexadecimal digits,
+/// so that no peer can forge a line.
+/// A host or a test that derives from it may take the events elsewhere.
+///
+/// Ownership: owns the file. Threads: any thread. Errors: a line that cannot be written is dropped; nothing throws.
+/// The order of the virtual functions is part of the binary interface; new ones go last.
+class KQCOMMON_API EventLog
+{
+public:
+    EventLog();
+    virtual ~EventLog();
+    EventLog(const EventLog&) = delete;
+    EventLog& operator=(const EventLog&) = delete;
+
+    virtual void PrintServiceNormal(const String& event, const String& detail, const String& comment);
+    virtual void PrintIPNormal(const EventLogSessionID& id, NetIP remote, USHORT remotePort, NetIP local,
+                               USHORT localPort, const String& event, const String& detail, const String& comment);
+    /// Dropped unless the settings ask for debug lines.
+    virtual void PrintIPDebug(const EventLogSessionID& id, NetIP remote, USHORT remotePort, NetIP local,
+                              USHORT localPort, const String& event, const String& detail, const String& comment);
+    /// Returns after everything printed before it is in the file.
+    virtual void PrintPurge();
+
+    /// Closes the file in use and goes on as told. An unusable folder drops the lines.
+    void SetSettings(const EventLogSettings& settings);
+    void GetSettings(EventLogSettings& out) const;
+
+private:
+    struct STATE;
+    std::unique_ptr<STATE> m_state;
+};
+
+} // namespace kqlib

@@ -1,0 +1,44 @@
+// EventLogSettings: where and how much an event log writes.
+#pragma once
+
+#include "common/FilePath.h"
+#include "common/SettingsTransferable.h"
+
+namespace kqlib {
+
+/// Settings keys: "enabled" (Bool), "folder" (String), "filename" (String), "printdebug" (Bool). Default: disabled,
+/// empty texts, no debug lines.
+class KQCOMMON_API EventLogSettings : public SettingsTransferable
+{
+public:
+    EventLogSettings() = default;
+    EventLogSettings(const EventLogSettings&) = default;
+    EventLogSettings& operator=(const EventLogSettings&) = default;
+
+    bool GetEnabled() const { return m_enabled; }
+    void SetEnabled(bool enabled) { m_enabled = enabled; }
+    const FilePath& GetFolder() const { return m_folder; }
+    void SetFolder(const FilePath& folder) { m_folder = folder; }
+    const String& GetFileName() const { return m_fileName; }
+    void SetFileName(const String& name) { m_fileName = name; }
+    bool GetUsePrintDebug() const { return m_usePrintDebug; }
+    void SetUsePrintDebug(bool use) { m_usePrintDebug = use; }
+
+    void Reset() override;
+    [[nodiscard]] SettingsTransferable* Spawn(bool copy) const override;
+    bool IsSame(const SettingsTransferable& other) const override;
+    bool IsSame(const EventLogSettings& other) const;
+    friend bool operator==(const EventLogSettings& left, const EventLogSettings& right) { return left.IsSame(right); }
+
+protected:
+    bool xWriteTo(SettingsTransportSet& set) const override;
+    bool xReadFrom(const SettingsTransportSet& set) override;
+
+private:
+    bool m_enabled = false;
+    FilePath m_folder;
+    String m_fileName;
+    bool m_usePrintDebug = false;
+};
+
+} // namespace kqlib

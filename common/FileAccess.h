@@ -1,0 +1,53 @@
+// FileAccess: plain reading and writing of one file.
+#pragma once
+
+#include "common/FilePath.h"
+#include "platform/Files.h"
+
+namespace kqlib {
+
+/// One open file. Open, read or write, Close; the destructor closes.
+///
+/// Ownership: owns the handle; not copyable. Threads: one at a time. Errors: by result; nothing throws.
+class KQCOMMON_API FileAccess
+{
+public:
+    enum ACCESS_MODE
+    {
+        AM_READ = 0,
+        AM_WRITE = 1,
+        AM_READWRITE = 2
+    };
+
+    FileAccess() = default;
+    ~FileAccess();
+    FileAccess(const FileAccess&) = delete;
+    FileAccess& operator=(const FileAccess&) = delete;
+
+    /// Closes what was open, then opens path. create: made when missing. truncate: emptied. False: closed.
+    [[nodiscard]] bool Open(const FilePath& path, ACCESS_MODE mode, bool create, bool truncate);
+    /// The same for a file that, when it is made, only its owner may read or write.
+    [[nodiscard]] bool OpenOwnerOnly(const FilePath& path, ACCESS_MODE mode, bool create, bool truncate);
+    void Close();
+    bool IsOpen() const { return m_handle != platform::INVALID_FILE_HANDLE; }
+
+    /// Reads once at the file position. size: in, room in buffer; out, bytes read (0 at the end).
+    [[nodiscard]] bool Read(unsigned char* buffer, ULONG& size);
+    /// Writes everything at the file position. False when not open or when anything could not be written.
+    [[nodiscard]] bool WriteAll(const unsigned char* bytes, ULONG size);
+    [[nodiscard]] bool Seek(ULONG8 offset);
+    [[nodiscard]] bool SetSize(ULONG8 size);
+    [[nodiscard]] bool Flush();
+    /// Size in bytes, 0 when not open.
+    ULONG8 GetSize() const;
+    /// The same, 0 also when it does not fit 32 bits.
+    ULONG GetSizeULONG() const;
+
+    /// Deletes a file. False when it was not there or could not be deleted.
+    static bool sDelete(const FilePath& path);
+
+private:
+    platform::FileHandle m_handle = platform::INVALID_FILE_HANDLE;
+};
+
+} // namespace kqlib

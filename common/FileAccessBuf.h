@@ -1,0 +1,32 @@
+// FileAccessBuf: a file read line by line.
+#pragma once
+
+#include "common/FileAccess.h"
+
+#include <vector>
+
+namespace kqlib {
+
+/// Buffered line reading over a FileAccess.
+///
+/// Ownership: owns file and buffer; not copyable. Threads: one at a time. Errors: by result.
+class KQCOMMON_API FileAccessBuf
+{
+public:
+    [[nodiscard]] bool Open(const FilePath& path, FileAccess::ACCESS_MODE mode, bool create);
+    void Close();
+
+    /// The next line without its LF or CR LF. False at the end or on failure, line is empty then; a last line without
+    /// LF is still delivered.
+    bool ReadLine(String& line);
+
+private:
+    bool xFill();
+
+    FileAccess m_file;
+    std::vector<unsigned char> m_buffer;
+    ULONG m_length = 0;
+    ULONG m_position = 0;
+};
+
+} // namespace kqlib

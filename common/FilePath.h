@@ -1,0 +1,36 @@
+// FilePath: the text of a path.
+#pragma once
+
+#include "common/String.h"
+
+namespace kqlib {
+
+/// A path text. Both "/" and the system's own separator may stand in it.
+///
+/// Ownership: a plain value. Threads: one at a time. Errors: none.
+class KQCOMMON_API FilePath
+{
+public:
+    FilePath() = default;
+    FilePath(const String& text) : m_text(text) {}
+    FilePath(const char* text) : m_text(text) {}
+
+    const String& GetText() const { return m_text; }
+    const char* c_str() const { return m_text.c_str(); }
+    bool empty() const { return m_text.empty(); }
+    FilePath& operator+=(const String& text)
+    {
+        m_text += text;
+        return *this;
+    }
+    /// Prepares a folder path for a file name to be appended: with folder true, one separator at the end is added
+    /// unless one stands there; an empty path stays empty. With false, nothing is changed.
+    void MakeSafeForFileAppend(bool folder);
+
+    friend bool operator==(const FilePath&, const FilePath&) = default;
+
+private:
+    String m_text;
+};
+
+} // namespace kqlib

@@ -1,0 +1,101 @@
+// SettingsTransportSet: the tree of named values in which settings are stored and transferred.
+#pragma once
+
+#include "common/BinaryStore.h"
+#include "common/FilePath.h"
+#include "common/String.h"
+#include "common/TimePos.h"
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace kqlib {
+
+class SettingsTransferable;
+
+/// Two ordered sequences: typed data items and sub-sets, each under a key; keys may repeat.
+///
+/// Get… finds the first item of that key and type; when there is none it answers false and leaves the variable
+/// untouched (a value of another type counts as absent). The file form is JSON,
+/// {"data":[[key,type,value],…],"sets":[[key,{…}],…]}, which keeps order, repeats, types, empty sub-sets and every byte
+/// value of a String.
+///
+/// Ownership: owns its sub-sets; copied deeply. Threads: one at a time. Errors: by result; a damaged file or text is
+/// refused whole and changes nothing.
+class KQCOMMON_API SettingsTransportSet
+{
+public:
+    /// The key of list items: "".
+    static const char* const UNNAMED;
+
+    SettingsTransportSet();
+    SettingsTransportSet(const SettingsTransportSet& other);
+    SettingsTransportSet(SettingsTransportSet&& other) noexcept;
+    SettingsTransportSet& operator=(const SettingsTransportSet& other);
+    SettingsTransportSet& operator=(SettingsTransportSet&& other) noexcept;
+    ~SettingsTransportSet();
+
+    void Reset();
+
+    bool AddUSHORT(const String& key, USHORT value);
+    bool AddULONG(const String& key, ULONG value);
+    bool AddBool(const String& key, bool value);
+    bool AddString(const String& key, const String& value);
+    bool AddTimePos(const String& key, const TimePos& value);
+    bool AddBinaryStore(const String& key, const BinaryStore& value);
+
+    bool GetUSHORT(const String& key, USHORT& out) const;
+    bool GetULONG(const String& key, ULONG& out) const;
+    bool GetBool(const String& key, bool& out) const;
+    bool GetString(const String& key, String& out) const;
+    bool GetTimePos(const String& key, TimePos& out) const;
+    bool GetBinaryStore(const String& key, BinaryStore& out) const;
+
+    /// Appends an empty sub-set, owned by this set and valid until it changes or ends; never null.
+    SettingsTransportSet* AddSet(const String& key);
+    /// Number of sub-sets, named or not, in order.
+    ULONG GetSetCount() const;
+    const SettingsTransportSet& GetSet(ULONG index) const;
+    const String& GetSetKey(ULONG index) const;
+    /// The first sub-set of that key, null when there is none.
+    const SettingsTransportSet* FindSet(const String& key) const;
+    /// Appends a sub-set and lets the object write itself into it.
+    bool AddSettings(const String& key, const SettingsTransferable& object);
+    /// Lets the object read itself from this set.
+    bool GetSettings(SettingsTransferable& object) const;
+
+    ULONG GetDataCount() const;
+    const String& GetDataKey(ULONG index) const;
+    /// The item at index as text: numbers decimal, Bool 1 or 0, TimePos as its milliseconds, BinaryStore in
+    /// hexadecimal. False past the end.
+    bool GetDataAsString(ULONG index, String& out) const;
+
+    String ToJson() const;
+    /// Replaces the content. False: not of the form above, nothing changed.
+    bool FromJson(const String& json);
+    /// Writes a temporary file in the same folder, flushes it and puts it in the place of the old one.
+    bool SaveToFile(const FilePath& path) const;
+    /// Replaces the content. False: the file cannot be read or is damaged, nothing changed.
+    bool LoadFromFile(const FilePath& path);
+
+    friend KQCOMMON_API bool operator==(const SettingsTransportSet& left, const SettingsTransportSet& right);
+
+private:
+    struct ULONG_VALUE
+    {
+        std::uint32_t value;
+        friend bool operator==(const ULONG_VALUE&, const ULONG_VALUE&) = default;
+    };
+    using VALUE = std::variant<USHORT, ULONG_VALUE, bool, String, TimePos, BinaryStore>;
+    struct JSON;
+
+    template <class T> const T* xFind(const String& key) const;
+
+    std::vector<std::pair<String, VALUE>> m_data;
+    std::vector<std::pair<String, std::unique_ptr<SettingsTransportSet>>> m_sets;
+};
+
+} // namespace kqlib

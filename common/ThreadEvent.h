@@ -1,0 +1,32 @@
+// ThreadEvent: a flag that threads can wait for.
+#pragma once
+
+#include "common/Types.h"
+#include "platform/Export.h"
+
+#include <condition_variable>
+#include <mutex>
+
+namespace kqlib {
+
+/// A manual-reset event. Any thread.
+class KQCOMMON_API ThreadEvent
+{
+public:
+    ThreadEvent() = default;
+    ThreadEvent(const ThreadEvent&) = delete;
+    ThreadEvent& operator=(const ThreadEvent&) = delete;
+
+    void Set();
+    void Reset();
+    bool IsSet() const;
+    /// Waits at most milliSecs; true when the event is set.
+    bool Wait(ULONG milliSecs) const;
+
+private:
+    mutable std::mutex m_mutex;
+    mutable std::condition_variable m_changed;
+    bool m_set = false;
+};
+
+} // namespace kqlib

@@ -1,0 +1,32 @@
+// ThreadSafe: the base of classes that lock themselves.
+#pragma once
+
+#include "common/ThreadGateway.h"
+
+namespace kqlib {
+
+/// Gives a derived class a mutex of its own, which the holding thread may take again.
+class KQCOMMON_API ThreadSafe
+{
+protected:
+    ThreadSafe() = default;
+    ~ThreadSafe() = default;
+
+    void xLock() const { m_gateway.Lock(); }
+    void xUnlock() const { m_gateway.Unlock(); }
+
+    /// Holds the lock of an object for a scope.
+    class Guard
+    {
+    public:
+        explicit Guard(const ThreadSafe& object) : m_guard(object.m_gateway) {}
+
+    private:
+        ThreadGatewayGuard m_guard;
+    };
+
+private:
+    ThreadGateway m_gateway;
+};
+
+} // namespace kqlib
