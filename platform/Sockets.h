@@ -10,6 +10,9 @@
 #include <cstddef>
 #include <cstdint>
 
+struct sockaddr_in;
+struct sockaddr_in6;
+
 namespace kqlib::platform {
 
 using SocketHandle = std::uint32_t;
@@ -97,6 +100,13 @@ KQCOMMON_API void ShutdownSocket(SocketHandle handle);
 /// The address of this end / of the peer. False when it is not known, or not an IPv4 address (nothing is stored then).
 KQCOMMON_API bool GetLocalEndpointIP4(SocketHandle handle, Endpoint& out);
 KQCOMMON_API bool GetRemoteEndpointIP4(SocketHandle handle, Endpoint& out);
+
+/// Between an endpoint and the system's own structures, for code that calls the system itself. The structures are
+/// filled whole: family, port, address, all else zero; the endpoint's family is not looked at.
+KQCOMMON_API void ToNative(const Endpoint& from, sockaddr_in& to);
+KQCOMMON_API void ToNative(const Endpoint& from, sockaddr_in6& to);
+KQCOMMON_API Endpoint FromNative(const sockaddr_in& from);
+KQCOMMON_API Endpoint FromNative(const sockaddr_in6& from);
 
 /// Sizes of the system's buffers of this socket, in bytes as the system reports them; 0 when the question fails.
 KQCOMMON_API std::uint32_t GetRecvBufferSize(SocketHandle handle);
