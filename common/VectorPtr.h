@@ -52,6 +52,11 @@ public:
     }
     /// Deletes the element; later ones move down.
     void Delete(ULONG index) { delete Remove(index); }
+    /// Deletes every element that the predicate is true for, in one pass; the others keep their order.
+    template <class Predicate> void DeleteIf(Predicate unwanted)
+    {
+        std::erase_if(m_items, [&unwanted](const std::unique_ptr<T>& item) { return unwanted(*item); });
+    }
     /// Takes over all elements of other, in order, behind those here; other is left empty.
     void TakeAll(VectorPtr& other)
     {

@@ -1,0 +1,113 @@
+// NetDNSCache: the answers of DNS look-ups, shared by every resolver of a process.
+#pragma once
+
+#include "common/ThreadSafe.h"
+#include "net/dns/NetDNS.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <unordered_map>
+
+namespace kqlib {
+
+/// Keeps the answers of look-ups, so that repeated checks of the same names do not go to the network.
+///
+/// The host makes one cache before everything that resolves names and hands it on by reference. A resolver asks it
+/// before each look-up and stores each answer that it receives.
+///
+/// An answer is never refreshed or replaced while its entry lives. Entries go when a purge finds them expired; that
+/// happens at most every 30 seconds, in the list of the type that is searched just then, and puts off the purge of the
+/// other lists too (kept on purpose). Until then an expired answer is still given. All ticks are compared as plain
+/// unsigned 32-bit numbers.
+///
+/// Ownership: owns its entries; everything is copied in and out.
+///
+/// Threads: any thread; each call holds the lock for its whole run. The lock is never held across network work.
+///
+/// Errors: none. A full cache, or a name that is cached already, drops the new answer silently.
+class KQNET_API NetDNSCache : public ThreadSafe
+{
+public:
+    /// A cached A, PTR, TXT or SPF answer.
+    struct A_LOOKUP
+    {
+        String name;              ///< the name that was asked for
+        std::uint32_t expiry = 0; ///< tick in milliseconds
+        VectorPtr<String> records;
+    };
+
+    /// A cached MX answer.
+    struct MX_LOOKUP
+    {
+        String name;
+        std::uint32_t expiry = 0;
+        VectorPtr<NetDNS::MX_RECORD> records; ///< in the order given
+    };
+
+    NetDNSCache();
+    NetDNSCache(const NetDNSCache&) = delete;
+    NetDNSCache& operator=(const NetDNSCache&) = delete;
+    virtual ~NetDNSCache();
+
+    /// Stores an answer (copies of all records, in order) until the tick expiry, of which the low 32 bits count. An
+    /// expiry before now or more than 24 hours ahead becomes 24 hours ahead. Does nothing when the type holds the name
+    /// already or the five types together hold 10000 entries.
+    void CacheALookup(const String& name, ULONG expiry, const VectorPtr<String>& records);
+    void CachePtrLookup(const String& name, ULONG expiry, const VectorPtr<String>& records);
+    void CacheMxLookup(const String& name, ULONG expiry, const VectorPtr<NetDNS::MX_RECORD>& records);
+    void CacheTxtLookup(const String& name, ULONG expiry, const VectorPtr<String>& records);
+    void CacheSpfLookup(const String& name, ULONG expiry, const VectorPtr<String>& records);
+
+    /// True when an answer for the name, without regard to case, is held: copies of its records are appended to
+    /// records, which the caller clears first. An answer without records counts. False: records is unchanged.
+    bool IsALookupCached(const String& name, VectorPtr<String>& records);
+    bool IsPtrLookupCached(const String& name, VectorPtr<String>& records);
+    bool IsMxLookupCached(const String& name, VectorPtr<NetDNS::MX_RECORD>& records);
+    bool IsTxtLookupCached(const String& name, VectorPtr<String>& records);
+    bool IsSpfLookupCached(const String& name, VectorPtr<String>& records);
+
+private:
+    /// Hash and equality of names without regard to the case of the letters A to Z, as String::MatchesI has it.
+    struct NAME_HASH
+    {
+        std::size_t operator()(std::string_view name) const noexcept;
+    };
+    struct NAME_EQUAL
+    {
+        bool operator()(std::string_view left, std::string_view right) const noexcept;
+    };
+    /// Name (a view of the entry's own text) to the entry's place in its list.
+    using NAME_INDEX = std::unordered_map<std::string_view, std::uint32_t, NAME_HASH, NAME_EQUAL>;
+
+    // The lock is held by the caller of all of these.
+    ULONG xIsALookupCached(const String& name);
+    ULONG xIsPtrLookupCached(const String& name);
+    ULONG xIsMxLookupCached(const String& name);
+    ULONG xIsTxtLookupCached(const String& name);
+    ULONG xIsSpfLookupCached(const String& name);
+    template <class LOOKUP> ULONG xFind(const String& name, VectorPtr<LOOKUP>& lookups, NAME_INDEX& index);
+    template <class LOOKUP> void xPurge(std::uint32_t now, VectorPtr<LOOKUP>& lookups, NAME_INDEX& index);
+    template <class LOOKUP, class RECORD>
+    void xStore(const String& name, ULONG expiry, const VectorPtr<RECORD>& records, VectorPtr<LOOKUP>& lookups,
+                NAME_INDEX& index);
+    std::uint32_t xValidateExpiry(std::uint32_t expiry);
+    ULONG xGetTotalCacheSize() const;
+    std::uint32_t xStampNow();
+
+    // All data is guarded by the lock.
+    VectorPtr<A_LOOKUP> m_aLookups;
+    VectorPtr<A_LOOKUP> m_ptrLookups;
+    VectorPtr<MX_LOOKUP> m_mxLookups;
+    VectorPtr<A_LOOKUP> m_txtLookups;
+    VectorPtr<A_LOOKUP> m_spfLookups;
+    std::uint32_t m_lastTick = 0;
+    std::uint32_t m_lastPurge = 0; ///< shared by all five lists, kept on purpose
+    NAME_INDEX m_aIndex;
+    NAME_INDEX m_ptrIndex;
+    NAME_INDEX m_mxIndex;
+    NAME_INDEX m_txtIndex;
+    NAME_INDEX m_spfIndex;
+};
+
+} // namespace kqlib
