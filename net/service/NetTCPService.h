@@ -1,0 +1,220 @@
+// NetTCPService: the base of every server.
+#pragma once
+
+#include "common/DataLogPurge.h"
+#include "common/DataLogRecord.h"
+#include "common/DataLogTime.h"
+#include "common/EventLog.h"
+#include "common/EventLogSessionID.h"
+#include "common/SingleThreadByPool.h"
+#include "common/ThreadGateway.h"
+#include "common/VectorPtr.h"
+#include "net/dns/NetDNS.h"
+#include "net/service/NetPortBinds.h"
+#include "net/status/NetServiceStatus.h"
+#include "net/status/NetSessionActivity.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace kqlib {
+
+class NetDNSCache;
+class NetServiceLiveStatus;
+class NetSessionLiveStatus;
+class NetTCP;
+class NetTCPSession;
+class ThreadPool;
+
+/// Listens on the ports of a NetPortBinds list, accepts on one listener thread and makes one session per connection
+/// through xCreateSession of the derived class. It keeps the sessions, retires finished ones into the status and the
+/// session log, closes them and passes control messages to them.
+/// Calling order: construct; SetLogModeNormal or SetLogModeShared; SetMonitoringEnabled if wanted; SetSettings (nothing
+/// is accepted before it, for the incoming limit starts at 0); Init; StartListen, again after every change of the
+/// bindings; StopListen; CloseSessions; destroy. The destructor of the most derived class calls xEndThread first: the
+/// listener thread must not find xCreateSession gone.
+///
+/// Ownership: owns its listeners, its sessions and its event log (unless shared); borrows the pool and the cache, which
+/// must outlive it, as must a shared event log. GetEventLog is valid until the service ends, also after it was
+/// replaced.
+///
+/// Threads: every public operation any thread, but not StartListen, StopListen and CloseSessions on the listener thread
+/// (inside xCreateSession). One lock guards the fields. CloseSessions holds it while it waits for each session, so a
+/// session's own thread must not call an operation that takes it; the SendControlMsg… forms, QueryActivity,
+/// QueryOldSessions, GetEventLog, GetActivityLog and GetIsActive do not take it.
+///
+/// Errors: by result; Init adds message code 3. Ports that cannot be opened are logged and handed back by StartListen.
+/// The order of the virtual functions is part of the binary interface; new ones go last.
+class KQNET_API NetTCPService : public SingleThreadByPool
+{
+public:
+    /// Nothing runs yet and nothing listens.
+    NetTCPService(ThreadPool& pool, NetDNSCache& cache);
+    /// Ends the thread and the log purger, closes the ports and all sessions (asks all, then waits for each), flushes
+    /// the event log.
+    ~NetTCPService() override;
+
+private:
+    /// The listener thread.
+    void xThread() override;
+
+protected:
+    /// Makes the session of an accepted connection. Called on the listener thread with the service lock held, once per
+    /// connection; it may call operations that take the lock again, such as GenSessionID, but must not wait for a
+    /// thread that does. The session returned owns connection, and the service owns the session. Null: the service
+    /// deletes connection, which closes it; nothing is logged.
+    virtual NetTCPSession* xCreateSession(NetTCP* const connection, EventLogSessionID id) = 0;
+
+public:
+    /// Starts the listener thread and the log purger and stamps the creation time; true at once when the thread runs
+    /// already. False: message code 3 was added, nothing runs.
+    bool Init(Messages& messages);
+    /// The bindings count from the next StartListen, the limits (numbers of sessions) at once.
+    void SetSettings(const NetPortBinds& binds, unsigned long maxIncoming, unsigned long maxOutgoing);
+
+    /// Opens, keeps and closes listening sockets so that exactly the bindings listen. A binding that could not be
+    /// brought up is appended to failed, which is not cleared first; before Init that is every one. A listener whose
+    /// address and port are still wanted keeps its socket; one on a random port (0) or an IPv6 address is always opened
+    /// anew; kept on purpose. Blocks while host names are resolved.
+    void StartListen(NetPortBinds& failed);
+    /// Closes all listening ports. Waits for a StartListen that is under way.
+    void StopListen();
+
+    /// Hands a session that was made for an outgoing connection to the service. False: the thread does not run, the
+    /// caller keeps the session. True: the service owns it; but at the outgoing limit it is not taken and still true
+    /// comes back, kept on purpose: test GetIsMaxOutgoingConnectionsReached first.
+    bool AddOutgoingConnection(NetTCPSession* session);
+    /// Ends every session and waits for each; all are counted and logged. Must not run on a session's thread.
+    void CloseSessions();
+    /// Asks every session to end; the listener thread retires them as they finish.
+    void CloseSessionsAsync();
+
+    /// Sends a message to the session of that id; nothing happens when there is none.
+    void SendControlMsg(const EventLogSessionID& id, unsigned long code, const String& text);
+    /// Sends a message to every session.
+    void SendControlMsgAll(unsigned long code, const String& text);
+    /// Code 1: end the connection.
+    void SendControlMsgDisconnect(const EventLogSessionID& id, const String& text);
+    void SendControlMsgDisconnectAll(const String& text);
+    /// Code 2: stop the running transfer.
+    void SendControlMsgStopTransfer(const EventLogSessionID& id, const String& text);
+    void SendControlMsgStopTransferAll(const String& text);
+
+    /// An id that no other session of this service has.
+    EventLogSessionID GenSessionID();
+
+    /// Logs into an event log of the service's own, with these settings. logEvents: whether the service writes its own
+    /// listening-port events. Before Init.
+    void SetLogModeNormal(const EventLogSettings& settings, bool logEvents);
+    /// Logs into a log of somebody else, which is borrowed; an own one is closed. Before Init.
+    void SetLogModeShared(EventLog* const eventLog, bool logEvents);
+    EventLog& GetEventLog() { return *m_eventLog; }
+    const EventLog& GetEventLog() const { return *m_eventLog; }
+    DataLogTime& GetActivityLog() { return m_activityLog; }
+    const DataLogTime& GetActivityLog() const { return m_activityLog; }
+    /// Keeps both data logs in files <folder>/<prefix><name>.db, looked through for old entries once an hour.
+    void SetMonitoringEnabled(const FilePath& folder, const String& prefix, const String& activityName,
+                              const String& sessionName);
+    void SetMonitoringDisabled();
+
+    /// The listener thread runs.
+    bool GetIsActive() const;
+    /// At least one port is open.
+    bool GetIsListening() const;
+    void GetListeningPorts(Vector<NetServiceStatus::ACTIVEPORT>& ports) const;
+    bool GetIsMaxIncomingConnectionsReached() const;
+    bool GetIsMaxOutgoingConnectionsReached() const;
+    /// Appends one entry per session to out, incoming ones first.
+    void GetLiveSessions(NetServiceLiveStatus& out);
+    /// Totals of finished sessions and of the running ones so far (these lag by up to one time unit), with the numbers
+    /// of current connections.
+    void GetStatus(NetServiceStatus& out) const;
+    /// Entries (NetSessionActivity) of the activity log. False: no log, or cancelled.
+    bool QueryActivity(const DataLogQuery& query, const ThreadEvent& cancel, DataLogResults& results,
+                       Messages& messages);
+    /// Entries (NetSessionStatus) of the session log. False: no log, or cancelled.
+    bool QueryOldSessions(const DataLogQuery& query, const ThreadEvent& cancel, DataLogResults& results,
+                          Messages& messages);
+
+protected:
+    /// The resolver of the bindings' host names, with the cache given at construction. Its cache may be shared with
+    /// sessions and sockets; its look-ups belong to StartListen.
+    NetDNS& xGetResolver() { return m_resolver; }
+
+private:
+    using LISTENERS = VectorPtr<NetTCP>;
+    using SESSIONS = VectorPtr<NetTCPSession>;
+
+    /// A place to listen on, and the binding that asks for it.
+    struct WANTED
+    {
+        NetIP ip;
+        USHORT port;
+        const NetPortBind* bind;
+    };
+    /// What the listener thread keeps to itself.
+    struct THREADSTATE;
+
+    // The hand-over of the listeners between the listener thread and StartListen or StopListen.
+    void xLockListenerAccess();
+    void xUnlockListenerAccess();
+    void xGiveListenerAccessPreLocked();
+    bool xIsListenerAccessReqPreLocked() const;
+    bool xIsListenerAccessWithThreadPreLocked() const;
+
+    // Listener thread only.
+    bool xPreparePass(THREADSTATE& state);
+    void xServeConnection(NetTCP* connection, THREADSTATE& state);
+    void xRecordActivity(THREADSTATE& state);
+    NetTCP* xAcceptConnection(LISTENERS& listeners, ULONG& index);
+
+    void xResolveBinds(const NetPortBinds& binds, std::vector<WANTED>& wanted, NetPortBinds& failed);
+    void xCloseUnwantedPreLocked(const std::vector<WANTED>& wanted);
+    bool xOpenListenerPreLocked(const WANTED& wanted);
+    bool xIsServedPreLocked(const WANTED& wanted) const;
+    void xPublishPortsPreLocked();
+    void xLogPortPreLocked(const char* event, const NetIP& ip, USHORT port);
+    void xStopListen();
+
+    EventLogSessionID xGenSessionIDPreLocked();
+    /// Retires and deletes the sessions that are complete; returns how many. Lock held by the caller.
+    unsigned long xRemoveDone();
+    ULONG xRemoveDonePreLocked(SESSIONS& sessions);
+    /// Counts the finished session in the status and keeps its record in the session log.
+    void xRetirePreLocked(const NetTCPSession& session);
+    void xAddSessionPreLocked(SESSIONS& sessions, NetTCPSession* session);
+    void xDeleteSessionPreLocked(SESSIONS& sessions, ULONG index);
+    void xCloseSessions();
+    void xCloseListPreLocked(SESSIONS& sessions);
+    void xCloseSessionsAsync();
+
+    // Guarded by m_lock, unless said otherwise.
+    NetDNS m_resolver;          // look-ups by the holder of m_listenGateway only
+    DataLogPurge m_logPurge;    // locks itself
+    DataLogRecord m_sessionLog; // locks itself
+    DataLogTime m_activityLog;  // locks itself
+    NetServiceStatus m_status;
+    std::atomic<EventLog*> m_eventLog; // read without the lock, too
+    bool m_logEvents = true;
+    bool m_eventLogShared = false;
+    LISTENERS m_listeners; // used by whom the hand-over gives them to
+    ThreadGateway m_lock;
+    std::uint32_t m_listenerThreadId = 0;
+    NetPortBinds m_binds;
+    std::uint32_t m_maxIncoming = 0;
+    std::uint32_t m_maxOutgoing = 0;
+    bool m_accessRequested = false;
+    bool m_accessWithThread = true;
+    SESSIONS m_incoming; // changed under m_lock and m_sessionsGateway, read under either
+    SESSIONS m_outgoing; // the same
+    std::uint32_t m_nextSession = 0;
+
+    // Lock order: m_listenGateway, m_lock, m_sessionsGateway.
+    ThreadGateway m_listenGateway;   // one Init, StartListen or StopListen at a time
+    ThreadGateway m_sessionsGateway; // the two session lists; never held while waiting for a session
+    std::vector<std::unique_ptr<EventLog>> m_ownEventLogs; // the one in use last; earlier ones may still be referred to
+};
+
+} // namespace kqlib

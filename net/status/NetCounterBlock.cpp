@@ -1,0 +1,41 @@
+#include "net/status/NetCounterBlock.h"
+
+#include "common/LittleEndian.h"
+
+#include <algorithm>
+
+namespace kqlib {
+
+ULONG8 NetCounterBlock::sGet(const unsigned char* block, COUNTER counter)
+{
+    const unsigned char* field = block + sGetOffset(counter);
+    return sIsWide(counter) ? LoadLittleEndian<ULONG8>(field) : LoadLittleEndian<std::uint32_t>(field);
+}
+
+void NetCounterBlock::sSet(unsigned char* block, COUNTER counter, ULONG8 value)
+{
+    unsigned char* field = block + sGetOffset(counter);
+    if (sIsWide(counter))
+        StoreLittleEndian<ULONG8>(field, value);
+    else
+        StoreLittleEndian<std::uint32_t>(field, static_cast<std::uint32_t>(value));
+}
+
+void NetCounterBlock::sIncrease(unsigned char* block, COUNTER counter, ULONG8 amount)
+{
+    sSet(block, counter, sGet(block, counter) + amount);
+}
+
+void NetCounterBlock::sFoldInto(unsigned char* target, const unsigned char* source, FOLD fold)
+{
+    for (std::uint32_t index = 0; index < COUNTER_COUNT; ++index) {
+        const auto counter = static_cast<COUNTER>(index);
+        const ULONG8 value = sGet(source, counter);
+        if (fold == FOLD::MERGE && counter <= CURRENT_CONNECTIONS_OUT)
+            sSet(target, counter, std::max(sGet(target, counter), value));
+        else
+            sIncrease(target, counter, value);
+    }
+}
+
+} // namespace kqlib
