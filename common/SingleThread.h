@@ -9,6 +9,9 @@
 namespace kqlib {
 
 /// As SingleThreadByPool, on a thread made for it alone.
+///
+/// The most derived destructor calls xEndThread first. Ownership: owns its thread. Threads: xRunThread and xEndThread
+/// one thread at a time, the others any thread. Errors: xRunThread answers false.
 class KQCOMMON_API SingleThread
 {
 public:
@@ -17,6 +20,7 @@ public:
     SingleThread& operator=(const SingleThread&) = delete;
 
 private:
+    /// The thread's body. It ends soon after xShouldThreadEnd turns true.
     virtual void xThread() = 0;
 
 protected:
@@ -25,7 +29,7 @@ protected:
     /// Starts the thread; threadId receives the system's id of it. True at once when it runs already. False: the system
     /// has no thread to give.
     bool xRunThread(unsigned long& threadId);
-    /// Asks the thread to end and waits for it.
+    /// Asks the thread to end and waits for it. Nothing when it never ran. On the object's own thread it only asks.
     void xEndThread();
     void xEndThreadAsync();
     bool xIsThreadRunning() const;
@@ -33,7 +37,7 @@ protected:
 
 private:
     struct CONTROL;
-    std::shared_ptr<CONTROL> m_control;
+    std::unique_ptr<CONTROL> m_control;
 };
 
 } // namespace kqlib

@@ -12,7 +12,9 @@ namespace kqlib {
 /// A pool that makes threads on demand, keeps idle ones and uses them again.
 ///
 /// Construct it before, and destroy it after, every object that runs on it. The destructor waits for the jobs that
-/// still run. Ownership: owns its threads. Threads: any thread. Errors: Run answers false.
+/// still run; it must not run on a thread of the pool.
+/// Ownership: owns its threads. Threads: any thread. Errors: Run answers false and throws nothing. An exception that
+/// leaves a job ends the process, as it does on any thread.
 class KQCOMMON_API ThreadPool
 {
 public:
@@ -22,9 +24,12 @@ public:
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;
 
-    /// Runs the job on a pool thread at once. False: the limit is reached, or the system has no thread to give; the job
-    /// is not kept.
-    [[nodiscard]] bool Run(std::function<void()> job);
+    /// Runs the job on a pool thread at once: on the one that became idle last, else on a new one. done, when given, is
+    /// called on the same thread after the job, when that thread already counts as idle: who learns through it that the
+    /// job is over finds the thread free for the next one. It must be short.
+    /// False: the limit is reached, the pool is being destroyed, or the system has no thread to give; neither is
+    /// called.
+    [[nodiscard]] bool Run(std::function<void()> job, std::function<void()> done = {});
 
     /// Threads made and still there, idle ones included.
     ULONG GetThreadCount() const;
@@ -32,8 +37,9 @@ public:
     ULONG GetRunningCount() const;
 
 private:
+    struct WORKER;
     struct STATE;
-    std::shared_ptr<STATE> m_state;
+    std::unique_ptr<STATE> m_state;
 };
 
 } // namespace kqlib
