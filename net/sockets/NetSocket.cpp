@@ -1,0 +1,269 @@
+#include "net/sockets/NetSocket.h"
+
+#include "platform/Sockets.h"
+
+#include "common/Messages.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+namespace kqlib {
+
+namespace {
+
+platform::Family ToFamily(NetIP::IPTYPE type)
+{
+    return type == NetIP::IP_6 ? platform::Family::IP6 : platform::Family::IP4;
+}
+
+void FromEndpoint(const platform::Endpoint& from, NetIP& ip, unsigned short& port)
+{
+    ip.Set(from.family == platform::Family::IP6 ? NetIP::IP_6 : NetIP::IP_4, from.bytes);
+    port = from.port;
+}
+
+std::uint32_t ClampTo32Bits(unsigned long value)
+{
+    return static_cast<std::uint32_t>(std::min(value, ALL_BITS_32));
+}
+
+} // namespace
+
+bool NetSocket::sStartSockets()
+{
+    return platform::StartSockets();
+}
+
+void NetSocket::sEndSockets()
+{
+    platform::EndSockets();
+}
+
+NetSocket::NetSocket(NetIP::IPLOOKUPMODE mode)
+    : m_resolver(mode)
+    , m_lookupMode(mode)
+    , m_socket(platform::INVALID_SOCKET_HANDLE)
+{
+}
+
+NetSocket::NetSocket(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache)
+    : m_resolver(mode, cache)
+    , m_lookupMode(mode)
+    , m_socket(platform::INVALID_SOCKET_HANDLE)
+{
+}
+
+NetSocket::~NetSocket()
+{
+    // Not Close: the derived class, whose state it would clear, is gone already.
+    platform::CloseSocket(m_socket);
+}
+
+void NetSocket::Close()
+{
+    if (m_socket != platform::INVALID_SOCKET_HANDLE) {
+        platform::CloseSocket(m_socket);
+        m_socket = platform::INVALID_SOCKET_HANDLE;
+        xSetStateClosed();
+    }
+    m_recvFlowing = false;
+    m_remoteIP.Reset();
+    m_remotePort = 0;
+    m_localIP.Reset();
+    m_localPort = 0;
+}
+
+unsigned int NetSocket::Detach()
+{
+    const std::uint32_t handle = m_socket;
+    m_socket = platform::INVALID_SOCKET_HANDLE;
+    Close();
+    xSetStateClosed(); // Close does so only when there is a handle to close
+    return handle;
+}
+
+void NetSocket::SetBlockTime(unsigned long ms) noexcept
+{
+    m_blockTimeMs = ClampTo32Bits(ms);
+}
+
+unsigned long NetSocket::GetBufRecvSize() const
+{
+    return platform::GetRecvBufferSize(m_socket);
+}
+
+unsigned long NetSocket::GetBufSendSize() const
+{
+    return platform::GetSendBufferSize(m_socket);
+}
+
+bool NetSocket::xInitialise(bool tcp, NetIP::IPTYPE type)
+{
+    Close();
+    if (type != NetIP::IP_4 && type != NetIP::IP_6)
+        return xFailAndClose(ERR_SOCKET);
+    m_socket = platform::OpenSocket(tcp, ToFamily(type));
+    return m_socket != platform::INVALID_SOCKET_HANDLE || xFailAndClose(ERR_SOCKET);
+}
+
+bool NetSocket::xApplyBlockTime(bool forRead, bool& timedOut)
+{
+    if (m_blockTimeMs == 0) {
+        timedOut = false;
+        return true;
+    }
+    const platform::WaitResult result = platform::WaitSocket(m_socket, forRead, m_blockTimeMs);
+    if (result == platform::WaitResult::FAILED)
+        return false;
+    timedOut = result == platform::WaitResult::TIMED_OUT;
+    return true;
+}
+
+bool NetSocket::xSetSockBufRecvSize(unsigned long bytes)
+{
+    return m_socket != platform::INVALID_SOCKET_HANDLE && platform::SetRecvBufferSize(m_socket, ClampTo32Bits(bytes));
+}
+
+bool NetSocket::xSetSockBufSendSize(unsigned long bytes)
+{
+    return m_socket != platform::INVALID_SOCKET_HANDLE && platform::SetSendBufferSize(m_socket, ClampTo32Bits(bytes));
+}
+
+bool NetSocket::xConvert(NetIP::IPLOOKUPMODE, const String& host, NetIP& out)
+{
+    Messages messages; // why it failed is not asked for: the code says enough here
+    NetIP resolved;
+    if (!m_resolver.ResolveHost(host, true, resolved, messages)) {
+        xSetLastError(ERR_RESOLVE);
+        return false;
+    }
+    out = resolved;
+    return true;
+}
+
+void NetSocket::xsConvert(const sockaddr_in& from, NetIP& ip, unsigned short& port)
+{
+    FromEndpoint(platform::FromNative(from), ip, port);
+}
+
+void NetSocket::xsConvert(const sockaddr_in6& from, NetIP& ip, unsigned short& port)
+{
+    FromEndpoint(platform::FromNative(from), ip, port);
+}
+
+void NetSocket::xsConvert(const NetIP& ip, unsigned short port, sockaddr_in& to)
+{
+    platform::ToNative(xsMakeEndpoint(NetIP::IP_4, ip, port), to);
+}
+
+void NetSocket::xsConvert(const NetIP& ip, unsigned short port, sockaddr_in6& to)
+{
+    platform::ToNative(xsMakeEndpoint(NetIP::IP_6, ip, port), to);
+}
+
+void NetSocket::xSetIPData()
+{
+    platform::Endpoint end;
+    if (platform::GetRemoteEndpointIP4(m_socket, end))
+        FromEndpoint(end, m_remoteIP, m_remotePort);
+    if (platform::GetLocalEndpointIP4(m_socket, end))
+        FromEndpoint(end, m_localIP, m_localPort);
+}
+
+void NetSocket::xIncreaseIn(unsigned long bytes) noexcept
+{
+    m_bytesIn += static_cast<std::uint32_t>(bytes);
+}
+
+void NetSocket::xIncreaseOut(unsigned long bytes) noexcept
+{
+    m_bytesOut += static_cast<std::uint32_t>(bytes);
+}
+
+bool NetSocket::xFailAndClose(int code)
+{
+    Close();
+    xSetLastError(code);
+    return false;
+}
+
+void NetSocket::xTakeHandle(std::uint32_t handle) noexcept
+{
+    m_socket = handle;
+    m_lastError = ERR_NONE;
+}
+
+platform::Endpoint NetSocket::xsMakeEndpoint(NetIP::IPTYPE type, const NetIP& ip, unsigned short port)
+{
+    platform::Endpoint end;
+    end.family = ToFamily(type);
+    end.port = port;
+    // An IPv4 address keeps its other 12 bytes zero, so that both families can be read from any address.
+    std::memcpy(end.bytes, ip.GetBytes(), end.family == platform::Family::IP4 ? 4 : sizeof(end.bytes));
+    return end;
+}
+
+bool NetSocket::xBind(const platform::Endpoint& local, bool forListening)
+{
+    return platform::BindSocket(m_socket, local, forListening) || xFailAndClose(ERR_BIND);
+}
+
+bool NetSocket::xResolveEnds(const String& host, const String& localHost, NetIP& remote, NetIP& local)
+{
+    Close();
+    if (!xConvert(m_lookupMode, host, remote))
+        return false;
+    local = NetIP::sGetAnyIP(remote.GetType());
+    return localHost.empty() || xConvert(m_lookupMode, localHost, local);
+}
+
+platform::IoResult NetSocket::xSendOnce(const unsigned char* data, unsigned long& len)
+{
+    // The system nearly always has room, so sending is tried first.
+    const platform::IoResult result =
+        xMoveWithin(false, true, len, [&](std::size_t& size) { return platform::SendSocket(m_socket, data, size); });
+    if (result == platform::IoResult::DONE)
+        xIncreaseOut(len);
+    return result;
+}
+
+platform::IoResult NetSocket::xRecvOnce(unsigned char* buf, unsigned long& len)
+{
+    // More is likely at hand right after something came, but seldom on an idle connection, which only waits.
+    const platform::IoResult result = xMoveWithin(
+        true, m_recvFlowing, len, [&](std::size_t& size) { return platform::RecvSocket(m_socket, buf, size); });
+    m_recvFlowing = result == platform::IoResult::DONE;
+    if (m_recvFlowing)
+        xIncreaseIn(len);
+    return result;
+}
+
+/// Makes one attempt, after waiting at most the block time for readiness. With tryFirst the wait comes only after a
+/// first attempt that would block: the outcome is the same, and a system call is saved when it does not block.
+template <class ATTEMPT>
+platform::IoResult NetSocket::xMoveWithin(bool forRead, bool tryFirst, unsigned long& len, const ATTEMPT& attempt)
+{
+    const auto attemptOnce = [&] {
+        std::size_t size = len;
+        const platform::IoResult result = attempt(size);
+        if (result != platform::IoResult::WOULD_BLOCK)
+            len = static_cast<unsigned long>(size);
+        return result;
+    };
+    platform::IoResult result = platform::IoResult::WOULD_BLOCK;
+    if (tryFirst && m_blockTimeMs != 0)
+        result = attemptOnce();
+    if (result == platform::IoResult::WOULD_BLOCK) {
+        bool timedOut;
+        if (!xApplyBlockTime(forRead, timedOut))
+            return platform::IoResult::FAILED;
+        if (!timedOut)
+            result = attemptOnce();
+    }
+    if (result == platform::IoResult::WOULD_BLOCK)
+        len = 0;
+    return result;
+}
+
+} // namespace kqlib
