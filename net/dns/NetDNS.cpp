@@ -1,0 +1,565 @@
+#include "net/dns/NetDNS.h"
+
+#include "platform/ResolverConfig.h"
+#include "platform/Sockets.h"
+
+#include "common/TimedEvent.h"
+#include "net/dns/NetDNSCache.h"
+#include "net/dns/NetDNSResponse.h"
+#include "net/dns/NetDNSWriter.h"
+#include "net/sockets/NetUDP.h"
+
+#include <string>
+#include <vector>
+
+namespace kqlib {
+
+namespace {
+
+constexpr unsigned short DNS_PORT = 53;
+constexpr ULONG BLOCK_TIME_MS = 50;            ///< of one wait for a datagram
+constexpr std::uint32_t ANSWER_WAIT_MS = 5000; ///< for the answer to one query
+constexpr int MOST_ATTEMPTS = 3;               ///< at each address, while nothing answers
+constexpr int MOST_PASSES = 5;                 ///< queries of one attempt, one for each name of a CNAME chain
+constexpr ULONG ANSWER_SIZE = 1024;            ///< a longer answer is no answer
+constexpr String::size_type DOMAIN_LIMIT = 256;
+constexpr std::size_t MOST_SERVER_ADDRESSES = 50; ///< of one server given by its host name
+
+constexpr std::uint16_t QUERY_ID = 0xFFFF;    ///< the same for every query and never compared, kept on purpose
+constexpr std::uint16_t QUERY_FLAGS = 0x0100; ///< standard query, recursion desired
+constexpr std::uint16_t CLASS_IN = 1;
+
+/// True when a server said that there is nothing to find: such a server works and stays on the list.
+bool HasVerdict(const Messages& msgs, ULONG from)
+{
+    for (ULONG i = from; i < msgs.GetMessageCount(); ++i) {
+        if (msgs.Get(i) == NetDNS::MSG_NO_RECORDS || msgs.Get(i) == NetDNS::MSG_NAME_ERROR)
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+NetDNS::NetDNS(NetIP::IPLOOKUPMODE mode)
+    : m_lookupMode(mode)
+    , m_cache(nullptr)
+{
+}
+
+NetDNS::NetDNS(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache)
+    : m_lookupMode(mode)
+    , m_cache(&cache)
+{
+}
+
+NetDNS::~NetDNS() = default;
+
+bool NetDNS::DoALookup(const String& domain, Messages& msgs)
+{
+    return xLookup(domain, RR_A, msgs);
+}
+
+bool NetDNS::DoMXLookup(const String& domain, Messages& msgs)
+{
+    return xLookup(domain, RR_MX, msgs);
+}
+
+bool NetDNS::DoPTRLookup(const String& domain, Messages& msgs)
+{
+    return xLookup(domain, RR_PTR, msgs);
+}
+
+bool NetDNS::DoTXTLookup(const String& domain, Messages& msgs)
+{
+    return xLookup(domain, RR_TXT, msgs);
+}
+
+bool NetDNS::DoSPFLookup(const String& domain, Messages& msgs)
+{
+    return xLookup(domain, RR_SPF, msgs);
+}
+
+bool NetDNS::DoALookup(const String& domain, const String& server, Messages& msgs)
+{
+    return xLookup(domain, server, RR_A, msgs);
+}
+
+bool NetDNS::DoMXLookup(const String& domain, const String& server, Messages& msgs)
+{
+    return xLookup(domain, server, RR_MX, msgs);
+}
+
+bool NetDNS::DoPTRLookup(const String& domain, const String& server, Messages& msgs)
+{
+    return xLookup(domain, server, RR_PTR, msgs);
+}
+
+bool NetDNS::DoTXTLookup(const String& domain, const String& server, Messages& msgs)
+{
+    return xLookup(domain, server, RR_TXT, msgs);
+}
+
+bool NetDNS::DoSPFLookup(const String& domain, const String& server, Messages& msgs)
+{
+    return xLookup(domain, server, RR_SPF, msgs);
+}
+
+ULONG NetDNS::GetARecordCount() const
+{
+    return m_aRecords.GetCount();
+}
+
+const String& NetDNS::GetARecord(ULONG index) const
+{
+    return m_aRecords.Get(index);
+}
+
+ULONG NetDNS::GetPTRRecordCount() const
+{
+    return m_ptrRecords.GetCount();
+}
+
+const String& NetDNS::GetPTRRecord(ULONG index) const
+{
+    return m_ptrRecords.Get(index);
+}
+
+ULONG NetDNS::GetTXTRecordCount() const
+{
+    return m_txtRecords.GetCount();
+}
+
+const String& NetDNS::GetTXTRecord(ULONG index) const
+{
+    return m_txtRecords.Get(index);
+}
+
+ULONG NetDNS::GetSPFRecordCount() const
+{
+    return m_spfRecords.GetCount();
+}
+
+const String& NetDNS::GetSPFRecord(ULONG index) const
+{
+    return m_spfRecords.Get(index);
+}
+
+ULONG NetDNS::GetMXRecordCount() const
+{
+    return m_mxRecords.GetCount();
+}
+
+const String& NetDNS::GetMXRecord(ULONG index) const
+{
+    return m_mxRecords.Get(index).name;
+}
+
+ULONG NetDNS::GetMXRecordPriority(ULONG index) const
+{
+    return m_mxRecords.Get(index).priority;
+}
+
+bool NetDNS::ResolveHost(const String& host, bool acceptAddress, Vector<NetIP>& addresses, Messages& msgs)
+{
+    addresses.Reset();
+    NetIP literal;
+    const bool isLiteral = literal.Set(host);
+    if (host.empty() || (isLiteral && !acceptAddress)) {
+        msgs.AddMessage(MSG_NAME_ERROR);
+        return false;
+    }
+    if (isLiteral) {
+        addresses.Add(literal);
+        return true;
+    }
+    if (!DoALookup(host, msgs))
+        return false;
+    for (ULONG i = 0; i < GetARecordCount(); ++i)
+        addresses.Add(NetIP(GetARecord(i)));
+    return true;
+}
+
+bool NetDNS::ResolveHost(const String& host, bool acceptAddress, NetIP& address, Messages& msgs)
+{
+    Vector<NetIP> addresses;
+    if (!ResolveHost(host, acceptAddress, addresses, msgs) || addresses.GetCount() == 0)
+        return false;
+    address = addresses.Get(0);
+    return true;
+}
+
+bool NetDNS::ResolveIP(const NetIP& ip, STRINGS& names, Messages& msgs)
+{
+    names.clear();
+    if (!DoPTRLookup(ip.GetTextReverseByteOrder() + ".in-addr.arpa", msgs))
+        return false;
+    for (ULONG i = 0; i < GetPTRRecordCount(); ++i)
+        names.push_back(GetPTRRecord(i));
+    return true;
+}
+
+bool NetDNS::ResolveIP(const NetIP& ip, String& name, Messages& msgs)
+{
+    STRINGS names;
+    if (!ResolveIP(ip, names, msgs) || names.empty())
+        return false;
+    name = names[0];
+    return true;
+}
+
+bool NetDNS::GetDNSServers()
+{
+    xClearDNSServers();
+    xGetDNSServersViaWSA();
+    std::vector<std::string> texts;
+    // Settings that cannot be opened fail the discovery even when the name service gave servers. These stay on the list
+    // for the next look-up. Kept on purpose.
+    if (!platform::AppendServerSettings(texts))
+        return false;
+    for (const std::string& text : texts) {
+        const String bytes(text);
+        xExtractDNSServers(reinterpret_cast<const BYTE*>(bytes.data()), static_cast<ULONG>(bytes.size()));
+    }
+    return m_servers.GetCount() > 0;
+}
+
+void NetDNS::SetDNSServers(const STRINGS& servers)
+{
+    xClearDNSServers();
+    for (const String& server : servers)
+        m_servers.Give(new String(server));
+}
+
+void NetDNS::ClearDNSServers()
+{
+    xClearDNSServers();
+}
+
+ULONG NetDNS::GetDNSServerCount() const
+{
+    return m_servers.GetCount();
+}
+
+const String& NetDNS::GetDNSServer(ULONG index) const
+{
+    return m_servers.Get(index);
+}
+
+void NetDNS::ResetFirstExpiryTime()
+{
+    m_firstExpiry = 0xFFFFFFFFU;
+}
+
+bool NetDNS::xLookup(const String& domain, RRTYPE type, Messages& msgs)
+{
+    return xIsLookupCached(domain, type) || xDoLookup(domain, type, msgs);
+}
+
+bool NetDNS::xLookup(const String& domain, const String& server, RRTYPE type, Messages& msgs)
+{
+    return xIsLookupCached(domain, type) || xDoLookup(domain, server, type, msgs);
+}
+
+/// Clears the type's list and fills it from the cache. False without a cache (the list stays) or a cached answer.
+bool NetDNS::xIsLookupCached(const String& domain, RRTYPE type)
+{
+    if (!m_cache)
+        return false;
+    xClearList(type);
+    switch (type) {
+    case RR_A:
+        return m_cache->IsALookupCached(domain, m_aRecords);
+    case RR_PTR:
+        return m_cache->IsPtrLookupCached(domain, m_ptrRecords);
+    case RR_MX:
+        return m_cache->IsMxLookupCached(domain, m_mxRecords);
+    case RR_TXT:
+        return m_cache->IsTxtLookupCached(domain, m_txtRecords);
+    case RR_SPF:
+        return m_cache->IsSpfLookupCached(domain, m_spfRecords);
+    case RR_CNAME:
+        break;
+    }
+    return false;
+}
+
+/// Asks the servers of the list in their order, finding them first when there are none.
+bool NetDNS::xDoLookup(const String& domain, RRTYPE type, Messages& msgs)
+{
+    if (m_servers.GetCount() == 0 && !GetDNSServers()) {
+        msgs.AddMessage(MSG_SERVER_FAILURE);
+        return false;
+    }
+    ULONG index = 0;
+    while (index < m_servers.GetCount()) {
+        const ULONG messagesBefore = msgs.GetMessageCount();
+        const String server = m_servers.Get(index);
+        if (xDoLookup(domain, server, type, msgs))
+            return true;
+        if (HasVerdict(msgs, messagesBefore))
+            ++index;
+        else
+            m_servers.Delete(index);
+    }
+    return false;
+}
+
+/// Asks one server at each of its addresses in turn. The first that cannot be opened ends it.
+bool NetDNS::xDoLookup(const String& domain, const String& server, RRTYPE type, Messages& msgs)
+{
+    xClearList(type);
+    Vector<NetIP> addresses;
+    if (!xsConvertHost(server, addresses)) {
+        msgs.AddMessage(MSG_SERVER_FAILURE);
+        return false;
+    }
+    for (const NetIP& address : addresses) {
+        NetUDP udp(m_lookupMode);
+        udp.SetBlockTime(BLOCK_TIME_MS);
+        if (!udp.OpenClient(address.GetText(), DNS_PORT)) {
+            msgs.AddMessage(MSG_SERVER_FAILURE);
+            return false;
+        }
+        bool retry = true;
+        for (int attempt = 0; attempt < MOST_ATTEMPTS && udp.IsOpen() && retry; ++attempt) {
+            if (xAttempt(domain, udp, type, retry, msgs))
+                return true;
+        }
+    }
+    return false;
+}
+
+/// Asks for the domain and, as long as the answer is a CNAME, for its target. Five CNAMEs in a row fail without a code.
+/// retry: unchanged until a query went out; then whether nothing was received for the last one.
+bool NetDNS::xAttempt(const String& domain, NetUDP& udp, RRTYPE type, bool& retry, Messages& msgs)
+{
+    String name = domain;
+    for (int pass = 0; pass < MOST_PASSES; ++pass) {
+        String cname;
+        if (!xSendDNSRequest(name, udp, type, msgs) || !xProcessResponse(name, udp, type, cname, retry, msgs))
+            return false;
+        if (cname.empty()) {
+            udp.Close();
+            return true;
+        }
+        name = cname;
+    }
+    return false;
+}
+
+/// Sends a query (RFC 1035 sections 4.1.1 and 4.1.2).
+bool NetDNS::xSendDNSRequest(const String& domain, NetUDP& udp, RRTYPE type, Messages& msgs)
+{
+    NetDNSWriter query;
+    query.Write16(QUERY_ID);
+    query.Write16(QUERY_FLAGS);
+    query.Write16(1); // one question
+    query.Write16(0); // no answers,
+    query.Write16(0); // authorities
+    query.Write16(0); // or additional records
+    if (domain.size() >= DOMAIN_LIMIT || !xDomainToQName(domain, query)) {
+        msgs.AddMessage(MSG_NAME_ERROR);
+        return false;
+    }
+    query.Write16(type);
+    query.Write16(CLASS_IN);
+
+    ULONG sent = query.GetLength();
+    if (!udp.SendClient(query.GetData(), sent) || sent < query.GetLength()) {
+        msgs.AddMessage(MSG_SERVER_FAILURE);
+        return false;
+    }
+    return true;
+}
+
+/// Encodes a name with its zero byte. False when a label is empty: a dot at the start or the end, or two in a row. The
+/// length of a label is not held against the 63 of the RFC, kept on purpose.
+bool NetDNS::xDomainToQName(const String& domain, NetDNSWriter& writer)
+{
+    String label;
+    for (String::size_type i = 0; i <= domain.size(); ++i) {
+        if (i < domain.size() && domain[i] != '.') {
+            label += domain[i];
+            continue;
+        }
+        if (label.empty())
+            return false;
+        writer.Write8(static_cast<std::uint8_t>(label.size()));
+        writer.WriteText(label);
+        label.clear();
+    }
+    writer.Write8(0);
+    return true;
+}
+
+/// Waits for one datagram. length: in, room in buffer; out, its size, 0 on failure.
+bool NetDNS::xRecv(NetUDP& udp, BYTE* buffer, ULONG& length)
+{
+    const ULONG room = length;
+    xResetTimeOut();
+    while (udp.IsOpen() && !xIsTimeOut()) {
+        length = room;
+        if (!udp.RecvClient(buffer, length))
+            break;
+        if (length > 0)
+            return true;
+    }
+    length = 0;
+    return false;
+}
+
+/// True when the time for an answer is over.
+bool NetDNS::xIsTimeOut() const
+{
+    return static_cast<std::uint32_t>(TimedEvent::sGetNow() - m_timeOutStart) >= ANSWER_WAIT_MS;
+}
+
+void NetDNS::xResetTimeOut()
+{
+    m_timeOutStart = static_cast<std::uint32_t>(TimedEvent::sGetNow());
+}
+
+/// Receives and takes in the answer to the query for domain. True with a cname: that name is to be asked for. True
+/// without: the records are in the type's list, and in the cache under the name that was asked for last, so that an
+/// alias is asked for anew every time (kept on purpose). retry: true when nothing was received.
+bool NetDNS::xProcessResponse(const String& domain, NetUDP& udp, RRTYPE type, String& cname, bool& retry,
+                              Messages& msgs)
+{
+    retry = true;
+    BYTE buffer[ANSWER_SIZE];
+    ULONG length = sizeof(buffer);
+    if (!xRecv(udp, buffer, length)) {
+        msgs.AddMessage(MSG_SERVER_FAILURE);
+        return false;
+    }
+    retry = false;
+    NetDNSResponse response = type == RR_MX ? NetDNSResponse(m_mxRecords) : NetDNSResponse(type, xGetTextList(type));
+    if (!response.Parse(buffer, length, msgs))
+        return false;
+    cname = response.GetCName();
+    if (!cname.empty())
+        return true;
+
+    xResetTimeOut();
+    // 32-bit arithmetic: a life of more than 49 days wraps, kept on purpose.
+    const auto expiry = static_cast<std::uint32_t>(m_timeOutStart + response.GetMinimumTTL() * 1000U);
+    if (expiry < m_firstExpiry)
+        m_firstExpiry = expiry;
+    if (m_cache && !xStoreInCache(domain, type, expiry)) {
+        xClearList(type);
+        msgs.AddMessage(MSG_SERVER_FAILURE);
+        return false;
+    }
+    return true;
+}
+
+/// False for a type that the cache does not hold.
+bool NetDNS::xStoreInCache(const String& domain, RRTYPE type, std::uint32_t expiry)
+{
+    switch (type) {
+    case RR_A:
+        m_cache->CacheALookup(domain, expiry, m_aRecords);
+        return true;
+    case RR_PTR:
+        m_cache->CachePtrLookup(domain, expiry, m_ptrRecords);
+        return true;
+    case RR_MX:
+        m_cache->CacheMxLookup(domain, expiry, m_mxRecords);
+        return true;
+    case RR_TXT:
+        m_cache->CacheTxtLookup(domain, expiry, m_txtRecords);
+        return true;
+    case RR_SPF:
+        m_cache->CacheSpfLookup(domain, expiry, m_spfRecords);
+        return true;
+    case RR_CNAME:
+        break;
+    }
+    return false;
+}
+
+/// The list of any type whose records are texts (all but RR_MX).
+VectorPtr<String>& NetDNS::xGetTextList(RRTYPE type)
+{
+    switch (type) {
+    case RR_PTR:
+        return m_ptrRecords;
+    case RR_TXT:
+        return m_txtRecords;
+    case RR_SPF:
+        return m_spfRecords;
+    default:
+        return m_aRecords;
+    }
+}
+
+void NetDNS::xClearList(RRTYPE type)
+{
+    if (type == RR_MX)
+        m_mxRecords.Reset();
+    else
+        xGetTextList(type).Reset();
+}
+
+/// The addresses of a server given as an address text or as a name that the system's own look-up knows.
+bool NetDNS::xsConvertHost(const String& host, Vector<NetIP>& addresses)
+{
+    NetIP literal;
+    if (literal.Set(host)) {
+        addresses.Add(literal);
+        return true;
+    }
+    unsigned char found[MOST_SERVER_ADDRESSES][4];
+    const std::size_t count = platform::LookupHostIP4(host.c_str(), found, MOST_SERVER_ADDRESSES);
+    for (std::size_t i = 0; i < count; ++i) {
+        NetIP address;
+        if (address.Set(NetIP::IP_4, found[i]))
+            addresses.Add(address);
+    }
+    return addresses.GetCount() > 0;
+}
+
+/// Servers that the system's name service lists come first.
+void NetDNS::xGetDNSServersViaWSA()
+{
+    std::vector<std::string> addresses;
+    platform::AppendNameServiceServers(addresses);
+    for (const std::string& address : addresses)
+        xAddDNS(address);
+}
+
+/// Adds the servers of a settings text, up to its first zero byte.
+void NetDNS::xExtractDNSServers(const BYTE* data, ULONG length)
+{
+    String server;
+    for (ULONG i = 0; i < length && data[i] != 0; ++i) {
+        const auto character = static_cast<char>(data[i]);
+        if (character != ' ' && character != '\t' && character != ',' && character != ';') {
+            server += character;
+            continue;
+        }
+        xAddDNS(server);
+        server.clear();
+    }
+    xAddDNS(server);
+}
+
+/// Appends a server, unless it is empty or on the list already in whatever case.
+void NetDNS::xAddDNS(const String& server)
+{
+    if (server.empty())
+        return;
+    for (ULONG i = 0; i < m_servers.GetCount(); ++i) {
+        if (m_servers.Get(i).MatchesI(server))
+            return;
+    }
+    m_servers.Give(new String(server));
+}
+
+void NetDNS::xClearDNSServers()
+{
+    m_servers.Reset();
+}
+
+} // namespace kqlib

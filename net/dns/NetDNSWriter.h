@@ -1,0 +1,32 @@
+// NetDNSWriter: the writer of a DNS message.
+#pragma once
+
+#include "common/String.h"
+#include "common/Types.h"
+#include "platform/Export.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace kqlib {
+
+/// Puts a message together from front to back, numbers in network order. Internal; exported for tests.
+///
+/// Ownership: owns its bytes. Threads: one at a time. Errors: none.
+class KQNET_API NetDNSWriter
+{
+public:
+    void Write8(std::uint8_t value);
+    void Write16(std::uint16_t value);
+    /// The bytes of the text, without a length or an end.
+    void WriteText(const String& text);
+
+    /// Valid until the next write.
+    const BYTE* GetData() const { return m_bytes.data(); }
+    ULONG GetLength() const { return static_cast<ULONG>(m_bytes.size()); }
+
+private:
+    std::vector<BYTE> m_bytes;
+};
+
+} // namespace kqlib
