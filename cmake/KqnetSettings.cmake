@@ -49,3 +49,31 @@ function(kq_sources target)
         target_sources(${target} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}/${source}")
     endforeach()
 endfunction()
+
+# Gives a Windows library or program its version resource; nothing elsewhere.
+function(kq_version_resource target description)
+    if(WIN32)
+        set(KQ_DESCRIPTION "${description}")
+        get_target_property(KQ_TYPE ${target} TYPE)
+        set(KQ_FILETYPE VFT_DLL)
+        set(KQ_FILENAME "${target}.dll")
+        if(KQ_TYPE STREQUAL "EXECUTABLE")
+            set(KQ_FILETYPE VFT_APP)
+            set(KQ_FILENAME "${target}.exe")
+        endif()
+        configure_file("${PROJECT_SOURCE_DIR}/cmake/version.rc.in" "${CMAKE_CURRENT_BINARY_DIR}/${target}.rc" @ONLY)
+        target_sources(${target} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}/${target}.rc")
+    endif()
+endfunction()
+
+# The compiler's own DLLs stand beside every Windows program: one copy, shared by all modules, so that exceptions and
+# dynamic casts work across them.
+if(WIN32 AND CMAKE_CROSSCOMPILING)
+    foreach(runtime libstdc++-6.dll libgcc_s_dw2-1.dll libwinpthread-1.dll)
+        execute_process(COMMAND "${CMAKE_CXX_COMPILER}" -print-file-name=${runtime} OUTPUT_VARIABLE file
+                        OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+        file(REAL_PATH "${file}" file)
+        file(COPY "${file}" DESTINATION "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
+        list(APPEND KQNET_RUNTIME_DLLS "${file}")
+    endforeach()
+endif()
