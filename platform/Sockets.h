@@ -63,6 +63,10 @@ KQCOMMON_API SocketHandle OpenSocket(bool stream, Family family);
 /// Closes the handle. The invalid handle is ignored.
 KQCOMMON_API void CloseSocket(SocketHandle handle);
 
+/// Closes the handle of a connection so that the peer sees it broken off (reset) rather than ended in order. The invalid
+/// handle is ignored.
+KQCOMMON_API void AbortSocket(SocketHandle handle);
+
 /// Fixes the local end. forListening: the address may be taken again at once after an earlier listener on it ended,
 /// never while one lives. Port 0 lets the system choose. False when the address or port cannot be had.
 KQCOMMON_API bool BindSocket(SocketHandle handle, const Endpoint& local, bool forListening);

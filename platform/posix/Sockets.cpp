@@ -211,6 +211,12 @@ void CloseSocket(SocketHandle handle)
         close(ToDescriptor(handle));
 }
 
+void AbortSocket(SocketHandle handle)
+{
+    SetOption(handle, SOL_SOCKET, SO_LINGER, linger{1, 0});
+    CloseSocket(handle);
+}
+
 bool BindSocket(SocketHandle handle, const Endpoint& local, bool forListening)
 {
     if (forListening && !SetOption(handle, SOL_SOCKET, SO_REUSEADDR, 1))
