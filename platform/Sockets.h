@@ -98,6 +98,12 @@ KQCOMMON_API IoResult SendSocket(SocketHandle handle, const unsigned char* data,
 /// DONE, WOULD_BLOCK, CLOSED (0 bytes came), REFUSED (datagrams: an earlier one was refused), RESET or FAILED.
 KQCOMMON_API IoResult RecvSocket(SocketHandle handle, unsigned char* buffer, std::size_t& size);
 
+/// The same for a datagram socket without a fixed peer, one datagram per call: to and from name the other end.
+/// DONE (a datagram of 0 bytes too), WOULD_BLOCK, REFUSED (some earlier datagram was refused) or FAILED.
+KQCOMMON_API IoResult SendSocketTo(SocketHandle handle, const unsigned char* data, std::size_t& size,
+                                   const Endpoint& to);
+KQCOMMON_API IoResult RecvSocketFrom(SocketHandle handle, unsigned char* buffer, std::size_t& size, Endpoint& from);
+
 /// Ends both directions in order, without closing the handle. Failures are of no consequence.
 KQCOMMON_API void ShutdownSocket(SocketHandle handle);
 

@@ -306,6 +306,47 @@ IoResult RecvSocket(SocketHandle handle, unsigned char* buffer, std::size_t& siz
     return IoResult::DONE;
 }
 
+IoResult SendSocketTo(SocketHandle handle, const unsigned char* data, std::size_t& size, const Endpoint& to)
+{
+    const NATIVEADDRESS address(to);
+    const std::size_t offered = size;
+    size = 0;
+    const ssize_t sent = Uninterrupted(
+        [&] { return sendto(ToDescriptor(handle), data, offered, MSG_NOSIGNAL, address.Get(), address.size); });
+    if (sent < 0)
+        return FromTransferError(errno);
+    size = static_cast<std::size_t>(sent);
+    return IoResult::DONE;
+}
+
+IoResult RecvSocketFrom(SocketHandle handle, unsigned char* buffer, std::size_t& size, Endpoint& from)
+{
+    sockaddr_storage sender = {};
+    iovec room = {buffer, size};
+    size = 0;
+    msghdr message = {};
+    message.msg_name = &sender;
+    message.msg_namelen = sizeof(sender);
+    message.msg_iov = &room;
+    message.msg_iovlen = 1;
+    const ssize_t received = Uninterrupted([&] { return recvmsg(ToDescriptor(handle), &message, 0); });
+    if (received < 0)
+        return FromTransferError(errno);
+    if ((message.msg_flags & MSG_TRUNC) != 0)
+        return IoResult::FAILED;
+    if (sender.ss_family == AF_INET6) {
+        sockaddr_in6 native;
+        std::memcpy(&native, &sender, sizeof(native));
+        from = FromNative(native);
+    } else {
+        sockaddr_in native;
+        std::memcpy(&native, &sender, sizeof(native));
+        from = FromNative(native);
+    }
+    size = static_cast<std::size_t>(received);
+    return IoResult::DONE;
+}
+
 void ShutdownSocket(SocketHandle handle)
 {
     shutdown(ToDescriptor(handle), SHUT_RDWR);
