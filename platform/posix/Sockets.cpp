@@ -15,6 +15,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "platform/NativeAddress.inl"
+
 namespace kqlib::platform {
 
 namespace {
@@ -50,27 +52,6 @@ template <class CALL> auto Uninterrupted(const CALL& call)
             return result;
     }
 }
-
-/// A system address of either family with its length, as bind and connect take it.
-struct NATIVEADDRESS
-{
-    explicit NATIVEADDRESS(const Endpoint& from)
-    {
-        if (from.family == Family::IP4) {
-            sockaddr_in native;
-            ToNative(from, native);
-            std::memcpy(&storage, &native, size = sizeof(native));
-        } else {
-            sockaddr_in6 native;
-            ToNative(from, native);
-            std::memcpy(&storage, &native, size = sizeof(native));
-        }
-    }
-    const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&storage); }
-
-    sockaddr_storage storage = {};
-    socklen_t size = 0;
-};
 
 std::int64_t NowNanos()
 {
@@ -168,16 +149,8 @@ using NameQuestion = int (*)(int, sockaddr*, socklen_t*);
 /// Asks getsockname or getpeername. The answer is taken only when it is a whole IPv4 address.
 bool AskEndpointIP4(NameQuestion question, SocketHandle handle, Endpoint& out)
 {
-    sockaddr_storage storage = {};
-    socklen_t size = sizeof(storage);
-    if (question(ToDescriptor(handle), reinterpret_cast<sockaddr*>(&storage), &size) != 0)
-        return false;
-    if (storage.ss_family != AF_INET || size != sizeof(sockaddr_in))
-        return false;
-    sockaddr_in native;
-    std::memcpy(&native, &storage, sizeof(native));
-    out = FromNative(native);
-    return true;
+    NativeAddress address;
+    return question(ToDescriptor(handle), address.Get(), &address.length) == 0 && address.GetIP4(out);
 }
 
 } // namespace
@@ -227,8 +200,8 @@ bool BindSocket(SocketHandle handle, const Endpoint& local, bool forListening)
     if (!forListening && local.port == 0)
         SetOption(handle, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, 1);
 #endif
-    const NATIVEADDRESS address(local);
-    return bind(ToDescriptor(handle), address.Get(), address.size) == 0;
+    const NativeAddress address(local);
+    return bind(ToDescriptor(handle), address.Get(), address.length) == 0;
 }
 
 bool ListenSocket(SocketHandle handle, int backlog)
@@ -238,8 +211,8 @@ bool ListenSocket(SocketHandle handle, int backlog)
 
 IoResult ConnectSocket(SocketHandle handle, const Endpoint& remote)
 {
-    const NATIVEADDRESS address(remote);
-    if (connect(ToDescriptor(handle), address.Get(), address.size) == 0)
+    const NativeAddress address(remote);
+    if (connect(ToDescriptor(handle), address.Get(), address.length) == 0)
         return IoResult::DONE;
     // An interrupted attempt goes on by itself.
     if (errno == EINPROGRESS || errno == EINTR)
@@ -360,40 +333,6 @@ bool GetLocalEndpointIP4(SocketHandle handle, Endpoint& out)
 bool GetRemoteEndpointIP4(SocketHandle handle, Endpoint& out)
 {
     return AskEndpointIP4(&getpeername, handle, out);
-}
-
-void ToNative(const Endpoint& from, sockaddr_in& to)
-{
-    to = {};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(from.port);
-    std::memcpy(&to.sin_addr, from.bytes, sizeof(to.sin_addr));
-}
-
-void ToNative(const Endpoint& from, sockaddr_in6& to)
-{
-    to = {};
-    to.sin6_family = AF_INET6;
-    to.sin6_port = htons(from.port);
-    std::memcpy(&to.sin6_addr, from.bytes, sizeof(to.sin6_addr));
-}
-
-Endpoint FromNative(const sockaddr_in& from)
-{
-    Endpoint result;
-    result.family = Family::IP4;
-    result.port = ntohs(from.sin_port);
-    std::memcpy(result.bytes, &from.sin_addr, sizeof(from.sin_addr));
-    return result;
-}
-
-Endpoint FromNative(const sockaddr_in6& from)
-{
-    Endpoint result;
-    result.family = Family::IP6;
-    result.port = ntohs(from.sin6_port);
-    std::memcpy(result.bytes, &from.sin6_addr, sizeof(from.sin6_addr));
-    return result;
 }
 
 std::uint32_t GetRecvBufferSize(SocketHandle handle)

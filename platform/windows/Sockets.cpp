@@ -6,6 +6,8 @@
 #include <climits>
 #include <cstring>
 
+#include "platform/NativeAddress.inl"
+
 namespace kqlib::platform {
 
 namespace {
@@ -13,7 +15,7 @@ namespace {
 // How long accepting pauses when descriptors or memory are short.
 constexpr DWORD SHORTAGE_PAUSE_MS = 2;
 
-SOCKET ToNative(SocketHandle handle)
+SOCKET ToSocket(SocketHandle handle)
 {
     return static_cast<SOCKET>(handle);
 }
@@ -27,64 +29,19 @@ timeval ToTimeval(std::uint64_t micros)
     return time;
 }
 
-// An endpoint in the form that the system's calls take.
-struct NativeAddress
-{
-    sockaddr_storage storage{};
-    int length = 0;
-
-    const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&storage); }
-    sockaddr* Get() { return reinterpret_cast<sockaddr*>(&storage); }
-};
-
-NativeAddress ToNative(const Endpoint& endpoint)
-{
-    NativeAddress address;
-    if (endpoint.family == Family::IP4) {
-        sockaddr_in ip4{};
-        ip4.sin_family = AF_INET;
-        ip4.sin_port = htons(endpoint.port);
-        std::memcpy(&ip4.sin_addr, endpoint.bytes, sizeof(ip4.sin_addr));
-        std::memcpy(&address.storage, &ip4, sizeof(ip4));
-        address.length = sizeof(ip4);
-    } else {
-        sockaddr_in6 ip6{};
-        ip6.sin6_family = AF_INET6;
-        ip6.sin6_port = htons(endpoint.port);
-        std::memcpy(&ip6.sin6_addr, endpoint.bytes, sizeof(ip6.sin6_addr));
-        std::memcpy(&address.storage, &ip6, sizeof(ip6));
-        address.length = sizeof(ip6);
-    }
-    return address;
-}
-
-// Stores an IPv4 address; anything else leaves out as it is and gives false.
-bool StoreIP4(const NativeAddress& address, Endpoint& out)
-{
-    if (address.storage.ss_family != AF_INET || address.length != static_cast<int>(sizeof(sockaddr_in)))
-        return false;
-    sockaddr_in ip4{};
-    std::memcpy(&ip4, &address.storage, sizeof(ip4));
-    out = {};
-    out.family = Family::IP4;
-    out.port = ntohs(ip4.sin_port);
-    std::memcpy(out.bytes, &ip4.sin_addr, sizeof(ip4.sin_addr));
-    return true;
-}
-
 // A socket option that is a number; fallback when it cannot be read.
 int GetOption(SocketHandle handle, int option, int fallback)
 {
     int value = 0;
     int length = sizeof(value);
-    if (getsockopt(ToNative(handle), SOL_SOCKET, option, reinterpret_cast<char*>(&value), &length) == SOCKET_ERROR)
+    if (getsockopt(ToSocket(handle), SOL_SOCKET, option, reinterpret_cast<char*>(&value), &length) == SOCKET_ERROR)
         return fallback;
     return value;
 }
 
 bool SetOption(SocketHandle handle, int level, int option, int value)
 {
-    return setsockopt(ToNative(handle), level, option, reinterpret_cast<const char*>(&value), sizeof(value)) !=
+    return setsockopt(ToSocket(handle), level, option, reinterpret_cast<const char*>(&value), sizeof(value)) !=
            SOCKET_ERROR;
 }
 
@@ -144,7 +101,7 @@ int Select(SocketHandle handle, Readiness kind, std::uint64_t micros)
 {
     fd_set set;
     FD_ZERO(&set);
-    set.fd_array[0] = ToNative(handle);
+    set.fd_array[0] = ToSocket(handle);
     set.fd_count = 1;
     timeval time = ToTimeval(micros);
     return select(0, kind == Readiness::READ ? &set : nullptr, kind == Readiness::WRITE ? &set : nullptr,
@@ -181,26 +138,33 @@ SocketHandle OpenSocket(bool stream, Family family)
 void CloseSocket(SocketHandle handle)
 {
     if (handle != INVALID_SOCKET_HANDLE)
-        closesocket(ToNative(handle));
+        closesocket(ToSocket(handle));
+}
+
+void AbortSocket(SocketHandle handle)
+{
+    const linger atOnce = {1, 0};
+    setsockopt(ToSocket(handle), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&atOnce), sizeof(atOnce));
+    CloseSocket(handle);
 }
 
 bool BindSocket(SocketHandle handle, const Endpoint& local, bool /*forListening*/)
 {
     // An address that a listener has left can be had again at once here without asking. SO_REUSEADDR would let another
     // process take the port of a listener that lives.
-    const NativeAddress address = ToNative(local);
-    return bind(ToNative(handle), address.Get(), address.length) != SOCKET_ERROR;
+    const NativeAddress address(local);
+    return bind(ToSocket(handle), address.Get(), address.length) != SOCKET_ERROR;
 }
 
 bool ListenSocket(SocketHandle handle, int backlog)
 {
-    return listen(ToNative(handle), backlog) != SOCKET_ERROR;
+    return listen(ToSocket(handle), backlog) != SOCKET_ERROR;
 }
 
 IoResult ConnectSocket(SocketHandle handle, const Endpoint& remote)
 {
-    const NativeAddress address = ToNative(remote);
-    if (connect(ToNative(handle), address.Get(), address.length) != SOCKET_ERROR)
+    const NativeAddress address(remote);
+    if (connect(ToSocket(handle), address.Get(), address.length) != SOCKET_ERROR)
         return IoResult::DONE;
     switch (WSAGetLastError()) {
     case WSAEWOULDBLOCK:
@@ -239,7 +203,7 @@ IoResult AcceptSocket(SocketHandle listener, SocketHandle& accepted)
 {
     // No address is asked for: with a buffer for IPv4 a connection over IPv6, or one that the peer has reset already,
     // would fail here and be lost.
-    const SOCKET socket = accept(ToNative(listener), nullptr, nullptr);
+    const SOCKET socket = accept(ToSocket(listener), nullptr, nullptr);
     if (socket == INVALID_SOCKET) {
         switch (WSAGetLastError()) {
         case WSAEWOULDBLOCK:
@@ -266,7 +230,7 @@ IoResult SendSocket(SocketHandle handle, const unsigned char* data, std::size_t&
 {
     const int offered = static_cast<int>(std::min<std::size_t>(size, INT_MAX));
     size = 0;
-    const int moved = send(ToNative(handle), reinterpret_cast<const char*>(data), offered, 0);
+    const int moved = send(ToSocket(handle), reinterpret_cast<const char*>(data), offered, 0);
     if (moved == SOCKET_ERROR)
         return FromTransferError(handle, WSAGetLastError());
     size = static_cast<std::size_t>(moved);
@@ -277,7 +241,7 @@ IoResult RecvSocket(SocketHandle handle, unsigned char* buffer, std::size_t& siz
 {
     const int room = static_cast<int>(std::min<std::size_t>(size, INT_MAX));
     size = 0;
-    const int moved = recv(ToNative(handle), reinterpret_cast<char*>(buffer), room, 0);
+    const int moved = recv(ToSocket(handle), reinterpret_cast<char*>(buffer), room, 0);
     if (moved == SOCKET_ERROR)
         return FromTransferError(handle, WSAGetLastError());
     if (moved == 0)
@@ -325,21 +289,19 @@ IoResult RecvSocketFrom(SocketHandle handle, unsigned char* buffer, std::size_t&
 
 void ShutdownSocket(SocketHandle handle)
 {
-    shutdown(ToNative(handle), SD_BOTH);
+    shutdown(ToSocket(handle), SD_BOTH);
 }
 
 bool GetLocalEndpointIP4(SocketHandle handle, Endpoint& out)
 {
     NativeAddress address;
-    address.length = sizeof(address.storage);
-    return getsockname(ToNative(handle), address.Get(), &address.length) != SOCKET_ERROR && StoreIP4(address, out);
+    return getsockname(ToSocket(handle), address.Get(), &address.length) != SOCKET_ERROR && address.GetIP4(out);
 }
 
 bool GetRemoteEndpointIP4(SocketHandle handle, Endpoint& out)
 {
     NativeAddress address;
-    address.length = sizeof(address.storage);
-    return getpeername(ToNative(handle), address.Get(), &address.length) != SOCKET_ERROR && StoreIP4(address, out);
+    return getpeername(ToSocket(handle), address.Get(), &address.length) != SOCKET_ERROR && address.GetIP4(out);
 }
 
 std::uint32_t GetRecvBufferSize(SocketHandle handle)
