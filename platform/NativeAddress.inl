@@ -59,10 +59,14 @@ struct NativeAddress
     {
         if (storage.ss_family != AF_INET || length != sizeof(sockaddr_in))
             return false;
-        sockaddr_in native;
-        std::memcpy(&native, &storage, sizeof(native));
-        out = FromNative(native);
+        out = xLoad<sockaddr_in>();
         return true;
+    }
+
+    /// The address, of either family.
+    Endpoint GetEndpoint() const
+    {
+        return storage.ss_family == AF_INET6 ? xLoad<sockaddr_in6>() : xLoad<sockaddr_in>();
     }
 
     sockaddr_storage storage = {};
@@ -75,6 +79,13 @@ private:
         ToNative(from, native);
         length = sizeof(native);
         std::memcpy(&storage, &native, sizeof(native));
+    }
+
+    template <class NATIVE> Endpoint xLoad() const
+    {
+        NATIVE native;
+        std::memcpy(&native, &storage, sizeof(native));
+        return FromNative(native);
     }
 };
 

@@ -1,6 +1,8 @@
 // Work beneath one folder, on POSIX: walking from one open folder to the next.
 #include "platform/Folders.h"
 
+#include "platform/PathWalk.h"
+
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -128,114 +130,39 @@ FileFacts FactsOf(const struct stat& status)
     return facts;
 }
 
-/// The names of a path, last one first, so that the next one is taken from the end.
-void PushNames(std::vector<std::string>& names, const std::string& path)
+/// What the walk needs of the system.
+struct PosixFolders
 {
-    std::size_t end = path.size();
-    while (end > 0) {
-        const std::size_t slash = path.rfind('/', end - 1);
-        const std::size_t start = slash == std::string::npos ? 0 : slash + 1;
-        if (start < end)
-            names.push_back(path.substr(start, end - start));
-        if (start == 0)
-            break;
-        end = start - 1;
-    }
-}
+    using HANDLE_TYPE = int;
+    using PLACE = Descriptor;
 
-/// One walk from the root to the place that a path names.
-///
-/// 1. The names of the path wait in m_names. 2. Each is opened as itself (never followed) in the folder reached so far.
-/// 3. A folder becomes the folder reached; the ones above stay open, so that ".." goes back to the folder that the walk
-/// came through, wherever it may have been moved since. 4. A link's text is put before the names that wait. 5. The walk
-/// ends at the last name: GetName() in GetFolder(), or GetFolder() itself when GetName() is empty.
-class Walk
-{
-public:
-    explicit Walk(int root)
-        : m_root(root)
+    static bool IsName(const std::string& /*name*/) { return true; }
+
+    static FileResult Find(int folder, const std::string& name, FOUND_NAME<Descriptor>& out)
     {
+        out.place = Descriptor(Repeat([&] { return ::openat(folder, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC); }));
+        struct stat status = {};
+        if (!out.place.IsOpen() || ::fstat(out.place.Get(), &status) != 0)
+            return LastResult();
+        out.kind = FactsOf(status).kind;
+        return out.kind == FileKind::LINK ? ReadLink(out.place.Get(), out.linkText) : FileResult::DONE;
     }
-
-    /// follow: a link in the last place is followed. A last name that is not there is no failure.
-    FileResult To(const std::string& path, bool follow)
-    {
-        if (path.find('\0') != std::string::npos)
-            return FileResult::BAD_NAME;
-        PushNames(m_names, path);
-        while (!m_names.empty()) {
-            const std::string name = std::move(m_names.back());
-            m_names.pop_back();
-            bool arrived = false;
-            const FileResult result = xStep(name, follow, arrived);
-            if (result != FileResult::DONE || arrived)
-                return result;
-        }
-        return FileResult::DONE;
-    }
-
-    int GetFolder() const { return m_folders.empty() ? m_root : m_folders.back().Get(); }
-    const char* GetName() const { return m_name.c_str(); }
-    bool IsFolderItself() const { return m_name.empty(); }
 
 private:
-    FileResult xStep(const std::string& name, bool follow, bool& arrived)
+    static FileResult ReadLink(int link, std::string& text)
     {
-        if (name == ".")
-            return FileResult::DONE;
-        if (name == "..") {
-            if (m_folders.empty())
-                return FileResult::ESCAPES;
-            m_folders.pop_back();
-            return FileResult::DONE;
-        }
-        const bool last = m_names.empty();
-        if (last && !follow)
-            return xArrive(name, arrived);
-        Descriptor found(Repeat([&] { return ::openat(GetFolder(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC); }));
-        if (!found.IsOpen())
-            return last && errno == ENOENT ? xArrive(name, arrived) : LastResult();
-        struct stat status = {};
-        if (::fstat(found.Get(), &status) != 0)
-            return LastResult();
-        if (S_ISLNK(status.st_mode))
-            return xFollow(found.Get());
-        if (S_ISDIR(status.st_mode)) {
-            m_folders.push_back(std::move(found));
-            return FileResult::DONE;
-        }
-        return last ? xArrive(name, arrived) : FileResult::NOT_FOLDER;
-    }
-
-    FileResult xArrive(const std::string& name, bool& arrived)
-    {
-        m_name = name;
-        arrived = true;
-        return FileResult::DONE;
-    }
-
-    FileResult xFollow(int link)
-    {
-        if (++m_linkCount > MAX_LINKS)
-            return FileResult::TOO_MANY_LINKS;
         char target[PATH_MAX];
         const ssize_t length = ::readlinkat(link, "", target, sizeof target);
         if (length < 0)
             return LastResult();
-        if (length == 0 || static_cast<std::size_t>(length) == sizeof target)
+        if (static_cast<std::size_t>(length) == sizeof target)
             return FileResult::BAD_NAME;
-        if (target[0] == '/')
-            return FileResult::ESCAPES;
-        PushNames(m_names, std::string(target, static_cast<std::size_t>(length)));
+        text.assign(target, static_cast<std::size_t>(length));
         return FileResult::DONE;
     }
-
-    int m_root; // borrowed
-    std::vector<Descriptor> m_folders;
-    std::vector<std::string> m_names;
-    std::string m_name;
-    unsigned m_linkCount = 0;
 };
+
+using Walk = PathWalk<PosixFolders>;
 
 FileResult ReadFacts(int root, const std::string& path, bool follow, FileFacts& out)
 {
@@ -245,33 +172,25 @@ FileResult ReadFacts(int root, const std::string& path, bool follow, FileFacts& 
     struct stat status = {};
     const int failed = walk.IsFolderItself()
                            ? ::fstat(walk.GetFolder(), &status)
-                           : ::fstatat(walk.GetFolder(), walk.GetName(), &status, AT_SYMLINK_NOFOLLOW);
+                           : ::fstatat(walk.GetFolder(), walk.GetName().c_str(), &status, AT_SYMLINK_NOFOLLOW);
     if (failed != 0)
         return LastResult();
     out = FactsOf(status);
     return FileResult::DONE;
 }
 
-/// Walks to the name that is to be changed, the link itself; the root has no name to change.
-FileResult WalkToName(Walk& walk, const std::string& path)
-{
-    const FileResult result = walk.To(path, false);
-    if (result != FileResult::DONE)
-        return result;
-    return walk.IsFolderItself() ? FileResult::DENIED : FileResult::DONE;
-}
-
 FileResult RenameWithoutReplacing(const Walk& from, const Walk& to)
 {
-    if (::renameat2(from.GetFolder(), from.GetName(), to.GetFolder(), to.GetName(), RENAME_NOREPLACE) == 0)
+    if (::renameat2(from.GetFolder(), from.GetName().c_str(), to.GetFolder(), to.GetName().c_str(), RENAME_NOREPLACE) ==
+        0)
         return FileResult::DONE;
     if (errno != EINVAL && errno != ENOSYS)
         return LastResult();
     // A file system that cannot rename without replacing (or a folder moved into itself, which fails below again).
     struct stat status = {};
-    if (::fstatat(to.GetFolder(), to.GetName(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+    if (::fstatat(to.GetFolder(), to.GetName().c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
         return FileResult::EXISTS;
-    return FromCall(::renameat(from.GetFolder(), from.GetName(), to.GetFolder(), to.GetName()));
+    return FromCall(::renameat(from.GetFolder(), from.GetName().c_str(), to.GetFolder(), to.GetName().c_str()));
 }
 
 } // namespace
@@ -330,7 +249,7 @@ FileResult RootFolder::OpenFile(const std::string& path, FileMode mode, bool cre
     int flags = O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     flags |= mode == FileMode::READ ? O_RDONLY : mode == FileMode::WRITE ? O_WRONLY : O_RDWR;
     const auto open = [&](int more) {
-        return Repeat([&] { return ::openat(walk.GetFolder(), walk.GetName(), flags | more, NEW_FILE_MODE); });
+        return Repeat([&] { return ::openat(walk.GetFolder(), walk.GetName().c_str(), flags | more, NEW_FILE_MODE); });
     };
     Descriptor file(open(0));
     if (!file.IsOpen() && errno == ENOENT && create) {
@@ -360,37 +279,38 @@ FileResult RootFolder::MakeFolder(const std::string& path) const
         return result;
     if (walk.IsFolderItself())
         return FileResult::EXISTS;
-    return FromCall(::mkdirat(walk.GetFolder(), walk.GetName(), NEW_FOLDER_MODE));
+    return FromCall(::mkdirat(walk.GetFolder(), walk.GetName().c_str(), NEW_FOLDER_MODE));
 }
 
 FileResult RootFolder::RemoveFolder(const std::string& path) const
 {
     Walk walk(static_cast<int>(m_handle));
-    if (const FileResult result = WalkToName(walk, path); result != FileResult::DONE)
+    if (const FileResult result = walk.ToName(path); result != FileResult::DONE)
         return result;
-    const FileResult result = FromCall(::unlinkat(walk.GetFolder(), walk.GetName(), AT_REMOVEDIR));
+    const FileResult result = FromCall(::unlinkat(walk.GetFolder(), walk.GetName().c_str(), AT_REMOVEDIR));
     return result == FileResult::EXISTS ? FileResult::NOT_EMPTY : result; // some systems say EEXIST
 }
 
 FileResult RootFolder::RemoveFile(const std::string& path) const
 {
     Walk walk(static_cast<int>(m_handle));
-    if (const FileResult result = WalkToName(walk, path); result != FileResult::DONE)
+    if (const FileResult result = walk.ToName(path); result != FileResult::DONE)
         return result;
-    return FromCall(::unlinkat(walk.GetFolder(), walk.GetName(), 0));
+    return FromCall(::unlinkat(walk.GetFolder(), walk.GetName().c_str(), 0));
 }
 
 FileResult RootFolder::Rename(const std::string& from, const std::string& to, bool replace) const
 {
     Walk source(static_cast<int>(m_handle));
     Walk target(static_cast<int>(m_handle));
-    if (const FileResult result = WalkToName(source, from); result != FileResult::DONE)
+    if (const FileResult result = source.ToName(from); result != FileResult::DONE)
         return result;
-    if (const FileResult result = WalkToName(target, to); result != FileResult::DONE)
+    if (const FileResult result = target.ToName(to); result != FileResult::DONE)
         return result;
     if (!replace)
         return RenameWithoutReplacing(source, target);
-    return FromCall(::renameat(source.GetFolder(), source.GetName(), target.GetFolder(), target.GetName()));
+    return FromCall(
+        ::renameat(source.GetFolder(), source.GetName().c_str(), target.GetFolder(), target.GetName().c_str()));
 }
 
 FileResult RootFolder::SetModified(const std::string& path, std::int64_t modifiedMs) const
@@ -408,7 +328,7 @@ FileResult RootFolder::SetModified(const std::string& path, std::int64_t modifie
     times[0].tv_nsec = UTIME_NOW;
     times[1].tv_sec = static_cast<time_t>(seconds);
     times[1].tv_nsec = static_cast<long>(rest) * 1000000;
-    const char* name = walk.IsFolderItself() ? "." : walk.GetName();
+    const char* name = walk.IsFolderItself() ? "." : walk.GetName().c_str();
     return FromCall(::utimensat(walk.GetFolder(), name, times, AT_SYMLINK_NOFOLLOW));
 }
 
@@ -433,7 +353,7 @@ FileResult FolderReader::Open(const RootFolder& root, const std::string& path)
     Walk walk(static_cast<int>(root.m_handle));
     if (const FileResult result = walk.To(path, true); result != FileResult::DONE)
         return result;
-    const char* name = walk.IsFolderItself() ? "." : walk.GetName();
+    const char* name = walk.IsFolderItself() ? "." : walk.GetName().c_str();
     Descriptor folder(Repeat([&] {
         return ::openat(walk.GetFolder(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
     }));

@@ -294,12 +294,12 @@ IoResult SendSocketTo(SocketHandle handle, const unsigned char* data, std::size_
 
 IoResult RecvSocketFrom(SocketHandle handle, unsigned char* buffer, std::size_t& size, Endpoint& from)
 {
-    sockaddr_storage sender = {};
+    NativeAddress sender;
     iovec room = {buffer, size};
     size = 0;
     msghdr message = {};
-    message.msg_name = &sender;
-    message.msg_namelen = sizeof(sender);
+    message.msg_name = &sender.storage;
+    message.msg_namelen = sender.length;
     message.msg_iov = &room;
     message.msg_iovlen = 1;
     const ssize_t received = Uninterrupted([&] { return recvmsg(ToDescriptor(handle), &message, 0); });
@@ -307,15 +307,7 @@ IoResult RecvSocketFrom(SocketHandle handle, unsigned char* buffer, std::size_t&
         return FromTransferError(errno);
     if ((message.msg_flags & MSG_TRUNC) != 0)
         return IoResult::FAILED;
-    if (sender.ss_family == AF_INET6) {
-        sockaddr_in6 native;
-        std::memcpy(&native, &sender, sizeof(native));
-        from = FromNative(native);
-    } else {
-        sockaddr_in native;
-        std::memcpy(&native, &sender, sizeof(native));
-        from = FromNative(native);
-    }
+    from = sender.GetEndpoint();
     size = static_cast<std::size_t>(received);
     return IoResult::DONE;
 }

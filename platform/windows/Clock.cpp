@@ -1,34 +1,8 @@
 #include "platform/Clock.h"
 
-#include "platform/windows/SystemHeaders.h"
+#include "platform/windows/FileTime.h"
 
 namespace kqlib::platform {
-
-namespace {
-
-// A FILETIME counts 100 ns from 1601-01-01 UTC.
-constexpr std::int64_t FILETIME_UNITS_PER_MS = 10000;
-constexpr std::int64_t MS_FROM_1601_TO_1970 = 11644473600000LL;
-
-std::int64_t MsFromFileTime(const FILETIME& time)
-{
-    const std::uint64_t units = (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
-    return static_cast<std::int64_t>(units) / FILETIME_UNITS_PER_MS - MS_FROM_1601_TO_1970;
-}
-
-// False for a time that a FILETIME cannot hold.
-bool MsToFileTime(std::int64_t wallMs, FILETIME& time)
-{
-    constexpr std::int64_t lastMs = INT64_MAX / FILETIME_UNITS_PER_MS - MS_FROM_1601_TO_1970;
-    if (wallMs < -MS_FROM_1601_TO_1970 || wallMs > lastMs)
-        return false;
-    const auto units = static_cast<std::uint64_t>((wallMs + MS_FROM_1601_TO_1970) * FILETIME_UNITS_PER_MS);
-    time.dwHighDateTime = static_cast<DWORD>(units >> 32);
-    time.dwLowDateTime = static_cast<DWORD>(units & 0xFFFFFFFFU);
-    return true;
-}
-
-} // namespace
 
 std::uint32_t TickMs()
 {

@@ -252,11 +252,11 @@ IoResult RecvSocket(SocketHandle handle, unsigned char* buffer, std::size_t& siz
 
 IoResult SendSocketTo(SocketHandle handle, const unsigned char* data, std::size_t& size, const Endpoint& to)
 {
-    const NativeAddress address = ToNative(to);
+    const NativeAddress address(to);
     const int offered = static_cast<int>(std::min<std::size_t>(size, INT_MAX));
     size = 0;
     const int moved =
-        sendto(ToNative(handle), reinterpret_cast<const char*>(data), offered, 0, address.Get(), address.length);
+        sendto(ToSocket(handle), reinterpret_cast<const char*>(data), offered, 0, address.Get(), address.length);
     if (moved == SOCKET_ERROR)
         return FromTransferError(handle, WSAGetLastError());
     size = static_cast<std::size_t>(moved);
@@ -266,23 +266,13 @@ IoResult SendSocketTo(SocketHandle handle, const unsigned char* data, std::size_
 IoResult RecvSocketFrom(SocketHandle handle, unsigned char* buffer, std::size_t& size, Endpoint& from)
 {
     NativeAddress sender;
-    sender.length = sizeof(sender.storage);
     const int room = static_cast<int>(std::min<std::size_t>(size, INT_MAX));
     size = 0;
     const int moved =
-        recvfrom(ToNative(handle), reinterpret_cast<char*>(buffer), room, 0, sender.Get(), &sender.length);
+        recvfrom(ToSocket(handle), reinterpret_cast<char*>(buffer), room, 0, sender.Get(), &sender.length);
     if (moved == SOCKET_ERROR)
         return FromTransferError(handle, WSAGetLastError());
-    if (sender.storage.ss_family == AF_INET6) {
-        sockaddr_in6 ip6{};
-        std::memcpy(&ip6, &sender.storage, sizeof(ip6));
-        from = {};
-        from.family = Family::IP6;
-        from.port = ntohs(ip6.sin6_port);
-        std::memcpy(from.bytes, &ip6.sin6_addr, sizeof(ip6.sin6_addr));
-    } else if (!StoreIP4(sender, from)) {
-        return IoResult::FAILED;
-    }
+    from = sender.GetEndpoint();
     size = static_cast<std::size_t>(moved);
     return IoResult::DONE;
 }
