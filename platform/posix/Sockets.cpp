@@ -281,11 +281,11 @@ IoResult RecvSocket(SocketHandle handle, unsigned char* buffer, std::size_t& siz
 
 IoResult SendSocketTo(SocketHandle handle, const unsigned char* data, std::size_t& size, const Endpoint& to)
 {
-    const NATIVEADDRESS address(to);
+    const NativeAddress address(to);
     const std::size_t offered = size;
     size = 0;
     const ssize_t sent = Uninterrupted(
-        [&] { return sendto(ToDescriptor(handle), data, offered, MSG_NOSIGNAL, address.Get(), address.size); });
+        [&] { return sendto(ToDescriptor(handle), data, offered, MSG_NOSIGNAL, address.Get(), address.length); });
     if (sent < 0)
         return FromTransferError(errno);
     size = static_cast<std::size_t>(sent);
