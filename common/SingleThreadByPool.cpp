@@ -63,4 +63,9 @@ ThreadPool& SingleThreadByPool::xGetPool() const
     return m_pool;
 }
 
+ULONG SingleThreadByPool::xsGetEndedCount()
+{
+    return ThreadControl::sGetEndedCount();
+}
+
 } // namespace kqlib

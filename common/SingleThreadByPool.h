@@ -44,6 +44,10 @@ protected:
     bool xShouldThreadEnd() const;
     ThreadPool& xGetPool() const;
 
+    /// Changes whenever xIsThreadRunning of any object has turned false (wraps at 2^32): who looks through many objects
+    /// for ended ones need not look while it stays the same.
+    static ULONG xsGetEndedCount();
+
 private:
     struct CONTROL;
     ThreadPool& m_pool;

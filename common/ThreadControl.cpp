@@ -2,6 +2,17 @@
 
 namespace kqlib {
 
+namespace {
+
+std::atomic<std::uint32_t> endedCount{0};
+
+} // namespace
+
+std::uint32_t ThreadControl::sGetEndedCount()
+{
+    return endedCount.load();
+}
+
 bool ThreadControl::Start()
 {
     std::lock_guard lock(m_mutex);
@@ -17,6 +28,7 @@ void ThreadControl::CancelStart()
 {
     std::lock_guard lock(m_mutex);
     m_running.store(false);
+    endedCount.fetch_add(1);
     m_ended.notify_all();
 }
 
@@ -31,6 +43,7 @@ void ThreadControl::LeaveBody()
     std::lock_guard lock(m_mutex);
     m_bodyThread = std::thread::id();
     m_running.store(false);
+    endedCount.fetch_add(1);
     m_ended.notify_all();
 }
 

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <thread>
 
@@ -31,6 +32,9 @@ public:
     void WaitUntilEnded();
     /// True on the thread that is in the body.
     bool IsOwnThread() const;
+
+    /// How often any object's IsRunning has turned false in this process, counted just afterwards; wraps at 2^32.
+    static std::uint32_t sGetEndedCount();
 
 private:
     mutable std::mutex m_mutex;

@@ -210,6 +210,8 @@ private:
     SESSIONS m_incoming; // changed under m_lock and m_sessionsGateway, read under either
     SESSIONS m_outgoing; // the same
     std::uint32_t m_nextSession = 0;
+    std::uint32_t m_endedAtLook = 0; // count of ended threads when xRemoveDone looked through the lists last
+    bool m_cameSinceLook = false;    // a session was added since
 
     // Lock order: m_listenGateway, m_lock, m_sessionsGateway.
     ThreadGateway m_listenGateway;   // one Init, StartListen or StopListen at a time

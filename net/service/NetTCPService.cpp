@@ -1,0 +1,589 @@
+#include "net/service/NetTCPService.h"
+
+#include "platform/Clock.h"
+#include "platform/Threads.h"
+
+#include "common/EventLogSettings.h"
+#include "net/session/NetTCPSession.h"
+#include "net/sockets/NetTCP.h"
+#include "net/status/NetServiceLiveStatus.h"
+#include "net/status/NetSessionStatus.h"
+
+#include <algorithm>
+
+namespace kqlib {
+
+namespace {
+
+constexpr int MESSAGE_START_FAILED = 3;
+
+constexpr ULONG CONTROL_DISCONNECT = 1;
+constexpr ULONG CONTROL_STOP_TRANSFER = 2;
+
+constexpr unsigned long PURGE_SECONDS = 3600;
+
+constexpr std::uint32_t IDLE_MS = 2;         // between looks at the hand-over and at the incoming limit
+constexpr std::uint32_t ACCEPT_BLOCK_MS = 2; // one wait for a connection
+constexpr std::uint32_t NO_LISTENER_MS = 50; // while no port is open
+
+/// Calls action with each session, incoming ones first.
+template <class SESSIONS, class ACTION> void ForEachSession(SESSIONS& incoming, SESSIONS& outgoing, ACTION action)
+{
+    for (SESSIONS* sessions : {&incoming, &outgoing})
+        for (ULONG index = 0; index < sessions->GetCount(); ++index)
+            action(sessions->Get(index));
+}
+
+} // namespace
+
+struct NetTCPService::THREADSTATE
+{
+    LISTENERS listeners;  // while holding
+    bool holding = false; // the listeners are here
+    ULONG nextListener = 0;
+    ULONG incoming = 0; // sessions in this pass
+    ULONG outgoing = 0;
+    NetSessionActivity activity;
+    TimePos now;
+    ULONG timeUnit = 0;
+};
+
+// ---------------------------------------------------------------------------------------------- life and settings
+
+NetTCPService::NetTCPService(ThreadPool& pool, NetDNSCache& cache)
+    : SingleThreadByPool(pool)
+    , m_resolver(NetIP::LOOKUP_ANY, cache)
+    , m_logPurge(pool)
+    , m_eventLog(nullptr)
+{
+    m_ownEventLogs.push_back(std::make_unique<EventLog>());
+    m_eventLog = m_ownEventLogs.back().get();
+    m_logPurge.InitMonitorLog(m_sessionLog);
+    m_logPurge.InitMonitorLog(m_activityLog);
+}
+
+NetTCPService::~NetTCPService()
+{
+    xEndThread();
+    m_logPurge.Stop();
+    xStopListen();
+    CloseSessionsAsync();
+    CloseSessions();
+    GetEventLog().PrintPurge();
+}
+
+bool NetTCPService::Init(Messages& messages)
+{
+    const ThreadGatewayGuard alone(m_listenGateway);
+    if (xIsThreadRunning())
+        return true;
+    if (xRunThread() && m_logPurge.Start()) {
+        const ThreadGatewayGuard guard(m_lock);
+        m_status.SetCreateTimeNow();
+        return true;
+    }
+    xEndThread();
+    m_logPurge.Stop();
+    messages.AddMessage(MESSAGE_START_FAILED);
+    return false;
+}
+
+void NetTCPService::SetSettings(const NetPortBinds& binds, unsigned long maxIncoming, unsigned long maxOutgoing)
+{
+    const ThreadGatewayGuard guard(m_lock);
+    m_binds = binds;
+    m_maxIncoming = static_cast<std::uint32_t>(maxIncoming);
+    m_maxOutgoing = static_cast<std::uint32_t>(maxOutgoing);
+}
+
+void NetTCPService::SetLogModeNormal(const EventLogSettings& settings, bool logEvents)
+{
+    const ThreadGatewayGuard guard(m_lock);
+    if (m_eventLogShared) {
+        m_ownEventLogs.push_back(std::make_unique<EventLog>());
+        m_eventLog = m_ownEventLogs.back().get();
+        m_eventLogShared = false;
+    }
+    m_logEvents = logEvents;
+    GetEventLog().SetSettings(settings);
+}
+
+void NetTCPService::SetLogModeShared(EventLog* const eventLog, bool logEvents)
+{
+    const ThreadGatewayGuard guard(m_lock);
+    if (!m_eventLogShared) {
+        // Its file is closed, but sessions may still refer to the object: it goes with the service.
+        GetEventLog().SetSettings(EventLogSettings());
+        m_eventLogShared = true;
+    }
+    m_logEvents = logEvents;
+    m_eventLog = eventLog;
+}
+
+void NetTCPService::SetMonitoringEnabled(const FilePath& folder, const String& prefix, const String& activityName,
+                                         const String& sessionName)
+{
+    m_activityLog.SetSettings(true, PURGE_SECONDS, folder, prefix, activityName);
+    m_sessionLog.SetSettings(true, PURGE_SECONDS, folder, prefix, sessionName);
+}
+
+void NetTCPService::SetMonitoringDisabled()
+{
+    m_activityLog.SetSettings(false, PURGE_SECONDS, FilePath(), String(), String());
+    m_sessionLog.SetSettings(false, PURGE_SECONDS, FilePath(), String(), String());
+}
+
+// ------------------------------------------------------------------------------------------------ listening ports
+
+void NetTCPService::StartListen(NetPortBinds& failed)
+{
+    const ThreadGatewayGuard alone(m_listenGateway);
+    NetPortBinds binds;
+    {
+        const ThreadGatewayGuard guard(m_lock);
+        binds = m_binds;
+    }
+    if (!xIsThreadRunning()) {
+        for (const NetPortBind& bind : binds)
+            failed.Add(bind);
+        return;
+    }
+    std::vector<WANTED> wanted;
+    xResolveBinds(binds, wanted, failed);
+
+    xLockListenerAccess();
+    {
+        const ThreadGatewayGuard guard(m_lock);
+        xCloseUnwantedPreLocked(wanted);
+        for (const WANTED& place : wanted)
+            if (!xIsServedPreLocked(place) && !xOpenListenerPreLocked(place))
+                failed.Add(*place.bind);
+        xPublishPortsPreLocked();
+    }
+    xUnlockListenerAccess();
+}
+
+void NetTCPService::StopListen()
+{
+    xStopListen();
+}
+
+void NetTCPService::xStopListen()
+{
+    const ThreadGatewayGuard alone(m_listenGateway);
+    xLockListenerAccess();
+    {
+        const ThreadGatewayGuard guard(m_lock);
+        xCloseUnwantedPreLocked({});
+        xPublishPortsPreLocked();
+    }
+    xUnlockListenerAccess();
+}
+
+void NetTCPService::xResolveBinds(const NetPortBinds& binds, std::vector<WANTED>& wanted, NetPortBinds& failed)
+{
+    for (const NetPortBind& bind : binds) {
+        NetIP ip; // stays 0.0.0.0, every address, for a binding without a host
+        Messages ignored;
+        if (bind.GetHost().empty() || m_resolver.ResolveHost(bind.GetHost(), true, ip, ignored))
+            wanted.push_back({ip, bind.GetPort(), &bind});
+        else
+            failed.Add(bind);
+    }
+}
+
+void NetTCPService::xCloseUnwantedPreLocked(const std::vector<WANTED>& wanted)
+{
+    for (ULONG index = 0; index < m_listeners.GetCount();) {
+        const NetIP ip = m_listeners.Get(index).GetLocalIP();
+        const USHORT port = m_listeners.Get(index).GetLocalPort();
+        if (std::any_of(wanted.begin(), wanted.end(),
+                        [&](const WANTED& place) { return place.ip == ip && place.port == port; }))
+        {
+            ++index;
+            continue;
+        }
+        xLogPortPreLocked("Close Listening Port", ip, port);
+        m_listeners.Delete(index);
+    }
+}
+
+bool NetTCPService::xIsServedPreLocked(const WANTED& wanted) const
+{
+    for (ULONG index = 0; index < m_listeners.GetCount(); ++index)
+        if (m_listeners.Get(index).GetLocalIP() == wanted.ip && m_listeners.Get(index).GetLocalPort() == wanted.port)
+            return true;
+    return false;
+}
+
+bool NetTCPService::xOpenListenerPreLocked(const WANTED& wanted)
+{
+    NetDNSCache* const cache = m_resolver.GetCache();
+    auto listener = cache != nullptr ? std::make_unique<NetTCP>(NetIP::LOOKUP_ANY, *cache)
+                                     : std::make_unique<NetTCP>(NetIP::LOOKUP_ANY);
+    const String ipText = wanted.ip.GetText();
+    const bool opened = ipText == NetIP::ANY_IP4.GetText() ? listener->ListenAll(wanted.port)
+                                                           : listener->ListenSpecific(wanted.port, ipText);
+    if (!opened) {
+        xLogPortPreLocked("Open Listening Port Fail", wanted.ip, wanted.port);
+        return false;
+    }
+    xLogPortPreLocked("Open Listening Port Success", listener->GetLocalIP(), listener->GetLocalPort());
+    m_listeners.Give(listener.release());
+    return true;
+}
+
+void NetTCPService::xPublishPortsPreLocked()
+{
+    Vector<NetServiceStatus::ACTIVEPORT> ports;
+    for (ULONG index = 0; index < m_listeners.GetCount(); ++index)
+        ports.Add({m_listeners.Get(index).GetLocalIP(), m_listeners.Get(index).GetLocalPort()});
+    m_status.SetActivePorts(ports);
+}
+
+void NetTCPService::xLogPortPreLocked(const char* event, const NetIP& ip, USHORT port)
+{
+    if (m_logEvents)
+        GetEventLog().PrintServiceNormal(event, ip.GetText() + ":" + String::sToString(port), String());
+}
+
+// -------------------------------------------------------------------------- the hand-over of the listening sockets
+
+void NetTCPService::xLockListenerAccess()
+{
+    m_lock.Lock();
+    m_accessRequested = true;
+    while (xIsListenerAccessWithThreadPreLocked()) {
+        m_lock.Unlock();
+        const bool threadRuns = xIsThreadRunning();
+        if (threadRuns)
+            platform::SleepMs(IDLE_MS);
+        m_lock.Lock();
+        if (!threadRuns)
+            break; // it has put its listeners back, or never had any
+    }
+    xGiveListenerAccessPreLocked();
+    m_lock.Unlock();
+}
+
+void NetTCPService::xUnlockListenerAccess()
+{
+    const ThreadGatewayGuard guard(m_lock);
+    m_accessWithThread = true;
+}
+
+void NetTCPService::xGiveListenerAccessPreLocked()
+{
+    m_accessRequested = false;
+    m_accessWithThread = false;
+}
+
+bool NetTCPService::xIsListenerAccessReqPreLocked() const
+{
+    return m_accessRequested;
+}
+
+bool NetTCPService::xIsListenerAccessWithThreadPreLocked() const
+{
+    return m_accessWithThread;
+}
+
+// --------------------------------------------------------------------------------------------- the listener thread
+
+void NetTCPService::xThread()
+{
+    {
+        const ThreadGatewayGuard guard(m_lock);
+        m_listenerThreadId = platform::CurrentThreadId();
+    }
+    THREADSTATE state;
+    while (!xShouldThreadEnd()) {
+        if (xPreparePass(state))
+            xServeConnection(xAcceptConnection(state.listeners, state.nextListener), state);
+        else
+            platform::SleepMs(IDLE_MS);
+        xRecordActivity(state);
+    }
+    if (state.holding) {
+        // They stay open: whoever asked for them, or the destructor, closes them.
+        const ThreadGatewayGuard guard(m_lock);
+        m_listeners.TakeAll(state.listeners);
+    }
+}
+
+/// Takes or hands back the listeners and retires finished sessions. True when a connection may be accepted.
+bool NetTCPService::xPreparePass(THREADSTATE& state)
+{
+    const ThreadGatewayGuard guard(m_lock);
+    if (!state.holding && xIsListenerAccessWithThreadPreLocked()) {
+        state.listeners.TakeAll(m_listeners);
+        state.holding = true;
+    }
+    if (state.holding && xIsListenerAccessReqPreLocked()) {
+        m_listeners.TakeAll(state.listeners);
+        xGiveListenerAccessPreLocked();
+        state.holding = false;
+    }
+    xRemoveDone();
+    state.incoming = m_incoming.GetCount();
+    state.outgoing = m_outgoing.GetCount();
+    return state.holding && state.incoming < m_maxIncoming;
+}
+
+NetTCP* NetTCPService::xAcceptConnection(LISTENERS& listeners, ULONG& index)
+{
+    bool anyListens = false;
+    for (ULONG examined = 0; examined < listeners.GetCount(); ++examined) {
+        if (index >= listeners.GetCount())
+            index = 0;
+        NetTCP& listener = listeners.Get(index);
+        ++index; // also past one that has a connection, so that the ports are served in turn
+        if (!listener.IsListening())
+            continue;
+        listener.SetBlockTime(anyListens ? 0 : ACCEPT_BLOCK_MS);
+        anyListens = true;
+        if (NetTCP* connection = listener.Accept())
+            return connection;
+    }
+    if (!anyListens)
+        platform::SleepMs(NO_LISTENER_MS);
+    return nullptr;
+}
+
+void NetTCPService::xServeConnection(NetTCP* connection, THREADSTATE& state)
+{
+    if (connection == nullptr)
+        return;
+    const ThreadGatewayGuard guard(m_lock);
+    NetTCPSession* session = xCreateSession(connection, xGenSessionIDPreLocked());
+    if (session == nullptr) {
+        delete connection;
+        return;
+    }
+    xAddSessionPreLocked(m_incoming, session);
+    ++state.incoming;
+}
+
+/// Writes one sample of the current connections per time unit.
+void NetTCPService::xRecordActivity(THREADSTATE& state)
+{
+    state.now.SetNow();
+    const ULONG timeUnit = NetSessionActivity::sConvertToTimeUnit(state.now);
+    if (timeUnit == state.timeUnit)
+        return;
+    state.activity.SetTimeUnit(timeUnit);
+    state.activity.SetCurrentConnectionsIn(state.incoming);
+    state.activity.SetCurrentConnectionsOut(state.outgoing);
+    Messages ignored; // a sample that cannot be written is lost, the next one comes with the next unit
+    m_activityLog.AddEntry(state.activity, ignored);
+    state.timeUnit = timeUnit;
+}
+
+EventLogSessionID NetTCPService::GenSessionID()
+{
+    const ThreadGatewayGuard guard(m_lock);
+    return xGenSessionIDPreLocked();
+}
+
+EventLogSessionID NetTCPService::xGenSessionIDPreLocked()
+{
+    return EventLogSessionID(m_nextSession++, m_listenerThreadId);
+}
+
+// ------------------------------------------------------------------------------------------------------- sessions
+
+bool NetTCPService::AddOutgoingConnection(NetTCPSession* session)
+{
+    if (!xIsThreadRunning())
+        return false;
+    const ThreadGatewayGuard guard(m_lock);
+    if (m_outgoing.GetCount() < m_maxOutgoing)
+        xAddSessionPreLocked(m_outgoing, session);
+    return true; // also when it was not taken, kept on purpose
+}
+
+void NetTCPService::CloseSessions()
+{
+    const ThreadGatewayGuard guard(m_lock);
+    xCloseSessions();
+}
+
+void NetTCPService::CloseSessionsAsync()
+{
+    const ThreadGatewayGuard guard(m_lock);
+    xCloseSessionsAsync();
+}
+
+unsigned long NetTCPService::xRemoveDone()
+{
+    // With thousands of sessions a look at each would cost every pass more than its accept: unless some thread has
+    // ended or a session come since the last look, there is nothing to find.
+    const auto endedCount = static_cast<std::uint32_t>(xsGetEndedCount());
+    if (endedCount == m_endedAtLook && !m_cameSinceLook)
+        return 0;
+    m_endedAtLook = endedCount;
+    m_cameSinceLook = false;
+    const ULONG removed = xRemoveDonePreLocked(m_outgoing);
+    return removed + xRemoveDonePreLocked(m_incoming);
+}
+
+ULONG NetTCPService::xRemoveDonePreLocked(SESSIONS& sessions)
+{
+    ULONG removed = 0;
+    for (ULONG index = 0; index < sessions.GetCount();) {
+        if (!sessions.Get(index).IsComplete()) {
+            ++index;
+            continue;
+        }
+        xRetirePreLocked(sessions.Get(index));
+        xDeleteSessionPreLocked(sessions, index);
+        ++removed;
+    }
+    return removed;
+}
+
+void NetTCPService::xRetirePreLocked(const NetTCPSession& session)
+{
+    NetSessionLiveStatus live;
+    session.GetStatus(live);
+    m_status.AddDataFrom(live.GetStatus());
+    Messages ignored; // a record that cannot be written, or no log, does not keep the session
+    m_sessionLog.AddEntry(live.GetStatus(), ignored);
+}
+
+void NetTCPService::xAddSessionPreLocked(SESSIONS& sessions, NetTCPSession* session)
+{
+    const ThreadGatewayGuard guard(m_sessionsGateway);
+    sessions.Give(session);
+    m_cameSinceLook = true; // it may be complete already
+}
+
+void NetTCPService::xDeleteSessionPreLocked(SESSIONS& sessions, ULONG index)
+{
+    std::unique_ptr<NetTCPSession> session; // deleted after the lists are free again
+    const ThreadGatewayGuard guard(m_sessionsGateway);
+    session.reset(sessions.Remove(index));
+}
+
+void NetTCPService::xCloseSessions()
+{
+    xCloseListPreLocked(m_incoming);
+    xCloseListPreLocked(m_outgoing);
+}
+
+void NetTCPService::xCloseListPreLocked(SESSIONS& sessions)
+{
+    while (sessions.GetCount() > 0) {
+        sessions.Get(0).ForceComplete();
+        xRetirePreLocked(sessions.Get(0));
+        xDeleteSessionPreLocked(sessions, 0);
+    }
+}
+
+void NetTCPService::xCloseSessionsAsync()
+{
+    ForEachSession(m_incoming, m_outgoing, [](NetTCPSession& session) { session.ForceCompleteAsync(); });
+}
+
+// ----------------------------------------------------------------------------------------------- control messages
+
+void NetTCPService::SendControlMsg(const EventLogSessionID& id, unsigned long code, const String& text)
+{
+    const ThreadGatewayGuard guard(m_sessionsGateway);
+    ForEachSession(m_incoming, m_outgoing,
+                   [&](NetTCPSession& session) { session.SendControlMsgIfYourID(id, code, text); });
+}
+
+void NetTCPService::SendControlMsgAll(unsigned long code, const String& text)
+{
+    const ThreadGatewayGuard guard(m_sessionsGateway);
+    ForEachSession(m_incoming, m_outgoing, [&](NetTCPSession& session) { session.SendControlMsg(code, text); });
+}
+
+void NetTCPService::SendControlMsgDisconnect(const EventLogSessionID& id, const String& text)
+{
+    SendControlMsg(id, CONTROL_DISCONNECT, text);
+}
+
+void NetTCPService::SendControlMsgDisconnectAll(const String& text)
+{
+    SendControlMsgAll(CONTROL_DISCONNECT, text);
+}
+
+void NetTCPService::SendControlMsgStopTransfer(const EventLogSessionID& id, const String& text)
+{
+    SendControlMsg(id, CONTROL_STOP_TRANSFER, text);
+}
+
+void NetTCPService::SendControlMsgStopTransferAll(const String& text)
+{
+    SendControlMsgAll(CONTROL_STOP_TRANSFER, text);
+}
+
+// ------------------------------------------------------------------------------------------------------ questions
+
+bool NetTCPService::GetIsActive() const
+{
+    return xIsThreadRunning();
+}
+
+bool NetTCPService::GetIsListening() const
+{
+    const ThreadGatewayGuard guard(m_lock);
+    return m_status.GetActivePorts().GetCount() > 0;
+}
+
+void NetTCPService::GetListeningPorts(Vector<NetServiceStatus::ACTIVEPORT>& ports) const
+{
+    const ThreadGatewayGuard guard(m_lock);
+    ports = m_status.GetActivePorts();
+}
+
+bool NetTCPService::GetIsMaxIncomingConnectionsReached() const
+{
+    const ThreadGatewayGuard guard(m_lock);
+    return m_incoming.GetCount() >= m_maxIncoming;
+}
+
+bool NetTCPService::GetIsMaxOutgoingConnectionsReached() const
+{
+    const ThreadGatewayGuard guard(m_lock);
+    return m_outgoing.GetCount() >= m_maxOutgoing;
+}
+
+void NetTCPService::GetLiveSessions(NetServiceLiveStatus& out)
+{
+    const ThreadGatewayGuard guard(m_lock);
+    ForEachSession(m_incoming, m_outgoing, [&](const NetTCPSession& session) {
+        auto live = std::make_unique<NetSessionLiveStatus>();
+        session.GetStatus(*live);
+        out.GiveStatus(live.release());
+    });
+}
+
+void NetTCPService::GetStatus(NetServiceStatus& out) const
+{
+    const ThreadGatewayGuard guard(m_lock);
+    out = m_status;
+    out.SetCurrentConnectionsIn(m_incoming.GetCount());
+    out.SetCurrentConnectionsOut(m_outgoing.GetCount());
+    ForEachSession(m_incoming, m_outgoing, [&](const NetTCPSession& session) {
+        NetSessionLiveStatus live;
+        session.GetStatus(live);
+        out.AddDataFrom(live.GetStatus());
+    });
+}
+
+bool NetTCPService::QueryActivity(const DataLogQuery& query, const ThreadEvent& cancel, DataLogResults& results,
+                                  Messages& messages)
+{
+    return m_activityLog.Query(query, cancel, NetSessionActivity(), results, messages);
+}
+
+bool NetTCPService::QueryOldSessions(const DataLogQuery& query, const ThreadEvent& cancel, DataLogResults& results,
+                                     Messages& messages)
+{
+    return m_sessionLog.Query(query, cancel, NetSessionStatus(), results, messages);
+}
+
+} // namespace kqlib

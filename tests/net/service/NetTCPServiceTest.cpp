@@ -1,0 +1,558 @@
+// The listener of a service: start-up, ports, accepting, settings, logs.
+#include "net/service/NetTCPService.h"
+
+#include "common/EventLogSettings.h"
+#include "net/status/NetServiceLiveStatus.h"
+#include "platform/Clock.h"
+#include "platform/Threads.h"
+#include "tests/net/service/ServiceFixture.h"
+#include "tests/peers/DescriptorShortage.h"
+#include "tests/peers/TempFolder.h"
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <thread>
+
+namespace kqlib::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+using TEXTS = std::vector<std::string>;
+
+std::string ReadFile(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+/// The one file of a folder, empty when there is none.
+std::string ReadOnlyFile(const TempFolder& folder)
+{
+    for (const auto& entry : std::filesystem::directory_iterator(folder.GetPath()))
+        return ReadFile(entry.path());
+    return std::string();
+}
+
+class NetTCPServiceTest : public ServiceFixture
+{
+protected:
+    std::string Port(USHORT port) const { return "127.0.0.1:" + std::to_string(port); }
+    std::string Opened(USHORT port) const { return "Open Listening Port Success|" + Port(port) + "|"; }
+    std::string Closed(USHORT port) const { return "Close Listening Port|" + Port(port) + "|"; }
+    std::string Failed(USHORT port) const { return "Open Listening Port Fail|" + Port(port) + "|"; }
+};
+
+// ------------------------------------------------------------------------------------------------------ start-up
+
+TEST_F(NetTCPServiceTest, Construct_Fresh_NothingRuns)
+{
+    EXPECT_FALSE(m_service->GetIsActive());
+    EXPECT_FALSE(m_service->GetIsListening());
+    NetServiceStatus status;
+    m_service->GetStatus(status);
+    EXPECT_FALSE(status.GetCreateTime().IsSet());
+}
+
+TEST_F(NetTCPServiceTest, Init_TwiceThenStatus_ActiveAndCreateTimeStamped)
+{
+    const TimePos before = TimePos::sNow();
+    Messages messages;
+    EXPECT_TRUE(m_service->Init(messages));
+    EXPECT_TRUE(m_service->GetIsActive());
+    NetServiceStatus first;
+    m_service->GetStatus(first);
+    EXPECT_GE(first.GetCreateTime(), before);
+    EXPECT_LE(first.GetCreateTime(), TimePos::sNow());
+
+    EXPECT_TRUE(m_service->Init(messages));
+    NetServiceStatus second;
+    m_service->GetStatus(second);
+    EXPECT_EQ(second.GetCreateTime(), first.GetCreateTime()) << "the second Init does nothing";
+    EXPECT_EQ(messages.GetMessageCount(), 0U);
+}
+
+TEST_F(NetTCPServiceTest, Init_NoThreadForThePurger_Message3AndNothingRuns)
+{
+    ThreadPool onlyOne(1);
+    TestService service(onlyOne, m_cache);
+    Messages messages;
+    messages.AddMessage(99);
+    EXPECT_FALSE(service.Init(messages));
+    ASSERT_EQ(messages.GetMessageCount(), 2U);
+    EXPECT_EQ(messages.Get(1), 3);
+    EXPECT_FALSE(service.GetIsActive());
+    NetServiceStatus status;
+    service.GetStatus(status);
+    EXPECT_FALSE(status.GetCreateTime().IsSet());
+}
+
+TEST_F(NetTCPServiceTest, Init_NoThreadAtAll_Message3)
+{
+    ThreadPool busy(1);
+    std::atomic<bool> end{false};
+    ASSERT_TRUE(busy.Run([&end] { WaitFor([&end] { return end.load(); }, 20000); }));
+    {
+        TestService service(busy, m_cache);
+        Messages messages;
+        EXPECT_FALSE(service.Init(messages));
+        ASSERT_EQ(messages.GetMessageCount(), 1U);
+        EXPECT_EQ(messages.Get(0), 3);
+    }
+    end = true;
+}
+
+// --------------------------------------------------------------------------------------------------------- ports
+
+TEST_F(NetTCPServiceTest, StartListen_BeforeInit_EveryBindingFailedAndAppended)
+{
+    m_service->SetSettings(Binds("127.0.0.1:0,21,x:990"), 10, 10);
+    NetPortBinds failed = Binds("7");
+    m_service->StartListen(failed);
+    EXPECT_EQ(failed.GetLine(), String("7,127.0.0.1:0,21,x:990"));
+    EXPECT_FALSE(m_service->GetIsListening());
+    EXPECT_THAT(m_log.GetEvents(), IsEmpty());
+}
+
+TEST_F(NetTCPServiceTest, StartListen_RandomPort_ActualPortLoggedAndListed)
+{
+    const USHORT port = Start();
+    EXPECT_NE(port, 0);
+    EXPECT_TRUE(m_service->GetIsListening());
+    EXPECT_THAT(m_log.GetServiceTexts(), ElementsAre(Opened(port)));
+    NetServiceStatus status;
+    m_service->GetStatus(status);
+    ASSERT_EQ(status.GetActivePorts().GetCount(), 1U);
+    EXPECT_EQ(status.GetActivePorts().Get(0).port, port);
+    EXPECT_TRUE(status.GetActivePorts().Get(0).ip == NetIP(String("127.0.0.1")));
+    TestClient client(port);
+    EXPECT_TRUE(client.Talk("hello"));
+}
+
+TEST_F(NetTCPServiceTest, StartListen_EmptyHost_AllAddresses)
+{
+    const USHORT port = Start("0");
+    EXPECT_THAT(m_log.GetServiceTexts(),
+                ElementsAre("Open Listening Port Success|0.0.0.0:" + std::to_string(port) + "|"));
+    TestClient client(port);
+    EXPECT_TRUE(client.Talk("hello"));
+}
+
+TEST_F(NetTCPServiceTest, StartListen_PortInUse_FailLoggedOthersOpened)
+{
+    NetTCP other(NetIP::LOOKUP_ANY);
+    ASSERT_TRUE(other.ListenSpecific(0, NetIP(String("127.0.0.1"))));
+    const USHORT busy = other.GetLocalPort();
+    Init("127.0.0.1:" + std::to_string(busy) + ",127.0.0.1:0");
+    NetPortBinds failed;
+    m_service->StartListen(failed);
+    EXPECT_EQ(failed.GetLine(), String(Port(busy)));
+    ASSERT_EQ(GetPorts().size(), 1U);
+    EXPECT_THAT(m_log.GetServiceTexts(), ElementsAre(Failed(busy), Opened(GetPorts()[0])));
+
+    other.Close();
+    NetPortBinds again;
+    m_service->StartListen(again);
+    EXPECT_EQ(again.GetCount(), 0U) << "the port is free now";
+    EXPECT_EQ(GetPorts().size(), 2U);
+}
+
+TEST_F(NetTCPServiceTest, StartListen_HostCannotBeResolved_FailedAndNothingLogged)
+{
+    Init("not..a..name:21,127.0.0.1:0");
+    NetPortBinds failed;
+    m_service->StartListen(failed);
+    EXPECT_EQ(failed.GetLine(), String("not..a..name:21"));
+    ASSERT_EQ(GetPorts().size(), 1U);
+    EXPECT_THAT(m_log.GetServiceTexts(), ElementsAre(Opened(GetPorts()[0])));
+}
+
+TEST_F(NetTCPServiceTest, StartListen_HostFromTheSharedCache_Resolved)
+{
+    VectorPtr<String> addresses;
+    addresses.Give(new String("127.0.0.1"));
+    m_cache.CacheALookup("server.example", platform::TickMs() + 60000, addresses);
+    const USHORT port = Start("server.example:0");
+    EXPECT_THAT(m_log.GetServiceTexts(), ElementsAre(Opened(port)));
+}
+
+TEST_F(NetTCPServiceTest, StartListen_LogEventsOff_NothingLogged)
+{
+    m_service->SetLogModeShared(&m_log, false);
+    Start();
+    m_service->StopListen();
+    EXPECT_THAT(m_log.GetServiceTexts(), IsEmpty());
+}
+
+TEST_F(NetTCPServiceTest, StartListen_EqualBindings_SecondSatisfiedSilently)
+{
+    const USHORT fixed = FreePort();
+    Init("127.0.0.1:" + std::to_string(fixed) + ",127.0.0.1:" + std::to_string(fixed));
+    NetPortBinds failed;
+    m_service->StartListen(failed);
+    EXPECT_EQ(failed.GetCount(), 0U);
+    EXPECT_THAT(m_log.GetServiceTexts(), ElementsAre(Opened(fixed)));
+}
+
+TEST_F(NetTCPServiceTest, StartListen_OneBindingChanged_OtherKeepsItsSocket)
+{
+    const USHORT kept = FreePort();
+    const USHORT left = FreePort();
+    const USHORT taken = FreePort();
+    Init(Port(kept) + "," + Port(left), 0);
+    NetPortBinds failed;
+    m_service->StartListen(failed);
+    ASSERT_EQ(failed.GetCount(), 0U);
+    TestClient waiting(kept); // in the backlog of that very socket, for nothing is accepted yet
+    ASSERT_TRUE(waiting.IsConnected());
+    m_log.Clear();
+
+    m_service->SetSettings(Binds(Port(kept) + "," + Port(taken)), 10, 0);
+    m_service->StartListen(failed);
+    EXPECT_EQ(failed.GetCount(), 0U);
+    EXPECT_THAT(m_log.GetServiceTexts(), ElementsAre(Closed(left), Opened(taken)));
+    EXPECT_THAT(GetPorts(), ElementsAre(kept, taken));
+    EXPECT_TRUE(waiting.Talk("still here"));
+    EXPECT_FALSE(TestClient(left).IsConnected());
+    EXPECT_TRUE(TestClient(taken).Talk("new"));
+}
+
+TEST_F(NetTCPServiceTest, StartListen_UnchangedRandomPort_OpenedAnewOnPurpose)
+{
+    const USHORT before = Start();
+    m_log.Clear();
+    NetPortBinds failed;
+    m_service->StartListen(failed);
+    EXPECT_EQ(failed.GetCount(), 0U);
+    ASSERT_EQ(GetPorts().size(), 1U);
+    EXPECT_THAT(m_log.GetServiceTexts(), ElementsAre(Closed(before), Opened(GetPorts()[0])));
+}
+
+TEST_F(NetTCPServiceTest, StartListen_NoBindings_ClosesAll)
+{
+    const USHORT port = Start();
+    m_service->SetSettings(NetPortBinds(), 10, 0);
+    NetPortBinds failed;
+    m_service->StartListen(failed);
+    EXPECT_FALSE(m_service->GetIsListening());
+    EXPECT_THAT(m_log.GetServiceTexts(), ElementsAre(Opened(port), Closed(port)));
+}
+
+TEST_F(NetTCPServiceTest, StopListen_TwoPorts_ClosedInOrderSessionsGoOn)
+{
+    Start("127.0.0.1:0,127.0.0.1:0");
+    const std::vector<USHORT> ports = GetPorts();
+    ASSERT_EQ(ports.size(), 2U);
+    TestClient client(ports[1]);
+    ASSERT_TRUE(client.Talk("before"));
+    m_log.Clear();
+    m_service->StopListen();
+    EXPECT_THAT(m_log.GetServiceTexts(), ElementsAre(Closed(ports[0]), Closed(ports[1])));
+    EXPECT_FALSE(m_service->GetIsListening());
+    EXPECT_FALSE(TestClient(ports[0]).IsConnected());
+    EXPECT_TRUE(client.Talk("after"));
+}
+
+TEST_F(NetTCPServiceTest, StopListen_NothingListens_NothingLogged)
+{
+    m_service->StopListen();
+    Init("127.0.0.1:0");
+    m_service->StopListen();
+    m_service->StopListen();
+    EXPECT_THAT(m_log.GetEvents(), IsEmpty());
+    EXPECT_FALSE(m_service->GetIsListening());
+    EXPECT_TRUE(GetPorts().empty());
+}
+
+TEST_F(NetTCPServiceTest, StopListen_AfterTheThreadEnded_PortsClosed)
+{
+    const USHORT port = Start();
+    m_service->EndThread();
+    EXPECT_TRUE(m_service->GetIsListening()) << "the thread leaves its ports open";
+    EXPECT_TRUE(TestClient(port).IsConnected());
+    m_service->StopListen();
+    EXPECT_FALSE(m_service->GetIsListening());
+    EXPECT_FALSE(TestClient(port).IsConnected());
+    EXPECT_THAT(m_log.GetServiceTexts(), ElementsAre(Opened(port), Closed(port)));
+}
+
+TEST_F(NetTCPServiceTest, Init_AfterTheThreadEnded_ListensAgainOnTheSameSocket)
+{
+    const USHORT port = Start();
+    m_service->EndThread();
+    TestClient waiting(port);
+    ASSERT_TRUE(waiting.IsConnected());
+    Messages messages;
+    ASSERT_TRUE(m_service->Init(messages));
+    EXPECT_TRUE(waiting.Talk("hello"));
+}
+
+TEST_F(NetTCPServiceTest, Listeners_SeveralPorts_EachServed)
+{
+    Start("127.0.0.1:0,127.0.0.1:0,127.0.0.1:0");
+    for (int round = 0; round < 3; ++round)
+        for (const USHORT port : GetPorts())
+            EXPECT_TRUE(TestClient(port).Talk("hello"));
+    EXPECT_EQ(m_service->GetIDs().size(), 9U);
+}
+
+TEST_F(NetTCPServiceTest, HandOver_StartAndStopFromSeveralThreads_NothingLost)
+{
+    const USHORT port = FreePort();
+    Init(Port(port), 1000);
+    std::atomic<bool> end{false};
+    std::atomic<unsigned> failures{0};
+    std::vector<std::thread> threads;
+    for (int changer = 0; changer < 4; ++changer)
+        threads.emplace_back([&, changer] {
+            for (int round = 0; round < 15; ++round) {
+                NetPortBinds failed;
+                if ((round + changer) % 2 == 0)
+                    m_service->StartListen(failed);
+                else
+                    m_service->StopListen();
+                failures += static_cast<unsigned>(failed.GetCount());
+            }
+        });
+    std::thread caller([&] {
+        while (!end) {
+            TestClient client(port);
+            if (client.IsConnected())
+                client.SendLine("QUIT");
+        }
+    });
+    for (std::thread& thread : threads)
+        thread.join();
+    end = true;
+    caller.join();
+    EXPECT_EQ(failures, 0U);
+
+    NetPortBinds failed;
+    m_service->StartListen(failed);
+    EXPECT_EQ(failed.GetCount(), 0U);
+    EXPECT_THAT(GetPorts(), ElementsAre(port));
+    EXPECT_TRUE(TestClient(port).Talk("hello"));
+    const std::size_t opened = m_log.Count("Open Listening Port Success");
+    EXPECT_EQ(m_log.Count("Close Listening Port") + 1, opened);
+}
+
+// ------------------------------------------------------------------------------------------------------ accepting
+
+TEST_F(NetTCPServiceTest, MaxIncoming_Zero_NothingAcceptedUntilRaisedOnPurpose)
+{
+    Init("127.0.0.1:0", 0);
+    const USHORT port = Listen();
+    EXPECT_TRUE(m_service->GetIsMaxIncomingConnectionsReached()) << "0 of 0";
+    TestClient client(port);
+    ASSERT_TRUE(client.IsConnected()) << "waits in the backlog";
+    ASSERT_TRUE(client.SendLine("early"));
+    EXPECT_TRUE(client.ReadLine(100).empty());
+    EXPECT_TRUE(m_service->GetIDs().empty());
+
+    m_service->SetSettings(Binds("127.0.0.1:0"), 1, 0);
+    EXPECT_EQ(client.ReadLine(), "OK early") << "limits count at once";
+    EXPECT_TRUE(m_service->GetIsMaxIncomingConnectionsReached());
+}
+
+TEST_F(NetTCPServiceTest, MaxIncoming_One_SecondWaitsForTheFirstToEnd)
+{
+    Init("127.0.0.1:0", 1);
+    const USHORT port = Listen();
+    TestClient first(port);
+    ASSERT_TRUE(first.Talk("one"));
+    TestClient second(port);
+    ASSERT_TRUE(second.SendLine("two"));
+    EXPECT_TRUE(second.ReadLine(100).empty());
+    ASSERT_TRUE(first.Talk("QUIT"));
+    EXPECT_EQ(second.ReadLine(), "OK two");
+}
+
+TEST_F(NetTCPServiceTest, CreateSession_Null_ConnectionClosedNothingLogged)
+{
+    m_service->SetFactory([](NetTCP*, EventLogSessionID) -> NetTCPSession* { return nullptr; });
+    const USHORT port = Start();
+    m_log.Clear();
+    TestClient client(port);
+    EXPECT_TRUE(client.WaitClosed());
+    EXPECT_TRUE(TestClient(port).WaitClosed()) << "the port goes on";
+    EXPECT_EQ(m_service->GetSessionCount(), 0U);
+    EXPECT_EQ(m_service->GetIDs().size(), 2U);
+    EXPECT_THAT(m_log.GetEvents(), IsEmpty());
+}
+
+TEST_F(NetTCPServiceTest, CreateSession_FactoryTakesTheLockAgain_NoDeadlock)
+{
+    EventLogSessionID extra;
+    m_service->SetFactory([&](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+        extra = m_service->GenSessionID();
+        EXPECT_FALSE(m_service->GetIsMaxIncomingConnectionsReached());
+        EXPECT_TRUE(m_service->GetIsListening());
+        return new TestSession(*m_service, connection, id, {});
+    });
+    const USHORT port = Start();
+    EXPECT_TRUE(TestClient(port).Talk("hello"));
+    const std::vector<EventLogSessionID> ids = m_service->GetIDs();
+    ASSERT_EQ(ids.size(), 1U);
+    EXPECT_EQ(extra.GetSession(), ids[0].GetSession() + 1);
+    EXPECT_EQ(extra.GetThread(), ids[0].GetThread());
+}
+
+TEST_F(NetTCPServiceTest, GenSessionID_BeforeAndBesideAccepting_NeverTwice)
+{
+    EXPECT_TRUE(m_service->GenSessionID() == EventLogSessionID(0, 0)) << "no listener thread yet";
+    std::atomic<std::uint32_t> factoryThread{0};
+    m_service->SetFactory([&](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+        factoryThread = platform::CurrentThreadId();
+        return new TestSession(*m_service, connection, id, {});
+    });
+    const USHORT port = Start();
+    std::vector<EventLogSessionID> mine;
+    std::thread other([&] {
+        for (int count = 0; count < 500; ++count)
+            mine.push_back(m_service->GenSessionID());
+    });
+    for (int count = 0; count < 20; ++count)
+        EXPECT_TRUE(TestClient(port).Talk("hello"));
+    other.join();
+
+    std::set<ULONG> numbers{0};
+    for (const auto& id : m_service->GetIDs()) {
+        EXPECT_TRUE(numbers.insert(id.GetSession()).second);
+        EXPECT_EQ(id.GetThread(), factoryThread.load());
+    }
+    for (const auto& id : mine)
+        EXPECT_TRUE(numbers.insert(id.GetSession()).second);
+    EXPECT_EQ(numbers.size(), 521U);
+    EXPECT_EQ(*numbers.rbegin(), 520U) << "counted up by one";
+}
+
+TEST_F(NetTCPServiceTest, Accept_NoDescriptorLeft_PortGoesOnAfterwards)
+{
+    if (!DescriptorShortage::IsPossible())
+        GTEST_SKIP() << "this system has no limit of descriptors to lower (setrlimit)";
+    Init("127.0.0.1:0", 0);
+    const USHORT port = Listen();
+    TestClient client(port);
+    ASSERT_TRUE(client.SendLine("hello"));
+    {
+        const DescriptorShortage shortage;
+        ASSERT_TRUE(shortage.IsApplied());
+        m_service->SetSettings(Binds("127.0.0.1:0"), 10, 0);
+        EXPECT_FALSE(WaitFor([this] { return !m_service->GetIDs().empty(); }, 100))
+            << "there is nothing to accept with";
+    }
+    EXPECT_EQ(client.ReadLine(), "OK hello");
+    EXPECT_TRUE(TestClient(port).Talk("next"));
+    EXPECT_EQ(m_log.Count("Close Listening Port"), 0U);
+}
+
+// ----------------------------------------------------------------------------------------------------------- logs
+
+TEST_F(NetTCPServiceTest, SetLogModeNormal_OwnLog_EventsInItsFile)
+{
+    const TempFolder folder;
+    EventLogSettings settings;
+    settings.SetEnabled(true);
+    settings.SetFolder(folder.GetFilePath());
+    settings.SetFileName("service.log");
+    TestService service(m_pool, m_cache);
+    service.SetLogModeNormal(settings, true);
+    EventLogSettings applied;
+    service.GetEventLog().GetSettings(applied);
+    EXPECT_EQ(applied.GetFileName(), String("service.log"));
+    service.SetSettings(Binds("127.0.0.1:0"), 10, 0);
+    Messages messages;
+    ASSERT_TRUE(service.Init(messages));
+    NetPortBinds failed;
+    service.StartListen(failed);
+    service.GetEventLog().PrintPurge();
+    EXPECT_THAT(ReadOnlyFile(folder), testing::HasSubstr("\tOpen Listening Port Success\t127.0.0.1:"));
+}
+
+TEST_F(NetTCPServiceTest, SetLogModeShared_ThenNormal_FreshOwnLog)
+{
+    TestService service(m_pool, m_cache);
+    EventLog* const firstOwn = &service.GetEventLog();
+    service.SetLogModeShared(&m_log, true);
+    EXPECT_EQ(&service.GetEventLog(), &m_log);
+    CapturedEventLog other;
+    service.SetLogModeShared(&other, true);
+    EXPECT_EQ(&static_cast<const TestService&>(service).GetEventLog(), &other);
+    service.SetLogModeNormal(EventLogSettings(), true);
+    EXPECT_NE(&service.GetEventLog(), &other);
+    EXPECT_NE(&service.GetEventLog(), firstOwn);
+    EventLog* const secondOwn = &service.GetEventLog();
+    service.SetLogModeNormal(EventLogSettings(), false);
+    EXPECT_EQ(&service.GetEventLog(), secondOwn) << "an own log is kept, only its settings change";
+}
+
+TEST_F(NetTCPServiceTest, SetLogModeShared_OwnLogInUse_ItsFileIsClosed)
+{
+    const TempFolder folder;
+    EventLogSettings settings;
+    settings.SetEnabled(true);
+    settings.SetFolder(folder.GetFilePath());
+    settings.SetFileName("service.log");
+    TestService service(m_pool, m_cache);
+    service.SetLogModeNormal(settings, true);
+    EventLog& own = service.GetEventLog();
+    own.PrintServiceNormal("first", "", "");
+    own.PrintPurge();
+    ASSERT_THAT(ReadOnlyFile(folder), testing::HasSubstr("first"));
+    service.SetLogModeShared(&m_log, true);
+    own.PrintServiceNormal("second", "", ""); // who still refers to it does no harm
+    own.PrintPurge();
+    EXPECT_THAT(ReadOnlyFile(folder), testing::Not(testing::HasSubstr("second")));
+}
+
+TEST_F(NetTCPServiceTest, ActivityLog_WhileRunning_OneSamplePerTimeUnit)
+{
+    const TempFolder folder;
+    m_service->SetMonitoringEnabled(folder.GetFilePath(), "p-", "activity", "sessions");
+    EXPECT_TRUE(std::filesystem::exists(folder / "p-activity.db"));
+    EXPECT_TRUE(std::filesystem::exists(folder / "p-sessions.db"));
+    const USHORT port = Start();
+    TestClient client(port);
+    ASSERT_TRUE(client.Talk("hello"));
+
+    const ThreadEvent cancel;
+    DataLogResults results;
+    Messages messages;
+    ASSERT_TRUE(WaitFor([&] {
+        results.Reset();
+        return m_service->QueryActivity(DataLogQuery(), cancel, results, messages) && results.GetCount() >= 3;
+    }));
+    ULONG previous = 0;
+    for (ULONG index = 0; index < results.GetCount(); ++index) {
+        const auto& sample = dynamic_cast<const NetSessionActivity&>(results.Get(index));
+        EXPECT_GT(sample.GetTimeUnit(), previous) << "one row per time unit, oldest first";
+        previous = sample.GetTimeUnit();
+    }
+    const auto& last = dynamic_cast<const NetSessionActivity&>(results.Get(results.GetCount() - 1));
+    EXPECT_EQ(last.GetCurrentConnectionsIn(), 1U);
+    EXPECT_EQ(last.GetCurrentConnectionsOut(), 0U);
+}
+
+TEST_F(NetTCPServiceTest, Queries_MonitoringDisabledOrCancelled_False)
+{
+    ThreadEvent cancel;
+    DataLogResults results;
+    Messages messages;
+    EXPECT_FALSE(m_service->QueryActivity(DataLogQuery(), cancel, results, messages));
+    EXPECT_FALSE(m_service->QueryOldSessions(DataLogQuery(), cancel, results, messages));
+    const TempFolder folder;
+    m_service->SetMonitoringEnabled(folder.GetFilePath(), "", "a", "s");
+    EXPECT_TRUE(m_service->QueryActivity(DataLogQuery(), cancel, results, messages));
+    EXPECT_TRUE(m_service->QueryOldSessions(DataLogQuery(), cancel, results, messages));
+    EXPECT_EQ(results.GetCount(), 0U);
+    m_service->SetMonitoringDisabled();
+    EXPECT_FALSE(m_service->QueryOldSessions(DataLogQuery(), cancel, results, messages));
+    EXPECT_FALSE(static_cast<const TestService&>(*m_service).GetActivityLog().IsEnabled());
+}
+
+} // namespace
+} // namespace kqlib::test
