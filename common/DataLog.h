@@ -15,8 +15,11 @@ class DataLogPurge;
 
 /// One SQLite database <folder>/<prefix><name>.db. Disabled until SetSettings.
 ///
-/// Ownership: owns the connection. Threads: any thread. Errors: by result; AddEntry that answered true is safe against
-/// the death of the process; a write that fails loses nothing that was stored. Another process may read meanwhile.
+/// Ownership: owns the connection. Threads: any thread; a query does not hinder those that add. Errors: by result;
+/// AddEntry that answered true is safe against the death of the process (a power failure may take the last entries); a
+/// write that fails loses nothing that was stored. Another process may read meanwhile.
+/// The log learns the class of its entries, which it needs to merge stored rows, from the first entry added or the
+/// first query's prototype: all entries of one log are of one class.
 class KQCOMMON_API DataLog
 {
 public:
@@ -24,17 +27,19 @@ public:
     DataLog(const DataLog&) = delete;
     DataLog& operator=(const DataLog&) = delete;
 
-    /// enabled: false closes the file. purgeSeconds: how often a DataLogPurge looks at this log. The file is opened, or
-    /// made, here; when that fails every AddEntry tries again.
+    /// enabled: false closes the file. purgeSeconds: how often a DataLogPurge looks at this log, 0 = never. The file is
+    /// opened here, it and its folder are made when missing; when that fails every AddEntry and Query tries again.
     void SetSettings(bool enabled, unsigned long purgeSeconds, const FilePath& folder, const String& filePrefix,
                      const String& logName);
     bool IsEnabled() const;
 
-    /// Stores a copy of the entry. False, without a message, when the log is disabled or the write failed.
+    /// Stores a copy of the entry. False, without a message, when the log is disabled, the entry is not of the log's
+    /// kind or without a time unit, or the write failed.
     bool AddEntry(const DataLogEntry& entry, Messages& messages);
 
-    /// Gives every entry that matches, oldest first, to results as entries of prototype's class; sees all entries added
-    /// before the call. True also when none matches. False: disabled, unreadable, or cancel was set on the way.
+    /// Fills results, emptied first, with every entry that matches, oldest first, as entries of prototype's class; rows
+    /// of another size are none. Sees all entries added before the call, and the log as it was at one moment. True also
+    /// when none matches. False: disabled, unreadable, or cancel was set on the way; results is empty.
     bool Query(const DataLogQuery& query, const ThreadEvent& cancel, const DataLogEntry& prototype,
                DataLogResults& results, Messages& messages) const;
 
@@ -49,6 +54,7 @@ protected:
 private:
     friend class DataLogPurge;
     struct STATE;
+
     std::unique_ptr<STATE> m_state;
 };
 

@@ -49,12 +49,12 @@ public:
     bool MergeInto(DataLogEntry& target, Messages& messages) const;
     /// The same with every counter added.
     bool SimpleCombineInto(DataLogEntry& target, Messages& messages) const;
-    /// Takes over the bytes of source. False when class or size differ.
+    /// Takes over the bytes of source, text fields made safe. False when class or size differ.
     bool CopyDataFrom(const DataLogEntry& source, Messages& messages);
 
-    /// The whole buffer, xGetSizeReq() bytes; the form in which the data logs store it.
+    /// The whole buffer, GetRawSize() bytes; the form in which the data logs store it.
     const unsigned char* GetRawData() const;
-    ULONG GetRawSize() const { return xGetSizeReq(); }
+    ULONG GetRawSize() const { return m_size; }
     /// Replaces the buffer by stored bytes of exactly GetRawSize(); text fields are made safe. False: another size.
     bool SetRawData(const unsigned char* bytes, ULONG size);
 
@@ -66,13 +66,17 @@ protected:
     DataLogEntry(const DataLogEntry&) = default;
     DataLogEntry& operator=(const DataLogEntry&) = default;
 
+    /// The whole buffer, made of zeros when there is none.
     unsigned char* xGetRaw();
     const unsigned char* xGetRaw() const;
     ULONG xGetRawFullSize() const { return m_size; }
 
 private:
-    ULONG m_size;
-    mutable BinaryStore m_store;
+    bool xIsLike(const DataLogEntry& other) const;
+    void xMakeBuffer() const;
+
+    ULONG m_size;                ///< own bytes and block; set once at construction
+    mutable BinaryStore m_store; ///< empty, or m_size bytes
 };
 
 } // namespace kqlib

@@ -3,13 +3,20 @@
 
 #include "common/DataLog.h"
 #include "common/SingleThreadByPool.h"
+#include "common/ThreadEvent.h"
 
 #include <vector>
 
 namespace kqlib {
 
-/// Looks at each monitored log every purgeSeconds of its settings. InitMonitorLog for each log, Start, Stop; the logs
-/// must outlive it. Threads: Start and Stop one thread at a time. Errors: Start answers false.
+/// Looks at each monitored log when it starts and then every purgeSeconds of the log's settings: drops rows older than
+/// 400 days and merges old activity as DataLogTime says. InitMonitorLog for each log, Start, Stop.
+///
+/// It works in short steps, so that those who add entries never wait for long, and an end request is seen between two
+/// of them. A step is one transaction: whatever ends the process, no sum changes. Rows are merged as entries of the
+/// log's class; a log that has not seen one yet keeps its rows until it has. Ownership: borrows the logs, which must
+/// outlive it. Threads: InitMonitorLog, Start and Stop one thread at a time. Errors: Start answers false; what cannot
+/// be written is tried again at the next look.
 class KQCOMMON_API DataLogPurge : public SingleThreadByPool
 {
 public:
@@ -20,13 +27,16 @@ public:
     void InitMonitorLog(DataLog& log);
     /// True when the thread runs.
     bool Start();
-    /// Ends the thread; nothing when it does not run.
+    /// Ends the thread, within one step; nothing when it does not run.
     void Stop();
 
 private:
+    class Pass;
+
     void xThread() override;
 
-    std::vector<DataLog*> m_logs;
+    std::vector<DataLog*> m_logs; ///< set before Start
+    ThreadEvent m_stop;           ///< ends the pause between two looks
 };
 
 } // namespace kqlib

@@ -1,0 +1,10 @@
+#include "common/DataLogRecord.h"
+
+namespace kqlib {
+
+DataLogRecord::DataLogRecord()
+    : DataLog(KIND::RECORD)
+{
+}
+
+} // namespace kqlib

@@ -1,0 +1,10 @@
+#include "common/DataLogTime.h"
+
+namespace kqlib {
+
+DataLogTime::DataLogTime()
+    : DataLog(KIND::TIME)
+{
+}
+
+} // namespace kqlib
