@@ -28,8 +28,9 @@ KQCOMMON_API void CloseFile(FileHandle handle);
 /// Reads at most size bytes from the file position. False on failure. got: bytes read, 0 at the end of the file.
 KQCOMMON_API bool ReadFile(FileHandle handle, void* buffer, std::size_t size, std::size_t& got);
 
-/// Writes all bytes at the file position, going on after partial writes. False on failure (a full disk included).
-KQCOMMON_API bool WriteFile(FileHandle handle, const void* data, std::size_t size);
+/// Writes all bytes at the file position, going on after partial writes. False on failure. diskFull, when given:
+/// whether it failed for want of space or quota.
+KQCOMMON_API bool WriteFile(FileHandle handle, const void* data, std::size_t size, bool* diskFull = nullptr);
 
 /// Moves the file position to offset bytes from the start. False on failure.
 KQCOMMON_API bool SeekFile(FileHandle handle, std::uint64_t offset);

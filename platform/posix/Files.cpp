@@ -89,14 +89,19 @@ bool ReadFile(FileHandle handle, void* buffer, std::size_t size, std::size_t& go
     return moved >= 0;
 }
 
-bool WriteFile(FileHandle handle, const void* data, std::size_t size)
+bool WriteFile(FileHandle handle, const void* data, std::size_t size, bool* diskFull)
 {
+    if (diskFull != nullptr)
+        *diskFull = false;
     const auto* from = static_cast<const unsigned char*>(data);
     while (size > 0) {
         const ssize_t moved =
             Uninterrupted([&] { return ::write(ToDescriptor(handle), from, std::min(size, MAX_CHUNK_BYTES)); });
-        if (moved <= 0)
+        if (moved <= 0) {
+            if (diskFull != nullptr)
+                *diskFull = moved < 0 && (errno == ENOSPC || errno == EDQUOT);
             return false;
+        }
         from += moved;
         size -= static_cast<std::size_t>(moved);
     }

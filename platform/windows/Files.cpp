@@ -81,14 +81,20 @@ bool ReadFile(FileHandle handle, void* buffer, std::size_t size, std::size_t& go
     return done;
 }
 
-bool WriteFile(FileHandle handle, const void* data, std::size_t size)
+bool WriteFile(FileHandle handle, const void* data, std::size_t size, bool* diskFull)
 {
+    if (diskFull != nullptr)
+        *diskFull = false;
     const auto* from = static_cast<const unsigned char*>(data);
     while (size > 0) {
         DWORD moved = 0;
         const auto wanted = static_cast<DWORD>(std::min(size, MAX_CHUNK_BYTES));
-        if (!::WriteFile(ToNative(handle), from, wanted, &moved, nullptr) || moved == 0)
+        if (!::WriteFile(ToNative(handle), from, wanted, &moved, nullptr) || moved == 0) {
+            const DWORD error = ::GetLastError();
+            if (diskFull != nullptr)
+                *diskFull = error == ERROR_DISK_FULL || error == ERROR_HANDLE_DISK_FULL;
             return false;
+        }
         from += moved;
         size -= moved;
     }
