@@ -1,0 +1,57 @@
+// NetIPControl: an ordered list of allow and deny rules.
+#pragma once
+
+#include "common/SettingsTransferable.h"
+#include "common/Vector.h"
+#include "net/ipcontrol/NetIPControlEntry.h"
+
+namespace kqlib {
+
+/// The rules of one purpose, in the order in which they are evaluated (NetIPControlQuery). Fill it with Add or from
+/// settings, let the user move rules, hand it to a query.
+///
+/// Settings form: one unnamed String per rule, its text form, in order. Reading appends; items that are no rules are
+/// dropped without a message.
+///
+/// Ownership: a plain value. Threads: one at a time; who evaluates a list while another edits it guards it. Errors: a
+/// list never reports its rules' errors; an index at or past the count is the caller's error.
+class KQNET_API NetIPControl : public SettingsTransferable
+{
+public:
+    NetIPControl() = default;
+    NetIPControl(const NetIPControl&) = default;
+    NetIPControl& operator=(const NetIPControl&) = default;
+
+    /// Removes every rule.
+    void Reset() override;
+    [[nodiscard]] SettingsTransferable* Spawn(bool copy) const override;
+
+    void Add(const NetIPControlEntry& entry);
+    /// Appends copies of all rules of other, in their order.
+    void Append(const NetIPControl& other);
+    void Remove(ULONG index);
+    void Update(ULONG index, const NetIPControlEntry& entry);
+    const NetIPControlEntry& Get(ULONG index) const;
+    ULONG GetCount() const;
+
+    /// Moves return the rule's new index. At the end already: nothing happens.
+    ULONG MoveUp(ULONG index);
+    ULONG MoveDown(ULONG index);
+    ULONG MoveTop(ULONG index);
+    ULONG MoveBottom(ULONG index);
+
+    bool IsSame(const SettingsTransferable& other) const override;
+    bool IsSame(const NetIPControl& other) const;
+    friend bool operator==(const NetIPControl& left, const NetIPControl& right) { return left.IsSame(right); }
+
+protected:
+    bool xWriteTo(SettingsTransportSet& set) const override;
+    bool xReadFrom(const SettingsTransportSet& set) override;
+
+private:
+    ULONG xMove(ULONG from, ULONG to);
+
+    Vector<NetIPControlEntry> m_rules;
+};
+
+} // namespace kqlib
