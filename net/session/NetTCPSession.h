@@ -326,35 +326,40 @@ private:
         COMMAND,
         OVERSIZED
     };
+    enum class RECEIVED
+    {
+        STOP,
+        NOTHING,
+        BYTES
+    };
 
     void xStoreFinalRecords();
     void xRefreshMainState(const NetTCP* const socket);
+    bool xLogListen(NetTCP* const socket, bool listening, bool logFailure, const String& detail);
     void xLogClosing(NetTCP* const socket);
-    bool xEndListen(NetTCP* const socket, bool listening, bool logFailure, const String& detail);
 
     bool xMonitorNetPeriodic(ULONG& wait);
-    bool xShouldStopWaiting() const;
+    RECEIVED xReceive(NetTCP* const socket, const NETSTATE& state, NetTCP::RECVBUF& buffer, bool continuing,
+                      ULONG& wait);
     bool xIsConnectedAgain(NetTCP* const socket);
     bool xGoOnAfterFailure(NetTCP* const socket, ULONG& wait);
-    bool xReceivePass(NetTCP* const socket, const NETSTATE& state, NetTCP::RECVBUF& buffer, bool continuing,
-                      ULONG& wait);
     void xOfferData(NetTCP::RECVBUF& buffer, ULONG& wait);
     SPLIT xSplit(NetTCP::RECVBUF& buffer, String& command) const;
-    void xCountCommand(const NETSTATE& state, SPLIT split, const String& command);
+    void xPrintLogCommand(const NETSTATE& state, SPLIT split, const String& command) const;
+    bool xMustStopWaiting() const;
     void xEndBroken(NetTCP* const socket, const NETSTATE& state);
 
-    bool xSendAllData(NetTCP* const socket, const unsigned char* data, ULONG length, bool log);
-    bool xSendAllDataForce(NetTCP* const socket, const unsigned char* data, ULONG length, bool log);
     bool xSendAllDataNoBuf(NetTCP* const socket, const unsigned char* data, ULONG length);
     bool xSendAllDataForceNoBuf(NetTCP* const socket, const unsigned char* data, ULONG length);
     bool xSendDirect(NetTCP* const socket, const unsigned char* data, ULONG length, bool force);
-    bool xSendThroughBuf(NetTCP* const socket, const unsigned char* data, ULONG length, bool log, SENDER sender);
-    bool xSendLine(NetTCP* const socket, const String& text, bool force);
-    bool xPurgeSendBuf(NetTCP* const socket, SENDER sender);
+    bool xSendAllData(NetTCP* const socket, const unsigned char* data, ULONG length, bool log, SENDER sender);
+    bool xSendCommand(NetTCP* const socket, const String& text, SENDER sender);
+    bool xSendPurgeSendBuf(NetTCP* const socket, SENDER sender);
 
     void xRecordAction(const ACTION& action, const NETSTATE& state, bool success, const String& detail,
                        const String& reason);
     void xCount(NetCounterBlock::COUNTER counter, ULONG amount = 1);
+    void xUpdateAndCount(NetCounterBlock::COUNTER counter, ULONG amount = 1);
     void xUpdateActivityStatus();
     void xUpdateActivityStatus(const TimePos& now);
     void xStoreActivity(NetSessionActivity& activity);

@@ -127,6 +127,8 @@ public:
 
     /// Any counter by its place, for walks over all of them.
     ULONG8 GetCounter(NetCounterBlock::COUNTER counter) const { return xGetWide(counter); }
+    /// Adds to any counter but the two current-connection ones, which are only set.
+    void IncreaseCounter(NetCounterBlock::COUNTER counter, ULONG amount) { xIncrease(counter, amount); }
 
 protected:
     NetCounterAccess() = default;

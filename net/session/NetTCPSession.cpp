@@ -1,0 +1,380 @@
+#include "net/session/NetTCPSession.h"
+
+#include "platform/Clock.h"
+#include "platform/Threads.h"
+
+#include "common/EventLog.h"
+#include "net/status/NetSessionLiveStatus.h"
+
+#include <utility>
+
+namespace kqlib {
+
+namespace {
+
+constexpr ULONG BLOCK_TIME_MS = 2;
+constexpr std::size_t MAX_CONTROL_MSGS = 10000;
+
+/// Kept in 32 bits, as ticks are: a time that does not fit wraps.
+std::uint32_t SecondsToMs(ULONG seconds)
+{
+    return static_cast<std::uint32_t>(seconds) * 1000U;
+}
+
+bool ReadUsePrintDebug(const EventLog& log)
+{
+    EventLogSettings settings;
+    log.GetSettings(settings);
+    return settings.GetUsePrintDebug();
+}
+
+String AddressText(const String& address, USHORT port)
+{
+    return address + ":" + String::sToString(port);
+}
+
+String LocalAddressText(const NetTCP& socket)
+{
+    return AddressText(socket.GetLocalIP().GetText(), socket.GetLocalPort());
+}
+
+} // namespace
+
+NetTCPSession::NetTCPSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& dataLog, EventLog& eventLog,
+                             const EventLogSessionID& id, ULONG timeOutSecs, NetTCP* const socket)
+    : SingleThreadByPool(pool)
+    , m_mainSocket(socket != nullptr ? socket : new NetTCP(NetIP::LOOKUP_ANY, cache))
+    , m_resolver(NetIP::LOOKUP_ANY, cache)
+    , m_sessionID(id)
+    , m_acceptedAtConstruction(m_mainSocket->IsConnected())
+    , m_dataLog(dataLog)
+    , m_eventLog(eventLog)
+    , m_timeOut(TimedEvent::sGetNow(), SecondsToMs(timeOutSecs), false)
+    , m_printDebug(ReadUsePrintDebug(eventLog))
+{
+    m_mainSocket->SetBlockTime(BLOCK_TIME_MS);
+    m_currentActivity.SetTimeUnitNow();
+    m_status.SetSessionID(m_sessionID);
+    m_status.SetStartTimeNow();
+    if (m_acceptedAtConstruction) {
+        // Straight into the record: counted with the increments it would show only after the next merge.
+        m_currentActivity.IncreaseConnectionsIn(1);
+        m_status.IncreaseConnectionsIn(1);
+        xSetPrimaryConnectionStatus(m_mainSocket.get());
+        m_mainState = xsGetNetState(m_mainSocket.get());
+    }
+    xResetTimeOut();
+}
+
+NetTCPSession::~NetTCPSession()
+{
+    xEndThread(); // only for a derived destructor that forgot to
+}
+
+// 1. Seed the generator that spreads the writes of many sessions. 2. Log the start. 3. to 5. The host's part. 6. Close
+// what is still open. 7. Log the end. 8. Store the records.
+void NetTCPSession::xThread()
+{
+    platform::RandSeed(platform::CurrentThreadId() +
+                       static_cast<std::uint32_t>(TimePos::sNow().GetMilliSeconds() / 1000));
+
+    if (m_acceptedAtConstruction)
+        xPrintLogNormal(m_mainSocket.get(), "Connection Accepted", "", "");
+    else
+        xPrintLogNormal("Session Started", "", "");
+
+    xEventSessionStart();
+    if (xShouldSessionContinue())
+        xHandleSession();
+    xEventSessionEnd();
+
+    if (m_mainSocket->IsConnected())
+        xShutdownAndClose(m_mainSocket.get());
+    if (!m_acceptedAtConstruction)
+        xPrintLogNormal("Session Ended", "", "");
+    xStoreFinalRecords();
+}
+
+void NetTCPSession::xStoreFinalRecords()
+{
+    if (m_pendingActivity.GetTimeUnit() != 0)
+        xStoreActivity(m_pendingActivity);
+    xStoreActivity(m_currentActivity);
+
+    const ThreadGatewayGuard guard(m_lock);
+    xMergeIncrementsPreLocked();
+    m_status.SetEndTimeNow();
+    m_status.SetUser(m_currentUser); // last, for merging takes over the increments' empty user
+}
+
+void NetTCPSession::xHandleSession()
+{
+    if (m_mainSocket->IsConnected())
+        xMonitorNet(m_mainSocket.get());
+}
+
+void NetTCPSession::xEventControlMsgDisconnectRecv(const String&) {}
+
+bool NetTCPSession::xWaitingForNetShouldWait()
+{
+    return true;
+}
+
+void NetTCPSession::xEventSessionStart() {}
+
+void NetTCPSession::xEventMonPreReadData(bool, ULONG&) {}
+
+void NetTCPSession::xEventMonDataRecv(const unsigned char*, ULONG&) {}
+
+void NetTCPSession::xEventMonCmdRecv(const String&) {}
+
+void NetTCPSession::xEventMonCmdOverSizeRecv(const String&) {}
+
+void NetTCPSession::xEventMonClosing() {}
+
+void NetTCPSession::xEventMonClosed() {}
+
+void NetTCPSession::xEventMonControlMsgRecv(const CTRLMSG&) {}
+
+void NetTCPSession::xEventSessionEnd() {}
+
+void NetTCPSession::xEventMainNetClosed() {}
+
+bool NetTCPSession::IsComplete() const
+{
+    return !xIsThreadRunning();
+}
+
+bool NetTCPSession::IsBusy() const
+{
+    return xIsThreadRunning();
+}
+
+void NetTCPSession::ForceComplete()
+{
+    xEndThread();
+}
+
+void NetTCPSession::ForceCompleteAsync()
+{
+    xEndThreadAsync();
+}
+
+void NetTCPSession::GetStatus(NetSessionLiveStatus& out) const
+{
+    const ThreadGatewayGuard guard(m_lock);
+    out.GetStatus() = m_status;
+    out.GetStatus().SetUser(m_currentUser);
+    out.SetAction(m_currentAction);
+    out.SetDetail(m_currentDetail);
+}
+
+void NetTCPSession::SendControlMsg(ULONG code, const String& text)
+{
+    const ThreadGatewayGuard guard(m_lock);
+    if (m_controlMsgs.size() < MAX_CONTROL_MSGS)
+        m_controlMsgs.push_back({code, text});
+}
+
+bool NetTCPSession::SendControlMsgIfYourID(const EventLogSessionID& id, ULONG code, const String& text)
+{
+    const ThreadGatewayGuard guard(m_lock);
+    if (!(id == m_sessionID))
+        return false;
+    m_controlMsgs.push_back({code, text}); // whatever is waiting already: kept on purpose
+    return true;
+}
+
+bool NetTCPSession::xConstrStartSession()
+{
+    return xRunThread();
+}
+
+void NetTCPSession::xDeconstrEndSession()
+{
+    ForceComplete();
+}
+
+void NetTCPSession::xSetSessionCompleted()
+{
+    ForceCompleteAsync();
+}
+
+bool NetTCPSession::xShouldSessionEnd() const
+{
+    return xShouldThreadEnd();
+}
+
+bool NetTCPSession::xShouldSessionContinue() const
+{
+    return !xShouldThreadEnd();
+}
+
+NetTCPSession::NETSTATE NetTCPSession::xsGetNetState(const NetTCP* const socket)
+{
+    return {socket->GetLocalIP(), socket->GetLocalPort(), socket->GetRemoteIP(), socket->GetRemotePort()};
+}
+
+/// After each attempt to accept, connect or listen on a socket, successful or not, and before it is logged.
+void NetTCPSession::xRefreshMainState(const NetTCP* const socket)
+{
+    if (socket == m_mainSocket.get())
+        m_mainState = xsGetNetState(socket);
+}
+
+NetTCP* NetTCPSession::xAccept(NetTCP* const listener)
+{
+    std::unique_ptr<NetTCP> connection(listener->Accept());
+    xRefreshMainState(listener);
+    if (!connection)
+        return nullptr;
+    xPrintLogNormal(listener, "Connection Accepted", LocalAddressText(*listener), "");
+    xUpdateAndCount(NetCounterBlock::CONNECTIONS_IN);
+    return connection.release();
+}
+
+bool NetTCPSession::xSelfAccept(NetTCP* const socket)
+{
+    const String listenerText = LocalAddressText(*socket);
+    const bool accepted = socket->SelfAccept();
+    xRefreshMainState(socket);
+    if (!accepted)
+        return false;
+    xPrintLogNormal(m_mainState, "Closed Listening Port", listenerText, "");
+    xPrintLogNormal(socket, "Connection Accepted", LocalAddressText(*socket), "");
+    xUpdateAndCount(NetCounterBlock::CONNECTIONS_IN);
+    return true;
+}
+
+bool NetTCPSession::xConnect(NetTCP* const socket, const String& host, USHORT port)
+{
+    return xConnect(socket, host, port, String(), 0);
+}
+
+bool NetTCPSession::xConnect(NetTCP* const socket, const String& host, USHORT port, const String& localHost)
+{
+    return xConnect(socket, host, port, localHost, 0);
+}
+
+bool NetTCPSession::xConnect(NetTCP* const socket, const String& host, USHORT port, const String& localHost,
+                             USHORT localPort)
+{
+    if (socket->IsConnected())
+        xClose(socket);
+    const bool connected = socket->Connect(host, port, localHost, localPort);
+    xRefreshMainState(socket);
+    xUpdateActivityStatus();
+    const String detail = AddressText(host, port);
+    if (connected) {
+        xPrintLogNormal(socket, "Connect Success", detail, "");
+        xCount(NetCounterBlock::CONNECTIONS_OUT_SUCCESSES);
+    } else {
+        xPrintLogNormal(m_mainState, "Connect Fail", detail, "");
+        xCount(NetCounterBlock::CONNECTIONS_OUT_FAILS);
+    }
+    return connected;
+}
+
+bool NetTCPSession::xListen(NetTCP* const socket, bool logFailure, USHORT port, const String& address)
+{
+    const bool listening = socket->ListenSpecific(port, address);
+    return xLogListen(socket, listening, logFailure, AddressText(address, port));
+}
+
+bool NetTCPSession::xListen(NetTCP* const socket, bool logFailure, USHORT port)
+{
+    const bool listening = socket->ListenAll(port);
+    return xLogListen(socket, listening, logFailure, AddressText(NetIP().GetText(), port));
+}
+
+/// Both logs and passes on how listening went.
+bool NetTCPSession::xLogListen(NetTCP* const socket, bool listening, bool logFailure, const String& detail)
+{
+    xRefreshMainState(socket);
+    if (listening)
+        xPrintLogNormal(m_mainState, "Open Listening Port Success", detail, "");
+    else if (logFailure)
+        xPrintLogNormal(m_mainState, "Open Listening Port Fail", detail, "");
+    return listening;
+}
+
+void NetTCPSession::xClose(NetTCP* const socket)
+{
+    xLogClosing(socket);
+    socket->Close();
+    xUpdateActivityStatus();
+}
+
+void NetTCPSession::xShutdownAndClose(NetTCP* const socket)
+{
+    xLogClosing(socket);
+    socket->ShutdownAndClose();
+    xUpdateActivityStatus();
+}
+
+/// While the socket still has its addresses.
+void NetTCPSession::xLogClosing(NetTCP* const socket)
+{
+    if (socket->IsConnected()) {
+        if (socket == m_mainSocket.get())
+            xEventMainNetClosed();
+        xPrintLogNormal(socket, "Connection Closed", "", "");
+    }
+    if (socket->IsListening())
+        xPrintLogNormal(m_mainState, "Closed Listening Port", LocalAddressText(*socket), "");
+}
+
+void NetTCPSession::xSetTimeOutSecs(ULONG seconds)
+{
+    m_timeOut.SetIntervalMS(SecondsToMs(seconds));
+}
+
+bool NetTCPSession::xIsTimedOut() const
+{
+    return xIsTimedOut(TimedEvent::sGetNow());
+}
+
+bool NetTCPSession::xIsTimedOut(ULONG now) const
+{
+    return m_timeOut.IsTriggered(now);
+}
+
+void NetTCPSession::xResetTimeOut()
+{
+    xResetTimeOut(TimedEvent::sGetNow());
+}
+
+void NetTCPSession::xResetTimeOut(ULONG now)
+{
+    m_timeOut.Restart(now);
+}
+
+bool NetTCPSession::xProcessMsgsAndTakeNext(CTRLMSG& msg)
+{
+    CTRLMSG oldest;
+    {
+        const ThreadGatewayGuard guard(m_lock);
+        if (m_controlMsgs.empty())
+            return false;
+        oldest = std::move(m_controlMsgs.front());
+        m_controlMsgs.pop_front();
+    }
+    if (oldest.code == MSG_DISCONNECT) {
+        m_disconnectPending = true;
+        m_disconnectText = std::move(oldest.text);
+        return false;
+    }
+    msg = std::move(oldest);
+    return true;
+}
+
+void NetTCPSession::xPerformDisconnectMsg()
+{
+    xEventControlMsgDisconnectRecv(m_disconnectText);
+    m_disconnectPending = false;
+    m_disconnectText.clear();
+    if (m_mainSocket->IsConnected())
+        xShutdownAndClose(m_mainSocket.get());
+}
+
+} // namespace kqlib
