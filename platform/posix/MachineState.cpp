@@ -1,0 +1,89 @@
+#include "platform/MachineState.h"
+
+#include "platform/Clock.h"
+#include "platform/Threads.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <pwd.h>
+#include <string_view>
+#include <sys/statvfs.h>
+#include <sys/sysinfo.h>
+#include <sys/types.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+namespace kqlib::platform {
+
+namespace {
+
+/// Copies as much of a value as the field holds.
+template <std::size_t SIZE> void Put(unsigned char (&field)[SIZE], const void* data, std::size_t size)
+{
+    std::memcpy(field, data, std::min(SIZE, size));
+}
+
+template <std::size_t SIZE> void PutText(unsigned char (&field)[SIZE], std::string_view text)
+{
+    Put(field, text.data(), std::min(text.size(), SIZE - 1));
+}
+
+void PutUserName(MachineState& out)
+{
+    std::array<char, 4096> buffer{};
+    passwd entry{};
+    passwd* found = nullptr;
+    if (::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr)
+        PutText(out.userName, found->pw_name);
+}
+
+void PutTimeZone(MachineState& out)
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    if (::localtime_r(&now, &local) == nullptr)
+        return;
+    char text[sizeof out.timeZone] = {};
+    std::snprintf(text, sizeof text, "%ld %d %s", local.tm_gmtoff, local.tm_isdst, local.tm_zone);
+    PutText(out.timeZone, text);
+}
+
+void PutDisk(MachineState& out)
+{
+    struct statvfs disk = {};
+    if (::statvfs("/", &disk) != 0)
+        return;
+    out.diskFreeForCaller = std::uint64_t{disk.f_bavail} * disk.f_frsize;
+    out.diskTotal = std::uint64_t{disk.f_blocks} * disk.f_frsize;
+    out.diskFree = std::uint64_t{disk.f_bfree} * disk.f_frsize;
+    out.volumes = 1;
+}
+
+} // namespace
+
+void ReadMachineState(MachineState& out)
+{
+    std::memset(&out, 0, sizeof out);
+    utsname machine{};
+    if (::uname(&machine) == 0) {
+        Put(out.systemInfo, machine.version, sizeof machine.version);
+        PutText(out.computerName, machine.nodename);
+    }
+    CalendarTime local{};
+    if (ToLocalTime(WallClockMs(), local))
+        Put(out.localTime, &local, sizeof local);
+    PutUserName(out);
+    PutTimeZone(out);
+    out.processId = static_cast<std::uint32_t>(::getpid());
+    out.threadId = CurrentThreadId();
+    struct sysinfo memory = {};
+    if (::sysinfo(&memory) == 0)
+        Put(out.memory, &memory, sizeof memory);
+    PutDisk(out);
+}
+
+} // namespace kqlib::platform
