@@ -5,7 +5,7 @@
 #include "common/TimePos.h"
 #include "common/TimedEvent.h"
 #include "net/ssl/NetSSLCertCreate.h"
-#include "net/ssl/OpenSSLHandles.h"
+#include "net/sockets/OpenSSLHandles.h"
 #include "platform/Clock.h"
 #include "platform/MachineState.h"
 #include "platform/Threads.h"

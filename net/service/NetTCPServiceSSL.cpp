@@ -1,0 +1,28 @@
+#include "net/service/NetTCPServiceSSL.h"
+
+#include "net/dns/NetDNS.h"
+#include "net/session/NetTCPSession.h"
+#include "net/sockets/NetTCPSSL.h"
+
+#include <memory>
+
+namespace kqlib {
+
+NetTCPServiceSSL::NetTCPServiceSSL(ThreadPool& pool, NetDNSCache& cache) : NetTCPService(pool, cache) {}
+
+NetTCPSession* NetTCPServiceSSL::xCreateSession(NetTCP* const connection, EventLogSessionID id)
+{
+    NetDNSCache* const cache = xGetResolver().GetCache();
+    auto secured = cache != nullptr ? std::make_unique<NetTCPSSL>(NetIP::LOOKUP_ANY, *cache)
+                                    : std::make_unique<NetTCPSSL>(NetIP::LOOKUP_ANY);
+    secured->Upgrade(*connection);
+    NetTCPSession* const session = xCreateSessionSSL(secured.get(), id);
+    if (session == nullptr)
+        return nullptr; // the base deletes the emptied connection
+    // The session owns the new socket now, and nobody needs the emptied one.
+    static_cast<void>(secured.release());
+    delete connection;
+    return session;
+}
+
+} // namespace kqlib

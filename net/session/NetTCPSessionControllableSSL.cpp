@@ -1,0 +1,218 @@
+#include "net/session/NetTCPSessionControllableSSL.h"
+
+#include "net/sockets/NetTCPSSL.h"
+#include "platform/Clock.h"
+
+#include <algorithm>
+
+namespace kqlib {
+
+namespace {
+
+constexpr std::uint32_t IDLE_PAUSE_MS = 2;
+constexpr std::uint32_t WAIT_ALL_PAUSE_MS = 50;
+
+} // namespace
+
+NetTCPSessionControllableSSL::NetTCPSessionControllableSSL(ThreadPool& pool, NetDNSCache& cache,
+                                                           DataLogTime& activityLog, EventLog& eventLog,
+                                                           EventLogSessionID id, ULONG timeOutSecs,
+                                                           NetTCPSSL* const connection)
+    : NetTCPSessionSSL(pool, cache, activityLog, eventLog, id, timeOutSecs, connection)
+    , m_timeOutPrevent(TimedEvent::sGetNow(), 0, false)
+{
+}
+
+void NetTCPSessionControllableSSL::CancelReq(ULONG id)
+{
+    const ThreadGatewayGuard guard(m_controlLock);
+    if (id == INVALID_REQID)
+        return;
+    if (id == m_currentReq) {
+        m_currentCancelled = true;
+        return;
+    }
+    const auto found =
+        std::find_if(m_requests.begin(), m_requests.end(), [id](const REQUEST& entry) { return entry.id == id; });
+    if (found != m_requests.end())
+        found->cancelled = true;
+}
+
+void NetTCPSessionControllableSSL::CancelAllReqs()
+{
+    const ThreadGatewayGuard guard(m_controlLock);
+    m_currentCancelled = true;
+    for (REQUEST& entry : m_requests)
+        entry.cancelled = true;
+}
+
+void NetTCPSessionControllableSSL::GetState(STATE& out) const
+{
+    const ThreadGatewayGuard guard(m_controlLock);
+    out = m_state;
+}
+
+bool NetTCPSessionControllableSSL::IsHandlingReqs() const
+{
+    const ThreadGatewayGuard guard(m_controlLock);
+    return xVisibleReqsCount() > 0 && xIsThreadRunning();
+}
+
+void NetTCPSessionControllableSSL::WaitForAllReqsDone() const
+{
+    xWaitForAllReqsDone();
+}
+
+void NetTCPSessionControllableSSL::xWaitForAllReqsDone() const
+{
+    while (IsHandlingReqs())
+        platform::SleepMs(WAIT_ALL_PAUSE_MS);
+}
+
+void NetTCPSessionControllableSSL::xHandleSession()
+{
+    for (;;) {
+        REQUEST request{};
+        switch (xTakeRequest(xShouldSessionEnd(), request)) {
+        case NEXT::END:
+            return;
+        case NEXT::TICK:
+            xHandleCtrlTimeOutPrevent();
+            break;
+        case NEXT::IDLE:
+            if (!xIdle())
+                return;
+            break;
+        case NEXT::REQUEST:
+            xCarryOut(request);
+            break;
+        }
+    }
+}
+
+NetTCPSessionControllableSSL::NEXT NetTCPSessionControllableSSL::xTakeRequest(bool end, REQUEST& request)
+{
+    const ThreadGatewayGuard guard(m_controlLock);
+    if (!m_requests.empty()) {
+        request = m_requests.front();
+        m_currentReq = request.id;
+        m_currentCancelled = false;
+        return NEXT::REQUEST;
+    }
+    if (end)
+        return NEXT::END;
+    const ULONG now = TimedEvent::sGetNow();
+    if (!m_timeOutPreventOn || !m_timeOutPrevent.IsTriggered(now))
+        return NEXT::IDLE;
+    m_timeOutPrevent.Restart(now);
+    return NEXT::TICK;
+}
+
+/// False: the session has timed out and stays so.
+bool NetTCPSessionControllableSSL::xIdle()
+{
+    if (xIsTimedOut()) {
+        xHandleCtrlTimedOut();
+        if (xIsTimedOut())
+            return false;
+    }
+    platform::SleepMs(IDLE_PAUSE_MS);
+    return true;
+}
+
+void NetTCPSessionControllableSSL::xCarryOut(const REQUEST& request)
+{
+    bool unused = false;
+    if (request.cancelled)
+        xHandleCtrlReqCancelled(request.id, request.code, unused);
+    else
+        xHandleCtrlReq(request.id, request.code, unused);
+    {
+        const ThreadGatewayGuard guard(m_controlLock);
+        m_requests.pop_front();
+        m_currentReq = INVALID_REQID;
+        m_currentCancelled = false;
+        if (m_timeOutPreventOn)
+            m_timeOutPrevent.Restart(TimedEvent::sGetNow());
+    }
+    if (request.visible)
+        xHandleCtrlReqComplete(request.id, request.code);
+}
+
+bool NetTCPSessionControllableSSL::xWaitingForNetShouldWait()
+{
+    return !xIsCurrentReqCancelled(false);
+}
+
+void NetTCPSessionControllableSSL::xUpdateState(bool lock, NetTCP* const socket, bool secured)
+{
+    if (lock)
+        m_controlLock.Lock();
+    m_state.connected = socket->IsConnected();
+    m_state.secured = m_state.connected && secured;
+    m_state.netState = {socket->GetLocalIP(), socket->GetLocalPort(), socket->GetRemoteIP(), socket->GetRemotePort()};
+    if (lock)
+        m_controlLock.Unlock();
+}
+
+void NetTCPSessionControllableSSL::xUpdateState(bool lock, NetTCP* const socket, bool secured, const ULONG& action)
+{
+    if (lock)
+        m_controlLock.Lock();
+    xUpdateState(false, socket, secured);
+    m_state.action = action;
+    if (lock)
+        m_controlLock.Unlock();
+    xSetCurrentActionDetail(action, String());
+}
+
+void NetTCPSessionControllableSSL::xUpdateState(bool lock, const STATE& state)
+{
+    if (lock)
+        m_controlLock.Lock();
+    m_state = state;
+    if (lock)
+        m_controlLock.Unlock();
+}
+
+void NetTCPSessionControllableSSL::xSetTimeOutPrevent(bool on, ULONG milliSecs)
+{
+    const ThreadGatewayGuard guard(m_controlLock);
+    m_timeOutPreventOn = on;
+    if (!on)
+        return;
+    m_timeOutPrevent.SetIntervalMS(milliSecs);
+    m_timeOutPrevent.Restart(TimedEvent::sGetNow());
+}
+
+ULONG NetTCPSessionControllableSSL::xAddReq(ULONG code, bool visible)
+{
+    const std::uint32_t id = m_nextReq++;
+    m_requests.push_back(REQUEST{id, code, visible, false});
+    return id;
+}
+
+ULONG NetTCPSessionControllableSSL::xVisibleReqsCount() const
+{
+    return static_cast<ULONG>(
+        std::count_if(m_requests.begin(), m_requests.end(), [](const REQUEST& entry) { return entry.visible; }));
+}
+
+void NetTCPSessionControllableSSL::xHandleCtrlReqComplete(ULONG, ULONG) {}
+
+void NetTCPSessionControllableSSL::xHandleCtrlTimeOutPrevent() {}
+
+bool NetTCPSessionControllableSSL::xIsCurrentReqCancelled(bool alreadyLocked) const
+{
+    if (alreadyLocked)
+        return m_currentCancelled;
+    const ThreadGatewayGuard guard(m_controlLock);
+    return m_currentCancelled;
+}
+
+bool NetTCPSessionControllableSSL::xShouldReqEnd() const
+{
+    return xShouldSessionEnd() || xIsCurrentReqCancelled(false);
+}
+
+} // namespace kqlib

@@ -1,0 +1,314 @@
+#include "net/sockets/NetTCPSSL.h"
+
+#include "common/FileAccessBuf.h"
+#include "common/TimedEvent.h"
+#include "net/sockets/TLSSocketBIO.h"
+#include "net/sockets/OpenSSLHandles.h"
+#include "platform/Clock.h"
+#include "platform/Sockets.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+
+namespace kqlib {
+
+namespace {
+
+constexpr std::uint32_t HANDSHAKE_LIMIT_MS = 30000;
+constexpr std::uint32_t FAREWELL_LIMIT_MS = 30000;
+constexpr std::uint32_t PAUSE_MS = 2;
+constexpr unsigned long MAX_RECORD_SIZE = 16384;
+constexpr const char* CIPHER_LIST = "HIGH:MEDIUM:@STRENGTH";
+constexpr const char* ENCRYPTED_KEY_MARK = "DEK-Info:";
+
+std::uint32_t Now()
+{
+    return static_cast<std::uint32_t>(TimedEvent::sGetNow());
+}
+
+int ToInt(unsigned long len)
+{
+    return static_cast<int>(std::min<unsigned long>(len, INT_MAX));
+}
+
+/// False when the file cannot be read or a line of it says that the key has a pass phrase.
+bool IsPlainKeyFile(const FilePath& keyFile)
+{
+    FileAccessBuf file;
+    if (!file.Open(keyFile, FileAccess::AM_READ, false))
+        return false;
+    for (String line; file.ReadLine(line);)
+        if (line.StartsWithI(ENCRYPTED_KEY_MARK))
+            return false;
+    return true;
+}
+
+} // namespace
+
+void NetTCPSSL::sStartSSL()
+{
+    OPENSSL_init_ssl(0, nullptr);
+}
+
+NetTCPSSL::NetTCPSSL(NetIP::IPLOOKUPMODE mode) : NetTCP(mode) {}
+
+NetTCPSSL::NetTCPSSL(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache) : NetTCP(mode, cache) {}
+
+NetTCPSSL::~NetTCPSSL()
+{
+    xFreeSSLData(false);
+    NetSocket::Close();
+}
+
+void NetTCPSSL::Close()
+{
+    xFreeSSLData(false);
+    NetSocket::Close();
+}
+
+void NetTCPSSL::ShutdownAndClose()
+{
+    xFreeSSLData(true);
+    NetTCP::ShutdownAndClose();
+}
+
+void NetTCPSSL::Upgrade(NetTCP& plain)
+{
+    Close();
+    const TCP_STATE state = plain.GetState();
+    if (state != TS_CLOSED)
+        xAttach(plain.Detach(), state);
+}
+
+bool NetTCPSSL::SSLAccept(const FilePath& certFile, const FilePath& keyFile)
+{
+    if (!IsConnected()) {
+        xSetLastError(ERR_NOT_CONNECTED);
+        return false;
+    }
+    const OpenSSLErrorGuard errors;
+    xFreeSSLData(false);
+    m_context = SSL_CTX_new(TLS_server_method());
+    if (m_context == nullptr || SSL_CTX_set_cipher_list(m_context, CIPHER_LIST) != 1 ||
+        !xLoadKeyPair(certFile, keyFile) || !xMakeConnection())
+        return xFreeAndFail();
+    return xHandshake(SSL_accept);
+}
+
+bool NetTCPSSL::SSLConnect()
+{
+    if (!IsConnected()) {
+        xSetLastError(ERR_NOT_CONNECTED);
+        return false;
+    }
+    const OpenSSLErrorGuard errors;
+    xFreeSSLData(false);
+    m_context = SSL_CTX_new(TLS_client_method());
+    if (m_context == nullptr || !xMakeConnection())
+        return xFreeAndFail();
+    return xHandshake(SSL_connect);
+}
+
+bool NetTCPSSL::xLoadKeyPair(const FilePath& certFile, const FilePath& keyFile)
+{
+    // Refused rather than asked for: the mark of the older form here, the newer form by the callback below.
+    if (!IsPlainKeyFile(keyFile))
+        return false;
+    SSL_CTX_set_default_passwd_cb(m_context, RefusePassPhrase);
+    return SSL_CTX_use_certificate_chain_file(m_context, certFile.c_str()) > 0 &&
+           SSL_CTX_use_PrivateKey_file(m_context, keyFile.c_str(), SSL_FILETYPE_PEM) > 0 &&
+           SSL_CTX_check_private_key(m_context) != 0;
+}
+
+bool NetTCPSSL::xMakeConnection()
+{
+    m_ssl = SSL_new(m_context);
+    BIO* bio = m_ssl != nullptr ? NewSocketBIO(xGetHandle()) : nullptr;
+    if (bio == nullptr)
+        return false;
+    SSL_set_bio(m_ssl, bio, bio);
+    // Every record that went out is reported, and the bytes that are offered again may lie elsewhere.
+    SSL_set_mode(m_ssl, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+    return true;
+}
+
+bool NetTCPSSL::xFreeAndFail()
+{
+    xFreeSSLData(false);
+    return false;
+}
+
+// While the handshake waits for the peer, so does this thread: at most a pause's length at a time, less when something
+// comes. An end request of the thread is not looked at.
+bool NetTCPSSL::xHandshake(int (*step)(ssl_st*))
+{
+    const std::uint32_t start = Now();
+    while (std::uint32_t(Now() - start) < HANDSHAKE_LIMIT_MS) {
+        ERR_clear_error();
+        const int result = step(m_ssl);
+        if (result == 1)
+            return true;
+        if (!xIsStillUnderWay(result))
+            break;
+    }
+    return xFailAndClose(ERR_TLS);
+}
+
+/// After a call that did not succeed: waits a moment when TLS waits for the peer. False: it has failed.
+bool NetTCPSSL::xIsStillUnderWay(int result)
+{
+    const int error = SSL_get_error(m_ssl, result);
+    if (error != SSL_ERROR_WANT_READ && error != SSL_ERROR_WANT_WRITE)
+        return false;
+    if (platform::WaitSocket(xGetHandle(), error == SSL_ERROR_WANT_READ, PAUSE_MS) == platform::WaitResult::FAILED)
+        platform::SleepMs(PAUSE_MS);
+    return true;
+}
+
+bool NetTCPSSL::Recv(unsigned char* buf, unsigned long& len)
+{
+    if (m_ssl == nullptr)
+        return NetTCP::Recv(buf, len);
+    if (!IsConnected()) {
+        len = 0;
+        xSetLastError(ERR_NOT_CONNECTED);
+        return false;
+    }
+    // Bytes that are decrypted already show nothing to read on the socket.
+    bool timedOut = false;
+    if (SSL_pending(m_ssl) == 0 && !xApplyBlockTime(true, timedOut))
+        return xFailTransfer(len);
+    if (timedOut) {
+        len = 0;
+        return true;
+    }
+    ERR_clear_error();
+    const int result = SSL_read(m_ssl, buf, ToInt(len));
+    if (result <= 0)
+        return xEndTransfer(result, len);
+    len = static_cast<unsigned long>(result);
+    xIncreaseIn(len);
+    m_waitState = WS_NONE;
+    return true;
+}
+
+bool NetTCPSSL::Send(const unsigned char* data, unsigned long& len)
+{
+    if (m_ssl == nullptr)
+        return NetTCP::Send(data, len);
+    if (!IsConnected()) {
+        len = 0;
+        xSetLastError(ERR_NOT_CONNECTED);
+        return false;
+    }
+    bool timedOut = false;
+    if (!xApplyBlockTime(false, timedOut))
+        return xFailTransfer(len);
+    if (timedOut || len == 0) {
+        len = 0;
+        return true;
+    }
+    bool finished = true;
+    if (!xFinishBegunRecord(data, len, finished) || !finished) {
+        len = 0;
+        return IsConnected();
+    }
+    ERR_clear_error();
+    const int result = SSL_write(m_ssl, data, ToInt(len));
+    if (result <= 0) {
+        xRememberBegunRecord(data, len);
+        return xEndTransfer(result, len);
+    }
+    m_begunRecord.clear();
+    len = static_cast<unsigned long>(result);
+    xIncreaseOut(len);
+    m_waitState = WS_NONE;
+    return true;
+}
+
+/// The end of a Recv or Send that moved nothing. TLS waiting for the peer is no failure; anything else closes.
+bool NetTCPSSL::xEndTransfer(int result, unsigned long& len)
+{
+    const int error = SSL_get_error(m_ssl, result);
+    len = 0;
+    m_waitState = error == SSL_ERROR_WANT_READ    ? WS_WANTS_READ
+                  : error == SSL_ERROR_WANT_WRITE ? WS_WANTS_WRITE
+                                                  : WS_NONE;
+    return m_waitState != WS_NONE || xFailTransfer(len);
+}
+
+bool NetTCPSSL::xFailTransfer(unsigned long& len)
+{
+    len = 0;
+    ShutdownAndClose();
+    xSetLastError(ERR_IO);
+    return false;
+}
+
+/// A record that TLS has begun must be finished with the same bytes. When the caller gave up on them and offers others
+/// (last words after a cancelled transfer), they are finished from the copy kept here. False: closed.
+bool NetTCPSSL::xFinishBegunRecord(const unsigned char* data, unsigned long len, bool& finished)
+{
+    const std::size_t size = m_begunRecord.size();
+    finished = true;
+    if (size == 0 || (len >= size && std::memcmp(data, m_begunRecord.data(), size) == 0))
+        return true;
+    ERR_clear_error();
+    const int result = SSL_write(m_ssl, m_begunRecord.data(), static_cast<int>(size));
+    if (result > 0) {
+        xIncreaseOut(static_cast<unsigned long>(result));
+        m_begunRecord.clear();
+        return true;
+    }
+    finished = false;
+    unsigned long none = 0;
+    return xEndTransfer(result, none);
+}
+
+void NetTCPSSL::xRememberBegunRecord(const unsigned char* data, unsigned long len)
+{
+    const unsigned long size = std::min(len, MAX_RECORD_SIZE);
+    if (m_begunRecord.empty())
+        m_begunRecord.assign(data, data + size);
+}
+
+void NetTCPSSL::xFreeSSLData()
+{
+    xFreeSSLData(false);
+}
+
+void NetTCPSSL::xFreeSSLData(bool graceful)
+{
+    if (m_ssl != nullptr && graceful) {
+        const std::uint32_t start = Now();
+        while (std::uint32_t(Now() - start) < FAREWELL_LIMIT_MS) {
+            ERR_clear_error();
+            const int result = SSL_shutdown(m_ssl);
+            if (result == 1)
+                break;
+            if (xIsStillUnderWay(result))
+                continue;
+            // The usual end too: our farewell is sent and the peer's not there yet; it is not waited for. Closing comes
+            // back here to free, so nothing is touched afterwards.
+            NetTCP::ShutdownAndClose();
+            xSetLastError(ERR_IO);
+            return;
+        }
+    }
+    ssl_st* const ssl = m_ssl;
+    ssl_ctx_st* const context = m_context;
+    m_ssl = nullptr;
+    m_context = nullptr;
+    if (ssl != nullptr) {
+        m_waitState = WS_NONE;
+        m_begunRecord.clear();
+        SSL_free(ssl);
+    }
+    if (context != nullptr)
+        SSL_CTX_free(context);
+}
+
+} // namespace kqlib
