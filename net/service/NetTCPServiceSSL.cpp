@@ -8,7 +8,10 @@
 
 namespace kqlib {
 
-NetTCPServiceSSL::NetTCPServiceSSL(ThreadPool& pool, NetDNSCache& cache) : NetTCPService(pool, cache) {}
+NetTCPServiceSSL::NetTCPServiceSSL(ThreadPool& pool, NetDNSCache& cache)
+    : NetTCPService(pool, cache)
+{
+}
 
 NetTCPSession* NetTCPServiceSSL::xCreateSession(NetTCP* const connection, EventLogSessionID id)
 {

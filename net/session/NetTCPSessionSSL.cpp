@@ -17,24 +17,21 @@ bool NetTCPSessionSSL::xAcceptSSL(NetTCPSSL* const socket, const NETSTATE& state
 {
     if (!socket->IsConnected())
         return false;
-    return xRecordHandshake(socket, state, detail, socket->SSLAccept(certFile, keyFile));
+    return xEndHandshake(socket, state, detail, socket->SSLAccept(certFile, keyFile));
 }
 
 bool NetTCPSessionSSL::xConnectSSL(NetTCPSSL* socket, const NETSTATE& state, const String& detail)
 {
     if (!socket->IsConnected())
         return false;
-    return xRecordHandshake(socket, state, detail, socket->SSLConnect());
+    return xEndHandshake(socket, state, detail, socket->SSLConnect());
 }
 
-bool NetTCPSessionSSL::xRecordHandshake(NetTCPSSL* socket, const NETSTATE& state, const String& detail, bool success)
+bool NetTCPSessionSSL::xEndHandshake(NetTCPSSL* socket, const NETSTATE& state, const String& detail, bool success)
 {
-    xRecordSSLHandshake(success);
-    if (success) {
-        xPrintLogNormal(state, "Connect SSL Success", detail, "");
+    xRecordSSLHandshake(state, success, detail);
+    if (success)
         return true;
-    }
-    xPrintLogNormal(state, "Connect SSL Fail", detail, "");
     // A handshake that failed in its preparation leaves the socket connected, and then xClose logs the closing itself.
     if (!socket->IsConnected())
         xPrintLogNormal(state, "Connection Closed", "", "");

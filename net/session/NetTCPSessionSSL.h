@@ -31,7 +31,7 @@ protected:
     NetTCPSSL* xGetMainSocketSSL() const;
 
 private:
-    bool xRecordHandshake(NetTCPSSL* socket, const NETSTATE& state, const String& detail, bool success);
+    bool xEndHandshake(NetTCPSSL* socket, const NETSTATE& state, const String& detail, bool success);
 };
 
 } // namespace kqlib

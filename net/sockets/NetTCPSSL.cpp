@@ -2,8 +2,8 @@
 
 #include "common/FileAccessBuf.h"
 #include "common/TimedEvent.h"
-#include "net/sockets/TLSSocketBIO.h"
 #include "net/sockets/OpenSSLHandles.h"
+#include "net/sockets/TLSSocketBIO.h"
 #include "platform/Clock.h"
 #include "platform/Sockets.h"
 
@@ -53,9 +53,15 @@ void NetTCPSSL::sStartSSL()
     OPENSSL_init_ssl(0, nullptr);
 }
 
-NetTCPSSL::NetTCPSSL(NetIP::IPLOOKUPMODE mode) : NetTCP(mode) {}
+NetTCPSSL::NetTCPSSL(NetIP::IPLOOKUPMODE mode)
+    : NetTCP(mode)
+{
+}
 
-NetTCPSSL::NetTCPSSL(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache) : NetTCP(mode, cache) {}
+NetTCPSSL::NetTCPSSL(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache)
+    : NetTCP(mode, cache)
+{
+}
 
 NetTCPSSL::~NetTCPSSL()
 {

@@ -86,7 +86,7 @@ private:
     bool xFinishBegunRecord(const unsigned char* data, unsigned long len, bool& finished);
     void xRememberBegunRecord(const unsigned char* data, unsigned long len);
 
-    ssl_st* m_ssl = nullptr;     // the using thread only, as everything here
+    ssl_st* m_ssl = nullptr; // the using thread only, as everything here
     ssl_ctx_st* m_context = nullptr;
     WAIT_STATE m_waitState = WS_NONE;
     std::vector<unsigned char> m_begunRecord; // plain bytes of a record that TLS has begun and not yet sent whole
