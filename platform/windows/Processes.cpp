@@ -14,7 +14,7 @@ bool OpenWithShell(HWND window, const char* path)
     const std::wstring name = ToWide(path);
     if (name.empty())
         return false;
-    HINSTANCE const result = ShellExecuteW(window, L"open", name.c_str(), nullptr, nullptr, SW_SHOWNORMAL);
+    HINSTANCE const result = ShellExecuteW(window, L"open", name.c_str(), L"", L"", SW_SHOW);
     return reinterpret_cast<INT_PTR>(result) > lastFailure;
 }
 
