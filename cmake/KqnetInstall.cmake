@@ -11,13 +11,18 @@ if(KQNET_RUNTIME_DLLS)
     install(FILES ${KQNET_RUNTIME_DLLS} DESTINATION "${CMAKE_INSTALL_BINDIR}")
 endif()
 
-# Headers keep their folders: users write #include "net/sockets/NetTCP.h", as the library itself does.
-foreach(folder common net)
-    install(DIRECTORY "${PROJECT_SOURCE_DIR}/${folder}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kqnet"
-            FILES_MATCHING PATTERN "*.h")
+# Headers keep their folders: users write #include "net/sockets/NetTCP.h", as the library itself does. One that includes
+# another package's header is private and stays here.
+file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}"
+     "${PROJECT_SOURCE_DIR}/common/*.h" "${PROJECT_SOURCE_DIR}/net/*.h")
+file(GLOB platform_headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/platform/*.h")
+foreach(header IN LISTS headers platform_headers)
+    file(STRINGS "${PROJECT_SOURCE_DIR}/${header}" foreign REGEX "^#include <(openssl|spdlog|nlohmann)/|^#include <sqlite3")
+    if(NOT foreign)
+        get_filename_component(folder "${header}" DIRECTORY)
+        install(FILES "${PROJECT_SOURCE_DIR}/${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kqnet/${folder}")
+    endif()
 endforeach()
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/platform" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kqnet"
-        FILES_MATCHING PATTERN "*.h" PATTERN posix EXCLUDE PATTERN windows EXCLUDE)
 
 configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/kqnetConfig.cmake.in"
                               "${PROJECT_BINARY_DIR}/kqnetConfig.cmake" INSTALL_DESTINATION "${KQNET_CMAKE_FOLDER}")

@@ -6,7 +6,7 @@
 #include "platform/Clock.h"
 #include "platform/Threads.h"
 #include "tests/net/service/ServiceFixture.h"
-#include "tests/peers/DescriptorShortage.h"
+#include "tests/peers/posix/DescriptorShortage.h"
 #include "tests/peers/TempFolder.h"
 
 #include <gmock/gmock.h>

@@ -2,7 +2,7 @@
 #include "net/status/NetSessionActivity.h"
 #include "net/status/NetSessionStatus.h"
 
-#include "CounterTable.h"
+#include "tests/net/status/CounterTable.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 #include "common/SettingsTransportSet.h"
 #include "net/status/NetSessionStatus.h"
 
-#include "CounterTable.h"
+#include "tests/net/status/CounterTable.h"
 
 #include <gtest/gtest.h>
 
