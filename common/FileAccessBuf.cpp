@@ -1,0 +1,53 @@
+#include "common/FileAccessBuf.h"
+
+namespace kqlib {
+
+namespace {
+
+constexpr ULONG BUFFER_SIZE = 16384;
+
+} // namespace
+
+bool FileAccessBuf::Open(const FilePath& path, FileAccess::ACCESS_MODE mode, bool create)
+{
+    m_length = 0;
+    m_position = 0;
+    return m_file.Open(path, mode, create, false);
+}
+
+void FileAccessBuf::Close()
+{
+    m_file.Close();
+    m_length = 0;
+    m_position = 0;
+}
+
+bool FileAccessBuf::ReadLine(String& line)
+{
+    line.clear();
+    bool any = false;
+    while (m_position < m_length || xFill()) {
+        any = true;
+        const auto byte = static_cast<char>(m_buffer[m_position++]);
+        if (byte == '\n') {
+            if (!line.empty() && line[line.size() - 1] == '\r')
+                line.pop_back();
+            return true;
+        }
+        line += byte;
+    }
+    return any;
+}
+
+/// Reads the next bytes of the file. False at its end or on failure.
+bool FileAccessBuf::xFill()
+{
+    m_buffer.resize(BUFFER_SIZE);
+    m_position = 0;
+    m_length = BUFFER_SIZE;
+    if (!m_file.Read(m_buffer.data(), m_length))
+        m_length = 0;
+    return m_length != 0;
+}
+
+} // namespace kqlib

@@ -1,0 +1,465 @@
+#include "common/SettingsTransportSet.h"
+
+#include "common/FileAccess.h"
+#include "common/SettingsTransferable.h"
+
+#include <algorithm>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+namespace kqlib {
+
+namespace {
+
+using nlohmann::json;
+
+/// Sub-sets within sub-sets of a file that is read; more is taken for damage.
+constexpr int MAX_DEPTH = 100;
+
+// Names of the value types in the file, in the order of the variant's alternatives.
+constexpr const char* TYPE_NAMES[] = {"USHORT", "ULONG", "Bool", "String", "TimePos", "BinaryStore"};
+
+/// Each byte becomes the code point of its value, in UTF-8: JSON texts hold no arbitrary bytes.
+std::string ToUtf8(const String& text)
+{
+    std::string utf8;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte < 0x80) {
+            utf8 += character;
+        } else {
+            utf8 += static_cast<char>(0xC0 | byte >> 6);
+            utf8 += static_cast<char>(0x80 | (byte & 0x3F));
+        }
+    }
+    return utf8;
+}
+
+/// False when utf8 (valid, as the parser checked) holds a code point past 255.
+bool FromUtf8(const std::string& utf8, String& text)
+{
+    String bytes;
+    for (std::size_t index = 0; index < utf8.size(); ++index) {
+        const auto first = static_cast<unsigned char>(utf8[index]);
+        if (first < 0x80) {
+            bytes += utf8[index];
+            continue;
+        }
+        if (first > 0xC3 || index + 1 == utf8.size())
+            return false;
+        const auto second = static_cast<unsigned char>(utf8[++index]);
+        bytes += static_cast<char>((first & 0x03) << 6 | (second & 0x3F));
+    }
+    text = bytes;
+    return true;
+}
+
+String ToHex(const BinaryStore& store)
+{
+    String text;
+    for (ULONG index = 0; index < store.GetSize(); ++index) {
+        char high = 0;
+        char low = 0;
+        String::sToHex(static_cast<char>(store.GetData()[index]), high, low);
+        text += high;
+        text += low;
+    }
+    return text;
+}
+
+int HexDigit(char character)
+{
+    if (character >= '0' && character <= '9')
+        return character - '0';
+    if (character >= 'A' && character <= 'F')
+        return character - 'A' + 10;
+    if (character >= 'a' && character <= 'f')
+        return character - 'a' + 10;
+    return -1;
+}
+
+bool FromHex(const std::string& text, BinaryStore& store)
+{
+    std::vector<unsigned char> bytes;
+    if (text.size() % 2 != 0)
+        return false;
+    for (std::size_t index = 0; index < text.size(); index += 2) {
+        const int high = HexDigit(text[index]);
+        const int low = HexDigit(text[index + 1]);
+        if (high < 0 || low < 0)
+            return false;
+        bytes.push_back(static_cast<unsigned char>(high << 4 | low));
+    }
+    store.Set(bytes.data(), static_cast<ULONG>(bytes.size()));
+    return true;
+}
+
+/// A whole number from 0 to limit.
+bool ReadUnsigned(const json& value, std::uint64_t limit, std::uint64_t& out)
+{
+    if (!value.is_number_unsigned())
+        return false;
+    out = value.get<std::uint64_t>();
+    return out <= limit;
+}
+
+} // namespace
+
+/// The conversion to and from JSON; reaches the members of a set.
+struct SettingsTransportSet::JSON
+{
+    static json ToValue(const VALUE& value);
+    static bool FromValue(const std::string& type, const json& from, VALUE& value);
+    static json ToTree(const SettingsTransportSet& set);
+    static bool FromTree(const json& tree, SettingsTransportSet& set, int depth);
+    static bool ReadData(const json& tree, SettingsTransportSet& set);
+    static bool ReadSets(const json& tree, SettingsTransportSet& set, int depth);
+};
+
+const char* const SettingsTransportSet::UNNAMED = "";
+
+SettingsTransportSet::SettingsTransportSet() = default;
+
+SettingsTransportSet::SettingsTransportSet(const SettingsTransportSet& other)
+    : m_data(other.m_data)
+{
+    for (const auto& [key, set] : other.m_sets)
+        m_sets.emplace_back(key, std::make_unique<SettingsTransportSet>(*set));
+}
+
+SettingsTransportSet::SettingsTransportSet(SettingsTransportSet&& other) noexcept = default;
+
+SettingsTransportSet& SettingsTransportSet::operator=(const SettingsTransportSet& other)
+{
+    if (this != &other)
+        *this = SettingsTransportSet(other);
+    return *this;
+}
+
+SettingsTransportSet& SettingsTransportSet::operator=(SettingsTransportSet&& other) noexcept = default;
+
+SettingsTransportSet::~SettingsTransportSet() = default;
+
+void SettingsTransportSet::Reset()
+{
+    m_data.clear();
+    m_sets.clear();
+}
+
+bool SettingsTransportSet::AddUSHORT(const String& key, USHORT value)
+{
+    m_data.emplace_back(key, value);
+    return true;
+}
+
+bool SettingsTransportSet::AddULONG(const String& key, ULONG value)
+{
+    m_data.emplace_back(key, ULONG_VALUE{static_cast<std::uint32_t>(value)});
+    return true;
+}
+
+bool SettingsTransportSet::AddBool(const String& key, bool value)
+{
+    m_data.emplace_back(key, value);
+    return true;
+}
+
+bool SettingsTransportSet::AddString(const String& key, const String& value)
+{
+    m_data.emplace_back(key, value);
+    return true;
+}
+
+bool SettingsTransportSet::AddTimePos(const String& key, const TimePos& value)
+{
+    m_data.emplace_back(key, value);
+    return true;
+}
+
+bool SettingsTransportSet::AddBinaryStore(const String& key, const BinaryStore& value)
+{
+    m_data.emplace_back(key, value);
+    return true;
+}
+
+template <class T> const T* SettingsTransportSet::xFind(const String& key) const
+{
+    for (const auto& [name, value] : m_data)
+        if (name == key && std::holds_alternative<T>(value))
+            return &std::get<T>(value);
+    return nullptr;
+}
+
+bool SettingsTransportSet::GetUSHORT(const String& key, USHORT& out) const
+{
+    const auto* value = xFind<USHORT>(key);
+    if (value != nullptr)
+        out = *value;
+    return value != nullptr;
+}
+
+bool SettingsTransportSet::GetULONG(const String& key, ULONG& out) const
+{
+    const auto* value = xFind<ULONG_VALUE>(key);
+    if (value != nullptr)
+        out = value->value;
+    return value != nullptr;
+}
+
+bool SettingsTransportSet::GetBool(const String& key, bool& out) const
+{
+    const auto* value = xFind<bool>(key);
+    if (value != nullptr)
+        out = *value;
+    return value != nullptr;
+}
+
+bool SettingsTransportSet::GetString(const String& key, String& out) const
+{
+    const auto* value = xFind<String>(key);
+    if (value != nullptr)
+        out = *value;
+    return value != nullptr;
+}
+
+bool SettingsTransportSet::GetTimePos(const String& key, TimePos& out) const
+{
+    const auto* value = xFind<TimePos>(key);
+    if (value != nullptr)
+        out = *value;
+    return value != nullptr;
+}
+
+bool SettingsTransportSet::GetBinaryStore(const String& key, BinaryStore& out) const
+{
+    const auto* value = xFind<BinaryStore>(key);
+    if (value != nullptr)
+        out = *value;
+    return value != nullptr;
+}
+
+SettingsTransportSet* SettingsTransportSet::AddSet(const String& key)
+{
+    m_sets.emplace_back(key, std::make_unique<SettingsTransportSet>());
+    return m_sets.back().second.get();
+}
+
+ULONG SettingsTransportSet::GetSetCount() const
+{
+    return static_cast<ULONG>(m_sets.size());
+}
+
+const SettingsTransportSet& SettingsTransportSet::GetSet(ULONG index) const
+{
+    return *m_sets.at(index).second;
+}
+
+const String& SettingsTransportSet::GetSetKey(ULONG index) const
+{
+    return m_sets.at(index).first;
+}
+
+const SettingsTransportSet* SettingsTransportSet::FindSet(const String& key) const
+{
+    const auto found = std::find_if(m_sets.begin(), m_sets.end(), [&](const auto& item) { return item.first == key; });
+    return found != m_sets.end() ? found->second.get() : nullptr;
+}
+
+bool SettingsTransportSet::AddSettings(const String& key, const SettingsTransferable& object)
+{
+    return object.WriteTo(*AddSet(key));
+}
+
+bool SettingsTransportSet::GetSettings(SettingsTransferable& object) const
+{
+    return object.ReadFrom(*this);
+}
+
+ULONG SettingsTransportSet::GetDataCount() const
+{
+    return static_cast<ULONG>(m_data.size());
+}
+
+const String& SettingsTransportSet::GetDataKey(ULONG index) const
+{
+    return m_data.at(index).first;
+}
+
+bool SettingsTransportSet::GetDataAsString(ULONG index, String& out) const
+{
+    if (index >= m_data.size())
+        return false;
+    const VALUE& value = m_data[index].second;
+    if (const auto* number = std::get_if<USHORT>(&value))
+        out = String::sToString(*number);
+    else if (const auto* wide = std::get_if<ULONG_VALUE>(&value))
+        out = String::sToString(wide->value);
+    else if (const auto* flag = std::get_if<bool>(&value))
+        out = *flag ? "1" : "0";
+    else if (const auto* text = std::get_if<String>(&value))
+        out = *text;
+    else if (const auto* time = std::get_if<TimePos>(&value))
+        out = String(std::to_string(time->GetMilliSeconds()));
+    else
+        out = ToHex(std::get<BinaryStore>(value));
+    return true;
+}
+
+json SettingsTransportSet::JSON::ToValue(const VALUE& value)
+{
+    if (const auto* number = std::get_if<USHORT>(&value))
+        return *number;
+    if (const auto* wide = std::get_if<ULONG_VALUE>(&value))
+        return wide->value;
+    if (const auto* flag = std::get_if<bool>(&value))
+        return *flag;
+    if (const auto* text = std::get_if<String>(&value))
+        return ToUtf8(*text);
+    if (const auto* time = std::get_if<TimePos>(&value))
+        return time->GetMilliSeconds();
+    return ToHex(std::get<BinaryStore>(value)).str();
+}
+
+bool SettingsTransportSet::JSON::FromValue(const std::string& type, const json& from, VALUE& value)
+{
+    const auto* const found = std::find(std::begin(TYPE_NAMES), std::end(TYPE_NAMES), type);
+    std::uint64_t number = 0;
+    String text;
+    BinaryStore store;
+    switch (found - std::begin(TYPE_NAMES)) {
+    case 0:
+        value = static_cast<USHORT>(from.is_number_unsigned() ? from.get<std::uint64_t>() : 0);
+        return ReadUnsigned(from, std::numeric_limits<USHORT>::max(), number);
+    case 1:
+        value = ULONG_VALUE{static_cast<std::uint32_t>(from.is_number_unsigned() ? from.get<std::uint64_t>() : 0)};
+        return ReadUnsigned(from, std::numeric_limits<std::uint32_t>::max(), number);
+    case 2:
+        value = from.is_boolean() && from.get<bool>();
+        return from.is_boolean();
+    case 3:
+        if (!from.is_string() || !FromUtf8(from.get_ref<const std::string&>(), text))
+            return false;
+        value = text;
+        return true;
+    case 4:
+        if (!from.is_number_integer() ||
+            (from.is_number_unsigned() &&
+             !ReadUnsigned(from, static_cast<std::uint64_t>(std::numeric_limits<SLONG8>::max()), number)))
+            return false;
+        value = TimePos(from.get<SLONG8>());
+        return true;
+    case 5:
+        if (!from.is_string() || !FromHex(from.get_ref<const std::string&>(), store))
+            return false;
+        value = store;
+        return true;
+    default:
+        return false;
+    }
+}
+
+json SettingsTransportSet::JSON::ToTree(const SettingsTransportSet& set)
+{
+    json data = json::array();
+    for (const auto& [key, value] : set.m_data)
+        data.push_back(json::array({ToUtf8(key), TYPE_NAMES[value.index()], ToValue(value)}));
+    json sets = json::array();
+    for (const auto& [key, sub] : set.m_sets)
+        sets.push_back(json::array({ToUtf8(key), ToTree(*sub)}));
+    return json{{"data", std::move(data)}, {"sets", std::move(sets)}};
+}
+
+bool SettingsTransportSet::JSON::FromTree(const json& tree, SettingsTransportSet& set, int depth)
+{
+    return depth <= MAX_DEPTH && tree.is_object() && tree.size() == 2 && tree.contains("data") &&
+           tree.contains("sets") && ReadData(tree["data"], set) && ReadSets(tree["sets"], set, depth);
+}
+
+bool SettingsTransportSet::JSON::ReadData(const json& tree, SettingsTransportSet& set)
+{
+    if (!tree.is_array())
+        return false;
+    for (const json& item : tree) {
+        String key;
+        VALUE value;
+        if (!item.is_array() || item.size() != 3 || !item[0].is_string() || !item[1].is_string() ||
+            !FromUtf8(item[0].get_ref<const std::string&>(), key) ||
+            !FromValue(item[1].get_ref<const std::string&>(), item[2], value))
+            return false;
+        set.m_data.emplace_back(std::move(key), std::move(value));
+    }
+    return true;
+}
+
+bool SettingsTransportSet::JSON::ReadSets(const json& tree, SettingsTransportSet& set, int depth)
+{
+    if (!tree.is_array())
+        return false;
+    for (const json& item : tree) {
+        String key;
+        if (!item.is_array() || item.size() != 2 || !item[0].is_string() ||
+            !FromUtf8(item[0].get_ref<const std::string&>(), key) || !FromTree(item[1], *set.AddSet(key), depth + 1))
+            return false;
+    }
+    return true;
+}
+
+String SettingsTransportSet::ToJson() const
+{
+    return String(JSON::ToTree(*this).dump(1, ' ', true));
+}
+
+bool SettingsTransportSet::FromJson(const String& text)
+{
+    const json tree = json::parse(text.view(), nullptr, false);
+    SettingsTransportSet read;
+    if (tree.is_discarded() || !JSON::FromTree(tree, read, 0))
+        return false;
+    *this = std::move(read);
+    return true;
+}
+
+bool SettingsTransportSet::SaveToFile(const FilePath& path) const
+{
+    const String text = ToJson();
+    FilePath temporary = path;
+    temporary += ".tmp";
+    FileAccess file;
+    const bool written =
+        file.Open(temporary, FileAccess::AM_WRITE, true, true) &&
+        file.WriteAll(reinterpret_cast<const unsigned char*>(text.data()), static_cast<ULONG>(text.size())) &&
+        file.Flush();
+    file.Close();
+    if (written && platform::ReplaceFileBy(temporary.c_str(), path.c_str()))
+        return true;
+    FileAccess::sDelete(temporary);
+    return false;
+}
+
+bool SettingsTransportSet::LoadFromFile(const FilePath& path)
+{
+    FileAccess file;
+    if (!file.Open(path, FileAccess::AM_READ, false, false))
+        return false;
+    String text;
+    std::vector<unsigned char> piece(65536);
+    for (;;) {
+        ULONG size = static_cast<ULONG>(piece.size());
+        if (!file.Read(piece.data(), size))
+            return false;
+        if (size == 0)
+            return FromJson(text);
+        text.append(reinterpret_cast<const char*>(piece.data()), size);
+    }
+}
+
+bool operator==(const SettingsTransportSet& left, const SettingsTransportSet& right)
+{
+    return left.m_data == right.m_data && std::equal(left.m_sets.begin(), left.m_sets.end(), right.m_sets.begin(),
+                                                     right.m_sets.end(), [](const auto& first, const auto& second) {
+                                                         return first.first == second.first &&
+                                                                *first.second == *second.second;
+                                                     });
+}
+
+} // namespace kqlib
