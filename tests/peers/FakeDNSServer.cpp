@@ -1,0 +1,135 @@
+#include "tests/peers/FakeDNSServer.h"
+
+#include <chrono>
+#include <random>
+
+namespace kqlib::test {
+
+namespace {
+
+constexpr unsigned short DNS_PORT = 53;
+constexpr std::size_t LARGEST_QUERY = 2048;
+constexpr std::uint32_t WAIT_MS = 5;
+
+using Clock = std::chrono::steady_clock;
+
+/// A datagram that waits for its time.
+struct PENDING
+{
+    Clock::time_point due;
+    std::vector<unsigned char> bytes;
+    platform::Endpoint to;
+};
+
+std::string Dotted(const platform::Endpoint& endpoint)
+{
+    std::string text;
+    for (int i = 0; i < 4; ++i)
+        text += (i > 0 ? "." : "") + std::to_string(endpoint.bytes[i]);
+    return text;
+}
+
+/// A loopback address that hardly any other test of this machine has chosen at the same time.
+platform::Endpoint RandomLoopback(std::mt19937& random)
+{
+    std::uniform_int_distribution<int> byte(1, 250);
+    platform::Endpoint endpoint;
+    endpoint.port = DNS_PORT;
+    endpoint.bytes[0] = 127;
+    for (int i = 1; i < 4; ++i)
+        endpoint.bytes[i] = static_cast<unsigned char>(byte(random));
+    return endpoint;
+}
+
+/// Binds a socket to port 53 of a free loopback address.
+platform::SocketHandle BindSomewhere(std::string& address)
+{
+    std::mt19937 random{std::random_device{}()};
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        const platform::SocketHandle handle = platform::OpenSocket(false, platform::Family::IP4);
+        const platform::Endpoint endpoint = RandomLoopback(random);
+        if (handle != platform::INVALID_SOCKET_HANDLE && platform::BindSocket(handle, endpoint, false)) {
+            address = Dotted(endpoint);
+            return handle;
+        }
+        platform::CloseSocket(handle);
+    }
+    return platform::INVALID_SOCKET_HANDLE;
+}
+
+void SendDue(platform::SocketHandle handle, std::vector<PENDING>& pending)
+{
+    const auto now = Clock::now();
+    std::erase_if(pending, [handle, now](const PENDING& reply) {
+        if (reply.due > now)
+            return false;
+        std::size_t size = reply.bytes.size();
+        // A reply that cannot be sent is lost like any datagram.
+        platform::SendSocketTo(handle, reply.bytes.data(), size, reply.to);
+        return true;
+    });
+}
+
+} // namespace
+
+FakeDNSServer::FakeDNSServer(Script script)
+    : m_script(std::move(script))
+    , m_handle(BindSomewhere(m_address))
+{
+    if (IsRunning())
+        m_thread = std::thread([this] { xServe(); });
+}
+
+FakeDNSServer::~FakeDNSServer()
+{
+    m_ending = true;
+    if (m_thread.joinable())
+        m_thread.join();
+    platform::CloseSocket(m_handle);
+}
+
+std::vector<DNSQuery> FakeDNSServer::GetQueries() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_queries;
+}
+
+std::size_t FakeDNSServer::GetQueryCount() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_queries.size();
+}
+
+std::string FakeDNSServer::sGetDeadAddress()
+{
+    std::string address;
+    platform::CloseSocket(BindSomewhere(address));
+    return address;
+}
+
+void FakeDNSServer::xServe()
+{
+    std::vector<PENDING> pending;
+    unsigned char buffer[LARGEST_QUERY];
+    while (!m_ending) {
+        SendDue(m_handle, pending);
+        if (platform::WaitSocket(m_handle, true, WAIT_MS) != platform::WaitResult::READY)
+            continue;
+        platform::Endpoint from;
+        std::size_t size = sizeof(buffer);
+        if (platform::RecvSocketFrom(m_handle, buffer, size, from) != platform::IoResult::DONE)
+            continue;
+        const auto now = Clock::now();
+        const DNSQuery query({buffer, buffer + size});
+        std::size_t number = 0;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            number = m_queries.size();
+            m_queries.push_back(query);
+        }
+        for (REPLY& reply : m_script(query, number))
+            pending.push_back({now + std::chrono::milliseconds(reply.delayMs), std::move(reply.bytes), from});
+    }
+}
+
+} // namespace kqlib::test
