@@ -1,0 +1,351 @@
+#include "common/EventLog.h"
+
+#include "platform/Clock.h"
+#include "tests/common/logs/TestEntries.h"
+#include "tests/peers/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <regex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kqlib::test {
+namespace {
+
+class EventLogTest : public ::testing::Test
+{
+protected:
+    EventLogSettings xSettings(const String& name = "events.log", bool debug = false) const
+    {
+        EventLogSettings settings;
+        settings.SetEnabled(true);
+        settings.SetFolder(m_folder.GetFilePath());
+        settings.SetFileName(name);
+        settings.SetUsePrintDebug(debug);
+        return settings;
+    }
+    /// The whole file, byte for byte.
+    std::string xRead(const std::string& name = "events.log") const
+    {
+        std::ifstream file(m_folder / name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    }
+    std::vector<std::string> xLines(const std::string& name = "events.log") const
+    {
+        std::ifstream file(m_folder / name, std::ios::binary);
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(file, line);)
+            lines.push_back(line);
+        return lines;
+    }
+    /// The line without its time and the TAB behind it.
+    static std::string xFields(const std::string& line) { return line.substr(line.find('\t') + 1); }
+    /// Prints an IP line with fixed ends.
+    static void xPrint(EventLog& log, const String& event, const String& detail = "", const String& comment = "")
+    {
+        log.PrintIPNormal(EventLogSessionID(26, 0x3F2C), NetIP("192.0.2.7"), 4711, NetIP("127.0.0.1"), 21, event,
+                          detail, comment);
+    }
+
+    TempFolder m_folder;
+};
+
+TEST_F(EventLogTest, New_PrintsNothing)
+{
+    EventLog log;
+    log.PrintServiceNormal("Event", "detail", "comment");
+    xPrint(log, "Event");
+    log.PrintPurge();
+    EXPECT_TRUE(std::filesystem::is_empty(m_folder.GetPath()));
+}
+
+TEST_F(EventLogTest, PrintServiceNormal_OneLineOfEightFields)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    log.PrintServiceNormal("Open Listening Port Success", "0.0.0.0:21", "why");
+    const auto lines = xLines();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_TRUE(std::regex_match(lines[0], std::regex("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3}\\t.*")));
+    EXPECT_EQ(xFields(lines[0]), "Service\t\t\t\tOpen Listening Port Success\t0.0.0.0:21\twhy");
+    EXPECT_EQ(xRead().back(), '\n');
+    EXPECT_EQ(xRead().find('\r'), std::string::npos);
+}
+
+TEST_F(EventLogTest, PrintIPNormal_SessionRemoteThenLocal)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    xPrint(log, "Connection Accepted", "d", "c");
+    EXPECT_EQ(xFields(xLines().at(0)),
+              "Normal\t0000001A-00003F2C\t192.0.2.7:4711\t127.0.0.1:21\tConnection Accepted\td\tc");
+}
+
+TEST_F(EventLogTest, PrintIPNormal_LargestNumbers_EightDigitsEach)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    log.PrintIPNormal(EventLogSessionID(0xFFFFFFFF, 0xFFFFFFFE), NetIP("2001:db8::1"), 65535, NetIP("::1"), 1, "E", "",
+                      "");
+    EXPECT_EQ(xFields(xLines().at(0)), "Normal\tFFFFFFFF-FFFFFFFE\t[2001:db8::1]:65535\t[::1]:1\tE\t\t");
+}
+
+TEST_F(EventLogTest, PrintIPNormal_UnsetAddressAndPort_FieldEmpty)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    log.PrintIPNormal(EventLogSessionID(), NetIP(), 0, NetIP(), 8, "E", "", "");
+    EXPECT_EQ(xFields(xLines().at(0)), "Normal\t00000000-00000000\t\t0.0.0.0:8\tE\t\t");
+}
+
+TEST_F(EventLogTest, PrintIPDebug_OnlyWhenAskedFor)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    log.PrintIPDebug(EventLogSessionID(), NetIP(), 0, NetIP(), 0, "Hidden", "", "");
+    log.SetSettings(xSettings("events.log", true));
+    log.PrintIPDebug(EventLogSessionID(), NetIP(), 0, NetIP(), 0, "Shown", "", "");
+    const auto lines = xLines();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(xFields(lines[0]), "Debug\t00000000-00000000\t\t\tShown\t\t");
+}
+
+TEST_F(EventLogTest, Time_IsTheLocalTimeOfTheCalendar)
+{
+    const SLONG8 now = 1700000000042;
+    FakeCalendar calendar(now);
+    platform::CalendarTime local = {};
+    ASSERT_TRUE(platform::ToLocalTime(now, local));
+    char expected[96];
+    std::snprintf(expected, sizeof expected, "%04d-%02d-%02d %02d:%02d:%02d.042", local.year, local.month, local.day,
+                  local.hour, local.minute, local.second);
+    EventLog log;
+    log.SetSettings(xSettings());
+    log.PrintServiceNormal("E", "", "");
+    EXPECT_EQ(xLines().at(0).substr(0, 23), expected);
+}
+
+TEST_F(EventLogTest, AnyField_ControlCharacters_BecomePercentAndTwoUpperCaseDigits)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    const String nasty(std::string("a\r\nb\tc\0d\x1F\x7F"
+                                   "e",
+                                   11));
+    xPrint(log, nasty, nasty, nasty);
+    const std::string clean = "a%0D%0Ab%09c%00d%1F%7Fe";
+    const auto lines = xLines();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(xFields(lines[0]),
+              "Normal\t0000001A-00003F2C\t192.0.2.7:4711\t127.0.0.1:21\t" + clean + "\t" + clean + "\t" + clean);
+}
+
+TEST_F(EventLogTest, AnyByteInEveryField_OneLineOfEightFields)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    String all;
+    for (int byte = 0; byte < 256; ++byte)
+        all += static_cast<char>(byte);
+    log.PrintServiceNormal(all, all, all);
+    const std::string text = xRead();
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\t'), 7);
+    EXPECT_NE(text.find("\x80\x81"), std::string::npos);
+}
+
+TEST_F(EventLogTest, BracesAndPercents_AreTextAndNoFormat)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    xPrint(log, "{} {0} {:d} %s %n %v", "%%", "{");
+    EXPECT_EQ(xFields(xLines().at(0)),
+              "Normal\t0000001A-00003F2C\t192.0.2.7:4711\t127.0.0.1:21\t{} {0} {:d} %s %n %v\t%%\t{");
+}
+
+TEST_F(EventLogTest, VeryLongText_StaysOneLine)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    const std::string longText(100000, 'x');
+    log.PrintServiceNormal(longText, "", "");
+    ASSERT_EQ(xLines().size(), 1U);
+    EXPECT_NE(xLines()[0].find(longText), std::string::npos);
+}
+
+TEST_F(EventLogTest, Print_LineIsInTheFileAtOnce)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    for (std::size_t count = 1; count <= 10; ++count) {
+        log.PrintServiceNormal("E", "", "");
+        EXPECT_EQ(xLines().size(), count);
+    }
+}
+
+TEST_F(EventLogTest, PrintPurge_EverythingPrintedBeforeIsInTheFile)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    for (int index = 0; index < 100; ++index)
+        log.PrintServiceNormal("E", "", "");
+    log.PrintPurge();
+    EXPECT_EQ(xLines().size(), 100U);
+}
+
+TEST_F(EventLogTest, Reopened_Appends)
+{
+    for (int round = 0; round < 3; ++round) {
+        EventLog log;
+        log.SetSettings(xSettings());
+        log.PrintServiceNormal("E", "", "");
+    }
+    EXPECT_EQ(xLines().size(), 3U);
+}
+
+TEST_F(EventLogTest, TwoLogsOnOneFile_BothAppend)
+{
+    EventLog first;
+    EventLog second;
+    first.SetSettings(xSettings());
+    second.SetSettings(xSettings());
+    first.PrintServiceNormal("1", "", "");
+    second.PrintServiceNormal("2", "", "");
+    first.PrintServiceNormal("3", "", "");
+    EXPECT_EQ(xLines().size(), 3U);
+}
+
+TEST_F(EventLogTest, SetSettings_AnotherFile_GoesOnThere)
+{
+    EventLog log;
+    log.SetSettings(xSettings("one.log"));
+    log.PrintServiceNormal("E", "", "");
+    log.SetSettings(xSettings("two.log"));
+    log.PrintServiceNormal("E", "", "");
+    log.SetSettings(EventLogSettings());
+    log.PrintServiceNormal("E", "", "");
+    EXPECT_EQ(xLines("one.log").size(), 1U);
+    EXPECT_EQ(xLines("two.log").size(), 1U);
+}
+
+TEST_F(EventLogTest, GetSettings_WhatWasSet)
+{
+    EventLog log;
+    EventLogSettings settings;
+    log.GetSettings(settings);
+    EXPECT_TRUE(settings == EventLogSettings());
+    log.SetSettings(xSettings("x.log", true));
+    log.GetSettings(settings);
+    EXPECT_TRUE(settings == xSettings("x.log", true));
+}
+
+TEST_F(EventLogTest, FolderMissing_IsMade)
+{
+    EventLogSettings settings = xSettings();
+    FilePath folder = m_folder.GetFilePath();
+    folder.MakeSafeForFileAppend(true);
+    folder += "a/b";
+    settings.SetFolder(folder);
+    EventLog log;
+    log.SetSettings(settings);
+    log.PrintServiceNormal("E", "", "");
+    EXPECT_TRUE(std::filesystem::exists(m_folder.GetPath() / "a" / "b" / "events.log"));
+}
+
+TEST_F(EventLogTest, FolderUnusable_LinesAreDroppedNothingThrows)
+{
+    std::ofstream(m_folder / "file") << "no folder";
+    EventLogSettings settings = xSettings();
+    FilePath folder = m_folder.GetFilePath();
+    folder.MakeSafeForFileAppend(true);
+    folder += "file";
+    settings.SetFolder(folder);
+    EventLog log;
+    EXPECT_NO_THROW(log.SetSettings(settings));
+    EXPECT_NO_THROW(log.PrintServiceNormal("E", "", ""));
+    EXPECT_NO_THROW(xPrint(log, "E"));
+    EXPECT_NO_THROW(log.PrintPurge());
+    std::filesystem::remove(m_folder / "file");
+    log.SetSettings(settings);
+    log.PrintServiceNormal("E", "", "");
+    EXPECT_TRUE(std::filesystem::exists(m_folder.GetPath() / "file" / "events.log"));
+}
+
+TEST_F(EventLogTest, NameIsAFolder_LinesAreDropped)
+{
+    std::filesystem::create_directory(m_folder / "events.log");
+    EventLog log;
+    EXPECT_NO_THROW(log.SetSettings(xSettings()));
+    EXPECT_NO_THROW(log.PrintServiceNormal("E", "", ""));
+    EXPECT_NO_THROW(log.SetSettings(xSettings("")));
+    EXPECT_NO_THROW(log.PrintServiceNormal("E", "", ""));
+}
+
+TEST_F(EventLogTest, SixteenThreads_EveryLineWholeAndTimesInOrder)
+{
+    constexpr int THREADS = 16;
+    constexpr int LINES = 200;
+    EventLog log;
+    log.SetSettings(xSettings());
+    std::vector<std::thread> threads;
+    for (int index = 0; index < THREADS; ++index)
+        threads.emplace_back([&log, index] {
+            for (int line = 0; line < LINES; ++line)
+                xPrint(log, "Line", String::sToString(index) + ":" + String::sToString(line));
+        });
+    for (auto& thread : threads)
+        thread.join();
+    const auto lines = xLines();
+    ASSERT_EQ(lines.size(), static_cast<std::size_t>(THREADS * LINES));
+    std::set<std::string> seen;
+    std::string lastTime;
+    for (const std::string& line : lines) {
+        ASSERT_EQ(std::count(line.begin(), line.end(), '\t'), 7);
+        seen.insert(xFields(line));
+        EXPECT_LE(lastTime, line.substr(0, 23));
+        lastTime = line.substr(0, 23);
+    }
+    EXPECT_EQ(seen.size(), lines.size());
+}
+
+/// Takes the events elsewhere.
+class CountingLog : public EventLog
+{
+public:
+    void PrintServiceNormal(const String&, const String&, const String&) override { ++count; }
+    int count = 0;
+};
+
+TEST_F(EventLogTest, Derived_TakesTheEvents)
+{
+    CountingLog counting;
+    EventLog& log = counting;
+    log.SetSettings(xSettings());
+    log.PrintServiceNormal("E", "", "");
+    EXPECT_EQ(counting.count, 1);
+    EXPECT_TRUE(xLines().empty());
+}
+
+TEST(EventLogSessionID, Data_TwelveBytesReservedZero)
+{
+    const EventLogSessionID id(0xFFFFFFFF, 7);
+    EXPECT_EQ(id.GetDataDirect().session, 0xFFFFFFFFU);
+    EXPECT_EQ(id.GetDataDirect().thread, 7U);
+    EXPECT_EQ(id.GetDataDirect().reserved, 0U);
+    EventLogSessionID::DATA data = id.GetDataDirect();
+    data.reserved = 99;
+    EXPECT_TRUE(EventLogSessionID(data) == id);
+    EXPECT_EQ(EventLogSessionID(data).GetDataDirect().reserved, 0U);
+    EXPECT_FALSE(EventLogSessionID(1, 7) == id);
+    EXPECT_FALSE(EventLogSessionID(0xFFFFFFFF, 8) == id);
+    EXPECT_TRUE(EventLogSessionID() == EventLogSessionID(0, 0));
+}
+
+} // namespace
+} // namespace kqlib::test
