@@ -1,0 +1,361 @@
+// Compares bench/line_server (on the library) with bench/bare_line_server (bare blocking sockets, a thread per
+// connection) in one run on loopback: both are started here, every workload runs against them in turn, several times,
+// and the medians and their ratio are printed. Linux only.
+//
+// usage: line_load [--bin DIR] [--seconds S] [--rounds N] [--only WORKLOAD] [--idle-seconds S] [--json]
+//   DIR: where the two servers lie (default: beside this program)
+
+#include "bench/BareSockets.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <sstream>
+#include <string>
+#include <sys/epoll.h>
+#include <sys/wait.h>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double Since(Clock::time_point start)
+{
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+/// A server started as a child process; it prints "listening on 127.0.0.1:PORT" first.
+class Server
+{
+public:
+    Server(const std::string& path, std::vector<std::string> arguments)
+    {
+        int ends[2];
+        if (::pipe(ends) != 0)
+            bench::Die("pipe");
+        m_pid = ::fork();
+        if (m_pid == 0) {
+            ::dup2(ends[1], 1);
+            ::close(ends[0]);
+            ::close(ends[1]);
+            std::vector<char*> argv{const_cast<char*>(path.c_str())};
+            for (std::string& argument : arguments)
+                argv.push_back(argument.data());
+            argv.push_back(nullptr);
+            ::execv(path.c_str(), argv.data());
+            bench::Die(path.c_str());
+        }
+        ::close(ends[1]);
+        std::string line;
+        for (char character = 0; ::read(ends[0], &character, 1) == 1 && character != '\n';)
+            line += character;
+        ::close(ends[0]);
+        const auto colon = line.rfind(':');
+        if (colon == std::string::npos)
+            bench::Die("the server printed no port");
+        m_port = static_cast<std::uint16_t>(std::stoul(line.substr(colon + 1)));
+    }
+    ~Server()
+    {
+        ::kill(m_pid, SIGTERM);
+        ::waitpid(m_pid, nullptr, 0);
+    }
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    std::uint16_t Port() const { return m_port; }
+
+    /// Processor seconds used so far, user and system.
+    double CpuSeconds() const
+    {
+        std::ifstream stat("/proc/" + std::to_string(m_pid) + "/stat");
+        std::string text;
+        std::getline(stat, text);
+        std::istringstream fields(text.substr(text.rfind(')') + 2));
+        std::string skipped;
+        for (int index = 0; index < 11; ++index)
+            fields >> skipped;
+        unsigned long user = 0;
+        unsigned long system = 0;
+        fields >> user >> system;
+        return static_cast<double>(user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+    }
+    double ResidentMiB() const
+    {
+        std::ifstream status("/proc/" + std::to_string(m_pid) + "/status");
+        for (std::string line; std::getline(status, line);)
+            if (line.starts_with("VmRSS:"))
+                return std::stod(line.substr(6)) / 1024.0;
+        return 0;
+    }
+
+private:
+    pid_t m_pid = 0;
+    std::uint16_t m_port = 0;
+};
+
+void SendText(int socket, const std::string& text)
+{
+    for (std::size_t done = 0; done < text.size();) {
+        const ssize_t sent = ::send(socket, text.data() + done, text.size() - done, MSG_NOSIGNAL);
+        if (sent <= 0)
+            bench::Die("send");
+        done += static_cast<std::size_t>(sent);
+    }
+}
+
+/// Receives exactly size bytes and forgets them.
+void Swallow(int socket, unsigned long long size)
+{
+    static thread_local std::vector<char> buffer(1 << 18);
+    while (size > 0) {
+        const auto room = std::min<unsigned long long>(size, buffer.size());
+        const ssize_t got = ::recv(socket, buffer.data(), static_cast<std::size_t>(room), 0);
+        if (got <= 0)
+            bench::Die("recv");
+        size -= static_cast<unsigned long long>(got);
+    }
+}
+
+int MustConnect(const Server& server, std::uint32_t host)
+{
+    const int socket = bench::Connect(server.Port(), host);
+    if (socket < 0)
+        bench::Die("connect");
+    return socket;
+}
+
+/// Commands per second: count connections in a closed loop, one PING outstanding on each, driven by one thread.
+double Commands(const Server& server, unsigned count, double seconds)
+{
+    std::vector<int> sockets;
+    const int poll = ::epoll_create1(EPOLL_CLOEXEC);
+    for (unsigned index = 0; index < count; ++index) {
+        sockets.push_back(MustConnect(server, 2 + index % 8));
+        epoll_event event{};
+        event.events = EPOLLIN;
+        event.data.fd = sockets.back();
+        ::epoll_ctl(poll, EPOLL_CTL_ADD, sockets.back(), &event);
+        SendText(sockets.back(), "PING\r\n");
+    }
+    unsigned long long answers = 0;
+    std::vector<epoll_event> events(256);
+    char buffer[64];
+    // A second of warming up: the server's threads exist and have run.
+    auto start = Clock::now();
+    for (bool warm = false;;) {
+        const int ready = ::epoll_wait(poll, events.data(), 256, 1000);
+        for (int index = 0; index < ready; ++index) {
+            const int socket = events[static_cast<std::size_t>(index)].data.fd;
+            if (::recv(socket, buffer, sizeof buffer, 0) <= 0)
+                bench::Die("recv");
+            ++answers;
+            SendText(socket, "PING\r\n");
+        }
+        const double passed = Since(start);
+        if (!warm && passed > 0.3) {
+            warm = true;
+            answers = 0;
+            start = Clock::now();
+        } else if (warm && passed >= seconds) {
+            break;
+        }
+    }
+    const double rate = static_cast<double>(answers) / Since(start);
+    for (const int socket : sockets)
+        ::close(socket);
+    ::close(poll);
+    return rate;
+}
+
+/// Commands per second on one connection with depth commands sent at once.
+double Pipelined(const Server& server, unsigned depth, double seconds)
+{
+    const int socket = MustConnect(server, 2);
+    std::string batch;
+    for (unsigned index = 0; index < depth; ++index)
+        batch += "PING\r\n";
+    unsigned long long answers = 0;
+    const auto start = Clock::now();
+    while (Since(start) < seconds) {
+        SendText(socket, batch);
+        Swallow(socket, 6ULL * depth);
+        answers += depth;
+    }
+    const double rate = static_cast<double>(answers) / Since(start);
+    ::close(socket);
+    return rate;
+}
+
+/// Bytes per second over streams connections, in transfers of size bytes.
+double Bulk(const Server& server, unsigned streams, unsigned long long size, double seconds)
+{
+    std::atomic<unsigned long long> bytes{0};
+    std::vector<std::thread> threads;
+    const auto start = Clock::now();
+    for (unsigned index = 0; index < streams; ++index)
+        threads.emplace_back([&, index] {
+            const int socket = MustConnect(server, 2 + index);
+            while (Since(start) < seconds) {
+                SendText(socket, "GET " + std::to_string(size) + "\r\n");
+                Swallow(socket, size);
+                bytes += size;
+            }
+            ::close(socket);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    return static_cast<double>(bytes.load()) / Since(start);
+}
+
+/// Connections per second: clients in a closed loop of connect, PING, QUIT, end of stream.
+double Connections(const Server& server, unsigned clients, double seconds)
+{
+    std::atomic<unsigned long long> made{0};
+    std::vector<std::thread> threads;
+    const auto start = Clock::now();
+    for (unsigned index = 0; index < clients; ++index)
+        threads.emplace_back([&, index] {
+            for (unsigned turn = 0; Since(start) < seconds; ++turn) {
+                const int socket = MustConnect(server, 2 + (turn * clients + index) % 64);
+                SendText(socket, "PING\r\n");
+                Swallow(socket, 6);
+                SendText(socket, "QUIT\r\n");
+                char last = 0;
+                while (::recv(socket, &last, 1, 0) > 0) {
+                }
+                ::close(socket);
+                ++made;
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    return static_cast<double>(made.load()) / Since(start);
+}
+
+struct IdleCost
+{
+    double cpu;    ///< processor seconds per second
+    double mib;    ///< resident growth in MiB
+};
+
+IdleCost Idle(const Server& server, unsigned count, double seconds)
+{
+    const double before = server.ResidentMiB();
+    std::vector<int> sockets;
+    for (unsigned index = 0; index < count; ++index) {
+        sockets.push_back(MustConnect(server, 2 + index % 8));
+        SendText(sockets.back(), "PING\r\n");
+        Swallow(sockets.back(), 6);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    const double cpu = server.CpuSeconds();
+    const auto start = Clock::now();
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    const IdleCost cost{(server.CpuSeconds() - cpu) / Since(start), server.ResidentMiB() - before};
+    for (const int socket : sockets)
+        ::close(socket);
+    return cost;
+}
+
+double Median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+struct Options
+{
+    std::string bin;
+    double seconds = 2;
+    double idleSeconds = 5;
+    unsigned rounds = 5;
+    std::string only;
+};
+
+/// Runs one workload against both servers in turn and prints the medians and their ratio.
+void Compare(const Options& options, const char* name, const char* unit, const Server& library, const Server& bare,
+             const std::function<double(const Server&)>& workload)
+{
+    if (!options.only.empty() && std::string(name).find(options.only) == std::string::npos)
+        return;
+    std::vector<double> ours;
+    std::vector<double> theirs;
+    std::vector<double> ratios;
+    for (unsigned round = 0; round < options.rounds; ++round) {
+        ours.push_back(workload(library));
+        theirs.push_back(workload(bare));
+        ratios.push_back(ours.back() / theirs.back());
+    }
+    const auto [low, high] = std::minmax_element(ratios.begin(), ratios.end());
+    std::printf("%-28s %14.0f %14.0f %-10s %6.2f  (%.2f to %.2f)\n", name, Median(ours), Median(theirs), unit,
+                Median(ratios), *low, *high);
+    std::fflush(stdout);
+}
+
+void CompareIdle(const Options& options)
+{
+    if (!options.only.empty() && options.only != "idle")
+        return;
+    std::printf("\n%-28s %14s %14s\n", "1000 idle sessions", "processor s/s", "resident MiB");
+    const auto print = [&](const char* name, const std::string& program, std::vector<std::string> arguments) {
+        const Server server(options.bin + program, std::move(arguments));
+        const IdleCost cost = Idle(server, 1000, options.idleSeconds);
+        std::printf("%-28s %14.3f %14.1f\n", name, cost.cpu, cost.mib);
+        std::fflush(stdout);
+        return cost.cpu;
+    };
+    const double usual = print("library, block time 2 ms", "/line_server", {"--port", "0"});
+    const double raised = print("library, block time 100 ms", "/line_server", {"--port", "0", "--block-ms", "100"});
+    print("bare, blocking", "/bare_line_server", {"--port", "0"});
+    std::printf("%-28s %14.3f\n", "100 ms / 2 ms", usual > 0 ? raised / usual : 0);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    Options options;
+    const std::string self = argv[0];
+    options.bin = self.substr(0, self.rfind('/') == std::string::npos ? 0 : self.rfind('/'));
+    if (options.bin.empty())
+        options.bin = ".";
+    for (int index = 1; index + 1 < argc; index += 2) {
+        const std::string key = argv[index];
+        const std::string value = argv[index + 1];
+        if (key == "--bin")
+            options.bin = value;
+        else if (key == "--seconds")
+            options.seconds = std::stod(value);
+        else if (key == "--idle-seconds")
+            options.idleSeconds = std::stod(value);
+        else if (key == "--rounds")
+            options.rounds = static_cast<unsigned>(std::stoul(value));
+        else if (key == "--only")
+            options.only = value;
+    }
+    std::printf("%-28s %14s %14s %-10s %6s\n", "workload (median)", "library", "bare", "", "ratio");
+    {
+        const Server library(options.bin + "/line_server", {"--port", "0"});
+        const Server bare(options.bin + "/bare_line_server", {"--port", "0"});
+        for (const unsigned count : {1U, 16U, 64U, 256U})
+            Compare(options, ("commands, " + std::to_string(count) + " connections").c_str(), "per s", library, bare,
+                    [&](const Server& server) { return Commands(server, count, options.seconds); });
+        Compare(options, "pipelined, 64 deep", "per s", library, bare,
+                [&](const Server& server) { return Pipelined(server, 64, options.seconds); });
+        Compare(options, "bulk, 1 stream of 256 MiB", "bytes/s", library, bare,
+                [&](const Server& server) { return Bulk(server, 1, 256ULL << 20, options.seconds); });
+        Compare(options, "bulk, 4 streams of 64 MiB", "bytes/s", library, bare,
+                [&](const Server& server) { return Bulk(server, 4, 64ULL << 20, options.seconds); });
+        Compare(options, "connections, 4 clients", "per s", library, bare,
+                [&](const Server& server) { return Connections(server, 4, options.seconds); });
+    }
+    CompareIdle(options);
+    return 0;
+}
