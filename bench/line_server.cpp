@@ -73,7 +73,7 @@ public:
 private:
     NetTCPSession* xCreateSession(NetTCP* const connection, EventLogSessionID id) override
     {
-        return new LineSession(m_pool, m_cache, GetActivityLog(), *GetEventLog(), id, connection, m_blockMs);
+        return new LineSession(m_pool, m_cache, GetActivityLog(), GetEventLog(), id, connection, m_blockMs);
     }
 
     ThreadPool& m_pool;
