@@ -11,6 +11,8 @@ if(KQNET_RUNTIME_DLLS)
     install(FILES ${KQNET_RUNTIME_DLLS} DESTINATION "${CMAKE_INSTALL_BINDIR}")
 endif()
 
+set_target_properties(kqnet PROPERTIES INSTALL_RPATH "$ORIGIN") # finds kqcommon beside it
+
 # Headers keep their folders: users write #include "net/sockets/NetTCP.h", as the library itself does. One that includes
 # another package's header is private and stays here.
 file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}"
