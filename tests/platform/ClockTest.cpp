@@ -92,13 +92,6 @@ TEST(ClockTest, ToLocalTime_ThisMoment_WithinADayOfUtcAndSameMillisecond)
     EXPECT_LE(std::abs(local.year - utc.year), 1);
 }
 
-TEST(ClockTest, ToLocalTime_BeyondAnyCalendar_False)
-{
-    CalendarTime local{};
-    EXPECT_FALSE(ToLocalTime(INT64_MAX, local));
-    EXPECT_FALSE(ToLocalTime(INT64_MIN, local));
-}
-
 TEST(ClockTest, WallClockMs_Now_AgreesWithTheStandardClock)
 {
     const auto standard =
