@@ -1,0 +1,45 @@
+// FtpServer: a whole kqftpd, from its settings.
+#pragma once
+
+#include "common/ThreadPool.h"
+#include "hosts/ftp/FtpService.h"
+#include "net/dns/NetDNSCache.h"
+
+#include <memory>
+
+namespace kqlib {
+
+/// The thread pool, the cache, the logs and the service in the order in which they must come and go.
+///
+/// Start, then any number of Reload, then Stop (or the destructor). Ownership: owns everything. Threads: one at a time.
+/// Errors: by result with a sentence.
+class FtpServer
+{
+public:
+    FtpServer();
+    ~FtpServer();
+    FtpServer(const FtpServer&) = delete;
+    FtpServer& operator=(const FtpServer&) = delete;
+
+    /// Opens the logs and the ports. False: error says why, nothing runs.
+    [[nodiscard]] bool Start(const FtpSettings& settings, String& error);
+    /// Takes over changed settings: ports and limits at once, everything else for sessions that begin from now on; the
+    /// log folder stays. False: a port could not be opened (the others are, and the settings hold).
+    [[nodiscard]] bool Reload(const FtpSettings& settings, String& error);
+    /// Closes the ports, ends every session, writes the logs out.
+    void Stop();
+
+    bool IsRunning() const { return m_service != nullptr; }
+    /// Only while running.
+    FtpService& GetService() { return *m_service; }
+
+private:
+    bool xListen(const FtpSettings& settings, String& error);
+
+    ThreadPool m_pool;
+    NetDNSCache m_cache;
+    std::unique_ptr<FtpService> m_service;
+    String m_listen; // the bindings that are open
+};
+
+} // namespace kqlib

@@ -1,0 +1,51 @@
+// FtpService: the service of kqftpd.
+#include "hosts/ftp/FtpService.h"
+
+#include "hosts/ftp/FtpSession.h"
+
+#include <utility>
+
+namespace kqlib {
+
+FtpService::FtpService(ThreadPool& pool, NetDNSCache& cache, std::shared_ptr<const FtpConfig> config)
+    : FtpServiceBase(pool, cache)
+    , m_pool(pool)
+    , m_cache(cache)
+    , m_config(std::move(config))
+    , m_board(pool, *this)
+{
+}
+
+FtpService::~FtpService()
+{
+    // 1. Nobody asks for a session any more: xCreateSession goes with this object.
+    StopListen();
+    xEndThread();
+    // 2. The sessions use the board, so they go before it: first all are asked, then each is waited for.
+    CloseSessionsAsync();
+    CloseSessions();
+    m_board.End();
+}
+
+bool FtpService::Start(Messages& messages)
+{
+    return Init(messages) && m_board.Start();
+}
+
+void FtpService::SetConfig(std::shared_ptr<const FtpConfig> config)
+{
+    const std::lock_guard lock(m_configMutex);
+    m_config = std::move(config);
+}
+
+NetTCPSession* FtpService::xCreateSession(NetTCP* const connection, EventLogSessionID id)
+{
+    std::shared_ptr<const FtpConfig> config;
+    {
+        const std::lock_guard lock(m_configMutex);
+        config = m_config;
+    }
+    return new FtpSession(m_pool, m_cache, GetActivityLog(), GetEventLog(), id, connection, std::move(config), m_board);
+}
+
+} // namespace kqlib

@@ -1,0 +1,260 @@
+// FtpSession: one client's conversation.
+#pragma once
+
+#include "hosts/ftp/FtpBase.h"
+#include "hosts/ftp/FtpConfig.h"
+#include "hosts/ftp/FtpFileSystem.h"
+#include "hosts/ftp/FtpListing.h"
+#include "hosts/ftp/FtpLiveBoard.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kqlib {
+
+class FtpFile;
+
+/// Reads commands, looks them up in a table and answers them (RFC 959, 1123, 2389, 2428, 3659).
+///
+/// The sources are split by theme: FtpSession (the loop, replies, watching the control connection),
+/// FtpSessionAccess (logging in, questions about the server), FtpSessionFiles (folders, names, times),
+/// FtpSessionData (data connections) and FtpSessionTransfer (files and listings over them).
+///
+/// Ownership: the service owns the session, the session its sockets; it shares its settings and borrows the board.
+/// Threads: everything on the session's own thread, save what the base says.
+/// Errors: every command gets its reply. A reply that cannot be sent is not looked after: the next read of a command
+/// finds the reason and ends the session.
+class FtpSession : public FtpSessionBase
+{
+public:
+    /// The action codes of the live status.
+    enum ACTION : std::uint32_t
+    {
+        ACT_IDLE = 0,
+        ACT_LIST = 1,
+        ACT_DOWNLOAD = 2,
+        ACT_UPLOAD = 3
+    };
+
+    /// Starts the session's thread.
+    FtpSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& activityLog, EventLog& eventLog,
+               const EventLogSessionID& id, NetTCP* const connection, std::shared_ptr<const FtpConfig> config,
+               FtpLiveBoard& board);
+    ~FtpSession() override;
+
+protected:
+    void xHandleSession() override;
+    void xEventControlMsgDisconnectRecv(const String& text) override;
+    void xEventSessionEnd() override;
+    /// Asked in every wait of the base: looks after control messages and, while a transfer runs, after the control
+    /// connection. False: the transfer must stop.
+    bool xWaitingForNetShouldWait() override;
+
+private:
+    using RESULT = FtpFileSystem::RESULT;
+    using RECORDER = std::function<void(bool success, const String& reason)>;
+    using COMMANDFUNC = void (FtpSession::*)(const String& argument);
+
+    /// What a command expects behind its name.
+    enum class ARGUMENT : std::uint8_t
+    {
+        NONE,
+        ALLOWED,
+        REQUIRED
+    };
+    struct COMMAND
+    {
+        const char* name;
+        COMMANDFUNC run; // null: known, not offered
+        ARGUMENT argument;
+        bool needsLogin;
+        const char* syntax; // for HELP
+    };
+
+    /// Why a transfer came to its end.
+    enum class END : std::uint8_t
+    {
+        COMPLETE,      // everything was moved
+        NOT_CONNECTED, // no data connection came about
+        FOREIGN,       // somebody else than the client connected to the passive port
+        DATA_LOST,     // the data connection broke
+        ABORTED,       // the client said ABOR
+        STOPPED,       // the administrator said so
+        STALLED,       // nothing moved for too long
+        HUNG_UP,       // the control connection is gone
+        DISCONNECTED,  // the administrator ends the session
+        ENDING,        // the service ends
+        READ_FAILED,
+        WRITE_FAILED,
+        DISK_FULL
+    };
+
+    /// Where the next data connection comes from.
+    enum class DATAMODE : std::uint8_t
+    {
+        NONE,
+        PASSIVE,
+        ACTIVE
+    };
+
+    /// The transfer that runs.
+    struct TRANSFER
+    {
+        bool isActive = false;
+        const char* verb = "";
+        String path;
+        ULONG8 moved = 0;         // bytes on the data connection
+        END stop = END::COMPLETE; // set while it runs: why it must stop
+    };
+
+    // FtpSession.cpp: the loop, replies, the watch over the control connection.
+    bool xReadCommand(String& command);
+    void xExecute(String command);
+    bool xMayRun(const COMMAND& command, const String& argument);
+    static const COMMAND* xsFindCommand(const String& name);
+    static const std::vector<COMMAND>& xsGetCommands();
+    void xSayWhyEnded();
+    void xSayLastWords(const String& reply);
+    bool xShouldGoOn();
+
+    void xReply(unsigned code, const String& text);
+    /// first and last carry the code, body (whole lines ending in CR LF) stands between them.
+    void xReplyLines(unsigned code, const String& first, const std::string& body, const String& last);
+    /// Replies with code and text when result is DONE, else with failCode (or 452, 553 where they say more) and the
+    /// sentence for result.
+    void xReplyResult(RESULT result, unsigned code, const String& text, unsigned failCode = 550);
+    void xReplySyntaxError(const char* text = "Syntax error in the argument");
+
+    void xTakeMessages();
+    void xReadAhead();
+    void xLookAtQueue();
+    bool xGetQueuedLine(ULONG& position, String& line) const;
+    void xReplyTransferState();
+
+    bool xHasRight(FtpUserSettings::RIGHT right) const;
+    /// Makes the virtual path of an argument; replies and answers false when it is no name.
+    bool xResolve(const String& argument, String& path);
+    FtpListing::RIGHTS xGetListingRights() const;
+    void xLogOut();
+
+    // FtpSessionAccess.cpp
+    void xCmdUser(const String& name);
+    void xCmdPass(const String& password);
+    void xEnter(const FtpUserSettings& user);
+    void xRefuseLogin(const String& reason);
+    void xCmdQuit(const String&);
+    void xCmdNoop(const String&);
+    void xCmdSyst(const String&);
+    void xCmdFeat(const String&);
+    void xCmdOpts(const String& argument);
+    void xCmdHelp(const String& argument);
+    void xCmdStat(const String& argument);
+    void xCmdAllo(const String& argument);
+    void xCmdSite(const String& argument);
+    void xSiteWho();
+    void xSiteStat();
+    void xCmdType(const String& argument);
+    void xCmdStru(const String& argument);
+    void xCmdMode(const String& argument);
+
+    // FtpSessionFiles.cpp
+    void xCmdPwd(const String&);
+    void xCmdCwd(const String& argument);
+    void xCmdCdup(const String&);
+    void xCmdMkd(const String& argument);
+    void xCmdRmd(const String& argument);
+    void xCmdDele(const String& argument);
+    void xCmdRnfr(const String& argument);
+    void xCmdRnto(const String& argument);
+    void xCmdSize(const String& argument);
+    void xCmdMdtm(const String& argument);
+    void xCmdMfmt(const String& argument);
+    void xCmdMlst(const String& argument);
+
+    // FtpSessionData.cpp
+    void xCmdPasv(const String&);
+    void xCmdEpsv(const String& argument);
+    void xCmdPort(const String& argument);
+    void xCmdEprt(const String& argument);
+    bool xIsSetupAllowed();
+    bool xListenPassive();
+    void xSetActive(const NetIP& address, USHORT port);
+    String xGetPassiveAddress() const;
+    std::unique_ptr<FtpSocket> xMakeDataSocket();
+    END xOpenData();
+    END xAcceptData();
+    void xCloseData(bool inOrder);
+
+    // FtpSessionTransfer.cpp
+    void xCmdRest(const String& argument);
+    void xCmdRetr(const String& argument);
+    void xCmdStor(const String& argument);
+    void xCmdAppe(const String& argument);
+    void xCmdAbor(const String&);
+    void xCmdList(const String& argument);
+    void xCmdNlst(const String& argument);
+    void xCmdMlsd(const String& argument);
+    /// Says 150 and opens the data connection. COMPLETE: the transfer may begin.
+    END xBeginTransfer(const char* verb, const String& path, ACTION action, const String& announcement);
+    /// Closes the data connection, has the outcome recorded, and gives the reply.
+    void xFinishTransfer(END end, const RECORDER& record);
+    END xWhyStopped() const;
+    END xSendFile(platform::FileHandle file);
+    END xSendFileAsText(platform::FileHandle file);
+    END xReceiveFile(platform::FileHandle file);
+    void xUpload(const String& argument, bool append);
+    RESULT xOpenUpload(const String& path, bool append, ULONG8 from, FtpFile& file);
+
+    /// A listing: one entry is turned into text at a time.
+    enum class LISTFORM : std::uint8_t
+    {
+        LONG,
+        NAMES,
+        FACTS
+    };
+    struct LISTING
+    {
+        LISTFORM form;
+        String path;   // what is listed
+        String prefix; // before each name
+        std::int64_t nowMs;
+    };
+    void xList(const char* verb, LISTFORM form, const String& argument, const String& prefix);
+    void xAddEntry(std::string& out, const LISTING& listing, const String& name, FtpFileSystem::FACTS facts) const;
+    /// Sends the listing of a folder (or of a single file) to the socket.
+    END xSendListing(FtpSocket* socket, const LISTING& listing, platform::FolderReader& reader);
+    void xListOnControl(const String& argument);
+
+    // Set once at construction.
+    NetDNSCache& m_cache;
+    const std::shared_ptr<const FtpConfig> m_config;
+    FtpLiveBoard& m_board;
+
+    // Used by the session's thread only.
+    std::vector<unsigned char> m_commandBytes;
+    NetTCP::RECVBUF m_commandBuffer;
+    bool m_isDiscarding = false; // the rest of an oversized line is still to come
+    bool m_isQuitting = false;
+    bool m_isWatching = false; // inside xWaitingForNetShouldWait
+    ULONG m_lastWatchTick = 0;
+
+    String m_userName;                       // as given by USER
+    const FtpUserSettings* m_user = nullptr; // null: not logged in; belongs to m_config
+    ULONG m_failedLogins = 0;
+    FtpFileSystem m_files;
+    String m_renameFrom; // empty: no RNFR before
+    ULONG8 m_restart = 0;
+    bool m_isAscii = true;
+    bool m_isOnlyEpsv = false;
+    std::uint32_t m_facts = FtpListing::ALL_FACTS;
+
+    DATAMODE m_dataMode = DATAMODE::NONE;
+    std::unique_ptr<FtpSocket> m_data;
+    String m_dataHost; // active mode
+    USHORT m_dataPort = 0;
+    TRANSFER m_transfer;
+};
+
+} // namespace kqlib

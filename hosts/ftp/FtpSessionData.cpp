@@ -1,0 +1,232 @@
+// FtpSession: data connections, made from and to the client's own address only.
+#include "hosts/ftp/FtpSession.h"
+
+#include "common/STRINGS.h"
+#include "common/TimedEvent.h"
+#include "platform/Threads.h"
+
+#include <algorithm>
+
+namespace kqlib {
+
+namespace {
+
+/// How long one wait for the data connection may take: it wakes as soon as something happens, so this only bounds how
+/// late an abort is seen.
+constexpr ULONG DATA_BLOCK_TIME_MS = 50;
+/// Ports below are services of other programs, which no client may have connected to (RFC 2577, section 3).
+constexpr USHORT FIRST_USER_PORT = 1024;
+constexpr ULONG MAX_PORT = 65535;
+
+bool IsNumber(const String& text)
+{
+    constexpr std::size_t MAX_DIGITS = 5;
+    return !text.empty() && text.size() <= MAX_DIGITS &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+/// Reads "h1,h2,h3,h4,p1,p2" (RFC 959, section 4.1.2).
+bool ParsePort(const String& text, NetIP& address, USHORT& port)
+{
+    constexpr std::size_t COUNT = 6;
+    STRINGS numbers;
+    numbers.AddByLine(text, static_cast<unsigned char>(','), false, true);
+    if (numbers.size() != COUNT)
+        return false;
+    unsigned char bytes[COUNT] = {};
+    for (std::size_t i = 0; i < COUNT; ++i) {
+        if (!IsNumber(numbers[i]) || numbers[i].ToULONG() > 255)
+            return false;
+        bytes[i] = static_cast<unsigned char>(numbers[i].ToULONG());
+    }
+    port = static_cast<USHORT>(bytes[4] * 256 + bytes[5]);
+    return address.Set(NetIP::IP_4, bytes);
+}
+
+/// Splits "|1|132.235.1.2|6275|" (RFC 2428, section 2) at its own first character.
+bool SplitExtendedPort(const String& text, String& family, String& address, String& port)
+{
+    constexpr std::size_t COUNT = 5; // nothing, family, address, port, nothing
+    if (text.empty() || text[0] < 33 || text[0] > 126)
+        return false;
+    STRINGS fields;
+    fields.AddByLine(text, static_cast<unsigned char>(text[0]), false, false);
+    if (fields.size() != COUNT || !fields[0].empty() || !fields[4].empty())
+        return false;
+    family = fields[1];
+    address = fields[2];
+    port = fields[3];
+    return true;
+}
+
+} // namespace
+
+// --- PASV and EPSV: the client connects
+
+void FtpSession::xCmdPasv(const String&)
+{
+    if (!xIsSetupAllowed())
+        return;
+    if (!xListenPassive())
+        return xReply(425, "No port can be opened");
+    String numbers = xGetPassiveAddress();
+    for (String::size_type i = 0; i < numbers.size(); ++i)
+        numbers[i] = numbers[i] == '.' ? ',' : numbers[i];
+    const USHORT port = m_data->GetLocalPort();
+    xReply(227, "Entering Passive Mode (" + numbers + "," + String::sToString(port / 256) + "," +
+                    String::sToString(port % 256) + ").");
+}
+
+void FtpSession::xCmdEpsv(const String& argument)
+{
+    if (argument.MatchesI("ALL")) {
+        m_isOnlyEpsv = true;
+        return xReply(200, "Only EPSV from now on");
+    }
+    if (argument == "2")
+        return xReply(522, "Network protocol not supported, use (1)");
+    if (!argument.empty() && !(argument == "1"))
+        return xReplySyntaxError();
+    if (!xListenPassive())
+        return xReply(425, "No port can be opened");
+    xReply(229, "Entering Extended Passive Mode (|||" + String::sToString(m_data->GetLocalPort()) + "|)");
+}
+
+/// After EPSV ALL every other way to prepare a data connection is refused (RFC 2428, section 4).
+bool FtpSession::xIsSetupAllowed()
+{
+    if (!m_isOnlyEpsv)
+        return true;
+    xReply(503, "Not after EPSV ALL");
+    return false;
+}
+
+/// Listens on the address that the client connected to, on a port of the range in the settings, beginning at a random
+/// one so that the next port cannot be guessed.
+bool FtpSession::xListenPassive()
+{
+    xCloseData(false);
+    USHORT first = 0;
+    USHORT last = 0;
+    if (!m_config->settings.GetPassiveRange(first, last))
+        return false;
+    const ULONG count = static_cast<ULONG>(last) - first + 1;
+    const ULONG start = (platform::RandNext() * 32768U + platform::RandNext()) % count;
+    const String address = xGetMainNetState().localIP.GetText();
+    m_data = xMakeDataSocket();
+    for (ULONG i = 0; i < count; ++i) {
+        const auto port = static_cast<USHORT>(first + (start + i) % count);
+        const bool isLast = i + 1 == count;
+        if (xListen(m_data.get(), isLast, port, address)) {
+            m_dataMode = DATAMODE::PASSIVE;
+            return true;
+        }
+    }
+    m_data.reset();
+    return false;
+}
+
+/// The address to tell: the one that the client connected to, unless the settings name another for clients that do not
+/// come from this machine.
+String FtpSession::xGetPassiveAddress() const
+{
+    const NETSTATE& state = xGetMainNetState();
+    const bool isLocal = state.localIP == state.remoteIP || state.localIP.GetBytes()[0] == 127;
+    const String& external = m_config->settings.GetExternalAddress();
+    return isLocal || external.empty() ? state.localIP.GetText() : external;
+}
+
+// --- PORT and EPRT: the server connects
+
+void FtpSession::xCmdPort(const String& argument)
+{
+    if (!xIsSetupAllowed())
+        return;
+    NetIP address;
+    USHORT port = 0;
+    if (!ParsePort(argument, address, port))
+        return xReplySyntaxError();
+    xSetActive(address, port);
+}
+
+void FtpSession::xCmdEprt(const String& argument)
+{
+    if (!xIsSetupAllowed())
+        return;
+    String family;
+    String host;
+    String port;
+    if (!SplitExtendedPort(argument, family, host, port) || !IsNumber(family))
+        return xReplySyntaxError();
+    if (!(family == "1"))
+        return xReply(522, "Network protocol not supported, use (1)");
+    NetIP address;
+    if (!address.Set(host) || !address.IsIP4() || !IsNumber(port) || port.ToULONG() > MAX_PORT)
+        return xReplySyntaxError();
+    xSetActive(address, port.ToUSHORT());
+}
+
+/// No client may send data to anybody else or to a system port (RFC 2577, section 3).
+void FtpSession::xSetActive(const NetIP& address, USHORT port)
+{
+    xCloseData(false);
+    if (!(address == xGetMainNetState().remoteIP))
+        return xReply(500, "Data connections go to your own address only");
+    if (port < FIRST_USER_PORT)
+        return xReply(504, "Data connections go to ports from 1024 on only");
+    m_dataMode = DATAMODE::ACTIVE;
+    m_dataHost = address.GetText();
+    m_dataPort = port;
+    xReply(200, "Data port taken over");
+}
+
+// --- making and ending it
+
+std::unique_ptr<FtpSocket> FtpSession::xMakeDataSocket()
+{
+    auto socket = std::make_unique<FtpSocket>(NetIP::LOOKUP_ANY, m_cache);
+    socket->SetBlockTime(DATA_BLOCK_TIME_MS);
+    return socket;
+}
+
+/// Makes the data connection that was prepared. COMPLETE: m_data is connected.
+FtpSession::END FtpSession::xOpenData()
+{
+    const DATAMODE mode = std::exchange(m_dataMode, DATAMODE::NONE);
+    if (mode == DATAMODE::PASSIVE)
+        return xAcceptData();
+    m_data = xMakeDataSocket();
+    const String localAddress = xGetMainNetState().localIP.GetText();
+    const bool isConnected = xConnect(m_data.get(), m_dataHost, m_dataPort, localAddress);
+    return isConnected ? END::COMPLETE : END::NOT_CONNECTED;
+}
+
+/// Waits until the client has connected. Somebody else who was faster is turned away, and with it this transfer: the
+/// port is spent.
+FtpSession::END FtpSession::xAcceptData()
+{
+    const ULONG start = TimedEvent::sGetNow();
+    const TimedEvent limit(start, m_config->settings.GetConnectSecs() * 1000, false);
+    while (!xSelfAccept(m_data.get())) {
+        if (!m_data->IsListening() || limit.IsTriggered(TimedEvent::sGetNow()))
+            return END::NOT_CONNECTED;
+        if (!xShouldGoOn())
+            return xWhyStopped();
+    }
+    return m_data->GetRemoteIP() == xGetMainNetState().remoteIP ? END::COMPLETE : END::FOREIGN;
+}
+
+/// Ends the data connection, or the listening for it. inOrder: the other end learns that everything was sent.
+void FtpSession::xCloseData(bool inOrder)
+{
+    m_dataMode = DATAMODE::NONE;
+    if (!m_data)
+        return;
+    if (inOrder)
+        xShutdownAndClose(m_data.get());
+    else
+        xClose(m_data.get());
+    m_data.reset();
+}
+
+} // namespace kqlib

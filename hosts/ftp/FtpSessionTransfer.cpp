@@ -1,0 +1,392 @@
+// FtpSession: files and listings over data connections.
+#include "hosts/ftp/FtpSession.h"
+
+#include "hosts/ftp/FtpAscii.h"
+#include "hosts/ftp/FtpFile.h"
+
+#include <algorithm>
+#include <charconv>
+#include <iterator>
+
+namespace kqlib {
+
+namespace {
+
+/// What is read and sent, or received and written, at a time.
+constexpr std::size_t CHUNK_BYTES = 256 * 1024;
+/// What a listing gathers before it is sent.
+constexpr std::size_t LIST_CHUNK_BYTES = 64 * 1024;
+
+using BUFFER = std::unique_ptr<unsigned char[]>;
+
+BUFFER MakeBuffer()
+{
+    return std::make_unique_for_overwrite<unsigned char[]>(CHUNK_BYTES + 1); // one for a CR that waited
+}
+
+/// Leaves out what clients put before the path out of habit, "-a" and the like.
+String SkipFlags(const String& argument)
+{
+    String rest = argument;
+    while (rest.StartsWith("-")) {
+        const String::size_type blank = rest.find(' ');
+        rest = blank == String::npos ? String() : rest.substr(blank + 1);
+    }
+    return rest;
+}
+
+} // namespace
+
+// --- around every transfer
+
+void FtpSession::xCmdRest(const String& argument)
+{
+    ULONG8 position = 0;
+    const char* end = argument.data() + argument.size();
+    const auto read = std::from_chars(argument.data(), end, position);
+    if (read.ec != std::errc() || read.ptr != end)
+        return xReplySyntaxError("A position in bytes is expected");
+    m_restart = position;
+    xReply(350, "The next transfer starts at " + String::sToString(position));
+}
+
+void FtpSession::xCmdAbor(const String&)
+{
+    xCloseData(false);
+    xReply(226, "No transfer is running");
+}
+
+FtpSession::END FtpSession::xBeginTransfer(const char* verb, const String& path, ACTION action,
+                                           const String& announcement)
+{
+    if (m_dataMode == DATAMODE::NONE)
+        return END::NOT_CONNECTED;
+    xReply(150, announcement);
+    m_transfer = TRANSFER();
+    m_transfer.isActive = true;
+    m_transfer.verb = verb;
+    m_transfer.path = path;
+    xSetCurrentActionDetail(action, path);
+    xSetTimeOutSecs(m_config->settings.GetStallSecs());
+    xResetTimeOut();
+    xLookAtQueue(); // what came along with the command itself
+    return xOpenData();
+}
+
+void FtpSession::xFinishTransfer(END end, const RECORDER& record)
+{
+    struct ENDING
+    {
+        END end;
+        unsigned code;
+        const char* text;
+    };
+    static constexpr ENDING ENDINGS[] = {
+        {END::COMPLETE, 226, "Transfer complete"},
+        {END::NOT_CONNECTED, 425, "No data connection"},
+        {END::FOREIGN, 425, "The data connection came from another address"},
+        {END::DATA_LOST, 426, "The data connection was lost"},
+        {END::ABORTED, 426, "Transfer aborted"},
+        {END::STOPPED, 426, "Transfer stopped by the administrator"},
+        {END::STALLED, 426, "Nothing moved for too long"},
+        {END::HUNG_UP, 426, "The control connection is gone"},
+        {END::DISCONNECTED, 426, "Disconnected by the administrator"},
+        {END::ENDING, 426, "The service is stopping"},
+        {END::READ_FAILED, 451, "The file cannot be read"},
+        {END::WRITE_FAILED, 451, "The file cannot be written"},
+        {END::DISK_FULL, 452, "No space left"},
+    };
+    m_transfer = TRANSFER();
+    xSetCurrentActionDetail(ACT_IDLE, String());
+    xSetTimeOutSecs(m_config->settings.GetIdleSecs());
+    xResetTimeOut();
+    xCloseData(end == END::COMPLETE);
+    const auto* ending = std::find_if(std::begin(ENDINGS), std::end(ENDINGS),
+                                      [end](const ENDING& candidate) { return candidate.end == end; });
+    record(end == END::COMPLETE, ending->text);
+    xReply(ending->code, ending->text);
+}
+
+/// Why the base gave up moving data.
+FtpSession::END FtpSession::xWhyStopped() const
+{
+    if (m_transfer.stop != END::COMPLETE)
+        return m_transfer.stop;
+    if (xShouldSessionEnd())
+        return END::ENDING;
+    if (xCheckForDisconnectMsg())
+        return END::DISCONNECTED;
+    return xIsTimedOut() ? END::STALLED : END::DATA_LOST;
+}
+
+// --- downloads
+
+void FtpSession::xCmdRetr(const String& argument)
+{
+    const ULONG8 from = std::exchange(m_restart, 0);
+    String path;
+    if (!xResolve(argument, path))
+        return;
+    const FilePath realPath = m_files.GetRealPath(path);
+    FtpFile file;
+    const RESULT result = xHasRight(FtpUserSettings::READ)
+                              ? file.Open(m_files.GetRoot(), path.str(), platform::FileMode::READ, false)
+                              : RESULT::DENIED;
+    if (result != RESULT::DONE) {
+        xRecordFileDownloaded(xGetMainNetState(), false, realPath, FtpFileSystem::sDescribe(result));
+        return xReplyResult(result, 226, String());
+    }
+    const std::uint64_t size = file.GetSize();
+    if (from > size || (from != 0 && m_isAscii) || !platform::SeekFile(file.Get(), from)) {
+        xRecordFileDownloaded(xGetMainNetState(), false, realPath, "Bad restart position");
+        return xReply(554, "The restart position is not possible");
+    }
+    END end = xBeginTransfer("RETR", path, ACT_DOWNLOAD,
+                             "Sending " + String::sToString(static_cast<ULONG8>(size - from)) + " bytes");
+    if (end == END::COMPLETE)
+        end = m_isAscii ? xSendFileAsText(file.Get()) : xSendFile(file.Get());
+    xFinishTransfer(end, [&](bool success, const String& reason) {
+        xRecordFileDownloaded(xGetMainNetState(), success, realPath, reason);
+    });
+}
+
+FtpSession::END FtpSession::xSendFile(platform::FileHandle file)
+{
+    const BUFFER buffer = MakeBuffer();
+    for (;;) {
+        std::size_t got = 0;
+        if (!platform::ReadFile(file, buffer.get(), CHUNK_BYTES, got))
+            return END::READ_FAILED;
+        if (got == 0)
+            return END::COMPLETE;
+        if (!xSendAllData(m_data.get(), buffer.get(), static_cast<ULONG>(got)))
+            return xWhyStopped();
+        m_transfer.moved += got;
+    }
+}
+
+FtpSession::END FtpSession::xSendFileAsText(platform::FileHandle file)
+{
+    const BUFFER buffer = MakeBuffer();
+    std::string text;
+    for (;;) {
+        std::size_t got = 0;
+        if (!platform::ReadFile(file, buffer.get(), CHUNK_BYTES, got))
+            return END::READ_FAILED;
+        if (got == 0)
+            return END::COMPLETE;
+        text.clear();
+        FtpAscii::sToWire(buffer.get(), got, text);
+        const String wire(std::move(text));
+        if (!xSendAllData(m_data.get(), reinterpret_cast<const unsigned char*>(wire.data()),
+                          static_cast<ULONG>(wire.size())))
+            return xWhyStopped();
+        m_transfer.moved += wire.size();
+    }
+}
+
+// --- uploads
+
+void FtpSession::xCmdStor(const String& argument)
+{
+    xUpload(argument, false);
+}
+
+void FtpSession::xCmdAppe(const String& argument)
+{
+    xUpload(argument, true);
+}
+
+/// Data go straight into the file: what has arrived when a transfer breaks off stays, so that it can be resumed.
+void FtpSession::xUpload(const String& argument, bool append)
+{
+    const ULONG8 asked = std::exchange(m_restart, 0);
+    const ULONG8 from = append ? 0 : asked; // APPE knows its place itself
+    String path;
+    if (!xResolve(argument, path))
+        return;
+    const FilePath realPath = m_files.GetRealPath(path);
+    const RECORDER record = [&](bool success, const String& reason) {
+        if (append)
+            xRecordFileAppended(xGetMainNetState(), success, realPath, reason);
+        else
+            xRecordFileUploaded(xGetMainNetState(), success, realPath, reason);
+    };
+    FtpFile file;
+    const RESULT result = xOpenUpload(path, append, from, file);
+    if (result != RESULT::DONE) {
+        record(false, FtpFileSystem::sDescribe(result));
+        return xReplyResult(result, 226, String(), 553);
+    }
+    if (from > file.GetSize() || (from != 0 && m_isAscii)) {
+        record(false, "Bad restart position");
+        return xReply(554, "The restart position is not possible");
+    }
+    const ULONG8 start = append ? file.GetSize() : from;
+    END end = xBeginTransfer(append ? "APPE" : "STOR", path, ACT_UPLOAD, "Ready to receive");
+    if (end == END::COMPLETE) {
+        // Only now that data can come is the old content given up.
+        const bool isReady = platform::SetFileSize(file.Get(), start) && platform::SeekFile(file.Get(), start);
+        end = isReady ? xReceiveFile(file.Get()) : END::WRITE_FAILED;
+    } else if (file.WasMade()) {
+        file.Close();
+        // Nothing was received: an empty file that nobody asked for goes again, and if it cannot, it does no harm.
+        static_cast<void>(m_files.GetRoot().RemoveFile(path.str()));
+    }
+    file.Close(); // whoever has the reply finds everything in the file
+    xFinishTransfer(end, record);
+}
+
+FtpSession::RESULT FtpSession::xOpenUpload(const String& path, bool append, ULONG8 from, FtpFile& file)
+{
+    if (!xHasRight(FtpUserSettings::WRITE))
+        return RESULT::DENIED;
+    const bool mayMake = append || from == 0; // a restart goes on with what is there
+    return file.Open(m_files.GetRoot(), path.str(), platform::FileMode::WRITE, mayMake);
+}
+
+FtpSession::END FtpSession::xReceiveFile(platform::FileHandle file)
+{
+    const BUFFER buffer = MakeBuffer();
+    FtpAscii ascii;
+    const NETSTATE state = {m_data->GetLocalIP(), m_data->GetLocalPort(), m_data->GetRemoteIP(),
+                            m_data->GetRemotePort()};
+    for (;;) {
+        if (!xShouldGoOn())
+            return xWhyStopped();
+        ULONG got = CHUNK_BYTES;
+        const bool isOpen = xRecvData(m_data.get(), state, buffer.get(), got);
+        std::size_t length = got;
+        if (isOpen && got != 0) {
+            xResetTimeOut();
+            m_transfer.moved += got;
+            length = m_isAscii ? ascii.FromWire(buffer.get(), got) : got;
+        } else if (!isOpen) { // the end of the data, or what comes to the same: stream mode knows no other sign
+            length = m_isAscii ? ascii.EndFromWire(buffer.get()) : 0;
+        }
+        bool isDiskFull = false;
+        if (length != 0 && !platform::WriteFile(file, buffer.get(), length, &isDiskFull))
+            return isDiskFull ? END::DISK_FULL : END::WRITE_FAILED;
+        if (!isOpen)
+            return END::COMPLETE;
+    }
+}
+
+// --- listings
+
+void FtpSession::xCmdList(const String& argument)
+{
+    xList("LIST", LISTFORM::LONG, SkipFlags(argument), String());
+}
+
+void FtpSession::xCmdNlst(const String& argument)
+{
+    // Names come in a form that can be given back to RETR as it is (RFC 1123, section 4.1.2.7).
+    const String path = SkipFlags(argument);
+    xList("NLST", LISTFORM::NAMES, path, path.empty() ? String() : FtpFileSystem::sJoin(path, String()));
+}
+
+void FtpSession::xCmdMlsd(const String& argument)
+{
+    String path;
+    if (!xResolve(argument, path))
+        return;
+    if (xHasRight(FtpUserSettings::READ) && !m_files.IsFolder(path))
+        return xReply(501, FtpFileSystem::sDescribe(RESULT::NOT_FOLDER)); // RFC 3659, section 7.2.1
+    xList("MLSD", LISTFORM::FACTS, argument, String());
+}
+
+void FtpSession::xList(const char* verb, LISTFORM form, const String& argument, const String& prefix)
+{
+    m_restart = 0;
+    LISTING listing{form, String(), prefix, TimePos::sNow().GetMilliSeconds()};
+    if (!xResolve(argument, listing.path))
+        return;
+    const FilePath realPath = m_files.GetRealPath(listing.path);
+    platform::FolderReader reader;
+    FtpFileSystem::FACTS facts;
+    RESULT result = xHasRight(FtpUserSettings::READ) ? m_files.GetShownFacts(listing.path, facts) : RESULT::DENIED;
+    if (result == RESULT::DONE && facts.kind == platform::FileKind::FOLDER)
+        result = reader.Open(m_files.GetRoot(), listing.path.str());
+    if (result != RESULT::DONE) {
+        xRecordDirViewed(xGetMainNetState(), false, realPath, FtpFileSystem::sDescribe(result));
+        return xReplyResult(result, 226, String());
+    }
+    if (facts.kind != platform::FileKind::FOLDER)
+        listing.prefix = argument; // a single entry is shown under the name it was asked for by
+    END end = xBeginTransfer(verb, listing.path, ACT_LIST, "Here comes the listing");
+    if (end == END::COMPLETE)
+        end = xSendListing(m_data.get(), listing, reader);
+    xFinishTransfer(end, [&](bool success, const String& reason) {
+        xRecordDirViewed(xGetMainNetState(), success, realPath, reason);
+    });
+}
+
+FtpSession::END FtpSession::xSendListing(FtpSocket* socket, const LISTING& listing, platform::FolderReader& reader)
+{
+    std::string text;
+    const auto send = [&] {
+        const String chunk(std::move(text));
+        text.clear();
+        m_transfer.moved += chunk.size();
+        return xSendAllData(socket, reinterpret_cast<const unsigned char*>(chunk.data()),
+                            static_cast<ULONG>(chunk.size()));
+    };
+    std::string name;
+    FtpFileSystem::FACTS facts;
+    if (!m_files.IsFolder(listing.path)) {
+        if (m_files.GetShownFacts(listing.path, facts) == RESULT::DONE)
+            xAddEntry(text, listing, String(), facts);
+    } else if (listing.form == LISTFORM::FACTS && m_files.GetRoot().GetFacts(listing.path.str(), facts) == RESULT::DONE)
+        FtpListing::sAddFactLine(text, ".", facts, m_facts, xGetListingRights(), "cdir");
+    while (reader.Read(name, facts)) {
+        xAddEntry(text, listing, String(name), facts);
+        if (text.size() >= LIST_CHUNK_BYTES && !send())
+            return xWhyStopped();
+    }
+    return text.empty() || send() ? END::COMPLETE : xWhyStopped();
+}
+
+/// Appends the line of one entry; facts are the entry's own. An empty name: the listed path itself.
+void FtpSession::xAddEntry(std::string& out, const LISTING& listing, const String& name,
+                           FtpFileSystem::FACTS facts) const
+{
+    // A link shows what it leads to, as far as that can be reached.
+    if (facts.kind == platform::FileKind::LINK)
+        static_cast<void>(m_files.GetShownFacts(FtpFileSystem::sJoin(listing.path, name), facts));
+    const String shown = listing.prefix + name;
+    if (listing.form == LISTFORM::LONG)
+        FtpListing::sAddLongLine(out, shown, facts, listing.nowMs);
+    else if (listing.form == LISTFORM::FACTS)
+        FtpListing::sAddFactLine(out, shown, facts, m_facts, xGetListingRights());
+    else
+        out.append(FtpListing::sMakeSafe(shown).str()).append("\r\n");
+}
+
+/// STAT with a path: the listing as a reply on the control connection. Its lines begin with the letter of a type, so
+/// none can be taken for the end of the reply.
+void FtpSession::xListOnControl(const String& argument)
+{
+    const String path = SkipFlags(argument);
+    LISTING listing{LISTFORM::LONG, String(), String(), TimePos::sNow().GetMilliSeconds()};
+    if (!xResolve(path, listing.path))
+        return;
+    platform::FolderReader reader;
+    FtpFileSystem::FACTS facts;
+    RESULT result = xHasRight(FtpUserSettings::READ) ? m_files.GetShownFacts(listing.path, facts) : RESULT::DENIED;
+    const bool isFolder = result == RESULT::DONE && facts.kind == platform::FileKind::FOLDER;
+    if (isFolder)
+        result = reader.Open(m_files.GetRoot(), listing.path.str());
+    xRecordDirViewed(xGetMainNetState(), result == RESULT::DONE, m_files.GetRealPath(listing.path),
+                     FtpFileSystem::sDescribe(result));
+    if (result != RESULT::DONE)
+        return xReplyResult(result, 212, String());
+    if (!isFolder)
+        listing.prefix = path;
+    const unsigned code = isFolder ? 212U : 213U;
+    xSendCommand(xGetMainSocket(), String::sToString(code) + "-Status of " + FtpListing::sMakeSafe(listing.path));
+    if (xSendListing(xGetMainSocket(), listing, reader) == END::COMPLETE)
+        xReply(code, "End of status");
+}
+
+} // namespace kqlib

@@ -1,0 +1,472 @@
+// FtpSettings: what kqftpd can be told, and its file.
+#include "hosts/ftp/FtpSettings.h"
+
+#include "common/FileAccess.h"
+#include "common/NetIP.h"
+#include "common/STRINGS.h"
+#include "common/SettingsTransportSet.h"
+#include "hosts/ftp/FtpPassword.h"
+#include "hosts/ftp/FtpPaths.h"
+#include "net/service/NetPortBinds.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+
+namespace kqlib {
+
+namespace {
+
+using JSON = nlohmann::json;
+
+constexpr ULONG MAX_SECS = 86400;
+constexpr ULONG MAX_BLOCK_TIME_MS = 1000;
+constexpr ULONG MAX_SETTINGS_BYTES = 16U * 1024 * 1024;
+constexpr ULONG8 MAX_NUMBER = ALL_BITS_32;
+
+/// The codes of CheckErrors, each with its sentence.
+enum CODE : int
+{
+    BAD_LISTEN = 300,
+    BAD_MAX_SESSIONS,
+    BAD_PASSIVE_PORTS,
+    BAD_EXTERNAL_ADDRESS,
+    BAD_IDLE,
+    BAD_STALL,
+    BAD_CONNECT,
+    BAD_ATTEMPTS,
+    BAD_BLOCK_TIME,
+    BAD_GREETING,
+    NO_USERS,
+    SAME_NAME,
+    BAD_USER_NAME = 320,
+    NO_HOME,
+    BAD_RIGHTS,
+    BAD_PASSWORD,
+    NO_PASSWORD
+};
+
+struct CODE_TEXT
+{
+    int code;
+    const char* text;
+};
+
+constexpr CODE_TEXT CODE_TEXTS[] = {
+    {BAD_LISTEN, "listen: needs at least one \"address:port\""},
+    {BAD_MAX_SESSIONS, "max_sessions: must be at least 1"},
+    {BAD_PASSIVE_PORTS, "passive_ports: must be empty or \"first-last\", ports from 1 to 65535"},
+    {BAD_EXTERNAL_ADDRESS, "external_address: must be empty or an IPv4 address"},
+    {BAD_IDLE, "idle_timeout_secs: must be from 1 to 86400"},
+    {BAD_STALL, "stall_timeout_secs: must be from 1 to 86400"},
+    {BAD_CONNECT, "connect_timeout_secs: must be from 1 to 86400"},
+    {BAD_ATTEMPTS, "login_attempts: must be at least 1"},
+    {BAD_BLOCK_TIME, "block_time_ms: must be from 1 to 1000"},
+    {BAD_GREETING, "greeting: must be one line"},
+    {NO_USERS, "users: needs at least one account"},
+    {SAME_NAME, "users: two accounts have the same name"},
+    {BAD_USER_NAME, "users.name: must be from 1 to 31 characters without control characters"},
+    {NO_HOME, "users.home: must name a folder"},
+    {BAD_RIGHTS, "users.rights: only read, write, delete and admin are known"},
+    {BAD_PASSWORD, "users.password: must be what kqftpd --hash-password prints"},
+    {NO_PASSWORD, "users.password: missing, and the account is not anonymous"},
+};
+
+enum class FORM
+{
+    NUMBER,
+    TEXT,
+    FLAG,
+    USERS
+};
+
+struct KEY
+{
+    const char* name;
+    FORM form;
+};
+
+constexpr KEY SERVER_KEYS[] = {
+    {"listen", FORM::TEXT},
+    {"max_sessions", FORM::NUMBER},
+    {"passive_ports", FORM::TEXT},
+    {"external_address", FORM::TEXT},
+    {"idle_timeout_secs", FORM::NUMBER},
+    {"stall_timeout_secs", FORM::NUMBER},
+    {"connect_timeout_secs", FORM::NUMBER},
+    {"login_attempts", FORM::NUMBER},
+    {"block_time_ms", FORM::NUMBER},
+    {"greeting", FORM::TEXT},
+    {"log_folder", FORM::TEXT},
+    {"log_debug", FORM::FLAG},
+    {"users", FORM::USERS},
+};
+
+constexpr KEY USER_KEYS[] = {
+    {"name", FORM::TEXT},   {"password", FORM::TEXT},  {"home", FORM::TEXT},
+    {"rights", FORM::TEXT}, {"anonymous", FORM::FLAG},
+};
+
+bool HasControlCharacter(const String& text)
+{
+    return std::any_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; });
+}
+
+/// Puts a person's JSON into a settings set, refusing every key and every form that is not in the table.
+class JsonReader
+{
+public:
+    explicit JsonReader(String& error)
+        : m_error(error)
+    {
+    }
+
+    template <std::size_t count>
+    bool ReadObject(const JSON& object, const KEY (&keys)[count], const String& where, SettingsTransportSet& set)
+    {
+        if (!object.is_object())
+            return xFail(where.empty() ? "the file" : where, "must be an object, { ... }");
+        for (const auto& [name, value] : object.items()) {
+            const String path = where.empty() ? String(name) : where + "." + String(name);
+            const auto* key = std::find_if(std::begin(keys), std::end(keys),
+                                           [&known = name](const KEY& candidate) { return known == candidate.name; });
+            if (key == std::end(keys))
+                return xFail(path, "is not a known key");
+            if (!xReadValue(value, *key, path, set))
+                return false;
+        }
+        return true;
+    }
+
+private:
+    bool xReadValue(const JSON& value, const KEY& key, const String& path, SettingsTransportSet& set)
+    {
+        switch (key.form) {
+        case FORM::NUMBER:
+            if (!value.is_number_unsigned() || value.get<ULONG8>() > MAX_NUMBER)
+                return xFail(path, "must be a whole number from 0 to 4294967295");
+            return set.AddULONG(key.name, static_cast<ULONG>(value.get<ULONG8>()));
+        case FORM::TEXT:
+            if (!value.is_string())
+                return xFail(path, "must be a text in quotes");
+            return set.AddString(key.name, String(value.get<std::string>()));
+        case FORM::FLAG:
+            if (!value.is_boolean())
+                return xFail(path, "must be true or false");
+            return set.AddBool(key.name, value.get<bool>());
+        case FORM::USERS:
+            return xReadUsers(value, key, path, set);
+        }
+        return false;
+    }
+
+    bool xReadUsers(const JSON& list, const KEY& key, const String& path, SettingsTransportSet& set)
+    {
+        if (!list.is_array())
+            return xFail(path, "must be a list, [ ... ]");
+        SettingsTransportSet* users = set.AddSet(key.name);
+        ULONG8 number = 0;
+        for (const JSON& user : list) {
+            const String where = path + "[" + String::sToString(number++) + "]";
+            if (!ReadObject(user, USER_KEYS, where, *users->AddSet(SettingsTransportSet::UNNAMED)))
+                return false;
+        }
+        return true;
+    }
+
+    bool xFail(const String& path, const char* what)
+    {
+        m_error = path + ": " + what;
+        return false;
+    }
+
+    String& m_error;
+};
+
+bool ReadWholeFile(const FilePath& path, String& text)
+{
+    FileAccess file;
+    if (!file.Open(path, FileAccess::AM_READ, false, false))
+        return false;
+    unsigned char buffer[8192];
+    while (text.size() <= MAX_SETTINGS_BYTES) {
+        ULONG got = sizeof buffer;
+        if (!file.Read(buffer, got))
+            return false;
+        if (got == 0)
+            return true;
+        text += String(buffer, got);
+    }
+    return false;
+}
+
+/// The bits of a rights line. False: an unknown word.
+bool ParseRights(const String& line, std::uint32_t& rights)
+{
+    STRINGS words;
+    words.AddByLine(line);
+    rights = 0;
+    for (const String& word : words) {
+        if (word == "read")
+            rights |= FtpUserSettings::READ;
+        else if (word == "write")
+            rights |= FtpUserSettings::WRITE;
+        else if (word == "delete")
+            rights |= FtpUserSettings::REMOVE;
+        else if (word == "admin")
+            rights |= FtpUserSettings::ADMIN;
+        else
+            return false;
+    }
+    return true;
+}
+
+/// Reads a number that is kept in 32 bits; absent: unchanged.
+void ReadNumber(const SettingsTransportSet& set, const char* key, std::uint32_t& value)
+{
+    ULONG read = 0;
+    if (set.GetULONG(key, read))
+        value = static_cast<std::uint32_t>(read);
+}
+
+void ReadPath(const SettingsTransportSet& set, const char* key, FilePath& path)
+{
+    String text;
+    if (set.GetString(key, text))
+        path = FilePath(text);
+}
+
+bool ParsePort(const String& text, USHORT& port)
+{
+    const bool digits =
+        !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+    port = digits ? text.ToUSHORT() : USHORT{0};
+    return port != 0;
+}
+
+} // namespace
+
+// --- one account
+
+void FtpUserSettings::Reset()
+{
+    *this = FtpUserSettings();
+}
+
+FtpUserSettings* FtpUserSettings::Spawn(bool copy) const
+{
+    return copy ? new FtpUserSettings(*this) : new FtpUserSettings();
+}
+
+bool FtpUserSettings::IsSame(const SettingsTransferable& other) const
+{
+    const auto* user = dynamic_cast<const FtpUserSettings*>(&other);
+    return user != nullptr && m_name == user->m_name && m_password == user->m_password && m_home == user->m_home &&
+           m_rights == user->m_rights && m_isAnonymous == user->m_isAnonymous;
+}
+
+bool FtpUserSettings::HasRight(RIGHT right) const
+{
+    std::uint32_t rights = 0;
+    return ParseRights(m_rights, rights) && (rights & right) != 0;
+}
+
+bool FtpUserSettings::xWriteTo(SettingsTransportSet& set) const
+{
+    return set.AddString("name", m_name) && set.AddString("password", m_password) &&
+           set.AddString("home", m_home.GetText()) && set.AddString("rights", m_rights) &&
+           set.AddBool("anonymous", m_isAnonymous);
+}
+
+bool FtpUserSettings::xReadFrom(const SettingsTransportSet& set)
+{
+    set.GetString("name", m_name);
+    set.GetString("password", m_password);
+    ReadPath(set, "home", m_home);
+    set.GetString("rights", m_rights);
+    set.GetBool("anonymous", m_isAnonymous);
+    return true;
+}
+
+void FtpUserSettings::xCheckErrors(Messages& messages) const
+{
+    constexpr std::size_t MAX_NAME = 31; // what a session record holds of it
+    if (m_name.empty() || m_name.size() > MAX_NAME || HasControlCharacter(m_name))
+        messages.AddMessage(BAD_USER_NAME);
+    if (m_home.empty())
+        messages.AddMessage(NO_HOME);
+    std::uint32_t rights = 0;
+    if (!ParseRights(m_rights, rights))
+        messages.AddMessage(BAD_RIGHTS);
+    if (m_password.empty() && !m_isAnonymous)
+        messages.AddMessage(NO_PASSWORD);
+    if (!m_password.empty() && !FtpPassword::sIsWellFormed(m_password))
+        messages.AddMessage(BAD_PASSWORD);
+}
+
+// --- the server
+
+void FtpSettings::Reset()
+{
+    *this = FtpSettings();
+}
+
+FtpSettings* FtpSettings::Spawn(bool copy) const
+{
+    return copy ? new FtpSettings(*this) : new FtpSettings();
+}
+
+bool FtpSettings::IsSame(const SettingsTransferable& other) const
+{
+    const auto* that = dynamic_cast<const FtpSettings*>(&other);
+    return that != nullptr && m_listen == that->m_listen && m_maxSessions == that->m_maxSessions &&
+           m_passivePorts == that->m_passivePorts && m_externalAddress == that->m_externalAddress &&
+           m_idleSecs == that->m_idleSecs && m_stallSecs == that->m_stallSecs && m_connectSecs == that->m_connectSecs &&
+           m_loginAttempts == that->m_loginAttempts && m_blockTimeMs == that->m_blockTimeMs &&
+           m_greeting == that->m_greeting && m_logFolder == that->m_logFolder && m_logDebug == that->m_logDebug &&
+           m_users == that->m_users;
+}
+
+bool FtpSettings::ReadFile(const FilePath& file, String& error)
+{
+    String text;
+    if (!ReadWholeFile(file, text)) {
+        error = "cannot be read";
+        return false;
+    }
+    if (!ReadJson(text, error))
+        return false;
+    xMakePathsAbsolute(file);
+    return true;
+}
+
+bool FtpSettings::ReadJson(const String& json, String& error)
+{
+    JSON root;
+    try {
+        root = JSON::parse(json.str());
+    } catch (const JSON::exception& failure) {
+        error = String("not valid JSON: ") + failure.what();
+        return false;
+    }
+    SettingsTransportSet set;
+    FtpSettings read;
+    if (!JsonReader(error).ReadObject(root, SERVER_KEYS, String(), set) || !read.ReadFrom(set))
+        return false;
+    Messages messages;
+    if (!read.CheckErrors(messages)) {
+        error = sGetErrorText(messages.Get(0));
+        return false;
+    }
+    *this = read;
+    return true;
+}
+
+String FtpSettings::sGetErrorText(int code)
+{
+    const auto* found = std::find_if(std::begin(CODE_TEXTS), std::end(CODE_TEXTS),
+                                     [code](const CODE_TEXT& candidate) { return candidate.code == code; });
+    return found == std::end(CODE_TEXTS) ? "code " + String::sToString(code) : String(found->text);
+}
+
+bool FtpSettings::GetPassiveRange(USHORT& first, USHORT& last) const
+{
+    first = last = 0;
+    if (m_passivePorts.empty())
+        return true;
+    const String::size_type dash = m_passivePorts.find('-');
+    return dash != String::npos && ParsePort(m_passivePorts.substr(0, dash), first) &&
+           ParsePort(m_passivePorts.substr(dash + 1), last) && first <= last;
+}
+
+bool FtpSettings::xWriteTo(SettingsTransportSet& set) const
+{
+    set.AddString("listen", m_listen);
+    set.AddULONG("max_sessions", m_maxSessions);
+    set.AddString("passive_ports", m_passivePorts);
+    set.AddString("external_address", m_externalAddress);
+    set.AddULONG("idle_timeout_secs", m_idleSecs);
+    set.AddULONG("stall_timeout_secs", m_stallSecs);
+    set.AddULONG("connect_timeout_secs", m_connectSecs);
+    set.AddULONG("login_attempts", m_loginAttempts);
+    set.AddULONG("block_time_ms", m_blockTimeMs);
+    set.AddString("greeting", m_greeting);
+    set.AddString("log_folder", m_logFolder.GetText());
+    set.AddBool("log_debug", m_logDebug);
+    SettingsTransportSet* users = set.AddSet("users");
+    for (const FtpUserSettings& user : m_users)
+        users->AddSettings(SettingsTransportSet::UNNAMED, user);
+    return true;
+}
+
+bool FtpSettings::xReadFrom(const SettingsTransportSet& set)
+{
+    set.GetString("listen", m_listen);
+    ReadNumber(set, "max_sessions", m_maxSessions);
+    set.GetString("passive_ports", m_passivePorts);
+    set.GetString("external_address", m_externalAddress);
+    ReadNumber(set, "idle_timeout_secs", m_idleSecs);
+    ReadNumber(set, "stall_timeout_secs", m_stallSecs);
+    ReadNumber(set, "connect_timeout_secs", m_connectSecs);
+    ReadNumber(set, "login_attempts", m_loginAttempts);
+    ReadNumber(set, "block_time_ms", m_blockTimeMs);
+    set.GetString("greeting", m_greeting);
+    ReadPath(set, "log_folder", m_logFolder);
+    set.GetBool("log_debug", m_logDebug);
+    const SettingsTransportSet* users = set.FindSet("users");
+    if (users == nullptr)
+        return true;
+    m_users.clear();
+    for (ULONG i = 0; i < users->GetSetCount(); ++i) {
+        FtpUserSettings user; // a new one each time: what a set leaves out must not come from the account before it
+        user.ReadFrom(users->GetSet(i));
+        m_users.push_back(user);
+    }
+    return true;
+}
+
+void FtpSettings::xCheckErrors(Messages& messages) const
+{
+    const auto check = [&messages](bool good, CODE code) {
+        if (!good)
+            messages.AddMessage(code);
+    };
+    const auto isTime = [](ULONG secs) { return secs >= 1 && secs <= MAX_SECS; };
+    NetPortBinds binds;
+    binds.AddByLine(m_listen);
+    check(binds.GetCount() != 0, BAD_LISTEN);
+    check(m_maxSessions != 0, BAD_MAX_SESSIONS);
+    USHORT first = 0;
+    USHORT last = 0;
+    check(GetPassiveRange(first, last), BAD_PASSIVE_PORTS);
+    NetIP address;
+    check(m_externalAddress.empty() || (address.Set(m_externalAddress) && address.IsIP4()), BAD_EXTERNAL_ADDRESS);
+    check(isTime(m_idleSecs), BAD_IDLE);
+    check(isTime(m_stallSecs), BAD_STALL);
+    check(isTime(m_connectSecs), BAD_CONNECT);
+    check(m_loginAttempts != 0, BAD_ATTEMPTS);
+    check(m_blockTimeMs >= 1 && m_blockTimeMs <= MAX_BLOCK_TIME_MS, BAD_BLOCK_TIME);
+    check(!HasControlCharacter(m_greeting), BAD_GREETING);
+    check(!m_users.empty(), NO_USERS);
+    std::set<String> names;
+    for (const FtpUserSettings& user : m_users) {
+        user.CheckErrors(messages);
+        check(names.insert(user.GetName()).second, SAME_NAME);
+    }
+}
+
+void FtpSettings::xMakePathsAbsolute(const FilePath& file)
+{
+    std::error_code ignored; // the path then stays as it was written, and opening it says what is wrong
+    const std::filesystem::path folder = std::filesystem::absolute(ToStdPath(file), ignored).parent_path();
+    const auto absolute = [&folder](const FilePath& path) {
+        return path.empty() ? path : FromStdPath((folder / ToStdPath(path)).lexically_normal());
+    };
+    m_logFolder = absolute(m_logFolder);
+    for (FtpUserSettings& user : m_users)
+        user.SetHome(absolute(user.GetHome()));
+}
+
+} // namespace kqlib

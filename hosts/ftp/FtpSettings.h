@@ -1,0 +1,146 @@
+// FtpSettings: what kqftpd can be told, and its file.
+#pragma once
+
+#include "common/FilePath.h"
+#include "common/SettingsTransferable.h"
+#include "common/String.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace kqlib {
+
+/// One account.
+///
+/// Settings keys: "name", "password" (the form of FtpPassword), "home" (a folder of the system), "rights" (any of
+/// "read", "write", "delete", "admin", with "," between), "anonymous" (Bool: any password will do).
+/// Ownership, threads: a plain value. Errors: codes 320 to 325, see FtpSettings::sGetErrorText.
+class FtpUserSettings : public SettingsTransferable
+{
+public:
+    /// Bits of the rights.
+    enum RIGHT : std::uint32_t
+    {
+        READ = 1,   ///< download and list
+        WRITE = 2,  ///< upload, append, make folders, rename, set times
+        REMOVE = 4, ///< delete files and folders, and replace a file by renaming
+        ADMIN = 8   ///< the SITE commands that look at the server
+    };
+
+    void Reset() override;
+    [[nodiscard]] FtpUserSettings* Spawn(bool copy) const override;
+    bool IsSame(const SettingsTransferable& other) const override;
+    friend bool operator==(const FtpUserSettings& left, const FtpUserSettings& right) { return left.IsSame(right); }
+
+    const String& GetName() const { return m_name; }
+    void SetName(const String& name) { m_name = name; }
+    const String& GetPassword() const { return m_password; }
+    void SetPassword(const String& stored) { m_password = stored; }
+    const FilePath& GetHome() const { return m_home; }
+    void SetHome(const FilePath& home) { m_home = home; }
+    const String& GetRights() const { return m_rights; }
+    void SetRights(const String& rights) { m_rights = rights; }
+    bool GetIsAnonymous() const { return m_isAnonymous; }
+    void SetIsAnonymous(bool anonymous) { m_isAnonymous = anonymous; }
+
+    bool HasRight(RIGHT right) const;
+
+protected:
+    bool xWriteTo(SettingsTransportSet& set) const override;
+    bool xReadFrom(const SettingsTransportSet& set) override;
+    void xCheckErrors(Messages& messages) const override;
+
+private:
+    String m_name;
+    String m_password;
+    FilePath m_home;
+    String m_rights = "read";
+    bool m_isAnonymous = false;
+};
+
+/// Everything that kqftpd can be told. The file of a person is plain JSON, one object with the keys below (all may be
+/// absent); docs/kqftpd.md describes each.
+///
+/// Ownership: a plain value. Threads: one at a time; a running server shares constant copies.
+/// Errors: ReadFile and ReadJson answer with a text that names the key; CheckErrors adds codes 300 to 325.
+class FtpSettings : public SettingsTransferable
+{
+public:
+    using USERS = std::vector<FtpUserSettings>;
+
+    void Reset() override;
+    [[nodiscard]] FtpSettings* Spawn(bool copy) const override;
+    bool IsSame(const SettingsTransferable& other) const override;
+    friend bool operator==(const FtpSettings& left, const FtpSettings& right) { return left.IsSame(right); }
+
+    /// Replaces everything by what the file says; relative folders are taken from the file's folder. False: error says
+    /// what is wrong and where, nothing changed.
+    [[nodiscard]] bool ReadFile(const FilePath& file, String& error);
+    /// The same from a text; relative folders stay as they are.
+    [[nodiscard]] bool ReadJson(const String& json, String& error);
+    /// The sentence for a code of CheckErrors; it names the key.
+    static String sGetErrorText(int code);
+
+    /// Port bindings as one line, "address:port" with "," between.
+    const String& GetListen() const { return m_listen; }
+    void SetListen(const String& line) { m_listen = line; }
+    ULONG GetMaxSessions() const { return m_maxSessions; }
+    void SetMaxSessions(ULONG count) { m_maxSessions = static_cast<std::uint32_t>(count); }
+    /// "first-last"; empty: any port.
+    const String& GetPassivePorts() const { return m_passivePorts; }
+    void SetPassivePorts(const String& range) { m_passivePorts = range; }
+    /// The range as numbers, 0 and 0 for any port. False: not a range.
+    [[nodiscard]] bool GetPassiveRange(USHORT& first, USHORT& last) const;
+    /// The address told to passive clients that do not come from this machine; empty: the one they connected to.
+    const String& GetExternalAddress() const { return m_externalAddress; }
+    void SetExternalAddress(const String& address) { m_externalAddress = address; }
+    /// Seconds without a command until a session ends.
+    ULONG GetIdleSecs() const { return m_idleSecs; }
+    void SetIdleSecs(ULONG secs) { m_idleSecs = static_cast<std::uint32_t>(secs); }
+    /// Seconds without a byte moved until a transfer ends.
+    ULONG GetStallSecs() const { return m_stallSecs; }
+    void SetStallSecs(ULONG secs) { m_stallSecs = static_cast<std::uint32_t>(secs); }
+    /// Seconds in which a passive client must make its data connection.
+    ULONG GetConnectSecs() const { return m_connectSecs; }
+    void SetConnectSecs(ULONG secs) { m_connectSecs = static_cast<std::uint32_t>(secs); }
+    /// Wrong passwords until a session is closed.
+    ULONG GetLoginAttempts() const { return m_loginAttempts; }
+    void SetLoginAttempts(ULONG count) { m_loginAttempts = static_cast<std::uint32_t>(count); }
+    /// Milliseconds that one wait for the control connection may take.
+    ULONG GetBlockTimeMs() const { return m_blockTimeMs; }
+    void SetBlockTimeMs(ULONG milliSecs) { m_blockTimeMs = static_cast<std::uint32_t>(milliSecs); }
+    /// The text of the greeting.
+    const String& GetGreeting() const { return m_greeting; }
+    void SetGreeting(const String& text) { m_greeting = text; }
+    /// Where the event log and the data logs go; empty: no logs.
+    const FilePath& GetLogFolder() const { return m_logFolder; }
+    void SetLogFolder(const FilePath& folder) { m_logFolder = folder; }
+    bool GetLogDebug() const { return m_logDebug; }
+    void SetLogDebug(bool debug) { m_logDebug = debug; }
+    const USERS& GetUsers() const { return m_users; }
+    void SetUsers(const USERS& users) { m_users = users; }
+
+protected:
+    bool xWriteTo(SettingsTransportSet& set) const override;
+    bool xReadFrom(const SettingsTransportSet& set) override;
+    void xCheckErrors(Messages& messages) const override;
+
+private:
+    void xMakePathsAbsolute(const FilePath& file);
+
+    String m_listen = "127.0.0.1:2121";
+    std::uint32_t m_maxSessions = 200;
+    String m_passivePorts;
+    String m_externalAddress;
+    std::uint32_t m_idleSecs = 300;
+    std::uint32_t m_stallSecs = 120;
+    std::uint32_t m_connectSecs = 30;
+    std::uint32_t m_loginAttempts = 3;
+    std::uint32_t m_blockTimeMs = 2;
+    String m_greeting = "kqftpd ready";
+    FilePath m_logFolder;
+    bool m_logDebug = false;
+    USERS m_users;
+};
+
+} // namespace kqlib

@@ -1,0 +1,168 @@
+// kqftpd: the command line.
+#include "hosts/ftp/FtpPassword.h"
+#include "hosts/ftp/FtpServer.h"
+#include "hosts/ftp/app/Demonstration.h"
+#include "platform/Signals.h"
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <optional>
+#include <string>
+
+namespace {
+
+using namespace kqlib;
+
+constexpr unsigned FIRST_PORT = 2121; // of a demonstration that names none
+constexpr unsigned PORTS_TRIED = 100; // when others have that one
+constexpr std::uint32_t REQUEST_WAIT_MS = 60000;
+constexpr int EXIT_OK = 0;
+constexpr int EXIT_SETTINGS = 2;
+constexpr int EXIT_START = 3;
+
+struct OPTIONS
+{
+    std::string settingsFile;
+    std::string folder;
+    std::string logFolder;
+    std::optional<unsigned> port;
+    std::optional<unsigned> blockTimeMs;
+    bool printPort = false;
+    bool logDebug = false;
+    bool hashPassword = false;
+    bool checkOnly = false;
+};
+
+void AddOptions(CLI::App& app, OPTIONS& options)
+{
+    app.add_option("--settings", options.settingsFile, "Settings file (JSON); without it a demonstration is served");
+    app.add_option("--port", options.port, "Listen on 127.0.0.1 and this port only (0: any free one)")
+        ->check(CLI::Range(0, 65535));
+    app.add_option("--folder", options.folder, "Demonstration: serve from here and keep it (default: temporary)");
+    app.add_option("--log-folder", options.logFolder, "Folder of the logs");
+    app.add_option("--block-time", options.blockTimeMs, "Milliseconds of one wait for a control connection")
+        ->check(CLI::Range(1, 1000));
+    app.add_flag("--log-debug", options.logDebug, "Log every command and reply, passwords included");
+    app.add_flag("--print-port", options.printPort, "Print the number of the first port on a line of its own first");
+    app.add_flag("--hash-password", options.hashPassword, "Read a password from standard input, print its stored form");
+    app.add_flag("--check", options.checkOnly, "Check the settings file and exit");
+}
+
+int Fail(int code, const String& text)
+{
+    std::cerr << "kqftpd: " << text.c_str() << std::endl;
+    return code;
+}
+
+int HashPassword()
+{
+    std::string password;
+    if (!std::getline(std::cin, password) || password.empty())
+        return Fail(EXIT_SETTINGS, "no password on standard input");
+    std::cout << FtpPassword::sHash(String(password)).c_str() << std::endl;
+    return EXIT_OK;
+}
+
+/// Reads the settings file and what the command line says on top of it.
+bool ReadSettings(const OPTIONS& options, FtpSettings& settings, String& error)
+{
+    if (!options.settingsFile.empty() && !settings.ReadFile(FilePath(String(options.settingsFile)), error)) {
+        error = String(options.settingsFile) + ": " + error;
+        return false;
+    }
+    if (!options.logFolder.empty())
+        settings.SetLogFolder(FilePath(String(options.logFolder)));
+    if (options.logDebug)
+        settings.SetLogDebug(true);
+    if (options.blockTimeMs)
+        settings.SetBlockTimeMs(*options.blockTimeMs);
+    if (options.port)
+        settings.SetListen("127.0.0.1:" + String::sToString(*options.port));
+    return true;
+}
+
+bool Start(const OPTIONS& options, FtpServer& server, FtpSettings& settings, String& error)
+{
+    if (!options.settingsFile.empty() || options.port)
+        return server.Start(settings, error);
+    for (unsigned port = FIRST_PORT; port < FIRST_PORT + PORTS_TRIED; ++port) {
+        settings.SetListen("127.0.0.1:" + String::sToString(port));
+        if (server.Start(settings, error))
+            return true;
+    }
+    return false;
+}
+
+/// Says where it listens; who started it reads that.
+void PrintPorts(FtpServer& server, bool portFirst)
+{
+    Vector<NetServiceStatus::ACTIVEPORT> ports;
+    server.GetService().GetListeningPorts(ports);
+    if (portFirst && ports.GetCount() != 0)
+        std::cout << ports.Get(0).port << "\n";
+    for (const NetServiceStatus::ACTIVEPORT& entry : ports)
+        std::cout << "listening on " << entry.ip.GetText().c_str() << ":" << entry.port << "\n";
+    std::cout << std::flush;
+}
+
+void Reload(const OPTIONS& options, FtpServer& server)
+{
+    FtpSettings settings;
+    String error;
+    if (options.settingsFile.empty())
+        return; // a demonstration has nothing to read again
+    if (ReadSettings(options, settings, error) && server.Reload(settings, error))
+        PrintPorts(server, false);
+    else
+        Fail(EXIT_SETTINGS, error); // and on with the settings in use
+}
+
+int Serve(const OPTIONS& options, FtpSettings& settings)
+{
+    Demonstration demonstration;
+    FtpServer server;
+    String error;
+    const bool isDemonstration = options.settingsFile.empty();
+    if (isDemonstration && !demonstration.Make(FilePath(String(options.folder)), settings, error))
+        return Fail(EXIT_START, error);
+    if (!Start(options, server, settings, error))
+        return Fail(EXIT_START, error);
+    PrintPorts(server, options.printPort);
+    if (isDemonstration)
+        std::cout << "serving " << settings.GetUsers().front().GetHome().c_str() << " for user " << Demonstration::USER
+                  << ", password " << Demonstration::PASSWORD << std::endl;
+    for (;;) {
+        switch (platform::WaitForProcessRequest(REQUEST_WAIT_MS)) {
+        case platform::ProcessRequest::STOP:
+            server.Stop();
+            return EXIT_OK;
+        case platform::ProcessRequest::RELOAD:
+            Reload(options, server);
+            break;
+        case platform::ProcessRequest::NONE:
+            break;
+        }
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    platform::HoldProcessRequests();
+    CLI::App app("kqftpd: a file-transfer (FTP) server");
+    OPTIONS options;
+    AddOptions(app, options);
+    CLI11_PARSE(app, argc, argv);
+    if (options.hashPassword)
+        return HashPassword();
+    FtpSettings settings;
+    String error;
+    if (!ReadSettings(options, settings, error))
+        return Fail(EXIT_SETTINGS, error);
+    if (options.checkOnly) {
+        std::cout << "settings are good" << std::endl;
+        return EXIT_OK;
+    }
+    return Serve(options, settings);
+}

@@ -1,0 +1,225 @@
+// Starting, changing, stopping a whole server, and what its logs hold afterwards.
+#include "tests/hosts/ftp/FtpServerFixture.h"
+
+#include "common/DataLogQuery.h"
+#include "common/DataLogRecord.h"
+#include "common/DataLogResults.h"
+#include "common/ThreadEvent.h"
+
+#include <chrono>
+#include <list>
+
+namespace kqlib::test {
+namespace {
+
+using FtpServerLife = FtpServerFixture;
+
+/// The records in the session log of a server that has stopped.
+class SessionLog
+{
+public:
+    explicit SessionLog(const TempFolder& folder)
+    {
+        DataLogRecord log;
+        log.SetSettings(true, 3600, FromStdPath(folder / "logs"), "kqftpd-", "sessions");
+        Messages messages;
+        m_isRead = log.Query(DataLogQuery(), ThreadEvent(), NetSessionStatus(), m_results, messages);
+    }
+    bool IsRead() const { return m_isRead; }
+    ULONG GetCount() const { return m_results.GetCount(); }
+    const NetSessionStatus& Get(ULONG index) const
+    {
+        return dynamic_cast<const NetSessionStatus&>(m_results.Get(index));
+    }
+
+private:
+    DataLogResults m_results;
+    bool m_isRead = false;
+};
+
+TEST_F(FtpServerLife, Session_Ended_RecordedWithItsCounters)
+{
+    WriteHomeFile("f", "abc");
+    Start();
+    {
+        FtpTestClient client = LogIn();
+        std::string bytes;
+        EXPECT_EQ(client.Download("RETR f", bytes), 226);
+        EXPECT_EQ(client.Upload("STOR g", "12345"), 226);
+        EXPECT_EQ(client.Code("QUIT"), 221);
+    }
+    EXPECT_TRUE(WaitNoSessions());
+    NetServiceStatus totals;
+    m_server.GetService().GetStatus(totals);
+    EXPECT_EQ(totals.GetFilesRead(), 1U);
+    EXPECT_EQ(totals.GetFilesCreated(), 1U);
+    EXPECT_EQ(totals.GetLoginSuccesses(), 1U);
+    EXPECT_EQ(totals.GetConnectionsIn(), 3U) << "the control connection and two for data";
+    m_server.Stop();
+    const SessionLog log(m_folder);
+    ASSERT_TRUE(log.IsRead());
+    ASSERT_EQ(log.GetCount(), 1U);
+    EXPECT_EQ(log.Get(0).GetUser(), "admin");
+    EXPECT_EQ(log.Get(0).GetFilesRead(), 1U);
+    EXPECT_EQ(log.Get(0).GetFilesCreated(), 1U);
+    EXPECT_EQ(log.Get(0).GetRemoteIP().GetText(), "127.0.0.1");
+}
+
+TEST_F(FtpServerLife, Stop_ManySessionsAtWork_QuickAndEveryOneRecorded)
+{
+    constexpr unsigned COUNT = 60;
+    WriteHomeFile("big", "");
+    std::filesystem::resize_file(Home() / "big", std::size_t{1} << 34);
+    Start();
+    struct WORK
+    {
+        FtpTestClient client;
+        FtpTestSocket data;
+    };
+    std::list<WORK> sessions;
+    for (unsigned i = 0; i < COUNT; ++i) {
+        WORK& work = sessions.emplace_back();
+        ASSERT_TRUE(work.client.LogIn(m_port, "anonymous", "x"));
+        if (i % 3 == 0)
+            continue; // idle
+        ASSERT_TRUE(work.client.OpenPassive(work.data));
+        if (i % 3 == 1)
+            EXPECT_EQ(work.client.Code("RETR big"), 150); // stuck, for nobody reads
+        else
+            EXPECT_NE(work.client.Code("PASV"), 0); // listening
+    }
+    EXPECT_EQ(SessionCount(), COUNT);
+    const auto start = std::chrono::steady_clock::now();
+    m_server.Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    const SessionLog log(m_folder);
+    ASSERT_TRUE(log.IsRead());
+    EXPECT_EQ(log.GetCount(), COUNT);
+    EXPECT_EQ(sessions.front().client.ReadReply(), "421 The service is stopping\n");
+}
+
+TEST_F(FtpServerLife, Stop_ClientNeverReads_NotHeldUp)
+{
+    Start();
+    FtpTestClient client = LogIn();
+    std::string questions;
+    for (int i = 0; i < 200000; ++i)
+        questions += "HELP\r\n";
+    client.GetSocket().SendUntilStuck(questions);
+    const auto start = std::chrono::steady_clock::now();
+    m_server.Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+}
+
+TEST_F(FtpServerLife, Stop_WhileAnAdministratorLooks_NoDeadlock)
+{
+    for (int round = 0; round < 5; ++round) {
+        Start();
+        std::list<FtpTestClient> clients;
+        for (int i = 0; i < 4; ++i) {
+            clients.push_back(LogIn());
+            clients.back().Send("SITE WHO\r\nSITE STAT\r\nSITE WHO\r\nSITE STAT\r\n");
+        }
+        m_server.Stop();
+    }
+}
+
+TEST_F(FtpServerLife, MaxSessions_Reached_NextWaits)
+{
+    m_settings.SetMaxSessions(1);
+    Start();
+    FtpTestClient first = LogIn();
+    FtpTestSocket second;
+    ASSERT_TRUE(second.Connect(m_port));
+    std::string greeting;
+    EXPECT_FALSE(second.Receive(greeting, 200));
+    EXPECT_EQ(first.Code("QUIT"), 221);
+    EXPECT_TRUE(second.Receive(greeting));
+    EXPECT_EQ(greeting.substr(0, 3), "220");
+}
+
+TEST_F(FtpServerLife, Reload_NewSettings_ForNewSessionsOnly)
+{
+    Start();
+    FtpTestClient before = LogIn();
+    FtpSettings changed = m_settings;
+    changed.SetGreeting("Changed");
+    changed.SetUsers({User("other", "read")});
+    String error;
+    EXPECT_TRUE(m_server.Reload(changed, error)) << error.c_str();
+    EXPECT_EQ(before.Code("MKD still"), 257);
+    FtpTestClient after;
+    ASSERT_TRUE(after.Connect(m_port)) << "the port stays";
+    EXPECT_EQ(after.Code("USER admin"), 331);
+    EXPECT_EQ(after.Code("PASS secret"), 530);
+    EXPECT_EQ(after.Code("USER other"), 331);
+    EXPECT_EQ(after.Code("PASS secret"), 230);
+}
+
+TEST_F(FtpServerLife, Reload_PortTaken_SaysSoAndGoesOn)
+{
+    Start();
+    FtpTestSocket other;
+    const std::uint16_t taken = other.Listen();
+    FtpSettings changed = m_settings;
+    changed.SetListen("127.0.0.1:" + String::sToString(taken));
+    String error;
+    EXPECT_FALSE(m_server.Reload(changed, error));
+    EXPECT_EQ(error, "cannot listen on 127.0.0.1:" + String::sToString(taken));
+    EXPECT_TRUE(m_server.Reload(m_settings, error)) << error.c_str();
+}
+
+TEST_F(FtpServerLife, Start_PortTaken_Refused)
+{
+    FtpTestSocket other;
+    m_settings.SetListen("127.0.0.1:" + String::sToString(other.Listen()));
+    String error;
+    EXPECT_FALSE(m_server.Start(m_settings, error));
+    EXPECT_FALSE(m_server.IsRunning());
+    EXPECT_FALSE(error.empty());
+}
+
+TEST_F(FtpServerLife, Start_BadSettings_Refused)
+{
+    m_settings.SetBlockTimeMs(0);
+    String error;
+    EXPECT_FALSE(m_server.Start(m_settings, error));
+    EXPECT_TRUE(error.StartsWith("block_time_ms:"));
+}
+
+TEST_F(FtpServerLife, LogFolder_CannotBeMade_ServerServes)
+{
+    WriteHomeFile("notafolder", "");
+    m_settings.SetLogFolder(FromStdPath(Home() / "notafolder"));
+    Start();
+    FtpTestClient client = LogIn();
+    std::string bytes;
+    EXPECT_EQ(client.Download("NLST", bytes), 226);
+    EXPECT_EQ(client.Code("QUIT"), 221);
+    EXPECT_TRUE(WaitNoSessions());
+}
+
+TEST_F(FtpServerLife, BlockTime_Raised_SessionsWorkAlike)
+{
+    m_settings.SetBlockTimeMs(100);
+    Start();
+    FtpTestClient client = LogIn();
+    std::string bytes;
+    EXPECT_EQ(client.Upload("STOR f", "abc"), 226);
+    EXPECT_EQ(client.Download("RETR f", bytes), 226);
+    EXPECT_EQ(client.Code("QUIT"), 221);
+}
+
+TEST_F(FtpServerLife, PortIsThereAgain_AfterAStopWithConnectionsOpen)
+{
+    Start();
+    const std::uint16_t port = m_port;
+    FtpTestClient client = LogIn();
+    m_server.Stop();
+    m_settings.SetListen("127.0.0.1:" + String::sToString(port));
+    Start();
+    EXPECT_EQ(LogIn().Code("NOOP"), 200);
+}
+
+} // namespace
+} // namespace kqlib::test

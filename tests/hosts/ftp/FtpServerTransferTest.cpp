@@ -1,0 +1,525 @@
+// Dialogues: files and listings, restarts, line ends, and transfers that break off.
+#include "tests/hosts/ftp/FtpServerFixture.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <iostream>
+#include <set>
+#include <thread>
+
+namespace kqlib::test {
+namespace {
+
+namespace fs = std::filesystem;
+using FtpServerTransfer = FtpServerFixture;
+
+constexpr std::size_t HUGE_BYTES = std::size_t{1} << 34; // more than any buffers hold; the file is sparse
+
+std::vector<std::string> Lines(const std::string& text)
+{
+    std::vector<std::string> lines;
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = text.find("\r\n", start);
+        lines.push_back(text.substr(start, end - start));
+        start = end == std::string::npos ? text.size() : end + 2;
+    }
+    return lines;
+}
+
+TEST_F(FtpServerTransfer, StorThenRetr_SeveralSizes_SameBytes)
+{
+    Start();
+    FtpTestClient client = LogIn();
+    EXPECT_EQ(client.Code("TYPE I"), 200);
+    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{262143}, std::size_t{262144},
+                                   std::size_t{262145}, std::size_t{3000000}})
+    {
+        const std::string bytes = Pattern(size);
+        std::string got;
+        EXPECT_EQ(client.Upload("STOR f", bytes), 226);
+        EXPECT_EQ(ReadHomeFile("f"), bytes) << size;
+        EXPECT_EQ(client.Download("RETR f", got), 226);
+        EXPECT_EQ(got, bytes) << size;
+    }
+    EXPECT_TRUE(HasEvent("File Upload Success"));
+}
+
+TEST_F(FtpServerTransfer, Stor_OverALongerFile_ReplacesItWhole)
+{
+    WriteHomeFile("f", "a long content");
+    Start();
+    FtpTestClient client = LogIn();
+    EXPECT_EQ(client.Upload("STOR f", "short"), 226);
+    EXPECT_EQ(ReadHomeFile("f"), "short");
+    EXPECT_EQ(client.Upload("STOR /", "x"), 553);
+    EXPECT_EQ(client.Upload("STOR missing/f", "x"), 553);
+    EXPECT_EQ(client.Upload("STOR " + std::string(300, 'x'), "x"), 553);
+}
+
+TEST_F(FtpServerTransfer, Retr_MissingOrFolder_550)
+{
+    fs::create_directory(Home() / "d");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string bytes;
+    EXPECT_EQ(client.Download("RETR missing", bytes), 550);
+    EXPECT_EQ(client.Download("RETR d", bytes), 550);
+    EXPECT_TRUE(HasEvent("File Download Fail"));
+}
+
+TEST_F(FtpServerTransfer, Appe_NewAndExisting)
+{
+    Start();
+    FtpTestClient client = LogIn();
+    EXPECT_EQ(client.Upload("APPE f", "abc"), 226);
+    EXPECT_EQ(client.Upload("APPE f", "def"), 226);
+    EXPECT_EQ(client.Code("TYPE I"), 200);
+    EXPECT_EQ(client.Code("REST 1"), 350);
+    EXPECT_EQ(client.Upload("APPE f", "g"), 226);
+    EXPECT_EQ(ReadHomeFile("f"), "abcdefg") << "APPE knows its place itself";
+    EXPECT_TRUE(HasEvent("File Append Success"));
+}
+
+TEST_F(FtpServerTransfer, RestThenRetr_AtTheBorders)
+{
+    WriteHomeFile("f", "0123456789");
+    Start();
+    FtpTestClient client = LogIn();
+    EXPECT_EQ(client.Code("TYPE I"), 200);
+    const struct
+    {
+        const char* rest;
+        int code;
+        const char* bytes;
+    } cases[] = {
+        {"REST 0", 226, "0123456789"},
+        {"REST 1", 226, "123456789"},
+        {"REST 9", 226, "9"},
+        {"REST 10", 226, ""},
+        {"REST 11", 554, ""},
+        {"REST 4294967296", 554, ""},
+        {"REST 18446744073709551615", 554, ""},
+    };
+    for (const auto& entry : cases) {
+        std::string bytes;
+        EXPECT_EQ(client.Code(entry.rest), 350) << entry.rest;
+        EXPECT_EQ(client.Download("RETR f", bytes), entry.code) << entry.rest;
+        EXPECT_EQ(bytes, entry.bytes) << entry.rest;
+    }
+    std::string bytes;
+    EXPECT_EQ(client.Download("RETR f", bytes), 226);
+    EXPECT_EQ(bytes, "0123456789") << "a restart counts once";
+}
+
+TEST_F(FtpServerTransfer, RestThenStor_GoesOnFromThere)
+{
+    WriteHomeFile("f", "0123456789");
+    Start();
+    FtpTestClient client = LogIn();
+    EXPECT_EQ(client.Code("TYPE I"), 200);
+    EXPECT_EQ(client.Code("REST 10"), 350);
+    EXPECT_EQ(client.Upload("STOR f", "ab"), 226);
+    EXPECT_EQ(ReadHomeFile("f"), "0123456789ab");
+    EXPECT_EQ(client.Code("REST 3"), 350);
+    EXPECT_EQ(client.Upload("STOR f", "X"), 226);
+    EXPECT_EQ(ReadHomeFile("f"), "012X") << "what lay behind is gone";
+    EXPECT_EQ(client.Code("REST 5"), 350);
+    EXPECT_EQ(client.Upload("STOR f", "Y"), 554);
+    EXPECT_EQ(client.Code("REST 1"), 350);
+    EXPECT_EQ(client.Upload("STOR new", "Y"), 553);
+    EXPECT_FALSE(IsInHome("new"));
+    EXPECT_EQ(ReadHomeFile("f"), "012X");
+}
+
+TEST_F(FtpServerTransfer, TypeA_LineEnds_ConvertedBothWays)
+{
+    WriteHomeFile("f", "a\nb\n\nc");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string bytes;
+    EXPECT_EQ(client.Download("RETR f", bytes), 226);
+    EXPECT_EQ(bytes, "a\r\nb\r\n\r\nc");
+    EXPECT_EQ(client.Upload("STOR g", "x\r\ny\rz\r"), 226);
+    EXPECT_EQ(ReadHomeFile("g"), "x\ny\rz\r");
+    EXPECT_EQ(client.Code("REST 1"), 350);
+    EXPECT_EQ(client.Download("RETR f", bytes), 554) << "a position means nothing in TYPE A";
+}
+
+TEST_F(FtpServerTransfer, TypeA_LargeFileOfLineEnds_RoundTrip)
+{
+    std::string text;
+    for (int i = 0; i < 200000; ++i)
+        text += i % 3 == 0 ? "\r\n" : i % 3 == 1 ? "\n" : "word\r";
+    WriteHomeFile("f", text);
+    Start();
+    FtpTestClient client = LogIn();
+    std::string bytes;
+    EXPECT_EQ(client.Download("RETR f", bytes), 226);
+    EXPECT_EQ(client.Upload("STOR g", bytes), 226);
+    EXPECT_EQ(ReadHomeFile("g"), text);
+}
+
+// --- listings
+
+TEST_F(FtpServerTransfer, List_FolderFileAndFlags)
+{
+    WriteHomeFile("file one", "12345");
+    fs::create_directory(Home() / "sub");
+    WriteHomeFile("sub/inner", "");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string listing;
+    EXPECT_EQ(client.Download("LIST", listing), 226);
+    ASSERT_EQ(Lines(listing).size(), 2U) << listing;
+    EXPECT_NE(listing.find("file one\r\n"), std::string::npos);
+    EXPECT_NE(listing.find("drwx"), std::string::npos);
+    for (const char* line : {"LIST -a", "LIST -la", "LIST -a -l", "LIST /", "LIST -l /"}) {
+        std::string again;
+        EXPECT_EQ(client.Download(line, again), 226) << line;
+        EXPECT_EQ(Lines(again).size(), 2U) << line;
+    }
+    EXPECT_EQ(client.Download("LIST sub", listing), 226);
+    EXPECT_NE(listing.find(" inner\r\n"), std::string::npos) << listing;
+    EXPECT_EQ(client.Download("LIST file one", listing), 226);
+    EXPECT_EQ(Lines(listing).size(), 1U);
+    EXPECT_NE(listing.find("       5 "), std::string::npos);
+    EXPECT_EQ(client.Download("LIST missing", listing), 550);
+    EXPECT_TRUE(HasEvent("Directory View Success"));
+    EXPECT_TRUE(HasEvent("Directory View Fail"));
+}
+
+TEST_F(FtpServerTransfer, Nlst_NamesCanBeGivenBackToRetr)
+{
+    fs::create_directory(Home() / "sub");
+    WriteHomeFile("sub/inner", "x");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string names;
+    EXPECT_EQ(client.Download("NLST", names), 226);
+    EXPECT_EQ(names, "sub\r\n");
+    EXPECT_EQ(client.Download("NLST sub", names), 226);
+    EXPECT_EQ(names, "sub/inner\r\n");
+    EXPECT_EQ(client.Download("NLST sub/inner", names), 226);
+    EXPECT_EQ(names, "sub/inner\r\n");
+    EXPECT_EQ(client.Download("NLST /", names), 226);
+    EXPECT_EQ(names, "/sub\r\n");
+    EXPECT_EQ(client.Code("CWD sub"), 250);
+    EXPECT_EQ(client.Download("NLST", names), 226);
+    EXPECT_EQ(names, "inner\r\n");
+    EXPECT_EQ(client.Download("NLST missing", names), 550);
+}
+
+TEST_F(FtpServerTransfer, Mlsd_FolderOnly)
+{
+    WriteHomeFile("f", "12345");
+    fs::create_symlink("f", Home() / "link");
+    fs::create_symlink("nowhere", Home() / "dangling");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string listing;
+    EXPECT_EQ(client.Code("OPTS MLST type;size;"), 200);
+    EXPECT_EQ(client.Download("MLSD", listing), 226);
+    const std::vector<std::string> lines = Lines(listing);
+    EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()),
+              (std::set<std::string>{"type=cdir; .", "type=file;size=5; f", "type=file;size=5; link",
+                                     "type=OS.unix=slink; dangling"}));
+    EXPECT_EQ(client.Download("MLSD f", listing), 501);
+    EXPECT_EQ(client.Download("MLSD missing", listing), 501);
+}
+
+TEST_F(FtpServerTransfer, Stat_WithPath_ListsOnTheControlConnection)
+{
+    WriteHomeFile("f", "12345");
+    Start();
+    FtpTestClient client = LogIn();
+    const std::string folder = client.Ask("STAT /");
+    EXPECT_EQ(folder.rfind("212-", 0), 0U);
+    EXPECT_NE(folder.find(" f\n212 End of status\n"), std::string::npos) << folder;
+    EXPECT_EQ(client.Ask("STAT f").rfind("213-", 0), 0U);
+    EXPECT_EQ(client.Code("STAT missing"), 550);
+}
+
+TEST_F(FtpServerTransfer, Listings_10000Files_CompleteAndFast)
+{
+    constexpr int COUNT = 10000;
+    for (int i = 0; i < COUNT; ++i)
+        WriteHomeFile("file-" + std::to_string(i), "");
+    Start();
+    FtpTestClient client = LogIn();
+    const auto start = std::chrono::steady_clock::now();
+    for (const char* line : {"LIST", "NLST", "MLSD"}) {
+        std::string listing;
+        EXPECT_EQ(client.Download(line, listing), 226);
+        EXPECT_EQ(Lines(listing).size(), std::string(line) == "MLSD" ? COUNT + 1U : COUNT) << line;
+        EXPECT_NE(listing.find("file-9999\r\n"), std::string::npos);
+    }
+    EXPECT_EQ(client.Code("STAT /"), 212);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+}
+
+// --- transfers that break off
+
+/// A download that runs, of a file that never ends.
+class FtpServerRunning : public FtpServerFixture
+{
+protected:
+    void StartDownload(FtpTestClient& client, FtpTestSocket& data)
+    {
+        WriteHomeFile("big", "");
+        fs::resize_file(Home() / "big", HUGE_BYTES);
+        Start();
+        client = LogIn();
+        EXPECT_EQ(client.Code("TYPE I"), 200);
+        ASSERT_TRUE(client.OpenPassive(data));
+        ASSERT_EQ(client.Code("RETR big"), 150);
+        std::string bytes;
+        ASSERT_TRUE(data.Receive(bytes));
+    }
+    void StartUpload(FtpTestClient& client, FtpTestSocket& data)
+    {
+        Start();
+        client = LogIn();
+        EXPECT_EQ(client.Code("TYPE I"), 200);
+        ASSERT_TRUE(client.OpenPassive(data));
+        ASSERT_EQ(client.Code("STOR f"), 150);
+        ASSERT_TRUE(data.Send("received"));
+        ASSERT_TRUE(WaitFor([this] { return ReadHomeFile("f") == "received"; }));
+    }
+};
+
+TEST_F(FtpServerRunning, Abor_InADownload_426Then226)
+{
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartDownload(client, data);
+    EXPECT_EQ(client.Code("ABOR"), 426);
+    EXPECT_EQ(client.ReadCode(), 226);
+    EXPECT_TRUE(data.WaitClosed(20000));
+    EXPECT_EQ(client.Code("NOOP"), 200);
+    EXPECT_TRUE(HasEvent("File Download Fail"));
+    EXPECT_EQ(client.Code("ABOR"), 226) << "nothing runs";
+}
+
+TEST_F(FtpServerRunning, Abor_WithTelnetInterrupt_Works)
+{
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartDownload(client, data);
+    client.Send("\xFF\xF4\xFF\xF2"
+                "ABOR\r\n");
+    EXPECT_EQ(client.ReadCode(), 426);
+    EXPECT_EQ(client.ReadCode(), 226);
+}
+
+TEST_F(FtpServerRunning, Abor_ByteByByteBehindOtherCommands_RepliesInOrder)
+{
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartDownload(client, data);
+    for (const char byte : std::string("SYST\r\nabor\r\nPWD\r\n"))
+        client.Send(std::string(1, byte));
+    EXPECT_EQ(client.ReadCode(), 426);
+    EXPECT_EQ(client.ReadCode(), 215);
+    EXPECT_EQ(client.ReadCode(), 226);
+    EXPECT_EQ(client.ReadCode(), 257);
+}
+
+TEST_F(FtpServerRunning, Abor_InAnUpload_PartStaysForARestart)
+{
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartUpload(client, data);
+    EXPECT_EQ(client.Code("ABOR"), 426);
+    EXPECT_EQ(client.ReadCode(), 226);
+    EXPECT_TRUE(HasEvent("File Upload Fail"));
+    EXPECT_EQ(client.Ask("SIZE f"), "213 8\n");
+    EXPECT_EQ(client.Code("REST 8"), 350);
+    EXPECT_EQ(client.Upload("STOR f", " and resumed"), 226);
+    EXPECT_EQ(ReadHomeFile("f"), "received and resumed");
+}
+
+TEST_F(FtpServerRunning, Abor_WhileNobodyConnects_426Then226)
+{
+    WriteHomeFile("f", "x");
+    Start();
+    FtpTestClient client = LogIn();
+    EXPECT_EQ(client.Code("EPSV"), 229);
+    EXPECT_EQ(client.Code("RETR f"), 150);
+    EXPECT_EQ(client.Code("ABOR"), 426);
+    EXPECT_EQ(client.ReadCode(), 226);
+}
+
+TEST_F(FtpServerRunning, Abor_SentTogetherWithTheCommand_426Then226)
+{
+    WriteHomeFile("big", "");
+    fs::resize_file(Home() / "big", HUGE_BYTES);
+    Start();
+    FtpTestClient client = LogIn();
+    FtpTestSocket data;
+    ASSERT_TRUE(client.OpenPassive(data));
+    client.Send("RETR big\r\nABOR\r\n");
+    EXPECT_EQ(client.ReadCode(), 150);
+    EXPECT_EQ(client.ReadCode(), 426);
+    EXPECT_EQ(client.ReadCode(), 226);
+}
+
+TEST_F(FtpServerRunning, Stat_WhileItRuns_AnsweredAtOnce)
+{
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartUpload(client, data);
+    EXPECT_EQ(client.Ask("STAT"), "213 STOR /f: 8 bytes moved\n");
+    EXPECT_EQ(client.Ask("stat"), "213 STOR /f: 8 bytes moved\n");
+    data.Close();
+    EXPECT_EQ(client.ReadCode(), 226);
+    EXPECT_EQ(ReadHomeFile("f"), "received");
+}
+
+TEST_F(FtpServerRunning, OtherCommands_WaitUntilItsEnd)
+{
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartUpload(client, data);
+    client.Send("SYST\r\nPW");
+    client.Send("D\r\nSTAT\r\nQUIT\r\n");
+    EXPECT_EQ(client.ReadReply(200), "") << "nothing is answered out of turn";
+    data.Close();
+    EXPECT_EQ(client.ReadCode(), 226);
+    EXPECT_EQ(client.ReadCode(), 215);
+    EXPECT_EQ(client.ReadCode(), 257);
+    EXPECT_EQ(client.ReadCode(), 211);
+    EXPECT_EQ(client.ReadCode(), 221);
+}
+
+TEST_F(FtpServerRunning, StopTransferMessage_426AndTheSessionGoesOn)
+{
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartDownload(client, data);
+    m_server.GetService().SendControlMsgStopTransferAll("");
+    EXPECT_EQ(client.ReadReply(), "426 Transfer stopped by the administrator\n");
+    EXPECT_EQ(client.Code("NOOP"), 200);
+}
+
+TEST_F(FtpServerRunning, StopTransferMessage_WithoutATransfer_IsForgotten)
+{
+    WriteHomeFile("f", "x");
+    Start();
+    FtpTestClient client = LogIn();
+    m_server.GetService().SendControlMsgStopTransferAll("");
+    std::string bytes;
+    EXPECT_EQ(client.Code("NOOP"), 200);
+    WaitFor([] { return false; }, 100); // let the session take the message
+    EXPECT_EQ(client.Download("RETR f", bytes), 226);
+}
+
+TEST_F(FtpServerRunning, DisconnectMessage_421AndClosed)
+{
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartDownload(client, data);
+    m_server.GetService().SendControlMsgDisconnectAll("Maintenance");
+    EXPECT_EQ(client.ReadReply(), "421 Maintenance\n");
+    EXPECT_TRUE(client.GetSocket().WaitClosed());
+    EXPECT_TRUE(WaitNoSessions());
+}
+
+TEST_F(FtpServerRunning, DisconnectMessage_WhileIdle_421AndClosed)
+{
+    Start();
+    FtpTestClient client = LogIn();
+    m_server.GetService().SendControlMsgDisconnectAll("");
+    EXPECT_EQ(client.ReadReply(), "421 Disconnected by the administrator\n");
+    EXPECT_TRUE(client.GetSocket().WaitClosed());
+}
+
+TEST_F(FtpServerRunning, ControlConnectionHangsUp_TransferEnds)
+{
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartDownload(client, data);
+    client.Close();
+    EXPECT_TRUE(data.WaitClosed(20000));
+    EXPECT_TRUE(WaitNoSessions());
+    EXPECT_TRUE(HasEvent("File Download Fail"));
+}
+
+TEST_F(FtpServerRunning, DataConnectionHangsUp_426)
+{
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartDownload(client, data);
+    data.Close();
+    EXPECT_EQ(client.ReadCode(), 426);
+    EXPECT_EQ(client.Code("NOOP"), 200);
+}
+
+TEST_F(FtpServerRunning, NothingMoves_426AfterTheStallTime)
+{
+    m_settings.SetStallSecs(1);
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartUpload(client, data);
+    EXPECT_EQ(client.ReadReply(), "426 Nothing moved for too long\n");
+    EXPECT_EQ(client.Code("NOOP"), 200);
+    EXPECT_EQ(ReadHomeFile("f"), "received");
+}
+
+TEST_F(FtpServerRunning, ClientNeverReads_426AfterTheStallTime)
+{
+    m_settings.SetStallSecs(1);
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartDownload(client, data);
+    EXPECT_EQ(client.ReadReply(), "426 Nothing moved for too long\n");
+}
+
+TEST_F(FtpServerTransfer, Stor_DiskFull_452AndRecordedAsFailure)
+{
+    const std::string mount = "mount -t tmpfs -o size=1m tmpfs '" + Home().string() + "' 2>/dev/null";
+    if (std::system(mount.c_str()) != 0) {
+        std::cout << "not run: a small tmpfs cannot be mounted here (needs root)" << std::endl;
+        GTEST_SKIP();
+    }
+    {
+        Start();
+        FtpTestClient client = LogIn();
+        EXPECT_EQ(client.Code("TYPE I"), 200);
+        FtpTestSocket data;
+        ASSERT_TRUE(client.OpenPassive(data));
+        EXPECT_EQ(client.Code("STOR f"), 150);
+        data.Send(Pattern(4000000));
+        EXPECT_EQ(client.ReadReply(), "452 No space left\n");
+        EXPECT_TRUE(HasEvent("File Upload Fail"));
+        EXPECT_EQ(client.Code("DELE f"), 250);
+        EXPECT_EQ(client.Upload("STOR f", "small"), 226);
+        m_server.Stop();
+    }
+    EXPECT_EQ(std::system(("umount '" + Home().string() + "'").c_str()), 0);
+}
+
+TEST_F(FtpServerTransfer, Transfers_FourClientsAtOnce_AllBytesRight)
+{
+    Start();
+    std::vector<std::thread> threads;
+    std::atomic<int> good{0};
+    for (int number = 0; number < 4; ++number)
+        threads.emplace_back([this, number, &good] {
+            FtpTestClient client;
+            if (!client.LogIn(m_port, "admin", "secret") || client.Code("TYPE I") != 200)
+                return;
+            const std::string name = "f" + std::to_string(number);
+            const std::string bytes = Pattern(1000000 + static_cast<std::size_t>(number));
+            std::string got;
+            if (client.Upload("STOR " + name, bytes) == 226 && client.Download("RETR " + name, got) == 226 &&
+                got == bytes && client.Code("RNFR " + name) == 350 && client.Code("RNTO moved-" + name) == 250)
+                ++good;
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(good, 4);
+}
+
+} // namespace
+} // namespace kqlib::test

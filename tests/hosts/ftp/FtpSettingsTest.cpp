@@ -1,0 +1,212 @@
+// Tests of the settings and their file.
+#include "hosts/ftp/FtpSettings.h"
+
+#include "common/SettingsTransportSet.h"
+#include "hosts/ftp/FtpPassword.h"
+#include "hosts/ftp/FtpPaths.h"
+#include "tests/peers/TempFolder.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace kqlib {
+namespace {
+
+const char* const GUEST = R"({"name": "guest", "home": "/srv/guest", "anonymous": true})";
+
+String WithGuest(const char* more)
+{
+    return String("{\"users\": [") + GUEST + "]" + more + "}";
+}
+
+String ErrorOf(const String& json)
+{
+    FtpSettings settings;
+    String error;
+    EXPECT_FALSE(settings.ReadJson(json, error)) << json.c_str();
+    EXPECT_TRUE(settings == FtpSettings()) << "a refused text must change nothing";
+    return error;
+}
+
+TEST(FtpSettings, ReadJson_OnlyAnAccount_RestIsDefault)
+{
+    FtpSettings settings;
+    String error;
+    ASSERT_TRUE(settings.ReadJson(WithGuest(""), error)) << error.c_str();
+    EXPECT_EQ(settings.GetListen(), "127.0.0.1:2121");
+    EXPECT_EQ(settings.GetMaxSessions(), 200U);
+    EXPECT_EQ(settings.GetIdleSecs(), 300U);
+    EXPECT_EQ(settings.GetStallSecs(), 120U);
+    EXPECT_EQ(settings.GetConnectSecs(), 30U);
+    EXPECT_EQ(settings.GetLoginAttempts(), 3U);
+    EXPECT_EQ(settings.GetBlockTimeMs(), 2U);
+    EXPECT_TRUE(settings.GetLogFolder().empty());
+    ASSERT_EQ(settings.GetUsers().size(), 1U);
+    EXPECT_EQ(settings.GetUsers()[0].GetRights(), "read");
+}
+
+TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
+{
+    FtpSettings settings;
+    String error;
+    ASSERT_TRUE(settings.ReadJson(WithGuest(R"(, "listen": "127.0.0.1:21, 10.0.0.1:2121", "max_sessions": 7,
+        "passive_ports": "50000-50010", "external_address": "1.2.3.4", "idle_timeout_secs": 11,
+        "stall_timeout_secs": 12, "connect_timeout_secs": 13, "login_attempts": 4, "block_time_ms": 100,
+        "greeting": "Hello", "log_folder": "/var/log/x", "log_debug": true)"),
+                                  error))
+        << error.c_str();
+    USHORT first = 0;
+    USHORT last = 0;
+    EXPECT_EQ(settings.GetListen(), "127.0.0.1:21, 10.0.0.1:2121");
+    EXPECT_EQ(settings.GetMaxSessions(), 7U);
+    EXPECT_TRUE(settings.GetPassiveRange(first, last));
+    EXPECT_EQ(first, 50000);
+    EXPECT_EQ(last, 50010);
+    EXPECT_EQ(settings.GetExternalAddress(), "1.2.3.4");
+    EXPECT_EQ(settings.GetIdleSecs(), 11U);
+    EXPECT_EQ(settings.GetStallSecs(), 12U);
+    EXPECT_EQ(settings.GetConnectSecs(), 13U);
+    EXPECT_EQ(settings.GetLoginAttempts(), 4U);
+    EXPECT_EQ(settings.GetBlockTimeMs(), 100U);
+    EXPECT_EQ(settings.GetGreeting(), "Hello");
+    EXPECT_EQ(settings.GetLogFolder().GetText(), "/var/log/x");
+    EXPECT_TRUE(settings.GetLogDebug());
+}
+
+TEST(FtpSettings, ReadJson_UnknownKey_NamedInTheError)
+{
+    EXPECT_EQ(ErrorOf(WithGuest(", \"lisen\": \"x\"")), "lisen: is not a known key");
+    EXPECT_EQ(ErrorOf(R"({"users": [{"name": "a", "hom": "/"}]})"), "users[0].hom: is not a known key");
+}
+
+TEST(FtpSettings, ReadJson_WrongType_NamedInTheError)
+{
+    EXPECT_EQ(ErrorOf(WithGuest(", \"max_sessions\": \"7\"")),
+              "max_sessions: must be a whole number from 0 to 4294967295");
+    for (const char* number : {"-1", "1.5", "4294967296", "true", "null"})
+        EXPECT_TRUE(ErrorOf(WithGuest((std::string(", \"max_sessions\": ") + number).c_str()))
+                        .StartsWith("max_sessions: must be a whole number"))
+            << number;
+    EXPECT_EQ(ErrorOf(WithGuest(", \"listen\": 21")), "listen: must be a text in quotes");
+    EXPECT_EQ(ErrorOf(WithGuest(", \"log_debug\": 1")), "log_debug: must be true or false");
+    EXPECT_EQ(ErrorOf(R"({"users": {}})"), "users: must be a list, [ ... ]");
+    EXPECT_EQ(ErrorOf(R"({"users": [1]})"), "users[0]: must be an object, { ... }");
+    EXPECT_EQ(ErrorOf("[]"), "the file: must be an object, { ... }");
+}
+
+TEST(FtpSettings, ReadJson_NotJson_SaysSo)
+{
+    for (const char* text : {"", "{", "{\"listen\": }", "{} x", "nonsense"})
+        EXPECT_TRUE(ErrorOf(text).StartsWith("not valid JSON: ")) << text;
+}
+
+TEST(FtpSettings, ReadJson_BadValues_NamedInTheError)
+{
+    const struct
+    {
+        const char* more;
+        const char* key;
+    } cases[] = {
+        {", \"listen\": \"\"", "listen:"},
+        {", \"max_sessions\": 0", "max_sessions:"},
+        {", \"passive_ports\": \"5\"", "passive_ports:"},
+        {", \"passive_ports\": \"6-5\"", "passive_ports:"},
+        {", \"passive_ports\": \"0-5\"", "passive_ports:"},
+        {", \"passive_ports\": \"1-65536\"", "passive_ports:"},
+        {", \"passive_ports\": \"1-2x\"", "passive_ports:"},
+        {", \"external_address\": \"host.example\"", "external_address:"},
+        {", \"external_address\": \"::1\"", "external_address:"},
+        {", \"idle_timeout_secs\": 0", "idle_timeout_secs:"},
+        {", \"idle_timeout_secs\": 86401", "idle_timeout_secs:"},
+        {", \"stall_timeout_secs\": 0", "stall_timeout_secs:"},
+        {", \"connect_timeout_secs\": 0", "connect_timeout_secs:"},
+        {", \"login_attempts\": 0", "login_attempts:"},
+        {", \"block_time_ms\": 0", "block_time_ms:"},
+        {", \"block_time_ms\": 1001", "block_time_ms:"},
+        {", \"greeting\": \"a\\r\\n220 b\"", "greeting:"},
+    };
+    for (const auto& entry : cases)
+        EXPECT_TRUE(ErrorOf(WithGuest(entry.more)).StartsWith(entry.key)) << entry.more;
+}
+
+TEST(FtpSettings, ReadJson_BadAccounts_NamedInTheError)
+{
+    const struct
+    {
+        const char* users;
+        const char* start;
+    } cases[] = {
+        {"", "users: needs"},
+        {R"({"name": "", "home": "/x", "anonymous": true})", "users.name:"},
+        {R"({"name": "12345678901234567890123456789012", "home": "/x", "anonymous": true})", "users.name:"},
+        {R"({"name": "a\u0001", "home": "/x", "anonymous": true})", "users.name:"},
+        {R"({"name": "a", "anonymous": true})", "users.home:"},
+        {R"({"name": "a", "home": "/x", "anonymous": true, "rights": "read,fly"})", "users.rights:"},
+        {R"({"name": "a", "home": "/x"})", "users.password: missing"},
+        {R"({"name": "a", "home": "/x", "password": "plain"})", "users.password: must"},
+        {R"({"name": "a", "home": "/x", "anonymous": true}, {"name": "a", "home": "/y", "anonymous": true})",
+         "users: two"},
+    };
+    for (const auto& entry : cases)
+        EXPECT_TRUE(ErrorOf(String("{\"users\": [") + entry.users + "]}").StartsWith(entry.start)) << entry.users;
+}
+
+TEST(FtpSettings, ReadJson_SecondAccountWithoutRights_DoesNotInheritThoseOfTheFirst)
+{
+    FtpSettings settings;
+    String error;
+    ASSERT_TRUE(settings.ReadJson(R"({"users": [
+        {"name": "a", "home": "/a", "anonymous": true, "rights": "read,write,delete,admin"},
+        {"name": "b", "home": "/b", "anonymous": true}]})",
+                                  error));
+    EXPECT_TRUE(settings.GetUsers()[0].HasRight(FtpUserSettings::ADMIN));
+    EXPECT_FALSE(settings.GetUsers()[1].HasRight(FtpUserSettings::ADMIN));
+    EXPECT_FALSE(settings.GetUsers()[1].HasRight(FtpUserSettings::WRITE));
+    EXPECT_TRUE(settings.GetUsers()[1].HasRight(FtpUserSettings::READ));
+}
+
+TEST(FtpSettings, ReadFile_RelativeFolders_AreTakenFromTheFilesFolder)
+{
+    const test::TempFolder folder;
+    std::ofstream(folder / "ftp.json") << R"({"log_folder": "logs", "users": [
+        {"name": "a", "home": "../a", "anonymous": true}, {"name": "b", "home": "/b", "anonymous": true}]})";
+    FtpSettings settings;
+    String error;
+    ASSERT_TRUE(settings.ReadFile(FromStdPath(folder / "ftp.json"), error)) << error.c_str();
+    EXPECT_EQ(settings.GetLogFolder(), FromStdPath(folder / "logs"));
+    EXPECT_EQ(settings.GetUsers()[0].GetHome(), FromStdPath(folder.GetPath().parent_path() / "a"));
+    EXPECT_EQ(settings.GetUsers()[1].GetHome().GetText(), "/b");
+}
+
+TEST(FtpSettings, ReadFile_Missing_SaysSo)
+{
+    FtpSettings settings;
+    String error;
+    EXPECT_FALSE(settings.ReadFile("/nowhere/ftp.json", error));
+    EXPECT_EQ(error, "cannot be read");
+}
+
+TEST(FtpSettings, WriteToAndReadFrom_EveryField_Same)
+{
+    FtpSettings settings;
+    String error;
+    ASSERT_TRUE(settings.ReadJson(WithGuest(R"(, "listen": "1.2.3.4:5", "max_sessions": 4294967295,
+        "greeting": "x", "log_debug": true, "block_time_ms": 9)"),
+                                  error));
+    SettingsTransportSet set;
+    ASSERT_TRUE(settings.WriteTo(set));
+    FtpSettings read;
+    EXPECT_FALSE(read == settings);
+    ASSERT_TRUE(read.ReadFrom(set));
+    EXPECT_TRUE(read == settings);
+    const std::unique_ptr<FtpSettings> copy(settings.Spawn(true));
+    EXPECT_TRUE(*copy == settings);
+    const std::unique_ptr<FtpSettings> fresh(settings.Spawn(false));
+    EXPECT_TRUE(*fresh == FtpSettings());
+    copy->Reset();
+    EXPECT_TRUE(*copy == FtpSettings());
+}
+
+} // namespace
+} // namespace kqlib
