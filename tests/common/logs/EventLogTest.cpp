@@ -6,10 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
-#include <regex>
 #include <set>
 #include <string>
 #include <thread>
@@ -72,7 +74,10 @@ TEST_F(EventLogTest, PrintServiceNormal_OneLineOfEightFields)
     log.PrintServiceNormal("Open Listening Port Success", "0.0.0.0:21", "why");
     const auto lines = xLines();
     ASSERT_EQ(lines.size(), 1U);
-    EXPECT_TRUE(std::regex_match(lines[0], std::regex("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3}\\t.*")));
+    std::string shape = lines[0].substr(0, 24);
+    std::replace_if(
+        shape.begin(), shape.end(), [](char character) { return character >= '0' && character <= '9'; }, '9');
+    EXPECT_EQ(shape, "9999-99-99 99:99:99.999\t");
     EXPECT_EQ(xFields(lines[0]), "Service\t\t\t\tOpen Listening Port Success\t0.0.0.0:21\twhy");
     EXPECT_EQ(xRead().back(), '\n');
     EXPECT_EQ(xRead().find('\r'), std::string::npos);
