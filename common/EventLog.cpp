@@ -6,14 +6,13 @@
 
 #include "common/NativePath.h"
 #include "common/TimePos.h"
+#include "common/TimedEvent.h"
 #include "platform/Clock.h"
 
 #include <spdlog/logger.h>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <mutex>
@@ -25,7 +24,7 @@ namespace kqlib {
 namespace {
 
 /// After a failure to open the file, lines are dropped for this long before it is tried again.
-constexpr std::chrono::seconds REOPEN_PAUSE(5);
+constexpr ULONG REOPEN_PAUSE_MS = 5000;
 
 constexpr char FIELD_SEPARATOR = '\t';
 
@@ -127,9 +126,8 @@ struct EventLog::STATE
 
     std::mutex mutex;
     EventLogSettings settings;
-    std::unique_ptr<spdlog::logger> logger; ///< null when the file is not open
-    bool openFailed = false;
-    std::chrono::steady_clock::time_point lastOpen; ///< when opening failed last
+    std::unique_ptr<spdlog::logger> logger;     ///< null when the file is not open
+    TimedEvent retry{0, REOPEN_PAUSE_MS, true}; ///< whether opening may be tried; restarted when it failed
 };
 
 EventLog::EventLog()
@@ -174,7 +172,7 @@ void EventLog::SetSettings(const EventLogSettings& settings)
 {
     std::lock_guard lock(m_state->mutex);
     m_state->logger.reset();
-    m_state->openFailed = false;
+    m_state->retry = TimedEvent(0, REOPEN_PAUSE_MS, true);
     m_state->settings = settings;
     m_state->OpenPreLocked();
 }
@@ -190,12 +188,11 @@ bool EventLog::STATE::OpenPreLocked()
 {
     if (logger || !settings.GetEnabled())
         return logger != nullptr;
-    const auto now = std::chrono::steady_clock::now();
-    if (openFailed && now - lastOpen < REOPEN_PAUSE)
+    if (!retry.IsTriggered(TimedEvent::sGetNow()))
         return false;
     logger = OpenLogger(settings);
-    openFailed = !logger;
-    lastOpen = now;
+    if (!logger)
+        retry.Restart(TimedEvent::sGetNow());
     return logger != nullptr;
 }
 

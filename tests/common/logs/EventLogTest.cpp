@@ -1,5 +1,6 @@
 #include "common/EventLog.h"
 
+#include "common/TimedEvent.h"
 #include "platform/Clock.h"
 #include "tests/common/logs/TestEntries.h"
 #include "tests/peers/TempFolder.h"
@@ -7,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -280,6 +282,28 @@ TEST_F(EventLogTest, FolderUnusable_LinesAreDroppedNothingThrows)
     log.SetSettings(settings);
     log.PrintServiceNormal("E", "", "");
     EXPECT_TRUE(std::filesystem::exists(m_folder.GetPath() / "file" / "events.log"));
+}
+
+std::uint32_t g_tick = 0;
+
+TEST_F(EventLogTest, FileUnusableForAWhile_TriedAgainAfterFiveSeconds)
+{
+    // Near the end of the tick, which wraps between the two tries.
+    g_tick = 0xFFFFFFF0;
+    TimedEvent::sSetSource([] { return g_tick; });
+    std::filesystem::create_directory(m_folder / "events.log");
+    EventLog log;
+    log.SetSettings(xSettings());
+    log.PrintServiceNormal("1", "", "");
+    std::filesystem::remove(m_folder / "events.log");
+    g_tick += 4999;
+    log.PrintServiceNormal("2", "", "");
+    EXPECT_FALSE(std::filesystem::exists(m_folder / "events.log"));
+    g_tick += 1;
+    log.PrintServiceNormal("3", "", "");
+    TimedEvent::sSetSource(nullptr);
+    ASSERT_EQ(xLines().size(), 1U);
+    EXPECT_EQ(xFields(xLines()[0]), "Service\t\t\t\t3\t\t");
 }
 
 TEST_F(EventLogTest, NameIsAFolder_LinesAreDropped)
