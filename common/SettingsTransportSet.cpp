@@ -4,8 +4,10 @@
 #include "common/SettingsTransferable.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <type_traits>
 
 namespace kqlib {
 
@@ -13,11 +15,8 @@ namespace {
 
 using nlohmann::json;
 
-/// Sub-sets within sub-sets of a file that is read; more is taken for damage.
+/// Sub-sets within sub-sets that a file may hold; more is taken for damage.
 constexpr int MAX_DEPTH = 100;
-
-// Names of the value types in the file, in the order of the variant's alternatives.
-constexpr const char* TYPE_NAMES[] = {"USHORT", "ULONG", "Bool", "String", "TimePos", "BinaryStore"};
 
 /// Each byte becomes the code point of its value, in UTF-8: JSON texts hold no arbitrary bytes.
 std::string ToUtf8(const String& text)
@@ -94,13 +93,18 @@ bool FromHex(const std::string& text, BinaryStore& store)
     return true;
 }
 
-/// A whole number from 0 to limit.
-bool ReadUnsigned(const json& value, std::uint64_t limit, std::uint64_t& out)
+/// A whole number that fits the type; nothing else is one, and nothing is cut to fit.
+template <class T> bool ReadNumber(const json& from, T& number)
 {
-    if (!value.is_number_unsigned())
+    if (from.is_number_unsigned()) {
+        const auto value = from.get<std::uint64_t>();
+        number = static_cast<T>(value);
+        return value <= static_cast<std::uint64_t>(std::numeric_limits<T>::max());
+    }
+    if (!from.is_number_integer() || std::is_unsigned_v<T>)
         return false;
-    out = value.get<std::uint64_t>();
-    return out <= limit;
+    number = static_cast<T>(from.get<std::int64_t>()); // below 0; only the 64-bit type gets here
+    return true;
 }
 
 } // namespace
@@ -108,12 +112,29 @@ bool ReadUnsigned(const json& value, std::uint64_t limit, std::uint64_t& out)
 /// The conversion to and from JSON; reaches the members of a set.
 struct SettingsTransportSet::JSON
 {
+    /// A value type in the file: its name, and how its value is read. False: not of that type.
+    struct TYPE
+    {
+        const char* name;
+        bool (*read)(const json& from, VALUE& value);
+    };
+    /// In the order of the variant's alternatives.
+    static const TYPE TYPES[];
+
+    static bool ReadUSHORT(const json& from, VALUE& value);
+    static bool ReadULONG(const json& from, VALUE& value);
+    static bool ReadBool(const json& from, VALUE& value);
+    static bool ReadString(const json& from, VALUE& value);
+    static bool ReadTimePos(const json& from, VALUE& value);
+    static bool ReadBinaryStore(const json& from, VALUE& value);
+
     static json ToValue(const VALUE& value);
     static bool FromValue(const std::string& type, const json& from, VALUE& value);
     static json ToTree(const SettingsTransportSet& set);
     static bool FromTree(const json& tree, SettingsTransportSet& set, int depth);
     static bool ReadData(const json& tree, SettingsTransportSet& set);
     static bool ReadSets(const json& tree, SettingsTransportSet& set, int depth);
+    static bool FitsDepth(const SettingsTransportSet& set, int depth);
 };
 
 const char* const SettingsTransportSet::UNNAMED = "";
@@ -320,49 +341,76 @@ json SettingsTransportSet::JSON::ToValue(const VALUE& value)
     return ToHex(std::get<BinaryStore>(value)).str();
 }
 
+bool SettingsTransportSet::JSON::ReadUSHORT(const json& from, VALUE& value)
+{
+    USHORT number = 0;
+    if (!ReadNumber(from, number))
+        return false;
+    value = number;
+    return true;
+}
+
+bool SettingsTransportSet::JSON::ReadULONG(const json& from, VALUE& value)
+{
+    ULONG_VALUE number{0};
+    if (!ReadNumber(from, number.value))
+        return false;
+    value = number;
+    return true;
+}
+
+bool SettingsTransportSet::JSON::ReadBool(const json& from, VALUE& value)
+{
+    if (!from.is_boolean())
+        return false;
+    value = from.get<bool>();
+    return true;
+}
+
+bool SettingsTransportSet::JSON::ReadString(const json& from, VALUE& value)
+{
+    String text;
+    if (!from.is_string() || !FromUtf8(from.get_ref<const std::string&>(), text))
+        return false;
+    value = std::move(text);
+    return true;
+}
+
+bool SettingsTransportSet::JSON::ReadTimePos(const json& from, VALUE& value)
+{
+    SLONG8 milliSecs = 0;
+    if (!ReadNumber(from, milliSecs))
+        return false;
+    value = TimePos(milliSecs);
+    return true;
+}
+
+bool SettingsTransportSet::JSON::ReadBinaryStore(const json& from, VALUE& value)
+{
+    BinaryStore store;
+    if (!from.is_string() || !FromHex(from.get_ref<const std::string&>(), store))
+        return false;
+    value = std::move(store);
+    return true;
+}
+
+const SettingsTransportSet::JSON::TYPE SettingsTransportSet::JSON::TYPES[] = {
+    {"USHORT", ReadUSHORT}, {"ULONG", ReadULONG},     {"Bool", ReadBool},
+    {"String", ReadString}, {"TimePos", ReadTimePos}, {"BinaryStore", ReadBinaryStore},
+};
+
 bool SettingsTransportSet::JSON::FromValue(const std::string& type, const json& from, VALUE& value)
 {
-    const auto* const found = std::find(std::begin(TYPE_NAMES), std::end(TYPE_NAMES), type);
-    std::uint64_t number = 0;
-    String text;
-    BinaryStore store;
-    switch (found - std::begin(TYPE_NAMES)) {
-    case 0:
-        value = static_cast<USHORT>(from.is_number_unsigned() ? from.get<std::uint64_t>() : 0);
-        return ReadUnsigned(from, std::numeric_limits<USHORT>::max(), number);
-    case 1:
-        value = ULONG_VALUE{static_cast<std::uint32_t>(from.is_number_unsigned() ? from.get<std::uint64_t>() : 0)};
-        return ReadUnsigned(from, std::numeric_limits<std::uint32_t>::max(), number);
-    case 2:
-        value = from.is_boolean() && from.get<bool>();
-        return from.is_boolean();
-    case 3:
-        if (!from.is_string() || !FromUtf8(from.get_ref<const std::string&>(), text))
-            return false;
-        value = text;
-        return true;
-    case 4:
-        if (!from.is_number_integer() ||
-            (from.is_number_unsigned() &&
-             !ReadUnsigned(from, static_cast<std::uint64_t>(std::numeric_limits<SLONG8>::max()), number)))
-            return false;
-        value = TimePos(from.get<SLONG8>());
-        return true;
-    case 5:
-        if (!from.is_string() || !FromHex(from.get_ref<const std::string&>(), store))
-            return false;
-        value = store;
-        return true;
-    default:
-        return false;
-    }
+    const auto* const found =
+        std::find_if(std::begin(TYPES), std::end(TYPES), [&](const TYPE& one) { return type == one.name; });
+    return found != std::end(TYPES) && found->read(from, value);
 }
 
 json SettingsTransportSet::JSON::ToTree(const SettingsTransportSet& set)
 {
     json data = json::array();
     for (const auto& [key, value] : set.m_data)
-        data.push_back(json::array({ToUtf8(key), TYPE_NAMES[value.index()], ToValue(value)}));
+        data.push_back(json::array({ToUtf8(key), TYPES[value.index()].name, ToValue(value)}));
     json sets = json::array();
     for (const auto& [key, sub] : set.m_sets)
         sets.push_back(json::array({ToUtf8(key), ToTree(*sub)}));
@@ -404,6 +452,12 @@ bool SettingsTransportSet::JSON::ReadSets(const json& tree, SettingsTransportSet
     return true;
 }
 
+bool SettingsTransportSet::JSON::FitsDepth(const SettingsTransportSet& set, int depth)
+{
+    return depth <= MAX_DEPTH && std::all_of(set.m_sets.begin(), set.m_sets.end(),
+                                             [depth](const auto& item) { return FitsDepth(*item.second, depth + 1); });
+}
+
 String SettingsTransportSet::ToJson() const
 {
     return String(JSON::ToTree(*this).dump(1, ' ', true));
@@ -421,12 +475,15 @@ bool SettingsTransportSet::FromJson(const String& text)
 
 bool SettingsTransportSet::SaveToFile(const FilePath& path) const
 {
+    if (!JSON::FitsDepth(*this, 0))
+        return false;
     const String text = ToJson();
     FilePath temporary = path;
     temporary += ".tmp";
+    FileAccess::sDelete(temporary); // one that a process left when it died may have other rights
     FileAccess file;
     const bool written =
-        file.Open(temporary, FileAccess::AM_WRITE, true, true) &&
+        file.OpenOwnerOnly(temporary, FileAccess::AM_WRITE, true, true) &&
         file.WriteAll(reinterpret_cast<const unsigned char*>(text.data()), static_cast<ULONG>(text.size())) &&
         file.Flush();
     file.Close();

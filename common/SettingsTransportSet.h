@@ -74,9 +74,12 @@ public:
     bool GetDataAsString(ULONG index, String& out) const;
 
     String ToJson() const;
-    /// Replaces the content. False: not of the form above, nothing changed.
+    /// Replaces the content. False: not of the form above, a value that does not fit its type, or sub-sets nested more
+    /// than 100 deep; nothing changed then.
     bool FromJson(const String& json);
-    /// Writes a temporary file in the same folder, flushes it and puts it in the place of the old one.
+    /// Writes a temporary file (path with ".tmp") in the same folder, flushes it and puts it in the place of the old
+    /// one. Settings may hold secrets: only the owner can read and write the file. False: nothing was saved, the old
+    /// file is as it was; also for sub-sets nested more than 100 deep, which no file may hold.
     bool SaveToFile(const FilePath& path) const;
     /// Replaces the content. False: the file cannot be read or is damaged, nothing changed.
     bool LoadFromFile(const FilePath& path);

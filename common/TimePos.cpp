@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <limits>
 
 namespace kqlib {
 
@@ -11,6 +12,8 @@ namespace {
 
 constexpr SLONG8 MS_PER_SECOND = 1000;
 constexpr SLONG8 MS_PER_DAY = 86400 * MS_PER_SECOND;
+constexpr SLONG8 MAX_MS = std::numeric_limits<SLONG8>::max();
+constexpr SLONG8 MIN_MS = std::numeric_limits<SLONG8>::min();
 
 std::atomic<SLONG8 (*)()> source{nullptr};
 
@@ -38,12 +41,16 @@ TimePos TimePos::sNow()
 
 void TimePos::OffsetByDays(SLONG8 days)
 {
-    m_ms += days * MS_PER_DAY;
+    constexpr SLONG8 maxDays = MAX_MS / MS_PER_DAY;
+    OffsetByMilliSeconds(days > maxDays ? MAX_MS : days < -maxDays ? MIN_MS : days * MS_PER_DAY);
 }
 
 void TimePos::OffsetByMilliSeconds(SLONG8 milliSecs)
 {
-    m_ms += milliSecs;
+    if (milliSecs > 0)
+        m_ms = m_ms > MAX_MS - milliSecs ? MAX_MS : m_ms + milliSecs;
+    else
+        m_ms = m_ms < MIN_MS - milliSecs ? MIN_MS : m_ms + milliSecs;
 }
 
 ULONG8 TimePos::GetSecondsBetween(const TimePos& other) const

@@ -15,7 +15,10 @@ class KQCOMMON_API TimePos
 {
 public:
     TimePos() = default;
-    explicit TimePos(SLONG8 milliSecs) : m_ms(milliSecs) {}
+    explicit TimePos(SLONG8 milliSecs)
+        : m_ms(milliSecs)
+    {
+    }
 
     void SetNow();
     static TimePos sNow();
@@ -26,6 +29,7 @@ public:
     SLONG8 GetMilliSeconds() const { return m_ms; }
     void SetMilliSeconds(SLONG8 milliSecs) { m_ms = milliSecs; }
 
+    /// Moves the time, back when negative; it stops at the ends of the 64-bit range.
     void OffsetByDays(SLONG8 days);
     void OffsetByMilliSeconds(SLONG8 milliSecs);
     /// Whole seconds or days between two times, whichever is later.

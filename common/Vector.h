@@ -3,6 +3,8 @@
 
 #include "common/Types.h"
 
+#include <cstddef>
+#include <iterator>
 #include <vector>
 
 namespace kqlib {
@@ -19,9 +21,15 @@ public:
     Vector(const Vector&) = default;
     Vector(Vector&&) = default;
     /// count default elements.
-    explicit Vector(ULONG count) : m_items(count) {}
+    explicit Vector(ULONG count)
+        : m_items(count)
+    {
+    }
     /// count copies of one element.
-    Vector(ULONG count, const T& item) : m_items(count, item) {}
+    Vector(ULONG count, const T& item)
+        : m_items(count, item)
+    {
+    }
     Vector& operator=(const Vector&) = default;
     Vector& operator=(Vector&&) = default;
 
@@ -34,7 +42,11 @@ public:
     /// Erases one element; later ones move down.
     virtual void Delete(ULONG index) { m_items.erase(m_items.begin() + static_cast<std::ptrdiff_t>(index)); }
     /// Appends copies of count items; 0 does nothing.
-    virtual void Append(const T* items, ULONG count) { m_items.insert(m_items.end(), items, items + count); }
+    virtual void Append(const T* items, ULONG count)
+    {
+        std::vector<T> copies(items, items + count); // made aside first: the items may be this array's own
+        m_items.insert(m_items.end(), std::make_move_iterator(copies.begin()), std::make_move_iterator(copies.end()));
+    }
     virtual ~Vector() = default;
 
     auto begin() { return m_items.begin(); }

@@ -8,6 +8,13 @@ namespace kqlib::platform {
 
 namespace {
 
+// Goes on while the machine sleeps, where the system has such a clock.
+#ifdef CLOCK_BOOTTIME
+constexpr clockid_t TICK_CLOCK = CLOCK_BOOTTIME;
+#else
+constexpr clockid_t TICK_CLOCK = CLOCK_MONOTONIC;
+#endif
+
 std::int64_t NowMs(clockid_t clock)
 {
     timespec now{};
@@ -19,7 +26,7 @@ std::int64_t NowMs(clockid_t clock)
 
 std::uint32_t TickMs()
 {
-    return static_cast<std::uint32_t>(NowMs(CLOCK_MONOTONIC));
+    return static_cast<std::uint32_t>(NowMs(TICK_CLOCK));
 }
 
 std::int64_t WallClockMs()

@@ -63,7 +63,9 @@ bool IsFolder(int descriptor)
 
 FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate, bool ownerOnly)
 {
-    const int flags = GetAccess(mode) | (create ? O_CREAT : 0) | (truncate ? O_TRUNC : 0) | O_CLOEXEC;
+    // Emptying a file needs the right to write it.
+    const int access = truncate && mode == FileMode::READ ? O_RDWR : GetAccess(mode);
+    const int flags = access | (create ? O_CREAT : 0) | (truncate ? O_TRUNC : 0) | O_CLOEXEC;
     const int descriptor =
         Uninterrupted([&] { return ::open(path, flags, ownerOnly ? OWNER_ONLY : AS_THE_MASK_ALLOWS); });
     if (descriptor < 0)
