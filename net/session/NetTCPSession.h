@@ -352,9 +352,9 @@ private:
     bool xSendAllDataNoBuf(NetTCP* const socket, const unsigned char* data, ULONG length);
     bool xSendAllDataForceNoBuf(NetTCP* const socket, const unsigned char* data, ULONG length);
     bool xSendDirect(NetTCP* const socket, const unsigned char* data, ULONG length, bool force);
-    bool xSendAllData(NetTCP* const socket, const unsigned char* data, ULONG length, bool log, SENDER sender);
-    bool xSendCommand(NetTCP* const socket, const String& text, SENDER sender);
-    bool xSendPurgeSendBuf(NetTCP* const socket, SENDER sender);
+    bool xSendThrough(SENDER sender, NetTCP* const socket, const unsigned char* data, ULONG length, bool log);
+    bool xSendCommandThrough(SENDER sender, NetTCP* const socket, const String& text);
+    bool xPurgeSendBufThrough(SENDER sender, NetTCP* const socket);
 
     void xRecordAction(const ACTION& action, const NETSTATE& state, bool success, const String& detail,
                        const String& reason);

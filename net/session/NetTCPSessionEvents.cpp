@@ -133,9 +133,8 @@ void NetTCPSession::xSetLogHookNormalOff(NetTCP* const)
 void NetTCPSession::xRecordLoginAttempt(const NETSTATE& state, bool success, const String& first, const String& second,
                                         const String&, const String& comment)
 {
-    static constexpr ACTION LOGIN{"Login Success", "Login Fail", NetCounterBlock::LOGIN_SUCCESSES,
-                                  NetCounterBlock::LOGIN_FAILS};
-    xRecordAction(LOGIN, state, success, first + ": " + second, comment);
+    xRecordAction({"Login Success", "Login Fail", NetCounterBlock::LOGIN_SUCCESSES, NetCounterBlock::LOGIN_FAILS},
+                  state, success, first + ": " + second, comment);
 }
 
 void NetTCPSession::xRecordLogout(const NETSTATE& state, const String& user, const String&)
@@ -146,79 +145,78 @@ void NetTCPSession::xRecordLogout(const NETSTATE& state, const String& user, con
 
 void NetTCPSession::xRecordDirCreated(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    static constexpr ACTION CREATE{"Directory Create Success", "Directory Create Fail", NetCounterBlock::DIRS_CREATED};
-    xRecordAction(CREATE, state, success, path.GetText(), reason);
+    xRecordAction({"Directory Create Success", "Directory Create Fail", NetCounterBlock::DIRS_CREATED}, state, success,
+                  path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordDirDeleted(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    static constexpr ACTION DELETION{"Directory Delete Success", "Directory Delete Fail",
-                                     NetCounterBlock::DIRS_DELETED};
-    xRecordAction(DELETION, state, success, path.GetText(), reason);
+    xRecordAction({"Directory Delete Success", "Directory Delete Fail", NetCounterBlock::DIRS_DELETED}, state, success,
+                  path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordDirMoved(const NETSTATE& state, bool success, const FilePath& from, const FilePath& to,
                                     const String& reason)
 {
-    static constexpr ACTION MOVE{"Directory Move Success", "Directory Move Fail", NetCounterBlock::DIRS_MOVED};
-    xRecordAction(MOVE, state, success, MoveText(from, to), reason);
+    xRecordAction({"Directory Move Success", "Directory Move Fail", NetCounterBlock::DIRS_MOVED}, state, success,
+                  MoveText(from, to), reason);
 }
 
 void NetTCPSession::xRecordDirViewed(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    static constexpr ACTION VIEW{"Directory View Success", "Directory View Fail", NetCounterBlock::DIRS_READ};
-    xRecordAction(VIEW, state, success, path.GetText(), reason);
+    xRecordAction({"Directory View Success", "Directory View Fail", NetCounterBlock::DIRS_READ}, state, success,
+                  path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordFileAppended(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    static constexpr ACTION APPEND{"File Append Success", "File Append Fail", NetCounterBlock::FILES_APPENDED};
-    xRecordAction(APPEND, state, success, path.GetText(), reason);
+    xRecordAction({"File Append Success", "File Append Fail", NetCounterBlock::FILES_APPENDED}, state, success,
+                  path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordFileCreated(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    static constexpr ACTION CREATE{"File Create Success", "File Create Fail", NetCounterBlock::FILES_CREATED};
-    xRecordAction(CREATE, state, success, path.GetText(), reason);
+    xRecordAction({"File Create Success", "File Create Fail", NetCounterBlock::FILES_CREATED}, state, success,
+                  path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordFileDeleted(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    static constexpr ACTION DELETION{"File Delete Success", "File Delete Fail", NetCounterBlock::FILES_DELETED};
-    xRecordAction(DELETION, state, success, path.GetText(), reason);
+    xRecordAction({"File Delete Success", "File Delete Fail", NetCounterBlock::FILES_DELETED}, state, success,
+                  path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordFileDownloaded(const NETSTATE& state, bool success, const FilePath& path,
                                           const String& reason)
 {
-    static constexpr ACTION DOWNLOAD{"File Download Success", "File Download Fail", NetCounterBlock::FILES_READ};
-    xRecordAction(DOWNLOAD, state, success, path.GetText(), reason);
+    xRecordAction({"File Download Success", "File Download Fail", NetCounterBlock::FILES_READ}, state, success,
+                  path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordFileMoved(const NETSTATE& state, bool success, const FilePath& from, const FilePath& to,
                                      const String& reason)
 {
-    static constexpr ACTION MOVE{"File Move Success", "File Move Fail", NetCounterBlock::FILES_MOVED};
-    xRecordAction(MOVE, state, success, MoveText(from, to), reason);
+    xRecordAction({"File Move Success", "File Move Fail", NetCounterBlock::FILES_MOVED}, state, success,
+                  MoveText(from, to), reason);
 }
 
 void NetTCPSession::xRecordFileRead(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    static constexpr ACTION READING{"File Read Success", "File Read Fail", NetCounterBlock::FILES_READ};
-    xRecordAction(READING, state, success, path.GetText(), reason);
+    xRecordAction({"File Read Success", "File Read Fail", NetCounterBlock::FILES_READ}, state, success, path.GetText(),
+                  reason);
 }
 
 void NetTCPSession::xRecordFileUploaded(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    static constexpr ACTION UPLOAD{"File Upload Success", "File Upload Fail", NetCounterBlock::FILES_CREATED};
-    xRecordAction(UPLOAD, state, success, path.GetText(), reason);
+    xRecordAction({"File Upload Success", "File Upload Fail", NetCounterBlock::FILES_CREATED}, state, success,
+                  path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordSSLHandshake(const NETSTATE& state, bool success, const String& detail)
 {
-    static constexpr ACTION HANDSHAKE{"Connect SSL Success", "Connect SSL Fail", NetCounterBlock::SSL_SUCCESSES,
-                                      NetCounterBlock::SSL_FAILS};
-    xRecordAction(HANDSHAKE, state, success, detail, "");
+    xRecordAction(
+        {"Connect SSL Success", "Connect SSL Fail", NetCounterBlock::SSL_SUCCESSES, NetCounterBlock::SSL_FAILS}, state,
+        success, detail, "");
 }
 
 void NetTCPSession::xRecordAction(const ACTION& action, const NETSTATE& state, bool success, const String& detail,

@@ -311,21 +311,21 @@ void NetTCPSession::xEndBroken(NetTCP* const socket, const NETSTATE& state)
 
 bool NetTCPSession::xSendCommand(NetTCP* const socket, const String& text)
 {
-    return xSendCommand(socket, text, &NetTCPSession::xSendAllDataNoBuf);
+    return xSendCommandThrough(&NetTCPSession::xSendAllDataNoBuf, socket, text);
 }
 
 bool NetTCPSession::xSendCommandForce(NetTCP* const socket, const String& text)
 {
-    return xSendCommand(socket, text, &NetTCPSession::xSendAllDataForceNoBuf);
+    return xSendCommandThrough(&NetTCPSession::xSendAllDataForceNoBuf, socket, text);
 }
 
-bool NetTCPSession::xSendCommand(NetTCP* const socket, const String& text, SENDER sender)
+bool NetTCPSession::xSendCommandThrough(SENDER sender, NetTCP* const socket, const String& text)
 {
     if (m_printDebug)
         xPrintLogDebug(socket, "Sent Command", text, "");
     const String line = text + "\r\n";
-    if (!xSendAllData(socket, reinterpret_cast<const unsigned char*>(line.data()), static_cast<ULONG>(line.size()),
-                      false, sender))
+    if (!xSendThrough(sender, socket, reinterpret_cast<const unsigned char*>(line.data()),
+                      static_cast<ULONG>(line.size()), false))
         return false;
     if (m_bufferedMode)
         xUpdateActivityStatus();
@@ -335,16 +335,16 @@ bool NetTCPSession::xSendCommand(NetTCP* const socket, const String& text, SENDE
 
 bool NetTCPSession::xSendAllData(NetTCP* const socket, const unsigned char* data, ULONG length)
 {
-    return xSendAllData(socket, data, length, true, &NetTCPSession::xSendAllDataNoBuf);
+    return xSendThrough(&NetTCPSession::xSendAllDataNoBuf, socket, data, length, true);
 }
 
 bool NetTCPSession::xSendAllDataForce(NetTCP* const socket, const unsigned char* data, ULONG length)
 {
-    return xSendAllData(socket, data, length, true, &NetTCPSession::xSendAllDataForceNoBuf);
+    return xSendThrough(&NetTCPSession::xSendAllDataForceNoBuf, socket, data, length, true);
 }
 
 /// Through the send buffer in buffered mode, else at once. log: with debug lines of the bytes.
-bool NetTCPSession::xSendAllData(NetTCP* const socket, const unsigned char* data, ULONG length, bool log, SENDER sender)
+bool NetTCPSession::xSendThrough(SENDER sender, NetTCP* const socket, const unsigned char* data, ULONG length, bool log)
 {
     if (log && m_printDebug)
         xPrintLogDebug(socket, "Sent Data", data, length);
@@ -407,15 +407,15 @@ bool NetTCPSession::xSendDirect(NetTCP* const socket, const unsigned char* data,
 
 bool NetTCPSession::xSendPurgeSendBuf(NetTCP* const socket)
 {
-    return xSendPurgeSendBuf(socket, &NetTCPSession::xSendAllDataNoBuf);
+    return xPurgeSendBufThrough(&NetTCPSession::xSendAllDataNoBuf, socket);
 }
 
 bool NetTCPSession::xSendPurgeSendBufForce(NetTCP* const socket)
 {
-    return xSendPurgeSendBuf(socket, &NetTCPSession::xSendAllDataForceNoBuf);
+    return xPurgeSendBufThrough(&NetTCPSession::xSendAllDataForceNoBuf, socket);
 }
 
-bool NetTCPSession::xSendPurgeSendBuf(NetTCP* const socket, SENDER sender)
+bool NetTCPSession::xPurgeSendBufThrough(SENDER sender, NetTCP* const socket)
 {
     if (!m_bufferedMode || m_sendBufFill == 0)
         return true;
