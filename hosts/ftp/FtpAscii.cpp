@@ -30,17 +30,20 @@ std::size_t FtpAscii::FromWire(unsigned char* bytes, std::size_t size)
         ++size;
         m_isCRWaiting = false;
     }
+    // The stretches between CRs move down as a whole; a CR goes along unless an LF follows it.
     std::size_t written = 0;
-    for (std::size_t i = 0; i < size; ++i) {
-        if (bytes[i] == '\r') {
-            if (i + 1 == size) {
-                m_isCRWaiting = true;
-                break;
-            }
-            if (bytes[i + 1] == '\n')
-                continue;
-        }
-        bytes[written++] = bytes[i];
+    std::size_t start = 0;
+    while (start < size) {
+        const auto* found = static_cast<unsigned char*>(std::memchr(bytes + start, '\r', size - start));
+        std::size_t end = found == nullptr ? size : static_cast<std::size_t>(found - bytes);
+        const std::size_t next = found == nullptr ? size : end + 1;
+        if (found != nullptr && next == size)
+            m_isCRWaiting = true;
+        else if (found != nullptr && bytes[next] != '\n')
+            end = next;
+        std::memmove(bytes + written, bytes + start, end - start);
+        written += end - start;
+        start = next;
     }
     return written;
 }

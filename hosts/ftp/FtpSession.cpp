@@ -224,6 +224,11 @@ void FtpSession::xReplyResult(RESULT result, unsigned code, const String& text, 
 {
     if (result == RESULT::DONE)
         return xReply(code, text);
+    xReplyFailure(result, failCode);
+}
+
+void FtpSession::xReplyFailure(RESULT result, unsigned failCode)
+{
     if (result == RESULT::DISK_FULL)
         failCode = 452;
     else if (result == RESULT::BAD_NAME)

@@ -122,9 +122,10 @@ private:
     void xReply(unsigned code, const String& text);
     /// first and last carry the code, body (whole lines ending in CR LF) stands between them.
     void xReplyLines(unsigned code, const String& first, const std::string& body, const String& last);
-    /// Replies with code and text when result is DONE, else with failCode (or 452, 553 where they say more) and the
-    /// sentence for result.
+    /// Replies with code and text when result is DONE, else as xReplyFailure.
     void xReplyResult(RESULT result, unsigned code, const String& text, unsigned failCode = 550);
+    /// Replies with failCode (or 452, 553 where they say more) and the sentence for result.
+    void xReplyFailure(RESULT result, unsigned failCode = 550);
     void xReplySyntaxError(const char* text = "Syntax error in the argument");
 
     void xTakeMessages();

@@ -160,7 +160,7 @@ void FtpSession::xCmdMlst(const String& argument)
     FtpFileSystem::FACTS facts;
     const RESULT result = xHasRight(FtpUserSettings::READ) ? m_files.GetShownFacts(path, facts) : RESULT::DENIED;
     if (result != RESULT::DONE)
-        return xReplyResult(result, 250, String());
+        return xReplyFailure(result);
     std::string line = " ";
     FtpListing::sAddFactLine(line, path, facts, m_facts, xGetListingRights());
     xReplyLines(250, "Listing", line, "End");

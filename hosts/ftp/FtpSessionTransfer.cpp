@@ -134,7 +134,7 @@ void FtpSession::xCmdRetr(const String& argument)
                               : RESULT::DENIED;
     if (result != RESULT::DONE) {
         xRecordFileDownloaded(xGetMainNetState(), false, realPath, FtpFileSystem::sDescribe(result));
-        return xReplyResult(result, 226, String());
+        return xReplyFailure(result);
     }
     const std::uint64_t size = file.GetSize();
     if (from > size || (from != 0 && m_isAscii) || !platform::SeekFile(file.Get(), from)) {
@@ -216,7 +216,7 @@ void FtpSession::xUpload(const String& argument, bool append)
     const RESULT result = xOpenUpload(path, append, from, file);
     if (result != RESULT::DONE) {
         record(false, FtpFileSystem::sDescribe(result));
-        return xReplyResult(result, 226, String(), 553);
+        return xReplyFailure(result, 553);
     }
     if (from > file.GetSize() || (from != 0 && m_isAscii)) {
         record(false, "Bad restart position");
@@ -228,7 +228,7 @@ void FtpSession::xUpload(const String& argument, bool append)
         // Only now that data can come is the old content given up.
         const bool isReady = platform::SetFileSize(file.Get(), start) && platform::SeekFile(file.Get(), start);
         end = isReady ? xReceiveFile(file.Get()) : END::WRITE_FAILED;
-    } else if (file.WasMade()) {
+    } else if (file.WasMade() && file.GetSize() == 0) {
         file.Close();
         // Nothing was received: an empty file that nobody asked for goes again, and if it cannot, it does no harm.
         static_cast<void>(m_files.GetRoot().RemoveFile(path.str()));
@@ -310,7 +310,7 @@ void FtpSession::xList(const char* verb, LISTFORM form, const String& argument, 
         result = reader.Open(m_files.GetRoot(), listing.path.str());
     if (result != RESULT::DONE) {
         xRecordDirViewed(xGetMainNetState(), false, realPath, FtpFileSystem::sDescribe(result));
-        return xReplyResult(result, 226, String());
+        return xReplyFailure(result);
     }
     if (facts.kind != platform::FileKind::FOLDER)
         listing.prefix = argument; // a single entry is shown under the name it was asked for by
@@ -380,7 +380,7 @@ void FtpSession::xListOnControl(const String& argument)
     xRecordDirViewed(xGetMainNetState(), result == RESULT::DONE, m_files.GetRealPath(listing.path),
                      FtpFileSystem::sDescribe(result));
     if (result != RESULT::DONE)
-        return xReplyResult(result, 212, String());
+        return xReplyFailure(result);
     if (!isFolder)
         listing.prefix = path;
     const unsigned code = isFolder ? 212U : 213U;

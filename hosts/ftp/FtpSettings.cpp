@@ -7,7 +7,6 @@
 #include "common/SettingsTransportSet.h"
 #include "hosts/ftp/FtpPassword.h"
 #include "hosts/ftp/FtpPaths.h"
-#include "net/service/NetPortBinds.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -55,7 +54,7 @@ struct CODE_TEXT
 };
 
 constexpr CODE_TEXT CODE_TEXTS[] = {
-    {BAD_LISTEN, "listen: needs at least one \"address:port\""},
+    {BAD_LISTEN, "listen: must be \"address:port\", more of them with \",\" between"},
     {BAD_MAX_SESSIONS, "max_sessions: must be at least 1"},
     {BAD_PASSIVE_PORTS, "passive_ports: must be empty or \"first-last\", ports from 1 to 65535"},
     {BAD_EXTERNAL_ADDRESS, "external_address: must be empty or an IPv4 address"},
@@ -246,6 +245,19 @@ bool ParsePort(const String& text, USHORT& port)
     return port != 0;
 }
 
+/// A line of port bindings reads any text as something; what is written by a person must be "address:port" or a port.
+bool IsListenLine(const String& line)
+{
+    STRINGS items;
+    items.AddByLine(line);
+    return !items.empty() && std::all_of(items.begin(), items.end(), [](const String& item) {
+        const String::size_type colon = item.find(':');
+        const String port = colon == String::npos ? item : item.substr(colon + 1);
+        USHORT number = 0;
+        return colon != 0 && (port == "0" || ParsePort(port, number));
+    });
+}
+
 } // namespace
 
 // --- one account
@@ -434,9 +446,7 @@ void FtpSettings::xCheckErrors(Messages& messages) const
             messages.AddMessage(code);
     };
     const auto isTime = [](ULONG secs) { return secs >= 1 && secs <= MAX_SECS; };
-    NetPortBinds binds;
-    binds.AddByLine(m_listen);
-    check(binds.GetCount() != 0, BAD_LISTEN);
+    check(IsListenLine(m_listen), BAD_LISTEN);
     check(m_maxSessions != 0, BAD_MAX_SESSIONS);
     USHORT first = 0;
     USHORT last = 0;

@@ -67,7 +67,7 @@ TEST_F(FtpServerLife, Session_Ended_RecordedWithItsCounters)
 
 TEST_F(FtpServerLife, Stop_ManySessionsAtWork_QuickAndEveryOneRecorded)
 {
-    constexpr unsigned COUNT = 60;
+    constexpr unsigned COUNT = 200;
     WriteHomeFile("big", "");
     std::filesystem::resize_file(Home() / "big", std::size_t{1} << 34);
     Start();

@@ -109,6 +109,11 @@ TEST(FtpSettings, ReadJson_BadValues_NamedInTheError)
         const char* key;
     } cases[] = {
         {", \"listen\": \"\"", "listen:"},
+        {", \"listen\": \"127.0.0.1\"", "listen:"},
+        {", \"listen\": \"127.0.0.1:\"", "listen:"},
+        {", \"listen\": \":21\"", "listen:"},
+        {", \"listen\": \"127.0.0.1:21x\"", "listen:"},
+        {", \"listen\": \"127.0.0.1:21, 127.0.0.1:65536\"", "listen:"},
         {", \"max_sessions\": 0", "max_sessions:"},
         {", \"passive_ports\": \"5\"", "passive_ports:"},
         {", \"passive_ports\": \"6-5\"", "passive_ports:"},

@@ -1,0 +1,152 @@
+"""The kqftpd program from outside: switches, signals, exit codes.
+
+usage: program_test.py KQFTPD
+"""
+import ftplib
+import io
+import json
+import os
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+PROGRAM = sys.argv.pop(1)
+STOP_LIMIT = 2.0  # seconds
+
+
+class Server:
+    """A running kqftpd, and the clients made for it."""
+
+    def __init__(self, *switches):
+        self.process = subprocess.Popen([PROGRAM, "--print-port", *switches], stdout=subprocess.PIPE, text=True)
+        self.clients = []
+        self.port = int(self.process.stdout.readline())
+        self.listening = self.process.stdout.readline().strip()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+        self.process.stdout.close()
+        for client in self.clients:
+            client.close()
+
+    def client(self, user="demo", password="demo"):
+        client = ftplib.FTP(timeout=20)
+        self.clients.append(client)
+        client.connect("127.0.0.1", self.port)
+        client.login(user, password)
+        return client
+
+    def stop(self, how=signal.SIGTERM):
+        start = time.monotonic()
+        self.process.send_signal(how)
+        return self.process.wait(20), time.monotonic() - start
+
+
+def run(*switches, text=""):
+    return subprocess.run([PROGRAM, *switches], input=text, capture_output=True, text=True, timeout=60)
+
+
+class ProgramTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self.folder.cleanup)
+        self.home = os.path.join(self.folder.name, "home")
+        os.mkdir(self.home)
+
+    def write_settings(self, **changes):
+        hashed = run("--hash-password", text="secret\n").stdout.strip()
+        user = {"name": "ann", "password": hashed, "home": "home", "rights": "read,write"}
+        settings = {"listen": "127.0.0.1:0", "log_folder": "logs", "users": [user], **changes}
+        path = os.path.join(self.folder.name, "ftp.json")
+        with open(path, "w", encoding="utf-8") as file:
+            json.dump(settings, file)
+        return path
+
+    def test_demonstration_serves_and_its_folder_goes_with_it(self):
+        with Server("--port", "0") as server:
+            self.assertEqual(server.listening, f"listening on 127.0.0.1:{server.port}")
+            folder = server.process.stdout.readline().split()[1]
+            client = server.client()
+            self.assertEqual(sorted(client.nlst()), ["incoming", "readme.txt"])
+            client.quit()
+            self.assertTrue(os.path.isdir(folder))
+            self.assertEqual(server.stop()[0], 0)
+            self.assertFalse(os.path.exists(folder))
+
+    def test_named_demonstration_folder_stays(self):
+        with Server("--port", "0", "--folder", self.home) as server:
+            server.client().storbinary("STOR new", io.BytesIO(b"kept"))
+            self.assertEqual(server.stop(signal.SIGINT)[0], 0)
+        with open(os.path.join(self.home, "files", "new"), "rb") as file:
+            self.assertEqual(file.read(), b"kept")
+        self.assertTrue(os.path.exists(os.path.join(self.home, "logs", "kqftpd.log")))
+
+    def test_two_demonstrations_find_two_ports(self):
+        with Server() as first, Server() as second:
+            self.assertNotEqual(first.port, second.port)
+
+    def test_stop_with_clients_at_work_is_quick(self):
+        with Server("--port", "0") as server:
+            clients = [server.client() for _ in range(20)]
+            uploads = [client.transfercmd(f"STOR f{number}") for number, client in enumerate(clients[:10])]
+            code, seconds = server.stop()
+            self.assertEqual(code, 0)
+            self.assertLess(seconds, STOP_LIMIT)
+            for connection in uploads:
+                connection.close()
+
+    def test_settings_file_is_served_and_read_again(self):
+        path = self.write_settings()
+        with Server("--settings", path) as server:
+            before = server.client("ann", "secret")
+            self.write_settings(greeting="Changed")
+            server.process.send_signal(signal.SIGHUP)
+            self.assertEqual(server.process.stdout.readline(), f"listening on 127.0.0.1:{server.port}\n")
+            before.voidcmd("NOOP")
+            self.assertEqual(server.client("ann", "secret").getwelcome(), "220 Changed")
+            self.assertEqual(server.stop()[0], 0)
+        self.assertTrue(os.path.exists(os.path.join(self.folder.name, "logs", "kqftpd-sessions.db")))
+
+    def test_damaged_settings_read_again_change_nothing(self):
+        path = self.write_settings()
+        with Server("--settings", path) as server:
+            with open(path, "w", encoding="utf-8") as file:
+                file.write("{")
+            server.process.send_signal(signal.SIGHUP)
+            server.client("ann", "secret").voidcmd("NOOP")
+            self.assertEqual(server.stop()[0], 0)
+
+    def test_check_names_the_wrong_key(self):
+        good = run("--settings", self.write_settings(), "--check")
+        self.assertEqual((good.returncode, good.stdout), (0, "settings are good\n"))
+        bad = run("--settings", self.write_settings(max_sesions=1), "--check")
+        self.assertEqual(bad.returncode, 2)
+        self.assertIn("max_sesions: is not a known key", bad.stderr)
+        missing = run("--settings", "/nowhere/ftp.json")
+        self.assertEqual(missing.returncode, 2)
+        self.assertIn("/nowhere/ftp.json: cannot be read", missing.stderr)
+
+    def test_port_taken_is_said(self):
+        with socket.create_server(("127.0.0.1", 0)) as other:
+            port = other.getsockname()[1]
+            taken = run("--port", str(port))
+        self.assertEqual(taken.returncode, 3)
+        self.assertIn(f"cannot listen on 127.0.0.1:{port}", taken.stderr)
+
+    def test_wrong_switches_are_refused(self):
+        for switches in (["--nonsense"], ["--port", "65536"], ["--port", "x"], ["--block-time", "0"]):
+            self.assertNotEqual(run(*switches).returncode, 0)
+        self.assertEqual(run("--hash-password").returncode, 2)
+        self.assertNotEqual(run("--hash-password", text="a\n").stdout, run("--hash-password", text="a\n").stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()
