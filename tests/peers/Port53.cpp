@@ -43,6 +43,22 @@ int RunInsideNamespace(int argc, char** argv)
     return std::system(command.c_str()) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+/// Keeps the system's sockets started for a scope.
+class SOCKETS
+{
+public:
+    SOCKETS() { platform::StartSockets(); }
+    ~SOCKETS() { platform::EndSockets(); }
+    SOCKETS(const SOCKETS&) = delete;
+    SOCKETS& operator=(const SOCKETS&) = delete;
+};
+
+int RunTests(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
+
 bool OnlyLists(int argc, char** argv)
 {
     for (int i = 1; i < argc; ++i) {
@@ -74,7 +90,7 @@ bool CanServePort53()
 
 int RunTestsWithPort53(int argc, char** argv)
 {
-    platform::StartSockets();
+    const SOCKETS sockets;
     if (!OnlyLists(argc, argv) && !CanServePort53() && std::getenv(INSIDE_MARK) == nullptr) {
         if (CanMakeNamespace())
             return RunInsideNamespace(argc, argv);
@@ -82,10 +98,15 @@ int RunTestsWithPort53(int argc, char** argv)
                      "*** Run as root, or install util-linux and iproute2 and allow user namespaces. ***\n"
                      "*** The tests that serve DNS skip themselves below. ***\n\n";
     }
-    testing::InitGoogleTest(&argc, argv);
-    const int result = RUN_ALL_TESTS();
-    platform::EndSockets();
-    return result;
+    return RunTests(argc, argv);
+}
+
+int RunTestsWithPrivateLoopback(int argc, char** argv)
+{
+    const SOCKETS sockets;
+    if (!OnlyLists(argc, argv) && std::getenv(INSIDE_MARK) == nullptr && CanMakeNamespace())
+        return RunInsideNamespace(argc, argv);
+    return RunTests(argc, argv);
 }
 
 } // namespace kqlib::test

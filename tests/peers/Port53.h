@@ -11,6 +11,10 @@ bool CanServePort53();
 /// says so loudly and runs the tests, those that need the port then skip themselves.
 int RunTestsWithPort53(int argc, char** argv);
 
+/// The main function of a test program that needs a loopback for itself: runs all tests inside such namespaces when
+/// they can be made, and in place otherwise.
+int RunTestsWithPrivateLoopback(int argc, char** argv);
+
 } // namespace kqlib::test
 
 /// Ends the current test as skipped, with the reason printed, when port 53 cannot be had.

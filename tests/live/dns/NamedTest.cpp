@@ -1,0 +1,326 @@
+#include "net/dns/NetDNS.h"
+#include "net/dns/NetDNSCache.h"
+#include "tests/peers/FakeDNSServer.h"
+#include "tests/peers/Port53.h"
+#include "tests/peers/TempFolder.h"
+#include "tests/peers/WaitFor.h"
+#include "tests/peers/posix/ChildProcess.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace kqlib;
+using namespace kqlib::test;
+using testing::AnyOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+/// named listens on addresses that an interface has, and loopback has this one.
+constexpr const char* ADDRESS = "127.0.0.1";
+constexpr int MANY = 25; ///< addresses that still fit into the 512 bytes of a plain DNS answer
+
+std::string Join(const std::string& prefix, int number, const std::string& suffix)
+{
+    return prefix + std::to_string(number) + suffix;
+}
+
+std::string ZoneHead()
+{
+    return "$TTL 60\n@ IN SOA ns hostmaster 1 3600 600 86400 60\n@ IN NS ns\nns IN A 192.0.2.53\n";
+}
+
+/// chain<n> is n aliases away from an address.
+std::string MainZone()
+{
+    std::string zone = ZoneHead() + "chain0 IN A 192.0.2.10\n";
+    for (int i = 1; i <= 6; ++i)
+        zone += Join("chain", i, " IN CNAME ") + Join("chain", i - 1, "\n");
+    for (int i = 1; i <= MANY; ++i)
+        zone += Join("many IN A 192.0.2.", 100 + i, "\n");
+    for (int i = 1; i <= 100; ++i)
+        zone += Join("crowd IN A 198.51.100.", i, "\n");
+    zone += "@ IN MX 10 a.mail\n@ IN MX 5 first.mail\n@ IN MX 10 b.mail\n@ IN MX 10 c.mail\n@ IN MX 65535 last.mail\n";
+    zone += "mailalias IN CNAME @\n";
+    zone += "long IN TXT \"" + std::string(255, 'l') + "\" \"" + std::string(40, 'r') + "\"\n";
+    zone += "short IN TXT \"one string, with blanks\"\nempty IN TXT \"\"\n";
+    zone += "@ IN SPF \"v=spf1 mx -all\"\ntwo IN SPF \"v=spf1 \" \"a -all\"\n";
+    zone += "MiXeD IN A 192.0.2.77\nlong-life 900000 IN A 192.0.2.78\n";
+    return zone;
+}
+
+std::string ReverseZone()
+{
+    return ZoneHead() + "10 IN PTR chain0.kq.test.\n11 IN PTR one.kq.test.\n11 IN PTR two.kq.test.\n";
+}
+
+/// A named of its own on a loopback address, with the zones above; shared by all tests of the program.
+class NAMED
+{
+public:
+    NAMED()
+    {
+        if (std::string(KQ_NAMED).empty()) {
+            m_whyNot = "named is not installed (package bind9)";
+            return;
+        }
+        if (!CanServePort53()) {
+            m_whyNot = "port 53 of loopback cannot be bound";
+            return;
+        }
+        xWrite("kq.test", MainZone());
+        xWrite("refused.test", ZoneHead() + "host IN A 192.0.2.1\n");
+        xWrite("2.0.192.in-addr.arpa", ReverseZone());
+        xWrite("named.conf", xConfiguration());
+        m_process = std::make_unique<ChildProcess>(
+            std::vector<std::string>{KQ_NAMED, "-g", "-c", (m_folder / "named.conf").string(), "-n", "1"},
+            m_folder / "log");
+        if (!WaitFor([this] { return xAnswers() || !m_process->IsRunning(); }, 20000) || !m_process->IsRunning())
+            m_failure = "named does not serve: " + xLog();
+    }
+
+    /// What the machine lacks; empty when named could be started.
+    const std::string& GetWhyNot() const { return m_whyNot; }
+    /// Why it does not serve although it was started; empty when it does.
+    const std::string& GetFailure() const { return m_failure; }
+
+private:
+    void xWrite(const std::string& name, const std::string& text) { std::ofstream(m_folder / name) << text; }
+
+    std::string xConfiguration() const
+    {
+        const std::string folder = m_folder.GetPath().string();
+        std::string text = "options { directory \"" + folder + "\"; pid-file \"" + folder +
+                           "/named.pid\"; session-keyfile \"" + folder + "/session.key\"; listen-on port 53 { " +
+                           ADDRESS +
+                           "; }; listen-on-v6 { none; }; recursion no; dnssec-validation no; allow-query { any; }; "
+                           "minimal-responses yes; empty-zones-enable no; };\ncontrols { };\n";
+        for (const char* zone : {"kq.test", "2.0.192.in-addr.arpa"})
+            text += "zone \"" + std::string(zone) + "\" { type master; file \"" + zone + "\"; };\n";
+        return text + "zone \"refused.test\" { type master; file \"refused.test\"; allow-query { none; }; };\n";
+    }
+
+    bool xAnswers() const
+    {
+        NetDNS dns(NetIP::LOOKUP_ANY);
+        Messages msgs;
+        return dns.DoALookup("chain0.kq.test", ADDRESS, msgs);
+    }
+
+    std::string xLog() const
+    {
+        std::ifstream log(m_folder / "log");
+        return {std::istreambuf_iterator<char>(log), std::istreambuf_iterator<char>()};
+    }
+
+    TempFolder m_folder;
+    std::string m_whyNot;
+    std::string m_failure;
+    std::unique_ptr<ChildProcess> m_process; // ends before its folder goes
+};
+
+class NamedTest : public testing::Test
+{
+protected:
+    static void SetUpTestSuite() { s_named = std::make_unique<NAMED>(); }
+    static void TearDownTestSuite() { s_named.reset(); }
+
+    void SetUp() override
+    {
+        ASSERT_EQ(s_named->GetFailure(), "");
+        if (!s_named->GetWhyNot().empty())
+            GTEST_SKIP() << s_named->GetWhyNot();
+    }
+
+    static String Server() { return ADDRESS; }
+
+    void UseServer(NetDNS& dns)
+    {
+        STRINGS servers;
+        servers.push_back(Server());
+        dns.SetDNSServers(servers);
+    }
+
+    std::vector<std::string> LookUpA(const char* name)
+    {
+        NetDNS dns(NetIP::LOOKUP_ANY);
+        std::vector<std::string> records;
+        if (!dns.DoALookup(name, Server(), m_msgs))
+            records.push_back("failed");
+        for (ULONG i = 0; i < dns.GetARecordCount(); ++i)
+            records.push_back(dns.GetARecord(i).str());
+        return records;
+    }
+
+    std::vector<int> Codes() const
+    {
+        std::vector<int> codes;
+        for (ULONG i = 0; i < m_msgs.GetMessageCount(); ++i)
+            codes.push_back(m_msgs.Get(i));
+        return codes;
+    }
+
+    Messages m_msgs;
+    static std::unique_ptr<NAMED> s_named;
+};
+
+std::unique_ptr<NAMED> NamedTest::s_named;
+
+TEST_F(NamedTest, A_ChainsOf0To4_AddressAtTheEnd)
+{
+    for (int length = 0; length <= 4; ++length)
+        EXPECT_THAT(LookUpA(Join("chain", length, ".kq.test").c_str()), ElementsAre("192.0.2.10")) << length;
+    EXPECT_THAT(Codes(), IsEmpty());
+}
+
+TEST_F(NamedTest, A_ChainsOf5And6_FailWithoutACode_KeptOnPurpose)
+{
+    EXPECT_THAT(LookUpA("chain5.kq.test"), ElementsAre("failed"));
+    EXPECT_THAT(LookUpA("chain6.kq.test"), ElementsAre("failed"));
+    EXPECT_THAT(Codes(), IsEmpty());
+}
+
+TEST_F(NamedTest, A_ManyRecords_AllOfThem)
+{
+    const std::vector<std::string> records = LookUpA("many.kq.test");
+    EXPECT_EQ(records.size(), static_cast<std::size_t>(MANY));
+    for (int i = 1; i <= MANY; ++i)
+        EXPECT_THAT(records, Contains(Join("192.0.2.", 100 + i, "")));
+}
+
+TEST_F(NamedTest, A_MoreRecordsThanADatagramHolds_NeverMoreThanWereSent)
+{
+    // The server cuts its answer: with some records, or with none, which is code 51.
+    const std::vector<std::string> records = LookUpA("crowd.kq.test");
+    EXPECT_LT(records.size(), 100U);
+    EXPECT_THAT(Codes(), AnyOf(IsEmpty(), ElementsAre(51)));
+}
+
+TEST_F(NamedTest, A_NameInAnyCase_Found)
+{
+    EXPECT_THAT(LookUpA("mixed.KQ.test"), ElementsAre("192.0.2.77"));
+    EXPECT_THAT(LookUpA("MIXED.kq.TEST"), ElementsAre("192.0.2.77"));
+}
+
+TEST_F(NamedTest, A_NoSuchName_54)
+{
+    EXPECT_THAT(LookUpA("none.kq.test"), ElementsAre("failed"));
+    EXPECT_THAT(Codes(), ElementsAre(54));
+}
+
+TEST_F(NamedTest, Mx_NameWithoutExchangers_51)
+{
+    NetDNS dns(NetIP::LOOKUP_ANY);
+    EXPECT_FALSE(dns.DoMXLookup("chain0.kq.test", Server(), m_msgs));
+    EXPECT_THAT(Codes(), ElementsAre(51));
+}
+
+TEST_F(NamedTest, A_RefusedZone_56AndServerDropped)
+{
+    NetDNS dns(NetIP::LOOKUP_ANY);
+    UseServer(dns);
+    EXPECT_FALSE(dns.DoALookup("host.refused.test", m_msgs));
+    EXPECT_THAT(Codes(), ElementsAre(56));
+    EXPECT_EQ(dns.GetDNSServerCount(), 0U);
+}
+
+TEST_F(NamedTest, Mx_Ties_AscendingByPriority)
+{
+    for (const char* name : {"kq.test", "mailalias.kq.test"}) {
+        NetDNS dns(NetIP::LOOKUP_ANY);
+        ASSERT_TRUE(dns.DoMXLookup(name, Server(), m_msgs)) << name;
+        ASSERT_EQ(dns.GetMXRecordCount(), 5U);
+        EXPECT_EQ(dns.GetMXRecord(0), "first.mail.kq.test");
+        EXPECT_EQ(dns.GetMXRecordPriority(0), 5U);
+        std::vector<std::string> ties;
+        for (ULONG i = 1; i <= 3; ++i) {
+            EXPECT_EQ(dns.GetMXRecordPriority(i), 10U);
+            ties.push_back(dns.GetMXRecord(i).str());
+        }
+        EXPECT_THAT(ties, UnorderedElementsAre("a.mail.kq.test", "b.mail.kq.test", "c.mail.kq.test"));
+        EXPECT_EQ(dns.GetMXRecord(4), "last.mail.kq.test");
+        EXPECT_EQ(dns.GetMXRecordPriority(4), 65535U);
+    }
+}
+
+TEST_F(NamedTest, Txt_SeveralStrings_FirstOnly_KeptOnPurpose)
+{
+    NetDNS dns(NetIP::LOOKUP_ANY);
+    ASSERT_TRUE(dns.DoTXTLookup("long.kq.test", Server(), m_msgs));
+    ASSERT_EQ(dns.GetTXTRecordCount(), 1U);
+    EXPECT_EQ(dns.GetTXTRecord(0), String(255, 'l'));
+}
+
+TEST_F(NamedTest, Txt_OneStringAndEmptyString_AsTheyAre)
+{
+    NetDNS dns(NetIP::LOOKUP_ANY);
+    ASSERT_TRUE(dns.DoTXTLookup("short.kq.test", Server(), m_msgs));
+    EXPECT_EQ(dns.GetTXTRecord(0), "one string, with blanks");
+    ASSERT_TRUE(dns.DoTXTLookup("empty.kq.test", Server(), m_msgs));
+    EXPECT_EQ(dns.GetTXTRecord(0), "");
+}
+
+TEST_F(NamedTest, Spf_Type99_FirstString)
+{
+    NetDNS dns(NetIP::LOOKUP_ANY);
+    ASSERT_TRUE(dns.DoSPFLookup("kq.test", Server(), m_msgs));
+    EXPECT_EQ(dns.GetSPFRecord(0), "v=spf1 mx -all");
+    ASSERT_TRUE(dns.DoSPFLookup("two.kq.test", Server(), m_msgs));
+    EXPECT_EQ(dns.GetSPFRecord(0), "v=spf1 ");
+}
+
+TEST_F(NamedTest, ResolveIP_Addresses_TheirNames)
+{
+    NetDNS dns(NetIP::LOOKUP_ANY);
+    UseServer(dns);
+    String name;
+    ASSERT_TRUE(dns.ResolveIP(NetIP("192.0.2.10"), name, m_msgs));
+    EXPECT_EQ(name, "chain0.kq.test");
+    STRINGS names;
+    ASSERT_TRUE(dns.ResolveIP(NetIP("192.0.2.11"), names, m_msgs));
+    EXPECT_THAT(names, UnorderedElementsAre("one.kq.test", "two.kq.test"));
+    EXPECT_FALSE(dns.ResolveIP(NetIP("192.0.2.99"), names, m_msgs));
+    EXPECT_THAT(Codes(), ElementsAre(54));
+}
+
+TEST_F(NamedTest, ResolveHost_OverACache_SecondTimeWithoutTheServer)
+{
+    NetDNSCache cache;
+    NetIP address;
+    {
+        NetDNS dns(NetIP::LOOKUP_ANY, cache);
+        UseServer(dns);
+        ASSERT_TRUE(dns.ResolveHost("mixed.kq.test", true, address, m_msgs));
+        EXPECT_EQ(address.GetText(), "192.0.2.77");
+    }
+    NetDNS dns(NetIP::LOOKUP_ANY, cache);
+    STRINGS dead;
+    dead.push_back(String(FakeDNSServer::sGetDeadAddress()));
+    dns.SetDNSServers(dead);
+    EXPECT_TRUE(dns.ResolveHost("MIXED.kq.test", true, address, m_msgs));
+    EXPECT_FALSE(dns.ResolveHost("chain0.kq.test", true, address, m_msgs));
+}
+
+TEST_F(NamedTest, Servers_DeadOneBeforeNamed_NamedAsked)
+{
+    NetDNS dns(NetIP::LOOKUP_ANY);
+    STRINGS servers;
+    servers.push_back(String(FakeDNSServer::sGetDeadAddress()));
+    servers.push_back(Server());
+    dns.SetDNSServers(servers);
+    EXPECT_TRUE(dns.DoALookup("chain0.kq.test", m_msgs));
+    ASSERT_EQ(dns.GetDNSServerCount(), 1U);
+    EXPECT_EQ(dns.GetDNSServer(0), Server());
+}
+
+} // namespace
