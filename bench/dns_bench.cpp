@@ -1,0 +1,208 @@
+// Look-ups per second: answers from the cache as it fills and as threads share it; answers from a server on loopback
+// beside the same datagrams sent by a bare loop. The server needs port 53: run as root, or `unshare -rn` with loopback
+// up; without it that part says so and is left out.
+#include "common/TimedEvent.h"
+#include "net/dns/NetDNS.h"
+#include "net/dns/NetDNSCache.h"
+#include "platform/Sockets.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace kqlib;
+
+namespace {
+
+constexpr const char* SERVER_ADDRESS = "127.53.53.53";
+constexpr const char* NAME = "host.example";
+
+platform::Endpoint ServerEndpoint()
+{
+    platform::Endpoint endpoint;
+    endpoint.port = 53;
+    const unsigned char bytes[] = {127, 53, 53, 53};
+    std::copy(std::begin(bytes), std::end(bytes), endpoint.bytes);
+    return endpoint;
+}
+
+/// Answers every query with one address, on a thread of its own.
+class SERVER
+{
+public:
+    SERVER()
+        : m_handle(platform::OpenSocket(false, platform::Family::IP4))
+    {
+        m_running = platform::BindSocket(m_handle, ServerEndpoint(), false);
+        if (m_running)
+            m_thread = std::thread([this] { xServe(); });
+    }
+    ~SERVER()
+    {
+        m_ending = true;
+        if (m_thread.joinable())
+            m_thread.join();
+        platform::CloseSocket(m_handle);
+    }
+    SERVER(const SERVER&) = delete;
+    SERVER& operator=(const SERVER&) = delete;
+
+    bool IsRunning() const { return m_running; }
+
+private:
+    void xServe()
+    {
+        const unsigned char answer[] = {0xC0, 12, 0, 1, 0, 1, 0, 0, 0x0E, 0x10, 0, 4, 10, 0, 0, 1};
+        unsigned char buffer[512];
+        while (!m_ending) {
+            platform::Endpoint from;
+            std::size_t size = sizeof(buffer) - sizeof(answer);
+            if (platform::WaitSocket(m_handle, true, 50) != platform::WaitResult::READY ||
+                platform::RecvSocketFrom(m_handle, buffer, size, from) != platform::IoResult::DONE || size < 12)
+                continue;
+            buffer[2] |= 0x80; // a response,
+            buffer[7] = 1;     // with one answer
+            std::copy(std::begin(answer), std::end(answer), buffer + size);
+            size += sizeof(answer);
+            platform::SendSocketTo(m_handle, buffer, size, from);
+        }
+    }
+
+    platform::SocketHandle m_handle;
+    bool m_running = false;
+    std::atomic<bool> m_ending{false};
+    std::thread m_thread;
+};
+
+/// The query for NAME as the resolver sends it.
+std::vector<unsigned char> Query()
+{
+    constexpr unsigned char QUERY[] = {0xFF, 0xFF, 1, 0,   0,   1,   0,   0,   0,   0,   0, 0, 4, 'h', 'o',
+                                       's',  't',  7, 'e', 'x', 'a', 'm', 'p', 'l', 'e', 0, 0, 1, 0,   1};
+    return {std::begin(QUERY), std::end(QUERY)};
+}
+
+/// One query and its answer. False when one of the two was lost.
+bool Exchange(platform::SocketHandle handle, const std::vector<unsigned char>& query)
+{
+    std::size_t size = query.size();
+    unsigned char answer[1024];
+    std::size_t room = sizeof(answer);
+    return platform::SendSocket(handle, query.data(), size) == platform::IoResult::DONE &&
+           platform::WaitSocket(handle, true, 5000) == platform::WaitResult::READY &&
+           platform::RecvSocket(handle, answer, room) == platform::IoResult::DONE && room > query.size();
+}
+
+platform::SocketHandle OpenClient()
+{
+    const platform::SocketHandle handle = platform::OpenSocket(false, platform::Family::IP4);
+    platform::ConnectSocket(handle, ServerEndpoint());
+    return handle;
+}
+
+String NameOf(std::int64_t number)
+{
+    return String("host" + std::to_string(number) + ".example");
+}
+
+/// Look-ups through a resolver over a cache that holds as many names as the argument says.
+void CachedLookup(benchmark::State& state)
+{
+    static std::unique_ptr<NetDNSCache> cache;
+    if (state.thread_index() == 0) {
+        cache = std::make_unique<NetDNSCache>();
+        VectorPtr<String> records;
+        records.Give(new String("10.0.0.1"));
+        for (std::int64_t i = 0; i < state.range(0); ++i)
+            cache->CacheALookup(NameOf(i), TimedEvent::sGetNow() + 3600000, records);
+    }
+    std::int64_t number = state.thread_index();
+    std::unique_ptr<NetDNS> dns;
+    Messages msgs;
+    for (auto unused : state) {
+        (void)unused;
+        if (!dns)
+            dns = std::make_unique<NetDNS>(NetIP::LOOKUP_ANY, *cache);
+        number = (number + 7) % state.range(0);
+        if (!dns->DoALookup(NameOf(number), msgs)) {
+            state.SkipWithError("an answer is missing");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+void UncachedLookup(benchmark::State& state)
+{
+    NetDNS dns(NetIP::LOOKUP_ANY);
+    Messages msgs;
+    for (auto unused : state) {
+        (void)unused;
+        if (!dns.DoALookup(NAME, SERVER_ADDRESS, msgs)) {
+            state.SkipWithError("an answer is missing");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+/// The same datagrams; a socket for each query, as the resolver has it.
+void BareSocketEach(benchmark::State& state)
+{
+    const std::vector<unsigned char> query = Query();
+    for (auto unused : state) {
+        (void)unused;
+        const platform::SocketHandle handle = OpenClient();
+        const bool answered = Exchange(handle, query);
+        platform::CloseSocket(handle);
+        if (!answered) {
+            state.SkipWithError("an answer is missing");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+/// The same datagrams over one socket.
+void BareSocketKept(benchmark::State& state)
+{
+    const std::vector<unsigned char> query = Query();
+    const platform::SocketHandle handle = OpenClient();
+    for (auto unused : state) {
+        (void)unused;
+        if (!Exchange(handle, query)) {
+            state.SkipWithError("an answer is missing");
+            break;
+        }
+    }
+    platform::CloseSocket(handle);
+    state.SetItemsProcessed(state.iterations());
+}
+
+BENCHMARK(CachedLookup)->Arg(10)->Arg(1000)->Arg(10000)->Threads(1)->Threads(8)->UseRealTime();
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    platform::StartSockets();
+    SERVER server;
+    if (server.IsRunning()) {
+        benchmark::RegisterBenchmark("UncachedLookup", UncachedLookup)->UseRealTime();
+        benchmark::RegisterBenchmark("BareSocketEach", BareSocketEach)->UseRealTime();
+        benchmark::RegisterBenchmark("BareSocketKept", BareSocketKept)->UseRealTime();
+    } else {
+        std::fprintf(stderr, "port 53 of %s cannot be had: no look-ups over the network\n", SERVER_ADDRESS);
+    }
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    platform::EndSockets();
+    return 0;
+}
