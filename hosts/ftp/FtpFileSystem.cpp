@@ -2,19 +2,9 @@
 #include "hosts/ftp/FtpFileSystem.h"
 
 #include "common/STRINGS.h"
-
-#include <algorithm>
+#include "hosts/ftp/FtpText.h"
 
 namespace kqlib {
-
-namespace {
-
-bool IsControlCharacter(char character)
-{
-    return static_cast<unsigned char>(character) < 32 || character == 127;
-}
-
-} // namespace
 
 FtpFileSystem::RESULT FtpFileSystem::Open(const FilePath& home)
 {
@@ -30,7 +20,7 @@ void FtpFileSystem::Close()
 
 FtpFileSystem::RESULT FtpFileSystem::Resolve(const String& text, String& path) const
 {
-    if (std::any_of(text.begin(), text.end(), IsControlCharacter))
+    if (HasControlCharacter(text))
         return RESULT::BAD_NAME;
     STRINGS names;
     if (!text.StartsWith("/"))

@@ -2,6 +2,7 @@
 #include "hosts/ftp/FtpListing.h"
 
 #include "common/STRINGS.h"
+#include "hosts/ftp/FtpText.h"
 
 #include <algorithm>
 #include <charconv>
@@ -127,9 +128,7 @@ void AddSafe(std::string& out, const String& name)
 {
     const std::size_t start = out.size();
     out += name.str();
-    std::replace_if(
-        out.begin() + static_cast<std::ptrdiff_t>(start), out.end(),
-        [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; }, '?');
+    std::replace_if(out.begin() + static_cast<std::ptrdiff_t>(start), out.end(), IsControlCharacter, '?');
 }
 
 /// Reads count digits at position of text. False: other characters.

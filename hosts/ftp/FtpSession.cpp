@@ -246,18 +246,25 @@ void FtpSession::xReplySyntaxError(const char* text)
 bool FtpSession::xWaitingForNetShouldWait()
 {
     if (m_isWatching)
-        return true; // a reply that is sent from in here
+        return true; // a reply that is sent from in there
     const ULONG now = TimedEvent::sGetNow();
-    const bool isDue = static_cast<std::uint32_t>(now - m_lastWatchTick) >= WATCH_MS;
-    if (isDue) {
+    if (static_cast<std::uint32_t>(now - m_lastWatchTick) >= WATCH_MS) {
         m_lastWatchTick = now;
-        m_isWatching = true;
-        xTakeMessages();
-        if (m_transfer.isActive)
-            xReadAhead();
-        m_isWatching = false;
+        xWatch();
     }
     return m_transfer.stop == END::COMPLETE;
+}
+
+/// Looks after everything that may stop a transfer.
+void FtpSession::xWatch()
+{
+    m_isWatching = true;
+    xTakeMessages();
+    if (m_transfer.isActive) {
+        xReadAhead();
+        xLookAtQueue();
+    }
+    m_isWatching = false;
 }
 
 /// Takes the control messages that wait. A disconnect is remembered by the base, which every wait then finds.
@@ -289,8 +296,6 @@ void FtpSession::xReadAhead()
     if (!isAlive)
         m_transfer.stop = END::HUNG_UP;
     buffer.length += got;
-    if (isAlive && got != 0)
-        xLookAtQueue();
 }
 
 /// Looks through the commands that wait. ABOR stops the transfer from any place and stays, to be answered in its turn;
@@ -337,7 +342,7 @@ void FtpSession::xReplyTransferState()
 
 bool FtpSession::xHasRight(FtpUserSettings::RIGHT right) const
 {
-    return m_user != nullptr && m_user->HasRight(right);
+    return (m_rights & right) != 0;
 }
 
 FtpListing::RIGHTS FtpSession::xGetListingRights() const
@@ -359,6 +364,7 @@ void FtpSession::xLogOut()
         return;
     xRecordLogout(xGetMainNetState(), m_user->GetName(), String());
     m_user = nullptr;
+    m_rights = 0;
     m_files.Close(); // the user's name stays: the record of the session wants it
 }
 

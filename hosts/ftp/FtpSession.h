@@ -128,6 +128,7 @@ private:
     void xReplyFailure(RESULT result, unsigned failCode = 550);
     void xReplySyntaxError(const char* text = "Syntax error in the argument");
 
+    void xWatch();
     void xTakeMessages();
     void xReadAhead();
     void xLookAtQueue();
@@ -243,6 +244,7 @@ private:
 
     String m_userName;                       // as given by USER
     const FtpUserSettings* m_user = nullptr; // null: not logged in; belongs to m_config
+    std::uint32_t m_rights = 0;              // bits of FtpUserSettings::RIGHT, 0 before log-in
     ULONG m_failedLogins = 0;
     FtpFileSystem m_files;
     String m_renameFrom; // empty: no RNFR before

@@ -2,8 +2,7 @@
 #include "hosts/ftp/FtpSession.h"
 
 #include "common/STRINGS.h"
-
-#include <algorithm>
+#include "hosts/ftp/FtpText.h"
 
 namespace kqlib {
 
@@ -15,11 +14,6 @@ STRINGS SplitWords(const String& argument)
     STRINGS words;
     words.AddByLine(argument, static_cast<unsigned char>(' '));
     return words;
-}
-
-bool IsNumber(const String& text)
-{
-    return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
 const char* DescribeAction(ULONG action)
@@ -79,6 +73,7 @@ void FtpSession::xCmdPass(const String& password)
 void FtpSession::xEnter(const FtpUserSettings& user)
 {
     m_user = &user;
+    m_rights = user.GetRightBits();
     m_failedLogins = 0;
     xRecordLoginAttempt(xGetMainNetState(), true, "User", user.GetName(), String(), String());
     xSetCurrentUser(user.GetName());
@@ -179,8 +174,8 @@ void FtpSession::xCmdStat(const String& argument)
 void FtpSession::xCmdAllo(const String& argument)
 {
     const STRINGS words = SplitWords(argument);
-    const bool isPlain = words.size() == 1 && IsNumber(words[0]);
-    const bool hasRecord = words.size() == 3 && IsNumber(words[0]) && words[1].MatchesI("R") && IsNumber(words[2]);
+    const bool isPlain = words.size() == 1 && IsDecimal(words[0]);
+    const bool hasRecord = words.size() == 3 && IsDecimal(words[0]) && words[1].MatchesI("R") && IsDecimal(words[2]);
     if (!isPlain && !hasRecord)
         return xReplySyntaxError();
     xReply(202, "No storage needs to be set aside");

@@ -3,9 +3,8 @@
 
 #include "common/STRINGS.h"
 #include "common/TimedEvent.h"
+#include "hosts/ftp/FtpText.h"
 #include "platform/Threads.h"
-
-#include <algorithm>
 
 namespace kqlib {
 
@@ -17,13 +16,8 @@ constexpr ULONG DATA_BLOCK_TIME_MS = 50;
 /// Ports below are services of other programs, which no client may have connected to (RFC 2577, section 3).
 constexpr USHORT FIRST_USER_PORT = 1024;
 constexpr ULONG MAX_PORT = 65535;
-
-bool IsNumber(const String& text)
-{
-    constexpr std::size_t MAX_DIGITS = 5;
-    return !text.empty() && text.size() <= MAX_DIGITS &&
-           std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
+/// Of the numbers in PORT and EPRT.
+constexpr std::size_t MAX_DIGITS = 5;
 
 /// Reads "h1,h2,h3,h4,p1,p2" (RFC 959, section 4.1.2).
 bool ParsePort(const String& text, NetIP& address, USHORT& port)
@@ -35,7 +29,7 @@ bool ParsePort(const String& text, NetIP& address, USHORT& port)
         return false;
     unsigned char bytes[COUNT] = {};
     for (std::size_t i = 0; i < COUNT; ++i) {
-        if (!IsNumber(numbers[i]) || numbers[i].ToULONG() > 255)
+        if (!IsDecimal(numbers[i], MAX_DIGITS) || numbers[i].ToULONG() > 255)
             return false;
         bytes[i] = static_cast<unsigned char>(numbers[i].ToULONG());
     }
@@ -156,12 +150,12 @@ void FtpSession::xCmdEprt(const String& argument)
     String family;
     String host;
     String port;
-    if (!SplitExtendedPort(argument, family, host, port) || !IsNumber(family))
+    if (!SplitExtendedPort(argument, family, host, port) || !IsDecimal(family, MAX_DIGITS))
         return xReplySyntaxError();
     if (!(family == "1"))
         return xReply(522, "Network protocol not supported, use (1)");
     NetIP address;
-    if (!address.Set(host) || !address.IsIP4() || !IsNumber(port) || port.ToULONG() > MAX_PORT)
+    if (!address.Set(host) || !address.IsIP4() || !IsDecimal(port, MAX_DIGITS) || port.ToULONG() > MAX_PORT)
         return xReplySyntaxError();
     xSetActive(address, port.ToUSHORT());
 }

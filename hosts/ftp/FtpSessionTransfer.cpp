@@ -69,7 +69,7 @@ FtpSession::END FtpSession::xBeginTransfer(const char* verb, const String& path,
     xSetCurrentActionDetail(action, path);
     xSetTimeOutSecs(m_config->settings.GetStallSecs());
     xResetTimeOut();
-    xLookAtQueue(); // what came along with the command itself
+    xWatch(); // what came along with the command itself
     return xOpenData();
 }
 

@@ -7,6 +7,7 @@
 #include "common/SettingsTransportSet.h"
 #include "hosts/ftp/FtpPassword.h"
 #include "hosts/ftp/FtpPaths.h"
+#include "hosts/ftp/FtpText.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -107,11 +108,6 @@ constexpr KEY USER_KEYS[] = {
     {"name", FORM::TEXT},   {"password", FORM::TEXT},  {"home", FORM::TEXT},
     {"rights", FORM::TEXT}, {"anonymous", FORM::FLAG},
 };
-
-bool HasControlCharacter(const String& text)
-{
-    return std::any_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; });
-}
 
 /// Puts a person's JSON into a settings set, refusing every key and every form that is not in the table.
 class JsonReader
@@ -239,9 +235,7 @@ void ReadPath(const SettingsTransportSet& set, const char* key, FilePath& path)
 
 bool ParsePort(const String& text, USHORT& port)
 {
-    const bool digits =
-        !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-    port = digits ? text.ToUSHORT() : USHORT{0};
+    port = IsDecimal(text) ? text.ToUSHORT() : USHORT{0};
     return port != 0;
 }
 
@@ -279,10 +273,10 @@ bool FtpUserSettings::IsSame(const SettingsTransferable& other) const
            m_rights == user->m_rights && m_isAnonymous == user->m_isAnonymous;
 }
 
-bool FtpUserSettings::HasRight(RIGHT right) const
+std::uint32_t FtpUserSettings::GetRightBits() const
 {
     std::uint32_t rights = 0;
-    return ParseRights(m_rights, rights) && (rights & right) != 0;
+    return ParseRights(m_rights, rights) ? rights : 0;
 }
 
 bool FtpUserSettings::xWriteTo(SettingsTransportSet& set) const

@@ -43,7 +43,8 @@ public:
     bool GetIsAnonymous() const { return m_isAnonymous; }
     void SetIsAnonymous(bool anonymous) { m_isAnonymous = anonymous; }
 
-    bool HasRight(RIGHT right) const;
+    /// The rights as bits of RIGHT; none when the text is not understood.
+    std::uint32_t GetRightBits() const;
 
 protected:
     bool xWriteTo(SettingsTransportSet& set) const override;

@@ -376,6 +376,21 @@ TEST_F(FtpServerRunning, Stat_WhileItRuns_AnsweredAtOnce)
     EXPECT_EQ(ReadHomeFile("f"), "received");
 }
 
+TEST_F(FtpServerRunning, Stat_SentTogetherWithTheCommand_AnsweredBeforeTheEnd)
+{
+    Start();
+    FtpTestClient client = LogIn();
+    FtpTestSocket data;
+    ASSERT_TRUE(client.OpenPassive(data));
+    client.Send("STOR f\r\nSTAT\r\nSTAT\r\nNOOP\r\n");
+    EXPECT_EQ(client.ReadCode(), 150);
+    EXPECT_EQ(client.ReadReply(), "213 STOR /f: 0 bytes moved\n");
+    EXPECT_EQ(client.ReadReply(), "213 STOR /f: 0 bytes moved\n");
+    data.Close();
+    EXPECT_EQ(client.ReadCode(), 226);
+    EXPECT_EQ(client.ReadCode(), 200);
+}
+
 TEST_F(FtpServerRunning, OtherCommands_WaitUntilItsEnd)
 {
     FtpTestClient client;

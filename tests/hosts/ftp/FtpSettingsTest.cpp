@@ -165,10 +165,9 @@ TEST(FtpSettings, ReadJson_SecondAccountWithoutRights_DoesNotInheritThoseOfTheFi
         {"name": "a", "home": "/a", "anonymous": true, "rights": "read,write,delete,admin"},
         {"name": "b", "home": "/b", "anonymous": true}]})",
                                   error));
-    EXPECT_TRUE(settings.GetUsers()[0].HasRight(FtpUserSettings::ADMIN));
-    EXPECT_FALSE(settings.GetUsers()[1].HasRight(FtpUserSettings::ADMIN));
-    EXPECT_FALSE(settings.GetUsers()[1].HasRight(FtpUserSettings::WRITE));
-    EXPECT_TRUE(settings.GetUsers()[1].HasRight(FtpUserSettings::READ));
+    EXPECT_EQ(settings.GetUsers()[0].GetRightBits(),
+              FtpUserSettings::READ | FtpUserSettings::WRITE | FtpUserSettings::REMOVE | FtpUserSettings::ADMIN);
+    EXPECT_EQ(settings.GetUsers()[1].GetRightBits(), static_cast<std::uint32_t>(FtpUserSettings::READ));
 }
 
 TEST(FtpSettings, ReadFile_RelativeFolders_AreTakenFromTheFilesFolder)

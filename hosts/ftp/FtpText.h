@@ -1,0 +1,28 @@
+// FtpText: small questions about texts of peers and of people.
+#pragma once
+
+#include "common/String.h"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace kqlib {
+
+inline bool IsControlCharacter(char character)
+{
+    return static_cast<unsigned char>(character) < 32 || character == 127;
+}
+
+inline bool HasControlCharacter(const String& text)
+{
+    return std::any_of(text.begin(), text.end(), IsControlCharacter);
+}
+
+/// True for one to maxDigits decimal digits and nothing else.
+inline bool IsDecimal(const String& text, std::size_t maxDigits = String::npos)
+{
+    return !text.empty() && text.size() <= maxDigits &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+} // namespace kqlib
