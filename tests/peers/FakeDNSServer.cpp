@@ -41,13 +41,23 @@ platform::Endpoint RandomLoopback(std::mt19937& random)
     return endpoint;
 }
 
-/// Binds a socket to port 53 of a free loopback address.
-platform::SocketHandle BindSomewhere(std::string& address)
+platform::Endpoint UsualLoopback()
+{
+    platform::Endpoint endpoint;
+    endpoint.port = DNS_PORT;
+    endpoint.bytes[0] = 127;
+    endpoint.bytes[3] = 1;
+    return endpoint;
+}
+
+/// Binds a socket to port 53 of a free loopback address. usualFirst: 127.0.0.1 when it is free, the one address that
+/// replies come from under Wine, whatever the socket was bound to.
+platform::SocketHandle BindSomewhere(std::string& address, bool usualFirst)
 {
     std::mt19937 random{std::random_device{}()};
     for (int attempt = 0; attempt < 20; ++attempt) {
         const platform::SocketHandle handle = platform::OpenSocket(false, platform::Family::IP4);
-        const platform::Endpoint endpoint = RandomLoopback(random);
+        const platform::Endpoint endpoint = usualFirst && attempt == 0 ? UsualLoopback() : RandomLoopback(random);
         if (handle != platform::INVALID_SOCKET_HANDLE && platform::BindSocket(handle, endpoint, false)) {
             address = Dotted(endpoint);
             return handle;
@@ -74,7 +84,7 @@ void SendDue(platform::SocketHandle handle, std::vector<PENDING>& pending)
 
 FakeDNSServer::FakeDNSServer(Script script)
     : m_script(std::move(script))
-    , m_handle(BindSomewhere(m_address))
+    , m_handle(BindSomewhere(m_address, true))
 {
     if (IsRunning())
         m_thread = std::thread([this] { xServe(); });
@@ -103,7 +113,7 @@ std::size_t FakeDNSServer::GetQueryCount() const
 std::string FakeDNSServer::sGetDeadAddress()
 {
     std::string address;
-    platform::CloseSocket(BindSomewhere(address));
+    platform::CloseSocket(BindSomewhere(address, false));
     return address;
 }
 
