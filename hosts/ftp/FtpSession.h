@@ -205,6 +205,7 @@ private:
     END xWhyStopped() const;
     END xSendFile(platform::FileHandle file);
     END xSendFileAsText(platform::FileHandle file);
+    bool xSendText(FtpSocket* socket, const std::string& text);
     END xReceiveFile(platform::FileHandle file);
     void xUpload(const String& argument, bool append);
     RESULT xOpenUpload(const String& path, bool append, ULONG8 from, FtpFile& file);

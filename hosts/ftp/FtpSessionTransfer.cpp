@@ -70,7 +70,7 @@ FtpSession::END FtpSession::xBeginTransfer(const char* verb, const String& path,
     xSetTimeOutSecs(m_config->settings.GetStallSecs());
     xResetTimeOut();
     xWatch(); // what came along with the command itself
-    return xOpenData();
+    return m_transfer.stop == END::COMPLETE ? xOpenData() : m_transfer.stop;
 }
 
 void FtpSession::xFinishTransfer(END end, const RECORDER& record)
@@ -177,12 +177,16 @@ FtpSession::END FtpSession::xSendFileAsText(platform::FileHandle file)
             return END::COMPLETE;
         text.clear();
         FtpAscii::sToWire(buffer.get(), got, text);
-        const String wire(std::move(text));
-        if (!xSendAllData(m_data.get(), reinterpret_cast<const unsigned char*>(wire.data()),
-                          static_cast<ULONG>(wire.size())))
+        if (!xSendText(m_data.get(), text))
             return xWhyStopped();
-        m_transfer.moved += wire.size();
     }
+}
+
+bool FtpSession::xSendText(FtpSocket* socket, const std::string& text)
+{
+    m_transfer.moved += text.size();
+    return text.empty() ||
+           xSendAllData(socket, reinterpret_cast<const unsigned char*>(text.data()), static_cast<ULONG>(text.size()));
 }
 
 // --- uploads
@@ -325,13 +329,6 @@ void FtpSession::xList(const char* verb, LISTFORM form, const String& argument, 
 FtpSession::END FtpSession::xSendListing(FtpSocket* socket, const LISTING& listing, platform::FolderReader& reader)
 {
     std::string text;
-    const auto send = [&] {
-        const String chunk(std::move(text));
-        text.clear();
-        m_transfer.moved += chunk.size();
-        return xSendAllData(socket, reinterpret_cast<const unsigned char*>(chunk.data()),
-                            static_cast<ULONG>(chunk.size()));
-    };
     std::string name;
     FtpFileSystem::FACTS facts;
     if (!m_files.IsFolder(listing.path)) {
@@ -341,10 +338,13 @@ FtpSession::END FtpSession::xSendListing(FtpSocket* socket, const LISTING& listi
         FtpListing::sAddFactLine(text, ".", facts, m_facts, xGetListingRights(), "cdir");
     while (reader.Read(name, facts)) {
         xAddEntry(text, listing, String(name), facts);
-        if (text.size() >= LIST_CHUNK_BYTES && !send())
+        if (text.size() < LIST_CHUNK_BYTES)
+            continue;
+        if (!xSendText(socket, text))
             return xWhyStopped();
+        text.clear();
     }
-    return text.empty() || send() ? END::COMPLETE : xWhyStopped();
+    return xSendText(socket, text) ? END::COMPLETE : xWhyStopped();
 }
 
 /// Appends the line of one entry; facts are the entry's own. An empty name: the listed path itself.

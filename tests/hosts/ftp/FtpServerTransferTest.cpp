@@ -364,6 +364,20 @@ TEST_F(FtpServerRunning, Abor_SentTogetherWithTheCommand_426Then226)
     EXPECT_EQ(client.ReadCode(), 226);
 }
 
+TEST_F(FtpServerRunning, Abor_SentTogetherWithAnUpload_OldContentStays)
+{
+    WriteHomeFile("f", "old");
+    Start();
+    FtpTestClient client = LogIn();
+    FtpTestSocket data;
+    ASSERT_TRUE(client.OpenPassive(data));
+    client.Send("STOR f\r\nABOR\r\n");
+    EXPECT_EQ(client.ReadCode(), 150);
+    EXPECT_EQ(client.ReadCode(), 426);
+    EXPECT_EQ(client.ReadCode(), 226);
+    EXPECT_EQ(ReadHomeFile("f"), "old");
+}
+
 TEST_F(FtpServerRunning, Stat_WhileItRuns_AnsweredAtOnce)
 {
     FtpTestClient client;
