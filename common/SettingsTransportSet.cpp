@@ -18,6 +18,9 @@ using nlohmann::json;
 /// Sub-sets within sub-sets that a file may hold; more is taken for damage.
 constexpr int MAX_DEPTH = 100;
 
+/// Brackets that are open at once at that depth: three for each sub-set around, three for an item of the innermost.
+constexpr int MAX_OPEN_BRACKETS = 3 * MAX_DEPTH + 3;
+
 /// Each byte becomes the code point of its value, in UTF-8: JSON texts hold no arbitrary bytes.
 std::string ToUtf8(const String& text)
 {
@@ -107,6 +110,27 @@ template <class T> bool ReadNumber(const json& from, T& number)
     return true;
 }
 
+/// Looked at before the text is parsed, so that no depth costs stack or memory.
+bool NestsTooDeep(std::string_view text)
+{
+    int open = 0;
+    bool inString = false;
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        const char character = text[index];
+        if (character == '"')
+            inString = !inString;
+        else if (inString)
+            index += character == '\\' ? 1 : 0;
+        else if (character == '[' || character == '{')
+            ++open;
+        else if (character == ']' || character == '}')
+            --open;
+        if (open > MAX_OPEN_BRACKETS)
+            return true;
+    }
+    return false;
+}
+
 } // namespace
 
 /// The conversion to and from JSON; reaches the members of a set.
@@ -131,9 +155,9 @@ struct SettingsTransportSet::JSON
     static json ToValue(const VALUE& value);
     static bool FromValue(const std::string& type, const json& from, VALUE& value);
     static json ToTree(const SettingsTransportSet& set);
-    static bool FromTree(const json& tree, SettingsTransportSet& set, int depth);
+    static bool FromTree(const json& tree, SettingsTransportSet& set);
     static bool ReadData(const json& tree, SettingsTransportSet& set);
-    static bool ReadSets(const json& tree, SettingsTransportSet& set, int depth);
+    static bool ReadSets(const json& tree, SettingsTransportSet& set);
     static bool FitsDepth(const SettingsTransportSet& set, int depth);
 };
 
@@ -417,10 +441,10 @@ json SettingsTransportSet::JSON::ToTree(const SettingsTransportSet& set)
     return json{{"data", std::move(data)}, {"sets", std::move(sets)}};
 }
 
-bool SettingsTransportSet::JSON::FromTree(const json& tree, SettingsTransportSet& set, int depth)
+bool SettingsTransportSet::JSON::FromTree(const json& tree, SettingsTransportSet& set)
 {
-    return depth <= MAX_DEPTH && tree.is_object() && tree.size() == 2 && tree.contains("data") &&
-           tree.contains("sets") && ReadData(tree["data"], set) && ReadSets(tree["sets"], set, depth);
+    return tree.is_object() && tree.size() == 2 && tree.contains("data") && tree.contains("sets") &&
+           ReadData(tree["data"], set) && ReadSets(tree["sets"], set);
 }
 
 bool SettingsTransportSet::JSON::ReadData(const json& tree, SettingsTransportSet& set)
@@ -439,14 +463,14 @@ bool SettingsTransportSet::JSON::ReadData(const json& tree, SettingsTransportSet
     return true;
 }
 
-bool SettingsTransportSet::JSON::ReadSets(const json& tree, SettingsTransportSet& set, int depth)
+bool SettingsTransportSet::JSON::ReadSets(const json& tree, SettingsTransportSet& set)
 {
     if (!tree.is_array())
         return false;
     for (const json& item : tree) {
         String key;
         if (!item.is_array() || item.size() != 2 || !item[0].is_string() ||
-            !FromUtf8(item[0].get_ref<const std::string&>(), key) || !FromTree(item[1], *set.AddSet(key), depth + 1))
+            !FromUtf8(item[0].get_ref<const std::string&>(), key) || !FromTree(item[1], *set.AddSet(key)))
             return false;
     }
     return true;
@@ -465,9 +489,12 @@ String SettingsTransportSet::ToJson() const
 
 bool SettingsTransportSet::FromJson(const String& text)
 {
+    // The parser would take a zero byte for the end of the text.
+    if (text.find('\0') != String::npos || NestsTooDeep(text.view()))
+        return false;
     const json tree = json::parse(text.view(), nullptr, false);
     SettingsTransportSet read;
-    if (tree.is_discarded() || !JSON::FromTree(tree, read, 0))
+    if (tree.is_discarded() || !JSON::FromTree(tree, read))
         return false;
     *this = std::move(read);
     return true;
