@@ -434,6 +434,7 @@ TEST_F(NetTCPSessionExchange, DataPass_OfferingStops_UnconsumedBytesAreDropped_K
         m_script->incoming = {"lost", "next"};
         EXPECT_TRUE(DataPass());
         EXPECT_EQ(stopBy, stop);
+        EXPECT_EQ(m_buffer.rb.position, m_buffer.rb.length);
         session.hooks.shouldWait = nullptr;
         session.xSetTimeOutSecs(60);
         EXPECT_TRUE(DataPass());
@@ -1140,6 +1141,7 @@ TEST_F(NetTCPSessionExchange, SetBufMode_OnAgain_KeepsTheBytesUnlessTheSizeChang
     UseBuffer();
     EXPECT_TRUE(session.xSendPurgeSendBuf(m_script));
     EXPECT_EQ(m_script->sent, "kept");
+    ASSERT_TRUE(m_script->xSetSockBufSendSize(32768));
     ASSERT_NE(m_script->GetBufSendSize(), 8192U);
     EXPECT_TRUE(SendText("lost"));
     session.xSetBufMode(m_script, true);
@@ -1157,6 +1159,19 @@ TEST_F(NetTCPSessionExchange, SendCommand_Buffered_CountsAtOnceAndGoesOutWithThe
     EXPECT_TRUE(session.xSendPurgeSendBuf(m_script));
     EXPECT_EQ(m_script->sent, "220\r\n221\r\n");
     EXPECT_EQ(FinalCount(C::COMMANDS_OUT), 2U);
+}
+
+TEST_F(NetTCPSessionExchange, SendCommand_BufferedInANewTimeUnit_CountsThere)
+{
+    MovedCalendar calendar(2000000000000);
+    TestHostSession& session = MakeScripted();
+    UseBuffer();
+    calendar.Set(2000000001000);
+    EXPECT_TRUE(session.xSendCommand(m_script, "220"));
+    EXPECT_EQ(FinalCount(C::COMMANDS_OUT), 1U);
+    ASSERT_EQ(Rows().size(), 2U);
+    EXPECT_EQ(Rows()[0].GetCommandsOut(), 0U);
+    EXPECT_EQ(Rows()[1].GetCommandsOut(), 1U);
 }
 
 TEST_F(NetTCPSessionExchange, SendBuffer_FullAndTheSendGivesUp_Fails)

@@ -33,6 +33,7 @@ public:
 
     using NetTCP::Recv;
     using NetTCP::Send;
+    using NetTCP::xSetSockBufSendSize;
     bool Recv(unsigned char* buf, unsigned long& len) override
     {
         ++receives;
