@@ -11,6 +11,9 @@ namespace {
 /// How long a call waits for another process that is writing.
 constexpr int BUSY_TIMEOUT_MS = 2000;
 
+/// Unfolded pages (4096 bytes) at which the connection that writes folds them in itself. A purger does it earlier.
+constexpr int FOLD_IN_AT_LAST = 8000;
+
 /// "KQDL": marks the file as a data log.
 constexpr int APPLICATION_ID = 0x4B51444C;
 /// Version of the tables below.
@@ -128,6 +131,8 @@ bool DataLogFile::xCheckFormat(ACCESS access)
     } else if (version != FORMAT_VERSION || application != APPLICATION_ID) {
         return false;
     }
+    if (access == ACCESS::WRITE)
+        sqlite3_wal_hook(m_database.get(), xsNoteCommit, this);
     // NORMAL: no flush to the medium for each row, only when the write-ahead file is folded in.
     return xRunText(access == ACCESS::WRITE ? "PRAGMA synchronous=NORMAL" : "PRAGMA query_only=1");
 }
@@ -270,6 +275,21 @@ bool DataLogFile::Delete(SLONG8 from, SLONG8 to, ULONG maxCount, ULONG& deleted)
         return false;
     deleted = static_cast<ULONG>(sqlite3_changes(m_database.get()));
     return true;
+}
+
+/// Called by the database after each commit of this connection.
+int DataLogFile::xsNoteCommit(void* file, sqlite3* database, const char* name, int pages)
+{
+    static_cast<DataLogFile*>(file)->m_unfoldedPages = pages;
+    // A failure here is no failure of the commit, and the next one tries again.
+    if (pages >= FOLD_IN_AT_LAST)
+        sqlite3_wal_checkpoint_v2(database, name, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+    return SQLITE_OK;
+}
+
+bool DataLogFile::FoldIn()
+{
+    return xNote(sqlite3_wal_checkpoint_v2(m_database.get(), nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr));
 }
 
 bool DataLogFile::IsBroken()

@@ -75,6 +75,12 @@ public:
     /// Deletes at most maxCount rows of the times from..to (both inclusive), oldest first. deleted: how many.
     [[nodiscard]] bool Delete(SLONG8 from, SLONG8 to, ULONG maxCount, ULONG& deleted);
 
+    /// Pages that were written by this connection and are not folded into the database yet, as of its last commit.
+    int GetUnfoldedPages() const { return m_unfoldedPages; }
+    /// Folds the write-ahead file into the database as far as readers allow; waits for the medium, for nobody else.
+    /// Called on a connection of its own, so that those who add rows do not wait. False: a failure; nothing is lost.
+    [[nodiscard]] bool FoldIn();
+
     /// True when the connection must be opened anew: a failure came that is not one of space or of other writers, or
     /// the file was moved or deleted.
     bool IsBroken();
@@ -100,6 +106,7 @@ private:
     bool xRunText(const std::string& sql);
     bool xPrepareAll(TABLE table, ACCESS access);
     bool xNote(int result);
+    static int xsNoteCommit(void* file, sqlite3* database, const char* name, int pages);
 
     std::unique_ptr<sqlite3, CLOSE_DATABASE> m_database; ///< before the statements: they go first
     STATEMENT m_begin;
@@ -109,6 +116,7 @@ private:
     STATEMENT m_read;
     STATEMENT m_findFirst;
     STATEMENT m_delete;
+    int m_unfoldedPages = 0;
     bool m_broken = false;
 };
 

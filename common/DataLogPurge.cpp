@@ -33,6 +33,10 @@ constexpr ULONG DROP_STEP = 500;
 /// Between two steps, so that those who wait for the log get it.
 constexpr std::uint32_t STEP_PAUSE_MS = 1;
 
+/// Unfolded pages (4096 bytes) of a log at which the thread folds them in: it waits for the medium, so that those who
+/// add entries need not.
+constexpr int FOLD_IN_AT = 1000;
+
 /// How long the thread sleeps before it looks whether a log is due.
 constexpr ULONG PAUSE_MS = 200;
 
@@ -64,6 +68,8 @@ public:
         return m_state.purgeSeconds;
     }
     void Run();
+    /// Folds the log's write-ahead file in when it has grown. foldedAt: the size at which that was done last.
+    void FoldIn(int& foldedAt) const;
 
 private:
     bool xMayGoOn() const;
@@ -88,6 +94,22 @@ void DataLogPurge::Pass::Run()
     xDropBefore(dropBorder);
     xMergeUnits(m_state.mergedHoursTo, dropBorder, hourBorder, HOUR);
     xMergeUnits(m_state.mergedMinutesTo, hourBorder, GetBorder(now, KEEP_SECONDS, MINUTE), MINUTE);
+}
+
+void DataLogPurge::Pass::FoldIn(int& foldedAt) const
+{
+    FilePath path;
+    {
+        std::lock_guard lock(m_state.mutex);
+        const int pages = m_state.enabled && m_state.file ? m_state.file->GetUnfoldedPages() : 0;
+        if (pages < FOLD_IN_AT || pages == foldedAt)
+            return;
+        foldedAt = pages;
+        path = m_state.path;
+    }
+    // A failure loses nothing: the file only stays larger for now.
+    if (const auto file = DataLogFile::sOpen(path, m_state.GetTable(), DataLogFile::ACCESS::WRITE))
+        static_cast<void>(file->FoldIn());
 }
 
 /// Before each step: leaves the log to those who add entries for a moment. False: the thread is to end.
@@ -210,9 +232,11 @@ void DataLogPurge::xThread()
 {
     using Clock = std::chrono::steady_clock;
     std::vector<std::optional<Clock::time_point>> lastLooks(m_logs.size());
+    std::vector<int> foldedAt(m_logs.size(), 0);
     while (!xShouldThreadEnd()) {
         for (std::size_t index = 0; index < m_logs.size(); ++index) {
             Pass pass(*m_logs[index], [this] { return xShouldThreadEnd(); });
+            pass.FoldIn(foldedAt[index]);
             const std::optional<ULONG> interval = pass.GetInterval();
             auto& lastLook = lastLooks[index];
             if (!interval || (lastLook && Clock::now() - *lastLook < std::chrono::seconds(*interval)))

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <set>
 #include <thread>
@@ -288,6 +289,18 @@ TEST_F(DataLogPurgeTest, LogDisabled_NothingHappensUntilItIsEnabled)
     ASSERT_TRUE(WaitFor([&] { return xUnits() == std::vector<SLONG8>{minute}; }));
     m_records.SetSettings(true, 1, m_folder.GetFilePath(), "", "records");
     EXPECT_TRUE(WaitFor([&] { return xCountRecords() == 0; }));
+}
+
+TEST_F(DataLogPurgeTest, ManyEntriesAdded_FoldedIntoTheDatabaseByThePurger)
+{
+    const std::filesystem::path database = m_folder.GetPath() / "records.db";
+    ASSERT_TRUE(m_purge.Start());
+    const auto atFirst = std::filesystem::file_size(database);
+    // Each entry writes a page or two, so this is far above what starts the folding and below what adding does itself.
+    for (std::uint64_t number = 0; number < 2500; ++number)
+        xAddRecord(NOW, number);
+    EXPECT_TRUE(WaitFor([&] { return std::filesystem::file_size(database) > atFirst; }));
+    m_purge.Stop();
 }
 
 TEST_F(DataLogPurgeTest, SixteenThreadsAdd_OneQueriesOnePurges_EverySumIsRight)
