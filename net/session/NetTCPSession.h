@@ -30,8 +30,9 @@ class NetSessionLiveStatus;
 /// Calling order: the service's factory makes the object; the constructor of the most derived class calls
 /// xConstrStartSession last and its destructor xDeconstrEndSession first. The thread calls xEventSessionStart,
 /// xHandleSession, xEventSessionEnd, closes the main socket, stores the last records, and is done: IsComplete turns
-/// true and the service deletes the object. An end is asked for by ForceComplete, by the time-out, by a disconnect
-/// message or by the peer; every wait sees it within milliseconds.
+/// true and the service deletes the object. An end comes by ForceComplete, by the time-out, by the peer or by a
+/// disconnect message; every wait but that of a Force send sees it within milliseconds, the message once the session
+/// has taken it (the monitor takes one per periodic interval).
 ///
 /// Ownership: owns the main socket, also the one handed to the constructor; borrows pool, cache and both logs, which
 /// must outlive it. Sockets handed to the operations stay the caller's.
