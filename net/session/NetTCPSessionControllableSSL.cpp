@@ -150,7 +150,7 @@ void NetTCPSessionControllableSSL::xUpdateState(bool lock, NetTCP* const socket,
         m_controlLock.Lock();
     m_state.connected = socket->IsConnected();
     m_state.secured = m_state.connected && secured;
-    m_state.netState = {socket->GetLocalIP(), socket->GetLocalPort(), socket->GetRemoteIP(), socket->GetRemotePort()};
+    m_state.netState = xsGetNetState(socket);
     if (lock)
         m_controlLock.Unlock();
 }

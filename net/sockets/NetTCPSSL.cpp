@@ -178,107 +178,91 @@ bool NetTCPSSL::Recv(unsigned char* buf, unsigned long& len)
 {
     if (m_ssl == nullptr)
         return NetTCP::Recv(buf, len);
-    if (!IsConnected()) {
-        len = 0;
-        xSetLastError(ERR_NOT_CONNECTED);
-        return false;
-    }
     // Bytes that are decrypted already show nothing to read on the socket.
-    bool timedOut = false;
-    if (SSL_pending(m_ssl) == 0 && !xApplyBlockTime(true, timedOut))
-        return xFailTransfer(len);
-    if (timedOut) {
-        len = 0;
-        return true;
-    }
-    ERR_clear_error();
-    const int result = SSL_read(m_ssl, buf, ToInt(len));
-    if (result <= 0)
-        return xEndTransfer(result, len);
-    len = static_cast<unsigned long>(result);
+    const bool tryFirst = m_waitState != WS_WANTS_READ || SSL_pending(m_ssl) > 0;
+    const bool connected = xMoveWithin(tryFirst, len, [&] { return xReadOnce(buf, len); });
     xIncreaseIn(len);
-    m_waitState = WS_NONE;
-    return true;
+    return connected;
 }
 
 bool NetTCPSSL::Send(const unsigned char* data, unsigned long& len)
 {
     if (m_ssl == nullptr)
         return NetTCP::Send(data, len);
+    if (len == 0 && IsConnected())
+        return true;
+    // The system nearly always has room.
+    const bool connected = xMoveWithin(true, len, [&] { return xWriteOnce(data, len); });
+    xIncreaseOut(len);
+    return connected;
+}
+
+/// Makes one attempt and, while TLS waits for the peer, one more after waiting at most the block time for that very
+/// thing: a socket that can be written says nothing about a record that is to be read first, nor the other way round.
+/// tryFirst: without it the wait comes first. len: out, bytes moved. False: closed, with the code set.
+template <class ATTEMPT> bool NetTCPSSL::xMoveWithin(bool tryFirst, unsigned long& len, const ATTEMPT& attempt)
+{
     if (!IsConnected()) {
         len = 0;
         xSetLastError(ERR_NOT_CONNECTED);
         return false;
     }
-    bool timedOut = false;
-    if (!xApplyBlockTime(false, timedOut))
-        return xFailTransfer(len);
-    if (timedOut || len == 0) {
-        len = 0;
+    const bool mayWait = GetBlockTimeMs() != 0;
+    int moved = tryFirst || !mayWait ? attempt() : 0;
+    if (moved == 0 && mayWait) {
+        bool timedOut = false;
+        if (!xApplyBlockTime(m_waitState != WS_WANTS_WRITE, timedOut))
+            moved = -1;
+        else if (!timedOut)
+            moved = attempt();
+    }
+    len = static_cast<unsigned long>(std::max(moved, 0));
+    if (moved >= 0)
         return true;
-    }
-    bool finished = true;
-    if (!xFinishBegunRecord(data, len, finished) || !finished) {
-        len = 0;
-        return IsConnected();
-    }
-    ERR_clear_error();
-    const int result = SSL_write(m_ssl, data, ToInt(len));
-    if (result <= 0) {
-        xRememberBegunRecord(data, len);
-        return xEndTransfer(result, len);
-    }
-    m_begunRecord.clear();
-    len = static_cast<unsigned long>(result);
-    xIncreaseOut(len);
-    m_waitState = WS_NONE;
-    return true;
-}
-
-/// The end of a Recv or Send that moved nothing. TLS waiting for the peer is no failure; anything else closes.
-bool NetTCPSSL::xEndTransfer(int result, unsigned long& len)
-{
-    const int error = SSL_get_error(m_ssl, result);
-    len = 0;
-    m_waitState = error == SSL_ERROR_WANT_READ    ? WS_WANTS_READ
-                  : error == SSL_ERROR_WANT_WRITE ? WS_WANTS_WRITE
-                                                  : WS_NONE;
-    return m_waitState != WS_NONE || xFailTransfer(len);
-}
-
-bool NetTCPSSL::xFailTransfer(unsigned long& len)
-{
-    len = 0;
     ShutdownAndClose();
     xSetLastError(ERR_IO);
     return false;
 }
 
-/// A record that TLS has begun must be finished with the same bytes. When the caller gave up on them and offers others
-/// (last words after a cancelled transfer), they are finished from the copy kept here. False: closed.
-bool NetTCPSSL::xFinishBegunRecord(const unsigned char* data, unsigned long len, bool& finished)
+/// As xNoteOutcome.
+int NetTCPSSL::xReadOnce(unsigned char* buf, unsigned long len)
 {
-    const std::size_t size = m_begunRecord.size();
-    finished = true;
-    if (size == 0 || (len >= size && std::memcmp(data, m_begunRecord.data(), size) == 0))
-        return true;
     ERR_clear_error();
-    const int result = SSL_write(m_ssl, m_begunRecord.data(), static_cast<int>(size));
-    if (result > 0) {
-        xIncreaseOut(static_cast<unsigned long>(result));
-        m_begunRecord.clear();
-        return true;
-    }
-    finished = false;
-    unsigned long none = 0;
-    return xEndTransfer(result, none);
+    return xNoteOutcome(SSL_read(m_ssl, buf, ToInt(len)));
 }
 
-void NetTCPSSL::xRememberBegunRecord(const unsigned char* data, unsigned long len)
+/// A record that TLS has begun must be finished with the same bytes. When the caller gave up on them and offers others
+/// (last words after a cancelled transfer), they are finished first, from the copy kept here.
+int NetTCPSSL::xWriteOnce(const unsigned char* data, unsigned long len)
 {
-    const unsigned long size = std::min(len, MAX_RECORD_SIZE);
-    if (m_begunRecord.empty())
-        m_begunRecord.assign(data, data + size);
+    const std::size_t begun = m_begunRecord.size();
+    if (begun > 0 && (len < begun || std::memcmp(data, m_begunRecord.data(), begun) != 0)) {
+        ERR_clear_error();
+        const int finished = xNoteOutcome(SSL_write(m_ssl, m_begunRecord.data(), static_cast<int>(begun)));
+        if (finished <= 0)
+            return finished;
+        xIncreaseOut(static_cast<unsigned long>(finished));
+        m_begunRecord.clear();
+    }
+    ERR_clear_error();
+    const int moved = xNoteOutcome(SSL_write(m_ssl, data, ToInt(len)));
+    if (moved > 0)
+        m_begunRecord.clear();
+    else if (m_waitState == WS_WANTS_WRITE && m_begunRecord.empty())
+        m_begunRecord.assign(data, data + std::min(len, MAX_RECORD_SIZE));
+    return moved;
+}
+
+/// Of one call that reads or writes: bytes moved; 0: TLS waits for the peer, for what the wait state says; -1: failed.
+int NetTCPSSL::xNoteOutcome(int result)
+{
+    const int error = result > 0 ? SSL_ERROR_NONE : SSL_get_error(m_ssl, result);
+    m_waitState = error == SSL_ERROR_WANT_READ    ? WS_WANTS_READ
+                  : error == SSL_ERROR_WANT_WRITE ? WS_WANTS_WRITE
+                                                  : WS_NONE;
+    if (result > 0)
+        return result;
+    return m_waitState != WS_NONE ? 0 : -1;
 }
 
 void NetTCPSSL::xFreeSSLData()

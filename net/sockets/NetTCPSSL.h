@@ -45,7 +45,7 @@ public:
     bool Send(const unsigned char* data, unsigned long& len) override;
     void Close() override;
     /// Ends TLS in order, which does not wait for the peer's own farewell, then as NetTCP. Over TLS the last error is
-    /// 48 afterwards unless the peer had said farewell first.
+    /// 48 afterwards, kept on purpose.
     void ShutdownAndClose() override;
 
     /// Takes over the handle and the state of plain, which is left closed and empty; this object is closed first. TLS
@@ -81,10 +81,10 @@ private:
     bool xFreeAndFail();
     bool xHandshake(int (*step)(ssl_st*));
     bool xIsStillUnderWay(int result);
-    bool xEndTransfer(int result, unsigned long& len);
-    bool xFailTransfer(unsigned long& len);
-    bool xFinishBegunRecord(const unsigned char* data, unsigned long len, bool& finished);
-    void xRememberBegunRecord(const unsigned char* data, unsigned long len);
+    template <class ATTEMPT> bool xMoveWithin(bool tryFirst, unsigned long& len, const ATTEMPT& attempt);
+    int xReadOnce(unsigned char* buf, unsigned long len);
+    int xWriteOnce(const unsigned char* data, unsigned long len);
+    int xNoteOutcome(int result);
 
     ssl_st* m_ssl = nullptr; // the using thread only, as everything here
     ssl_ctx_st* m_context = nullptr;

@@ -7,19 +7,17 @@
 #include "common/Messages.h"
 #include "common/ThreadEvent.h"
 #include "common/ThreadPool.h"
-#include "common/TimePos.h"
-#include "common/TimedEvent.h"
 #include "net/dns/NetDNSCache.h"
 #include "net/status/NetSessionLiveStatus.h"
 #include "tests/net/session/ScriptedSocket.h"
 #include "tests/net/session/TestHostSession.h"
 #include "tests/peers/CapturedEventLog.h"
+#include "tests/peers/MovedClocks.h"
 #include "tests/peers/TempFolder.h"
 #include "tests/peers/WaitFor.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -30,50 +28,6 @@ namespace kqlib::test {
 using TEXTS = std::vector<std::string>;
 using NETSTATE = NetTCPSession::NETSTATE;
 using CTRLMSG = NetTCPSession::CTRLMSG;
-
-/// While it lives the calendar stands still at the time that is set.
-class MovedCalendar
-{
-public:
-    explicit MovedCalendar(SLONG8 milliSecs)
-    {
-        Set(milliSecs);
-        TimePos::sSetSource([] { return xsNow().load(); });
-    }
-    ~MovedCalendar() { TimePos::sSetSource(nullptr); }
-    MovedCalendar(const MovedCalendar&) = delete;
-    MovedCalendar& operator=(const MovedCalendar&) = delete;
-    void Set(SLONG8 milliSecs) { xsNow() = milliSecs; }
-
-private:
-    static std::atomic<SLONG8>& xsNow()
-    {
-        static std::atomic<SLONG8> now;
-        return now;
-    }
-};
-
-/// The same for the tick.
-class MovedTick
-{
-public:
-    explicit MovedTick(std::uint32_t tick)
-    {
-        xsNow() = tick;
-        TimedEvent::sSetSource([] { return xsNow().load(); });
-    }
-    ~MovedTick() { TimedEvent::sSetSource(nullptr); }
-    MovedTick(const MovedTick&) = delete;
-    MovedTick& operator=(const MovedTick&) = delete;
-    static void sAdvance(std::uint32_t milliSecs) { xsNow() += milliSecs; }
-
-private:
-    static std::atomic<std::uint32_t>& xsNow()
-    {
-        static std::atomic<std::uint32_t> now;
-        return now;
-    }
-};
 
 class SessionFixture : public testing::Test
 {
