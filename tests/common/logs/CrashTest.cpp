@@ -13,7 +13,7 @@
 namespace kqlib::test {
 namespace {
 
-std::set<std::uint64_t> ReadNumbers(const std::filesystem::path& path)
+[[maybe_unused]] std::set<std::uint64_t> ReadNumbers(const std::filesystem::path& path)
 {
     std::ifstream file(path);
     std::set<std::uint64_t> numbers;
@@ -25,7 +25,7 @@ std::set<std::uint64_t> ReadNumbers(const std::filesystem::path& path)
 }
 
 /// The numbers in the seventh field of the event log's lines.
-std::set<std::uint64_t> ReadEventNumbers(const std::filesystem::path& path)
+[[maybe_unused]] std::set<std::uint64_t> ReadEventNumbers(const std::filesystem::path& path)
 {
     std::ifstream file(path);
     std::set<std::uint64_t> numbers;

@@ -69,7 +69,7 @@ TEST_F(FtpServerLife, Stop_ManySessionsAtWork_QuickAndEveryOneRecorded)
 {
     constexpr unsigned COUNT = 200;
     WriteHomeFile("big", "");
-    std::filesystem::resize_file(Home() / "big", std::size_t{1} << 34);
+    std::filesystem::resize_file(Home() / "big", std::uintmax_t{1} << 34);
     Start();
     struct WORK
     {

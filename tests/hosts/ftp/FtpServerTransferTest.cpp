@@ -14,7 +14,7 @@ namespace {
 namespace fs = std::filesystem;
 using FtpServerTransfer = FtpServerFixture;
 
-constexpr std::size_t HUGE_BYTES = std::size_t{1} << 34; // more than any buffers hold; the file is sparse
+constexpr std::uintmax_t HUGE_BYTES = std::uintmax_t{1} << 34; // more than any buffers hold; the file is sparse
 
 std::vector<std::string> Lines(const std::string& text)
 {
