@@ -7,6 +7,9 @@
 
 namespace kqlib {
 
+// What users of the DLL link to when they need its address.
+constexpr ULONG DataLogEntryRecord::OWN_SIZE;
+
 namespace {
 
 /// Offsets of the own bytes.

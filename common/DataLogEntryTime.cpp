@@ -7,6 +7,9 @@
 
 namespace kqlib {
 
+// What users of the DLL link to when they need its address.
+constexpr ULONG DataLogEntryTime::OWN_SIZE;
+
 namespace {
 
 /// Length of a time unit.

@@ -6,6 +6,9 @@
 
 namespace kqlib {
 
+// What users of the DLL link to when they need its address.
+constexpr String::size_type String::npos;
+
 namespace {
 
 /// Folds the letters A to Z only.

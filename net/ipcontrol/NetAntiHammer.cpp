@@ -6,6 +6,9 @@
 
 namespace kqlib {
 
+// What users of the DLL link to when they need its address.
+constexpr ULONG NetAntiHammer::MAX_ENTRIES;
+
 namespace {
 
 constexpr std::uint32_t DEFAULT_MAX_ATTEMPTS = 5;
@@ -63,8 +66,7 @@ bool NetAntiHammer::AddFailedAttempt(NetIP peer, NetIP)
     if (slot != nullptr) {
         const std::uint64_t failures = std::uint64_t{slot->count} + 1;
         const bool block = failures >= m_maxAttempts;
-        m_table->Renew(*slot, block ? LIST::BLOCKED : LIST::FAILED,
-                       block ? 0 : static_cast<std::uint32_t>(failures));
+        m_table->Renew(*slot, block ? LIST::BLOCKED : LIST::FAILED, block ? 0 : static_cast<std::uint32_t>(failures));
         return block;
     }
     if (m_table->GetCount() >= MAX_ENTRIES)

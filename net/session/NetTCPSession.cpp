@@ -10,6 +10,9 @@
 
 namespace kqlib {
 
+// What users of the DLL link to when they need its address.
+constexpr ULONG NetTCPSession::MSG_DISCONNECT;
+
 namespace {
 
 constexpr ULONG BLOCK_TIME_MS = 2;

@@ -7,6 +7,9 @@
 
 namespace kqlib {
 
+// What users of the DLL link to when they need its address.
+constexpr ULONG NetTCPSessionControllableSSL::INVALID_REQID;
+
 namespace {
 
 constexpr std::uint32_t IDLE_PAUSE_MS = 2;

@@ -4,8 +4,8 @@
 #include "common/FileAccessBuf.h"
 #include "common/TimePos.h"
 #include "common/TimedEvent.h"
-#include "net/ssl/NetSSLCertCreate.h"
 #include "net/sockets/OpenSSLHandles.h"
+#include "net/ssl/NetSSLCertCreate.h"
 #include "platform/Clock.h"
 #include "platform/MachineState.h"
 #include "platform/Threads.h"
@@ -16,6 +16,9 @@
 #include <openssl/rand.h>
 
 namespace kqlib {
+
+// What users of the DLL link to when they need its address.
+constexpr ULONG NetSSLCertControl::SEED_BLOCK_SIZE;
 
 namespace {
 

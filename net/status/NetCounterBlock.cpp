@@ -6,6 +6,9 @@
 
 namespace kqlib {
 
+// What users of the DLL link to when they need its address.
+constexpr ULONG NetCounterBlock::SIZE;
+
 ULONG8 NetCounterBlock::sGet(const unsigned char* block, COUNTER counter)
 {
     const unsigned char* field = block + sGetOffset(counter);

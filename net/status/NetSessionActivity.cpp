@@ -2,6 +2,9 @@
 
 namespace kqlib {
 
+// What users of the DLL link to when they need its address.
+constexpr ULONG NetSessionActivity::BLOCK_SIZE;
+
 NetSessionActivity::NetSessionActivity()
     : DataLogEntryTime(BLOCK_SIZE)
 {

@@ -4,6 +4,9 @@
 
 namespace kqlib {
 
+// What users of the DLL link to when they need its address.
+constexpr ULONG NetSessionLiveStatus::ACTION_RESET;
+
 namespace {
 
 constexpr const char* KEY_ACTION = "action";

@@ -7,6 +7,10 @@
 
 namespace kqlib {
 
+// What users of the DLL link to when they need its address.
+constexpr ULONG NetSessionStatus::BLOCK_SIZE;
+constexpr ULONG NetSessionStatus::USER_SIZE;
+
 namespace {
 
 // Offsets in the block, in bytes. Fields stand unaligned: bytes are copied, never pointed into.

@@ -10,6 +10,9 @@
 
 namespace kqlib {
 
+// What users of the DLL link to when they need its address.
+constexpr ULONG NetAppUpdate::RECVBUF::SIZE;
+
 namespace {
 
 constexpr ULONG SOCKET_BLOCK_TIME_MS = 500;
@@ -205,7 +208,8 @@ void NetAppUpdate::xCheck(NetTCP& socket, RECVBUF& buffer)
 {
     VERSIONFILE file{};
     if (!xConnectAndRequestFile(socket, buffer, true, m_checkHost, m_checkPort, m_checkPath) ||
-        !xReceiveVersionFile(socket, buffer, file)) {
+        !xReceiveVersionFile(socket, buffer, file))
+    {
         xSetState(ST_FAILED);
         return;
     }
