@@ -70,6 +70,8 @@ unsigned long long ToNumber(std::string_view text, unsigned long long limit)
 
 } // namespace
 
+const String::size_type String::npos;
+
 String::String(const char* text)
     : m_text(text != nullptr ? text : "")
 {

@@ -21,7 +21,8 @@ class KQCOMMON_API String
 {
 public:
     using size_type = std::string::size_type;
-    static constexpr size_type npos = std::string::npos;
+    /// "Not found" and "to the end". Defined once in the library, not inline: a reference to it must find it there.
+    static const size_type npos = std::string::npos;
 
     String() = default;
     /// text: zero-terminated, null reads as empty.
