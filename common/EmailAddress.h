@@ -12,7 +12,10 @@ class KQCOMMON_API EmailAddress
 {
 public:
     EmailAddress() = default;
-    explicit EmailAddress(const String& address) : m_address(address) {}
+    explicit EmailAddress(const String& address)
+        : m_address(address)
+    {
+    }
 
     const String& GetAddress() const { return m_address; }
     /// One "@"; a local part that is not empty and holds no blank, control byte or any of * ? < > , ; and a domain of

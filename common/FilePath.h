@@ -12,8 +12,14 @@ class KQCOMMON_API FilePath
 {
 public:
     FilePath() = default;
-    FilePath(const String& text) : m_text(text) {}
-    FilePath(const char* text) : m_text(text) {}
+    FilePath(const String& text)
+        : m_text(text)
+    {
+    }
+    FilePath(const char* text)
+        : m_text(text)
+    {
+    }
 
     const String& GetText() const { return m_text; }
     const char* c_str() const { return m_text.c_str(); }

@@ -110,7 +110,10 @@ public:
     friend bool operator==(const String& left, const char* right) { return left.m_text == (right ? right : ""); }
     friend auto operator<=>(const String& left, const String& right) noexcept { return left.m_text <=> right.m_text; }
     friend String operator+(const String& left, const String& right) { return String(left.m_text + right.m_text); }
-    friend String operator+(const String& left, const char* right) { return String(left.m_text + (right ? right : "")); }
+    friend String operator+(const String& left, const char* right)
+    {
+        return String(left.m_text + (right ? right : ""));
+    }
     friend String operator+(const char* left, const String& right) { return String((left ? left : "") + right.m_text); }
     friend String operator+(const String& left, char right) { return String(left.m_text + right); }
 

@@ -26,7 +26,11 @@ private:
 class ThreadGatewayGuard
 {
 public:
-    explicit ThreadGatewayGuard(const ThreadGateway& gateway) : m_gateway(gateway) { m_gateway.Lock(); }
+    explicit ThreadGatewayGuard(const ThreadGateway& gateway)
+        : m_gateway(gateway)
+    {
+        m_gateway.Lock();
+    }
     ~ThreadGatewayGuard() { m_gateway.Unlock(); }
     ThreadGatewayGuard(const ThreadGatewayGuard&) = delete;
     ThreadGatewayGuard& operator=(const ThreadGatewayGuard&) = delete;

@@ -19,7 +19,10 @@ protected:
     class Guard
     {
     public:
-        explicit Guard(const ThreadSafe& object) : m_guard(object.m_gateway) {}
+        explicit Guard(const ThreadSafe& object)
+            : m_guard(object.m_gateway)
+        {
+        }
 
     private:
         ThreadGatewayGuard m_guard;

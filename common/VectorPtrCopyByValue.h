@@ -12,7 +12,11 @@ template <class T> class VectorPtrCopyByValue : public VectorPtr<T>
 {
 public:
     VectorPtrCopyByValue() = default;
-    VectorPtrCopyByValue(const VectorPtrCopyByValue& other) : VectorPtr<T>() { xCopy(other); }
+    VectorPtrCopyByValue(const VectorPtrCopyByValue& other)
+        : VectorPtr<T>()
+    {
+        xCopy(other);
+    }
     VectorPtrCopyByValue(VectorPtrCopyByValue&&) noexcept = default;
     VectorPtrCopyByValue& operator=(const VectorPtrCopyByValue& other)
     {
