@@ -24,6 +24,7 @@ constexpr unsigned long PURGE_SECONDS = 3600;
 
 constexpr std::uint32_t IDLE_MS = 2;         // between looks at the hand-over and at the incoming limit
 constexpr std::uint32_t ACCEPT_BLOCK_MS = 2; // one wait for a connection
+constexpr ULONG ACCEPTED_AT_ONCE = 64;       // connections accepted before sessions are made of them
 constexpr std::uint32_t NO_LISTENER_MS = 50; // while no port is open
 
 /// Calls action with each session, incoming ones first.
@@ -43,6 +44,7 @@ struct NetTCPService::THREADSTATE
     ULONG nextListener = 0;
     ULONG incoming = 0; // sessions in this pass
     ULONG outgoing = 0;
+    ULONG room = 0; // incoming sessions that may come in this pass
     NetSessionActivity activity;
     TimePos now;
     ULONG timeUnit = 0;
@@ -299,7 +301,7 @@ void NetTCPService::xThread()
     THREADSTATE state;
     while (!xShouldThreadEnd()) {
         if (xPreparePass(state))
-            xServeConnection(xAcceptConnection(state.listeners, state.nextListener), state);
+            xServeWaitingConnections(state);
         else
             platform::SleepMs(IDLE_MS);
         xRecordActivity(state);
@@ -327,10 +329,30 @@ bool NetTCPService::xPreparePass(THREADSTATE& state)
     xRemoveDone();
     state.incoming = m_incoming.GetCount();
     state.outgoing = m_outgoing.GetCount();
-    return state.holding && state.incoming < m_maxIncoming;
+    state.room = m_maxIncoming > state.incoming ? m_maxIncoming - state.incoming : 0;
+    return state.holding && state.room > 0;
 }
 
-NetTCP* NetTCPService::xAcceptConnection(LISTENERS& listeners, ULONG& index)
+/// Accepts what is waiting, then makes the sessions. The backlog of a port is short, and a system may forget a
+/// connection that finds it full although the client takes it for made; so it is emptied before anything that takes
+/// longer is done.
+void NetTCPService::xServeWaitingConnections(THREADSTATE& state)
+{
+    const ULONG most = std::min(state.room, ACCEPTED_AT_ONCE);
+    std::vector<std::unique_ptr<NetTCP>> accepted;
+    while (accepted.size() < most) {
+        const ULONG blockMs = accepted.empty() ? ACCEPT_BLOCK_MS : 0;
+        NetTCP* const connection = xAcceptConnection(state.listeners, state.nextListener, blockMs);
+        if (connection == nullptr)
+            break;
+        accepted.emplace_back(connection);
+    }
+    for (std::unique_ptr<NetTCP>& connection : accepted)
+        xServeConnection(connection.release(), state);
+}
+
+/// blockMs: how long the first listener examined may wait.
+NetTCP* NetTCPService::xAcceptConnection(LISTENERS& listeners, ULONG& index, ULONG blockMs)
 {
     bool anyListens = false;
     for (ULONG examined = 0; examined < listeners.GetCount(); ++examined) {
@@ -340,7 +362,7 @@ NetTCP* NetTCPService::xAcceptConnection(LISTENERS& listeners, ULONG& index)
         ++index; // also past one that has a connection, so that the ports are served in turn
         if (!listener.IsListening())
             continue;
-        listener.SetBlockTime(anyListens ? 0 : ACCEPT_BLOCK_MS);
+        listener.SetBlockTime(anyListens ? 0 : blockMs);
         anyListens = true;
         if (NetTCP* connection = listener.Accept())
             return connection;
@@ -352,8 +374,6 @@ NetTCP* NetTCPService::xAcceptConnection(LISTENERS& listeners, ULONG& index)
 
 void NetTCPService::xServeConnection(NetTCP* connection, THREADSTATE& state)
 {
-    if (connection == nullptr)
-        return;
     const ThreadGatewayGuard guard(m_lock);
     NetTCPSession* session = xCreateSession(connection, xGenSessionIDPreLocked());
     if (session == nullptr) {

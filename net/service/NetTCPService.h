@@ -166,9 +166,10 @@ private:
 
     // Listener thread only.
     bool xPreparePass(THREADSTATE& state);
+    void xServeWaitingConnections(THREADSTATE& state);
     void xServeConnection(NetTCP* connection, THREADSTATE& state);
     void xRecordActivity(THREADSTATE& state);
-    NetTCP* xAcceptConnection(LISTENERS& listeners, ULONG& index);
+    NetTCP* xAcceptConnection(LISTENERS& listeners, ULONG& index, ULONG blockMs);
 
     void xResolveBinds(const NetPortBinds& binds, std::vector<WANTED>& wanted, NetPortBinds& failed);
     void xCloseUnwantedPreLocked(const std::vector<WANTED>& wanted);

@@ -2,6 +2,7 @@
 #include "hosts/ftp/FtpPassword.h"
 #include "hosts/ftp/FtpServer.h"
 #include "hosts/ftp/app/Demonstration.h"
+#include "platform/Memory.h"
 #include "platform/Signals.h"
 
 #include <CLI/CLI.hpp>
@@ -150,6 +151,7 @@ int Serve(const OPTIONS& options, FtpSettings& settings)
 int main(int argc, char** argv)
 {
     platform::HoldProcessRequests();
+    platform::GiveBackLargeBlocks(); // each password check takes 16 MiB for a moment
     CLI::App app("kqftpd: a file-transfer (FTP) server");
     OPTIONS options;
     AddOptions(app, options);
