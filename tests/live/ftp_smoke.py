@@ -1,0 +1,240 @@
+#!/usr/bin/env python3
+"""Real clients against kqftpd: curl and lftp upload, list, resume, rename, append and download trees with files from
+0 bytes to 1 GiB in passive, extended passive and active mode, four clients at once. Every file is compared by its
+SHA-256. Prints one line per step and ends with 1 at the first difference.
+
+usage: ftp_smoke.py BUILD_DIR [--small]     (--small: largest file 8 MiB)
+"""
+
+import concurrent.futures
+import hashlib
+import os
+import random
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+from kqftpd import Kqftpd, USER, PASSWORD, total
+
+SIZES = [0, 1, 2, 1023, 1024, 65535, 65536, 1000003, 8 << 20]
+LARGEST = 1 << 30
+
+
+def digest(path):
+    value = hashlib.sha256()
+    with open(path, "rb") as file:
+        while piece := file.read(1 << 20):
+            value.update(piece)
+    return value.hexdigest()
+
+
+def make_file(path, size, seed):
+    """A file of that size whose every MiB differs."""
+    generator = random.Random(seed)
+    block = generator.randbytes(1 << 20)
+    with open(path, "wb") as file:
+        for number in range(size >> 20):
+            file.write(number.to_bytes(8, "little") + block[8:])
+        file.write(block[:size & ((1 << 20) - 1)])
+
+
+def make_tree(folder, largest):
+    os.makedirs(os.path.join(folder, "sub", "deep er"))
+    for number, size in enumerate(SIZES):
+        make_file(os.path.join(folder, "file-%d" % size), size, number)
+    make_file(os.path.join(folder, "sub", "with blanks and (signs) #1"), 4097, 100)
+    make_file(os.path.join(folder, "sub", "deep er", "\u00fcml\u00e4ut"), 12345, 101)
+    make_file(os.path.join(folder, "large"), largest, 102)
+
+
+def files_of(folder):
+    return sorted(os.path.relpath(os.path.join(path, name), folder)
+                  for path, _, names in os.walk(folder) for name in names)
+
+
+def compare(expected, actual, who):
+    names = files_of(expected)
+    if names != files_of(actual):
+        raise AssertionError("%s: trees differ: %s" % (who, set(names) ^ set(files_of(actual))))
+    for name in names:
+        if digest(os.path.join(expected, name)) != digest(os.path.join(actual, name)):
+            raise AssertionError("%s: %s differs" % (who, name))
+
+
+def run(who, command, **options):
+    result = subprocess.run(command, capture_output=True, text=True, timeout=900, **options)
+    if result.returncode != 0:
+        raise AssertionError("%s: %s\nended with %d\n%s\n%s" % (who, command, result.returncode, result.stdout[-3000:],
+                                                               result.stderr[-3000:]))
+    return result.stdout
+
+
+class Curl:
+    """curl in one of its ways to make data connections."""
+
+    MODES = {"epsv": [], "pasv": ["--disable-epsv"], "eprt": ["--ftp-port", "-"],
+             "port": ["--ftp-port", "-", "--disable-eprt"]}
+
+    def __init__(self, server, mode):
+        self.who = "curl " + mode
+        self.base = ["curl", "--silent", "--show-error", "--fail", "--user", USER + ":" + PASSWORD,
+                     "--ftp-create-dirs"] + self.MODES[mode]
+        self.url = "ftp://127.0.0.1:%d" % server.port
+
+    def call(self, *arguments):
+        return run(self.who, self.base + list(arguments))
+
+    def url_of(self, path):
+        quoted = "".join(byte if byte.isalnum() or byte in "/-_." else "".join("%%%02X" % code for code in byte.encode())
+                         for byte in path)
+        return self.url + "/" + quoted
+
+    def upload(self, tree, remote):
+        for name in files_of(tree):
+            self.call("--upload-file", os.path.join(tree, name), self.url_of(remote + "/" + name))
+
+    def download(self, remote, names, target):
+        for name in names:
+            path = os.path.join(target, name)
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            self.call("--output", path, self.url_of(remote + "/" + name))
+
+    def get(self, remote, local):
+        self.call("--output", local, self.url_of(remote))
+
+    def list(self, remote):
+        return self.call("--list-only", self.url_of(remote) + "/").split("\n")
+
+    def resume_upload(self, local, remote):
+        """Sends the first half, then lets curl find out how much the server has."""
+        half = local + ".half"
+        size = os.path.getsize(local)
+        with open(local, "rb") as source, open(half, "wb") as target:
+            target.write(source.read(size // 2))
+        self.call("--upload-file", half, self.url_of(remote))
+        os.remove(half)
+        self.call("--continue-at", "-", "--upload-file", local, self.url_of(remote))
+
+    def resume_download(self, remote, local, original):
+        with open(original, "rb") as source, open(local, "wb") as target:
+            target.write(source.read(os.path.getsize(original) // 3))
+        self.call("--continue-at", "-", "--output", local, self.url_of(remote))
+
+    def append(self, local, remote):
+        self.call("--append", "--upload-file", local, self.url_of(remote))
+
+    def rename(self, old, new):
+        self.call("--quote", "RNFR /" + old, "--quote", "RNTO /" + new, self.url + "/", "--output", os.devnull)
+
+
+class Lftp:
+    """lftp in one of its ways to make data connections."""
+
+    MODES = {"epsv": "set ftp:passive-mode on; set ftp:prefer-epsv on",
+             "pasv": "set ftp:passive-mode on; set ftp:prefer-epsv off",
+             "port": "set ftp:passive-mode off"}
+
+    def __init__(self, server, mode):
+        self.who = "lftp " + mode
+        self.setup = ("set cmd:fail-exit on; set net:max-retries 1; set ftp:ssl-allow off; %s; open -u %s,'%s' "
+                      "ftp://127.0.0.1:%d; " % (self.MODES[mode], USER, PASSWORD, server.port))
+
+    def call(self, script):
+        return run(self.who, ["lftp", "-c", self.setup + script])
+
+    def upload(self, tree, remote):
+        self.call("mirror --reverse '%s' '%s'" % (tree, remote))
+
+    def download(self, remote, names, target):
+        self.call("mirror '%s' '%s'" % (remote, target))
+
+    def list(self, remote):
+        return self.call("cls -1 '%s/'" % remote).replace(remote + "/", "").split("\n")
+
+    def resume_upload(self, local, remote):
+        half = local + ".half"
+        with open(local, "rb") as source, open(half, "wb") as target:
+            target.write(source.read(os.path.getsize(local) // 2))
+        self.call("put '%s' -o '%s'; put -c '%s' -o '%s'" % (half, remote, local, remote))
+        os.remove(half)
+
+    def resume_download(self, remote, local, original):
+        with open(original, "rb") as source, open(local, "wb") as target:
+            target.write(source.read(os.path.getsize(original) // 3))
+        self.call("get -c '%s' -o '%s'" % (remote, local))
+
+    def get(self, remote, local):
+        self.call("get '%s' -o '%s'" % (remote, local))
+
+    def rename(self, old, new):
+        self.call("mv '%s' '%s'" % (old, new))
+
+
+def exercise(client, tree, work):
+    """Everything one client does, in a remote folder of its own."""
+    started = time.monotonic()
+    remote = client.who.replace(" ", "-")
+    mine = os.path.join(work, remote)
+    os.makedirs(mine)
+    names = files_of(tree)
+
+    client.upload(tree, remote)
+    listed = [name.rstrip("/") for name in client.list(remote) if name]
+    if sorted(listed) != sorted(os.listdir(tree)):
+        raise AssertionError("%s: listed %s" % (client.who, listed))
+    back = os.path.join(mine, "back")
+    client.download(remote, names, back)
+    compare(tree, back, client.who)
+
+    original = os.path.join(tree, "file-1000003")
+    copy = os.path.join(mine, "copy")
+    shutil.copy(original, copy)
+    client.resume_upload(copy, remote + "/resumed")
+    client.resume_download(remote + "/resumed", os.path.join(mine, "resumed"), original)
+    if digest(original) != digest(os.path.join(mine, "resumed")):
+        raise AssertionError(client.who + ": the resumed file differs")
+
+    client.rename(remote + "/resumed", remote + "/renamed")
+    if isinstance(client, Curl):
+        client.append(original, remote + "/renamed")
+        with open(original, "rb") as file:
+            expected = hashlib.sha256(file.read() * 2).hexdigest()
+    else:
+        expected = digest(original)
+    client.get(remote + "/renamed", os.path.join(mine, "second"))
+    if digest(os.path.join(mine, "second")) != expected:
+        raise AssertionError(client.who + ": the appended file differs")
+    shutil.rmtree(mine)
+    print("%-10s  ok, %d files, %.1f s" % (client.who, len(names), time.monotonic() - started), flush=True)
+
+
+def main():
+    build = sys.argv[1]
+    largest = 8 << 20 if "--small" in sys.argv else LARGEST
+    folder = tempfile.mkdtemp(prefix="kqftpd-smoke-")
+    server = Kqftpd(build, os.path.join(folder, "server"))
+    try:
+        tree = os.path.join(folder, "tree")
+        make_tree(tree, largest)
+        server.start()
+        clients = [Curl(server, mode) for mode in Curl.MODES] + [Lftp(server, mode) for mode in Lftp.MODES]
+        with concurrent.futures.ThreadPoolExecutor(4) as four:
+            for done in [four.submit(exercise, client, tree, folder) for client in clients]:
+                done.result()
+        took = server.stop()
+        failures = [line for line in server.event_lines() if line[5].endswith("Fail")]
+        if failures:
+            raise AssertionError("the event log holds failures: %s" % failures[:3])
+        sums = total(server.sessions())
+        print("stopped in %.2f s; %d sessions, %d bytes in, %d bytes out" %
+              (took, len(server.sessions()), sums["DataInBytes"], sums["DataOutBytes"]))
+        print("smoke: ok")
+    finally:
+        server.end()
+        shutil.rmtree(folder, ignore_errors=True)
+
+
+if __name__ == "__main__":
+    main()

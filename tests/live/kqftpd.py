@@ -1,0 +1,144 @@
+"""Starts and stops kqftpd for tests with real clients, and reads what it logged."""
+
+import json
+import os
+import signal
+import sqlite3
+import struct
+import subprocess
+import time
+
+# Offsets in the stored records: the base's own bytes first, then the counters.
+RECORD_OWN = 16
+RECORD_COUNTERS = RECORD_OWN + 56
+TIME_OWN = 4
+COUNTERS = [  # name, offset in the counter block, size
+    ("CurrentConnectionsIn", 0, 4), ("CurrentConnectionsOut", 4, 4), ("ConnectionsIn", 8, 4),
+    ("ConnectionsOutSuccesses", 12, 4), ("ConnectionsOutFails", 16, 4), ("DataInBytes", 20, 8),
+    ("DataOutBytes", 28, 8), ("CommandsIn", 36, 8), ("CommandsOut", 44, 8), ("SSLSuccesses", 52, 4),
+    ("SSLFails", 56, 4), ("LoginSuccesses", 60, 4), ("LoginFails", 64, 4), ("DirsCreated", 68, 4),
+    ("DirsDeleted", 72, 4), ("DirsMoved", 76, 4), ("DirsRead", 80, 4), ("FilesCreated", 84, 4),
+    ("FilesAppended", 88, 4), ("FilesDeleted", 92, 4), ("FilesMoved", 96, 4), ("FilesRead", 100, 4),
+]
+
+USER = "anna"
+PASSWORD = "a good password"
+ADMIN = "root"
+
+
+def wait_for(condition, seconds, what, describe=lambda: ""):
+    """Waits until condition() is true; fails with a message when that takes too long."""
+    deadline = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > deadline:
+            raise AssertionError("waited %g s for %s %s" % (seconds, what, describe()))
+        time.sleep(0.02)
+
+
+class Kqftpd:
+    """One server process over a folder of its own: homes below home/, logs in logs/."""
+
+    def __init__(self, build, folder, **settings):
+        self.program = os.path.join(build, "bin", "kqftpd")
+        self.folder = folder
+        self.home = os.path.join(folder, "home")
+        self.logs = os.path.join(folder, "logs")
+        os.makedirs(self.home, exist_ok=True)
+        os.makedirs(self.logs, exist_ok=True)
+        self.settings_file = os.path.join(folder, "settings.json")
+        stored = subprocess.run([self.program, "--hash-password"], input=PASSWORD + "\n", text=True,
+                                capture_output=True, check=True).stdout.strip()
+        users = [{"name": USER, "password": stored, "home": self.home, "rights": "read,write,delete"},
+                 {"name": ADMIN, "password": stored, "home": self.home, "rights": "read,write,delete,admin"}]
+        self.settings = {"listen": "127.0.0.1:0", "max_sessions": 1000, "log_folder": self.logs, "users": users}
+        self.settings.update(settings)
+        self.process = None
+        self.port = 0
+
+    def start(self):
+        with open(self.settings_file, "w") as file:
+            json.dump(self.settings, file)
+        self.process = subprocess.Popen([self.program, "--settings", self.settings_file], stdout=subprocess.PIPE,
+                                        text=True)
+        line = self.process.stdout.readline()
+        if not line.startswith("listening on "):
+            raise AssertionError("kqftpd said: " + line)
+        self.port = int(line.strip().rsplit(":", 1)[1])
+        return self
+
+    def stop(self, within=2.0):
+        """SIGTERM; returns how long the server took, and fails when that is too long or it did not end well."""
+        start = time.monotonic()
+        self.process.send_signal(signal.SIGTERM)
+        code = self.process.wait(timeout=60)
+        took = time.monotonic() - start
+        self.process.stdout.close()
+        if code != 0 or took > within:
+            raise AssertionError("kqftpd ended with %d after %.2f s (wanted 0 within %g s)" % (code, took, within))
+        return took
+
+    def kill(self):
+        self.process.kill()
+        self.process.wait()
+        self.process.stdout.close()
+
+    def end(self):
+        """Whatever went before: no process is left."""
+        if self.process is not None and self.process.poll() is None:
+            self.kill()
+
+    def descriptors(self):
+        return len(os.listdir("/proc/%d/fd" % self.process.pid))
+
+    def describe_descriptors(self):
+        folder = "/proc/%d/fd" % self.process.pid
+        return sorted(os.readlink(os.path.join(folder, name)) for name in os.listdir(folder))
+
+    def threads(self):
+        return len(os.listdir("/proc/%d/task" % self.process.pid))
+
+    def resident_kib(self):
+        with open("/proc/%d/status" % self.process.pid) as status:
+            for line in status:
+                if line.startswith("VmRSS:"):
+                    return int(line.split()[1])
+        return 0
+
+    # --- what it logged
+
+    def event_lines(self):
+        """The lines of the event log, split at TAB: time, kind, session, remote, local, event, detail, comment."""
+        lines = []
+        for name in sorted(os.listdir(self.logs)):
+            if name.endswith(".db") or "-wal" in name or "-shm" in name:
+                continue
+            with open(os.path.join(self.logs, name), encoding="latin-1") as log:
+                lines += [line.rstrip("\n").split("\t") for line in log]
+        return lines
+
+    def _rows(self, table):
+        rows = []
+        for name in os.listdir(self.logs):
+            if not name.endswith(".db"):
+                continue
+            database = sqlite3.connect(os.path.join(self.logs, name))
+            rows += [row[0] for row in database.execute("SELECT data FROM %s" % table)]
+            database.close()
+        return rows
+
+    def sessions(self):
+        """One dictionary of counters per record of the session log."""
+        return [read_counters(row, RECORD_COUNTERS) for row in self._rows("records")]
+
+    def activity(self):
+        return [read_counters(row, TIME_OWN) for row in self._rows("units")]
+
+
+def read_counters(row, start):
+    return {name: struct.unpack_from("<I" if size == 4 else "<Q", row, start + offset)[0]
+            for name, offset, size in COUNTERS}
+
+
+def total(records):
+    """The sums of all counters that only grow."""
+    return {name: sum(record[name] for record in records) for name, _, _ in COUNTERS[2:]}
