@@ -22,9 +22,16 @@ std::uint64_t ToMilliSecs(std::uint32_t seconds)
 
 } // namespace
 
+static_assert(NetAntiHammer::MAX_ENTRIES <= NetAntiHammerTable::MAX_CAPACITY);
+
 NetAntiHammer::NetAntiHammer(NetDNSCache& cache)
+    : NetAntiHammer(cache, MAX_ENTRIES)
+{
+}
+
+NetAntiHammer::NetAntiHammer(NetDNSCache& cache, ULONG maxEntries)
     : m_cache(cache)
-    , m_table(std::make_unique<NetAntiHammerTable>())
+    , m_table(std::make_unique<NetAntiHammerTable>(static_cast<std::uint32_t>(maxEntries)))
     , m_maxAttempts(DEFAULT_MAX_ATTEMPTS)
     , m_attemptWindow(DEFAULT_ATTEMPT_WINDOW_SECS)
     , m_blockTime(DEFAULT_BLOCK_SECS)
@@ -45,8 +52,8 @@ void NetAntiHammer::SetData(ULONG maxAttempts, ULONG attemptWindowSeconds, ULONG
                             const NetIPControl& exemptions)
 {
     const Guard guard(*this);
-    // What had run out by the last call is gone for good, whatever the new numbers are.
-    m_table->DropExpired(ToMilliSecs(m_attemptWindow), ToMilliSecs(m_blockTime));
+    // What had run out by the last check is gone for good, whatever the new numbers are.
+    m_table->DropExpired();
     m_maxAttempts = static_cast<std::uint32_t>(maxAttempts);
     m_attemptWindow = static_cast<std::uint32_t>(attemptWindowSeconds);
     m_blockTime = static_cast<std::uint32_t>(blockSeconds);
@@ -69,7 +76,7 @@ bool NetAntiHammer::AddFailedAttempt(NetIP peer, NetIP)
         m_table->Renew(*slot, block ? LIST::BLOCKED : LIST::FAILED, block ? 0 : static_cast<std::uint32_t>(failures));
         return block;
     }
-    if (m_table->GetCount() >= MAX_ENTRIES)
+    if (m_table->IsFull())
         return false;
     const bool block = m_maxAttempts == 1;
     m_table->Add(peer, block ? LIST::BLOCKED : LIST::FAILED, block ? 0 : 1);

@@ -44,8 +44,8 @@ public:
     /// Five attempts, a window of 300 s, blocks of 1800 s, no exemptions.
     explicit NetAntiHammer(NetDNSCache& cache);
     /// As above but for the exemptions: the three numbers are ignored, kept on purpose; SetData sets them.
-    NetAntiHammer(NetDNSCache& cache, ULONG ignoredAttempts, ULONG ignoredWindow, ULONG ignoredBlock, bool useExemptions,
-                  const NetIPControl& exemptions);
+    NetAntiHammer(NetDNSCache& cache, ULONG ignoredAttempts, ULONG ignoredWindow, ULONG ignoredBlock,
+                  bool useExemptions, const NetIPControl& exemptions);
     ~NetAntiHammer();
     NetAntiHammer(const NetAntiHammer&) = delete;
     NetAntiHammer& operator=(const NetAntiHammer&) = delete;
@@ -64,6 +64,10 @@ public:
 
     /// Copies of what is held now, the oldest time first, for people to look at. Does not expire anything.
     void GetEntries(Vector<ENTRY>& failed, Vector<ENTRY>& blocked) const;
+
+protected:
+    /// As the first, but at most maxEntries addresses (up to MAX_ENTRIES) are held, for who has less memory to spare.
+    NetAntiHammer(NetDNSCache& cache, ULONG maxEntries);
 
 private:
     void xRemoveExpired(std::uint32_t& now);

@@ -1,8 +1,6 @@
 #include "net/ipcontrol/NetAntiHammerTable.h"
 
-#include "net/ipcontrol/NetAntiHammer.h"
-
-#include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <random>
 
@@ -10,9 +8,15 @@ namespace kqlib {
 
 namespace {
 
-/// Run-out entries removed per call: more than the one that a call can add, few enough not to be felt.
-constexpr int REMOVALS_PER_CALL = 16;
-constexpr std::uint32_t FIRST_BUCKETS = 16;
+/// Run-out entries removed per call and list: more than the one that a call can add, few enough not to be felt.
+constexpr int REMOVALS_PER_CALL = 2;
+/// Entries per bucket, on average, above which another bucket is made. Buckets that wait for their split hold up to
+/// twice as many: cells for nearly all of them.
+constexpr std::uint32_t ENTRIES_PER_BUCKET = 4;
+
+constexpr unsigned INDEX_BITS = 21;
+constexpr std::uint32_t INDEX_MASK = (1U << INDEX_BITS) - 1;
+constexpr std::uint32_t KEPT_SLOTS = 1024; ///< memory that an empty table does not give back
 
 /// The finishing steps of a 64-bit mixing function: every input bit reaches every output bit.
 std::uint64_t Mix(std::uint64_t value)
@@ -22,10 +26,18 @@ std::uint64_t Mix(std::uint64_t value)
     return value ^ (value >> 31);
 }
 
+/// The part of a hash that a cell holds: the bits that choose the bucket are not among them.
+std::uint32_t TagOf(std::uint64_t hash)
+{
+    return static_cast<std::uint32_t>(hash >> (32 + INDEX_BITS)) << INDEX_BITS;
+}
+
 } // namespace
 
-NetAntiHammerTable::NetAntiHammerTable()
+NetAntiHammerTable::NetAntiHammerTable(std::uint32_t capacity)
+    : m_capacity(capacity)
 {
+    assert(capacity <= MAX_CAPACITY);
     std::random_device device;
     m_hashSeed = (std::uint64_t{device()} << 32) | device();
     Clear();
@@ -33,71 +45,65 @@ NetAntiHammerTable::NetAntiHammerTable()
 
 void NetAntiHammerTable::Clear()
 {
-    m_chunks.clear();
-    m_buckets.assign(FIRST_BUCKETS, NONE);
-    m_buckets.shrink_to_fit();
-    m_lowMask = FIRST_BUCKETS - 1;
+    m_slots.Clear();
+    m_buckets.Clear();
+    m_buckets.Add();
+    m_lowMask = 0;
     for (QUEUE& queue : m_queues)
         queue.oldest = queue.newest = NONE;
     m_free = NONE;
-    m_used = 0;
     m_count = 0;
 }
 
 void NetAntiHammerTable::Advance(std::uint32_t now, std::uint64_t failedLife, std::uint64_t blockedLife)
 {
+    // 1. Entries whose age begins anew on the way from the last call to this one.
+    for (QUEUE& queue : m_queues)
+        xPassWrap(queue, std::uint32_t(now - m_now));
+    // 2. The new time and life times.
+    m_now = now;
     xQueue(LIST::FAILED).life = failedLife;
     xQueue(LIST::BLOCKED).life = blockedLife;
-    if (xWouldAnAgeWrap(now))
-        xAdvanceOverWrap(now);
-    m_now = now;
+    // 3. A few of those that have run out.
     for (QUEUE& queue : m_queues)
         for (int removal = 0; removal < REMOVALS_PER_CALL && xEraseOldestIfExpired(queue); ++removal) {
         }
-    if (m_count == 0 && m_used > CHUNK_SIZE)
+    if (m_count == 0 && m_slots.GetCount() > KEPT_SLOTS)
         Clear();
 }
 
-void NetAntiHammerTable::DropExpired(std::uint64_t failedLife, std::uint64_t blockedLife)
+void NetAntiHammerTable::DropExpired()
 {
-    xQueue(LIST::FAILED).life = failedLife;
-    xQueue(LIST::BLOCKED).life = blockedLife;
     for (QUEUE& queue : m_queues)
         while (xEraseOldestIfExpired(queue)) {
         }
 }
 
-// Ages are 32-bit differences: an entry that was not asked about for 49.7 days becomes young again, and the order of
-// the lists no longer is the order of ages.
-bool NetAntiHammerTable::xWouldAnAgeWrap(std::uint32_t now) const
+/// Ages are 32-bit differences: an entry that nobody asked about for 49.7 days becomes young again. Such entries are
+/// the oldest of their list, and are the youngest afterwards in the order that they had; so they go to its end.
+void NetAntiHammerTable::xPassWrap(QUEUE& queue, std::uint64_t passed)
 {
-    const std::uint64_t passed = std::uint32_t(now - m_now);
-    return std::any_of(m_queues.begin(), m_queues.end(), [&](const QUEUE& queue) {
-        return queue.oldest != NONE && xAge(xSlot(queue.oldest)) + passed > 0xFFFFFFFFULL;
-    });
-}
-
-void NetAntiHammerTable::xAdvanceOverWrap(std::uint32_t now)
-{
-    for (QUEUE& queue : m_queues) {
-        // What had run out at the last call is gone, before it can look young again.
-        while (xEraseOldestIfExpired(queue)) {
-        }
-        std::vector<std::uint32_t> left;
-        for (std::uint32_t index = queue.oldest; index != NONE; index = xSlot(index).newer)
-            left.push_back(index);
-        std::stable_sort(left.begin(), left.end(), [&](std::uint32_t first, std::uint32_t second) {
-            return std::uint32_t(now - xSlot(first).time) > std::uint32_t(now - xSlot(second).time);
-        });
-        queue.oldest = queue.newest = NONE;
-        for (const std::uint32_t index : left)
-            xAppendToQueue(index);
+    const auto wraps = [&](std::uint32_t index) {
+        return std::uint32_t(m_now - m_slots[index].time) + passed > 0xFFFFFFFFULL;
+    };
+    if (queue.oldest == NONE || !wraps(queue.oldest))
+        return;
+    // What had run out at the last call is gone, before it can look young again.
+    while (xEraseOldestIfExpired(queue)) {
+    }
+    const std::uint32_t lastToLookAt = queue.newest;
+    while (queue.oldest != NONE && wraps(queue.oldest)) {
+        const std::uint32_t index = queue.oldest;
+        xTakeFromQueue(index);
+        xAppendToQueue(index);
+        if (index == lastToLookAt)
+            break;
     }
 }
 
 bool NetAntiHammerTable::xEraseOldestIfExpired(QUEUE& queue)
 {
-    if (queue.oldest == NONE || !xIsExpired(xSlot(queue.oldest)))
+    if (queue.oldest == NONE || !xIsExpired(m_slots[queue.oldest]))
         return false;
     xErase(queue.oldest);
     return true;
@@ -108,8 +114,8 @@ NetAntiHammerTable::SLOT* NetAntiHammerTable::Find(const NetIP& ip)
     const std::uint32_t index = xIndexOf(ip);
     if (index == NONE)
         return nullptr;
-    if (!xIsExpired(xSlot(index)))
-        return &xSlot(index);
+    if (!xIsExpired(m_slots[index]))
+        return &m_slots[index];
     xErase(index);
     return nullptr;
 }
@@ -118,11 +124,10 @@ void NetAntiHammerTable::Add(const NetIP& ip, LIST list, std::uint32_t count)
 {
     xSplitBucket();
     const std::uint32_t index = xTakeFreeSlot();
-    std::uint32_t& bucket = m_buckets[xBucketOf(ip)];
-    xSlot(index) = SLOT{ip, m_now, count, NONE, NONE, bucket, list};
-    bucket = index;
-    ++m_count;
+    m_slots[index] = SLOT{ip, m_now, count, list, NONE, NONE, NONE};
+    xPutIntoBucket(index);
     xAppendToQueue(index);
+    ++m_count;
 }
 
 void NetAntiHammerTable::Renew(SLOT& slot, LIST list, std::uint32_t count)
@@ -140,100 +145,145 @@ void NetAntiHammerTable::Remove(SLOT& slot)
     xErase(xIndexOf(slot.ip));
 }
 
-std::uint32_t NetAntiHammerTable::GetCount()
+bool NetAntiHammerTable::IsFull()
 {
-    // Whether there is room is all that is asked of a full table: one run-out entry makes it.
-    if (m_count >= NetAntiHammer::MAX_ENTRIES && !xEraseOldestIfExpired(xQueue(LIST::FAILED)))
-        xEraseOldestIfExpired(xQueue(LIST::BLOCKED));
-    return m_count;
+    // One run-out entry is room enough; with more of them there is room all the more.
+    return m_count >= m_capacity && !xEraseOldestIfExpired(xQueue(LIST::FAILED)) &&
+           !xEraseOldestIfExpired(xQueue(LIST::BLOCKED));
 }
 
 void NetAntiHammerTable::ForEach(const std::function<void(const SLOT&)>& visit) const
 {
     for (const QUEUE& queue : m_queues)
-        for (std::uint32_t index = queue.oldest; index != NONE; index = xSlot(index).newer)
-            if (!xIsExpired(xSlot(index)))
-                visit(xSlot(index));
+        for (std::uint32_t index = queue.oldest; index != NONE; index = m_slots[index].newer)
+            if (!xIsExpired(m_slots[index]))
+                visit(m_slots[index]);
+}
+
+std::uint64_t NetAntiHammerTable::xHash(const NetIP& ip) const
+{
+    std::uint64_t words[2]; // an address holds 16 bytes whatever its type is
+    std::memcpy(words, ip.GetBytes(), sizeof words);
+    return Mix(Mix(words[0] ^ m_hashSeed) + words[1] + ip.GetType());
+}
+
+std::uint32_t NetAntiHammerTable::xBucketOf(std::uint64_t hash) const
+{
+    // Buckets past the last doubling exist for the first part of the table only.
+    const auto low = static_cast<std::uint32_t>(hash);
+    const std::uint32_t wide = low & (m_lowMask * 2 + 1);
+    return wide < m_buckets.GetCount() ? wide : low & m_lowMask;
 }
 
 std::uint32_t NetAntiHammerTable::xIndexOf(const NetIP& ip) const
 {
-    std::uint32_t index = m_buckets[xBucketOf(ip)];
-    while (index != NONE && !(xSlot(index).ip == ip))
-        index = xSlot(index).chained;
+    const std::uint64_t hash = xHash(ip);
+    const BUCKET& bucket = m_buckets[xBucketOf(hash)];
+    for (const std::uint32_t cell : bucket.cells) {
+        if (cell == 0)
+            return NONE; // without an empty cell only are there more than the cells
+        if ((cell & ~INDEX_MASK) == TagOf(hash) && m_slots[(cell & INDEX_MASK) - 1].ip == ip)
+            return (cell & INDEX_MASK) - 1;
+    }
+    std::uint32_t index = bucket.overflow;
+    while (index != NONE && !(m_slots[index].ip == ip))
+        index = m_slots[index].chained;
     return index;
 }
 
-std::uint32_t NetAntiHammerTable::xBucketOf(const NetIP& ip) const
+void NetAntiHammerTable::xPutIntoBucket(std::uint32_t index)
 {
-    std::uint64_t words[2];
-    std::memcpy(words, ip.GetBytes(), sizeof words);
-    const std::uint64_t hash = Mix(Mix(words[0] ^ m_hashSeed) + words[1] + ip.GetType());
-    // Buckets past the last doubling exist for the first part of the table only.
-    const std::uint64_t wide = hash & (std::uint64_t{m_lowMask} * 2 + 1);
-    return static_cast<std::uint32_t>(wide < m_buckets.size() ? wide : hash & m_lowMask);
+    const std::uint64_t hash = xHash(m_slots[index].ip);
+    BUCKET& bucket = m_buckets[xBucketOf(hash)];
+    for (std::uint32_t& cell : bucket.cells) {
+        if (cell == 0) {
+            cell = TagOf(hash) | (index + 1);
+            return;
+        }
+    }
+    m_slots[index].chained = bucket.overflow;
+    bucket.overflow = index;
 }
 
-/// Adds one bucket and moves to it what now belongs there from the one bucket that shared its addresses.
+void NetAntiHammerTable::xTakeFromBucket(std::uint32_t index)
+{
+    BUCKET& bucket = m_buckets[xBucketOf(xHash(m_slots[index].ip))];
+    std::size_t place = CELLS;
+    std::size_t used = 0;
+    for (; used < CELLS && bucket.cells[used] != 0; ++used)
+        if ((bucket.cells[used] & INDEX_MASK) == index + 1)
+            place = used;
+    if (place == CELLS) {
+        std::uint32_t* link = &bucket.overflow;
+        while (*link != index)
+            link = &m_slots[*link].chained;
+        *link = m_slots[index].chained;
+        return;
+    }
+    // The last cell fills the gap, and one that had no cell gets the last.
+    bucket.cells[place] = bucket.cells[used - 1];
+    bucket.cells[used - 1] = 0;
+    const std::uint32_t waiting = bucket.overflow;
+    if (waiting != NONE) {
+        bucket.overflow = m_slots[waiting].chained;
+        xPutIntoBucket(waiting);
+    }
+}
+
+/// Adds one bucket, when the entries have become many, and moves to it what now belongs there from the one bucket that
+/// shared its addresses.
 void NetAntiHammerTable::xSplitBucket()
 {
-    if (m_count < m_buckets.size())
+    if (m_count / ENTRIES_PER_BUCKET < m_buckets.GetCount())
         return;
-    const auto source = static_cast<std::uint32_t>(m_buckets.size()) & m_lowMask;
-    m_buckets.push_back(NONE);
-    std::uint32_t index = m_buckets[source];
-    m_buckets[source] = NONE;
-    while (index != NONE) {
-        SLOT& slot = xSlot(index);
-        const std::uint32_t next = slot.chained;
-        std::uint32_t& bucket = m_buckets[xBucketOf(slot.ip)];
-        slot.chained = bucket;
-        bucket = index;
+    const std::uint32_t added = m_buckets.Add();
+    BUCKET& source = m_buckets[added & m_lowMask];
+    const BUCKET before = source;
+    source = BUCKET();
+    if (added == m_lowMask * 2 + 1)
+        m_lowMask = added;
+    for (const std::uint32_t cell : before.cells)
+        if (cell != 0)
+            xPutIntoBucket((cell & INDEX_MASK) - 1);
+    for (std::uint32_t index = before.overflow; index != NONE;) {
+        const std::uint32_t next = m_slots[index].chained;
+        xPutIntoBucket(index);
         index = next;
     }
-    if (m_buckets.size() == (std::size_t{m_lowMask} + 1) * 2)
-        m_lowMask = m_lowMask * 2 + 1;
 }
 
 std::uint32_t NetAntiHammerTable::xTakeFreeSlot()
 {
-    if (m_free != NONE) {
-        const std::uint32_t index = m_free;
-        m_free = xSlot(index).newer;
-        return index;
-    }
-    if (m_used == m_chunks.size() * CHUNK_SIZE)
-        m_chunks.push_back(std::make_unique_for_overwrite<SLOT[]>(CHUNK_SIZE));
-    return m_used++;
+    if (m_free == NONE)
+        return m_slots.Add();
+    const std::uint32_t index = m_free;
+    m_free = m_slots[index].newer;
+    return index;
 }
 
 void NetAntiHammerTable::xAppendToQueue(std::uint32_t index)
 {
-    SLOT& slot = xSlot(index);
+    SLOT& slot = m_slots[index];
     QUEUE& queue = xQueue(slot.list);
     slot.older = queue.newest;
     slot.newer = NONE;
-    (queue.newest == NONE ? queue.oldest : xSlot(queue.newest).newer) = index;
+    (queue.newest == NONE ? queue.oldest : m_slots[queue.newest].newer) = index;
     queue.newest = index;
 }
 
 void NetAntiHammerTable::xTakeFromQueue(std::uint32_t index)
 {
-    const SLOT& slot = xSlot(index);
+    const SLOT& slot = m_slots[index];
     QUEUE& queue = xQueue(slot.list);
-    (slot.older == NONE ? queue.oldest : xSlot(slot.older).newer) = slot.newer;
-    (slot.newer == NONE ? queue.newest : xSlot(slot.newer).older) = slot.older;
+    (slot.older == NONE ? queue.oldest : m_slots[slot.older].newer) = slot.newer;
+    (slot.newer == NONE ? queue.newest : m_slots[slot.newer].older) = slot.older;
 }
 
 void NetAntiHammerTable::xErase(std::uint32_t index)
 {
-    SLOT& slot = xSlot(index);
     xTakeFromQueue(index);
-    std::uint32_t* link = &m_buckets[xBucketOf(slot.ip)];
-    while (*link != index)
-        link = &xSlot(*link).chained;
-    *link = slot.chained;
-    slot.newer = m_free;
+    xTakeFromBucket(index);
+    m_slots[index].newer = m_free;
     m_free = index;
     --m_count;
 }

@@ -69,9 +69,9 @@ public:
     void SetAllowAll();
     void SetDenyAll();
 
-    /// Reads the text form; keywords in any case, no blank skipped anywhere. False: not a rule. The entry is then in its
-    /// default state, but for the sign if there was one, and for the first address of a mask or range whose second part
-    /// does not parse.
+    /// Reads the text form; keywords in any case, no blank skipped anywhere. False: not a rule. The entry is then in
+    /// its default state, but for the sign if there was one, and for the first address of a mask or range whose second
+    /// part does not parse.
     bool SetByString(const String& text);
     String GetAsString() const;
     String GetDisplayText() const;

@@ -10,7 +10,10 @@
 
 namespace kqlib {
 
-NetIPControlQuery::NetIPControlQuery(NetDNSCache& cache) : m_cache(cache) {}
+NetIPControlQuery::NetIPControlQuery(NetDNSCache& cache)
+    : m_cache(cache)
+{
+}
 
 NetIPControlQuery::~NetIPControlQuery() = default;
 
