@@ -277,6 +277,11 @@ protected:
     Messages m_msgs;
 };
 
+/// Look-ups that need two name servers at a time.
+class NetDNSSeveralServersTest : public NetDNSTest
+{
+};
+
 TEST_F(NetDNSTest, Query_EachType_BytesAsLaidDown)
 {
     FakeDNSServer server(AnswerCode(3));
@@ -566,7 +571,7 @@ TEST_F(NetDNSTest, CName_TargetNotAnswered_AttemptStartsAgainAtTheAlias)
                                    "real.example"));
 }
 
-TEST_F(NetDNSTest, Servers_NameErrorFromTheFirst_NextAskedAndFirstKept)
+TEST_F(NetDNSSeveralServersTest, Servers_NameErrorFromTheFirst_NextAskedAndFirstKept)
 {
     FakeDNSServer first(AnswerCode(3));
     FakeDNSServer second(AnswerA);
@@ -616,7 +621,7 @@ TEST_F(NetDNSTest, Servers_NobodyServesThePort_DroppedAtOnceAndNextAsked)
     EXPECT_THAT(Servers(dns), ElementsAre(alive.GetAddress()));
 }
 
-TEST_F(NetDNSTest, Servers_SilentOne_ThreeAttemptsThenDroppedForGood)
+TEST_F(NetDNSSeveralServersTest, Servers_SilentOne_ThreeAttemptsThenDroppedForGood)
 {
     FakeDNSServer silent(Silence);
     FakeDNSServer alive(AnswerA);
@@ -645,7 +650,7 @@ TEST_F(NetDNSTest, Servers_SilentOneByTheTrueClock_5SecondsForEachAttempt)
     EXPECT_EQ(dns.GetDNSServerCount(), 0U);
 }
 
-TEST_F(NetDNSTest, Servers_LyingOne_DroppedWithoutRetry)
+TEST_F(NetDNSSeveralServersTest, Servers_LyingOne_DroppedWithoutRetry)
 {
     FakeDNSServer liar([](const DNSQuery& query, std::size_t) -> Replies {
         return {{DNSMessage(query).AddRecord(DNSMessage::Pointer(12), DNSMessage::OTHER, 60, {1, 2, 3, 4}).Build()}};
@@ -659,7 +664,7 @@ TEST_F(NetDNSTest, Servers_LyingOne_DroppedWithoutRetry)
     EXPECT_THAT(Servers(dns), ElementsAre(alive.GetAddress()));
 }
 
-TEST_F(NetDNSTest, Servers_AllUsedUp_Fails)
+TEST_F(NetDNSSeveralServersTest, Servers_AllUsedUp_Fails)
 {
     FakeDNSServer first(AnswerCode(3));
     FakeDNSServer second(AnswerCode(0));
@@ -697,7 +702,7 @@ TEST_F(NetDNSTest, Servers_EmptyListSet_NextLookupDiscoversAgain)
     EXPECT_THAT(Codes(m_msgs), ElementsAre(53));
 }
 
-TEST_F(NetDNSTest, ServerForm_OtherServersSet_OnlyTheGivenOneAskedAndListUntouched)
+TEST_F(NetDNSSeveralServersTest, ServerForm_OtherServersSet_OnlyTheGivenOneAskedAndListUntouched)
 {
     FakeDNSServer listed(AnswerA);
     FakeDNSServer given(AnswerCode(5));
