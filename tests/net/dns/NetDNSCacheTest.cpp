@@ -352,6 +352,9 @@ private:
 
     static bool xSame(const std::string& left, const std::string& right)
     {
+        // The names begin with a number: most differ there already.
+        if (left.size() != right.size() || left[0] != right[0] || left[1] != right[1])
+            return false;
         return std::equal(left.begin(), left.end(), right.begin(), right.end(), [](char a, char b) {
             return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
         });
