@@ -106,6 +106,21 @@ void PrintPorts(FtpServer& server, bool portFirst)
     std::cout << std::flush;
 }
 
+/// What a person can paste into another terminal.
+void PrintHowToTry(FtpServer& server, const FtpSettings& settings)
+{
+    Vector<NetServiceStatus::ACTIVEPORT> ports;
+    server.GetService().GetListeningPorts(ports);
+    const String place = "127.0.0.1:" + String::sToString(ports.Get(0).port);
+    const String account = String(Demonstration::USER) + ":" + Demonstration::PASSWORD;
+    std::cout << "serving " << settings.GetUsers().front().GetHome().c_str() << " for user " << Demonstration::USER
+              << ", password " << Demonstration::PASSWORD << "\n\nTry it:\n"
+              << "  curl -u " << account.c_str() << " ftp://" << place.c_str() << "/\n"
+              << "  curl -u " << account.c_str() << " -T SOME_FILE ftp://" << place.c_str() << "/\n"
+              << "  lftp -u " << Demonstration::USER << "," << Demonstration::PASSWORD << " ftp://" << place.c_str()
+              << "/\n\nCtrl-C ends." << std::endl;
+}
+
 void Reload(const OPTIONS& options, FtpServer& server)
 {
     FtpSettings settings;
@@ -130,8 +145,7 @@ int Serve(const OPTIONS& options, FtpSettings& settings)
         return Fail(EXIT_START, error);
     PrintPorts(server, options.printPort);
     if (isDemonstration)
-        std::cout << "serving " << settings.GetUsers().front().GetHome().c_str() << " for user " << Demonstration::USER
-                  << ", password " << Demonstration::PASSWORD << std::endl;
+        PrintHowToTry(server, settings);
     for (;;) {
         switch (platform::WaitForProcessRequest(REQUEST_WAIT_MS)) {
         case platform::ProcessRequest::STOP:
