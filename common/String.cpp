@@ -7,7 +7,6 @@
 namespace kqlib {
 
 // What users of the DLL link to when they need its address.
-constexpr String::size_type String::npos;
 
 namespace {
 
