@@ -6,8 +6,6 @@
 
 namespace kqlib {
 
-// What users of the DLL link to when they need its address.
-
 namespace {
 
 /// Folds the letters A to Z only.
@@ -69,6 +67,7 @@ unsigned long long ToNumber(std::string_view text, unsigned long long limit)
 
 } // namespace
 
+// What users of the DLL link to when they need its address.
 const String::size_type String::npos;
 
 String::String(const char* text)
