@@ -2,10 +2,11 @@
 // connection) in one run on loopback: both are started here, every workload runs against them in turn, several times,
 // and the medians and their ratio are printed. Linux only.
 //
-// usage: line_load [--bin DIR] [--seconds S] [--rounds N] [--only WORKLOAD] [--idle-seconds S] [--json]
+// usage: line_load [--bin DIR] [--seconds S] [--rounds N] [--only WORKLOAD] [--idle-seconds S]
 //   DIR: where the two servers lie (default: beside this program)
+// The workloads over TLS have a certificate of 2048 bits made by the openssl program.
 
-#include "bench/BareSockets.h"
+#include "bench/Connection.h"
 
 #include <algorithm>
 #include <atomic>
@@ -34,7 +35,9 @@ double Since(Clock::time_point start)
 class Server
 {
 public:
-    Server(const std::string& path, std::vector<std::string> arguments)
+    /// secured: it speaks TLS from the first byte.
+    Server(const std::string& path, std::vector<std::string> arguments, bool secured = false)
+        : m_secured(secured)
     {
         int ends[2];
         if (::pipe(ends) != 0)
@@ -70,6 +73,7 @@ public:
     Server& operator=(const Server&) = delete;
 
     std::uint16_t Port() const { return m_port; }
+    bool IsSecured() const { return m_secured; }
 
     /// Processor seconds used so far, user and system.
     double CpuSeconds() const
@@ -98,51 +102,48 @@ public:
 private:
     pid_t m_pid = 0;
     std::uint16_t m_port = 0;
+    bool m_secured;
 };
 
-void SendText(int socket, const std::string& text)
+void SendText(bench::Connection& connection, const std::string& text)
 {
-    for (std::size_t done = 0; done < text.size();) {
-        const ssize_t sent = ::send(socket, text.data() + done, text.size() - done, MSG_NOSIGNAL);
-        if (sent <= 0)
-            bench::Die("send");
-        done += static_cast<std::size_t>(sent);
-    }
+    if (!connection.SendAll(text.data(), text.size()))
+        bench::Die("send");
 }
 
 /// Receives exactly size bytes and forgets them.
-void Swallow(int socket, unsigned long long size)
+void Swallow(bench::Connection& connection, unsigned long long size)
 {
     static thread_local std::vector<char> buffer(1 << 18);
     while (size > 0) {
         const auto room = std::min<unsigned long long>(size, buffer.size());
-        const ssize_t got = ::recv(socket, buffer.data(), static_cast<std::size_t>(room), 0);
+        const ssize_t got = connection.Recv(buffer.data(), static_cast<std::size_t>(room));
         if (got <= 0)
             bench::Die("recv");
         size -= static_cast<unsigned long long>(got);
     }
 }
 
-int MustConnect(const Server& server, std::uint32_t host)
+bench::Connection MustConnect(const Server& server, std::uint32_t host)
 {
-    const int socket = bench::Connect(server.Port(), host);
-    if (socket < 0)
+    bench::Connection connection(bench::Connect(server.Port(), host));
+    if (!connection.IsOpen() || (server.IsSecured() && !connection.Connect()))
         bench::Die("connect");
-    return socket;
+    return connection;
 }
 
 /// Commands per second: count connections in a closed loop, one PING outstanding on each, driven by one thread.
 double Commands(const Server& server, unsigned count, double seconds)
 {
-    std::vector<int> sockets;
+    std::vector<bench::Connection> connections;
     const int poll = ::epoll_create1(EPOLL_CLOEXEC);
     for (unsigned index = 0; index < count; ++index) {
-        sockets.push_back(MustConnect(server, 2 + index % 8));
+        connections.push_back(MustConnect(server, 2 + index % 8));
         epoll_event event{};
         event.events = EPOLLIN;
-        event.data.fd = sockets.back();
-        ::epoll_ctl(poll, EPOLL_CTL_ADD, sockets.back(), &event);
-        SendText(sockets.back(), "PING\r\n");
+        event.data.u32 = index;
+        ::epoll_ctl(poll, EPOLL_CTL_ADD, connections.back().Socket(), &event);
+        SendText(connections.back(), "PING\r\n");
     }
     unsigned long long answers = 0;
     std::vector<epoll_event> events(256);
@@ -152,11 +153,11 @@ double Commands(const Server& server, unsigned count, double seconds)
     for (bool warm = false;;) {
         const int ready = ::epoll_wait(poll, events.data(), 256, 1000);
         for (int index = 0; index < ready; ++index) {
-            const int socket = events[static_cast<std::size_t>(index)].data.fd;
-            if (::recv(socket, buffer, sizeof buffer, 0) <= 0)
+            bench::Connection& connection = connections[events[static_cast<std::size_t>(index)].data.u32];
+            if (connection.Recv(buffer, sizeof buffer) <= 0)
                 bench::Die("recv");
             ++answers;
-            SendText(socket, "PING\r\n");
+            SendText(connection, "PING\r\n");
         }
         const double passed = Since(start);
         if (!warm && passed > 0.3) {
@@ -167,30 +168,25 @@ double Commands(const Server& server, unsigned count, double seconds)
             break;
         }
     }
-    const double rate = static_cast<double>(answers) / Since(start);
-    for (const int socket : sockets)
-        ::close(socket);
     ::close(poll);
-    return rate;
+    return static_cast<double>(answers) / Since(start);
 }
 
 /// Commands per second on one connection with depth commands sent at once.
 double Pipelined(const Server& server, unsigned depth, double seconds)
 {
-    const int socket = MustConnect(server, 2);
+    bench::Connection connection = MustConnect(server, 2);
     std::string batch;
     for (unsigned index = 0; index < depth; ++index)
         batch += "PING\r\n";
     unsigned long long answers = 0;
     const auto start = Clock::now();
     while (Since(start) < seconds) {
-        SendText(socket, batch);
-        Swallow(socket, 6ULL * depth);
+        SendText(connection, batch);
+        Swallow(connection, 6ULL * depth);
         answers += depth;
     }
-    const double rate = static_cast<double>(answers) / Since(start);
-    ::close(socket);
-    return rate;
+    return static_cast<double>(answers) / Since(start);
 }
 
 /// Bytes per second over streams connections, in transfers of size bytes.
@@ -201,20 +197,19 @@ double Bulk(const Server& server, unsigned streams, unsigned long long size, dou
     const auto start = Clock::now();
     for (unsigned index = 0; index < streams; ++index)
         threads.emplace_back([&, index] {
-            const int socket = MustConnect(server, 2 + index);
+            bench::Connection connection = MustConnect(server, 2 + index);
             while (Since(start) < seconds) {
-                SendText(socket, "GET " + std::to_string(size) + "\r\n");
-                Swallow(socket, size);
+                SendText(connection, "GET " + std::to_string(size) + "\r\n");
+                Swallow(connection, size);
                 bytes += size;
             }
-            ::close(socket);
         });
     for (std::thread& thread : threads)
         thread.join();
     return static_cast<double>(bytes.load()) / Since(start);
 }
 
-/// Connections per second: clients in a closed loop of connect, PING, QUIT, end of stream.
+/// Connections per second: clients in a closed loop of connect (with the handshake, over TLS), PING, QUIT, end of stream.
 double Connections(const Server& server, unsigned clients, double seconds)
 {
     std::atomic<unsigned long long> made{0};
@@ -223,14 +218,13 @@ double Connections(const Server& server, unsigned clients, double seconds)
     for (unsigned index = 0; index < clients; ++index)
         threads.emplace_back([&, index] {
             for (unsigned turn = 0; Since(start) < seconds; ++turn) {
-                const int socket = MustConnect(server, 2 + (turn * clients + index) % 64);
-                SendText(socket, "PING\r\n");
-                Swallow(socket, 6);
-                SendText(socket, "QUIT\r\n");
+                bench::Connection connection = MustConnect(server, 2 + (turn * clients + index) % 64);
+                SendText(connection, "PING\r\n");
+                Swallow(connection, 6);
+                SendText(connection, "QUIT\r\n");
                 char last = 0;
-                while (::recv(socket, &last, 1, 0) > 0) {
+                while (connection.Recv(&last, 1) > 0) {
                 }
-                ::close(socket);
                 ++made;
             }
         });
@@ -248,20 +242,17 @@ struct IdleCost
 IdleCost Idle(const Server& server, unsigned count, double seconds)
 {
     const double before = server.ResidentMiB();
-    std::vector<int> sockets;
+    std::vector<bench::Connection> connections;
     for (unsigned index = 0; index < count; ++index) {
-        sockets.push_back(MustConnect(server, 2 + index % 8));
-        SendText(sockets.back(), "PING\r\n");
-        Swallow(sockets.back(), 6);
+        connections.push_back(MustConnect(server, 2 + index % 8));
+        SendText(connections.back(), "PING\r\n");
+        Swallow(connections.back(), 6);
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     const double cpu = server.CpuSeconds();
     const auto start = Clock::now();
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-    const IdleCost cost{(server.CpuSeconds() - cpu) / Since(start), server.ResidentMiB() - before};
-    for (const int socket : sockets)
-        ::close(socket);
-    return cost;
+    return {(server.CpuSeconds() - cpu) / Since(start), server.ResidentMiB() - before};
 }
 
 double Median(std::vector<double> values)
@@ -297,6 +288,34 @@ void Compare(const Options& options, const char* name, const char* unit, const S
     std::printf("%-28s %14.0f %14.0f %-10s %6.2f  (%.2f to %.2f)\n", name, Median(ours), Median(theirs), unit,
                 Median(ratios), *low, *high);
     std::fflush(stdout);
+}
+
+/// The same service over TLS, with a certificate made for the occasion.
+void CompareSecured(const Options& options)
+{
+    char folder[] = "/tmp/line_load.XXXXXX";
+    if (::mkdtemp(folder) == nullptr)
+        bench::Die("mkdtemp");
+    const std::string cert = std::string(folder) + "/cert.pem";
+    const std::string key = std::string(folder) + "/key.pem";
+    const std::string command = "openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -out " + cert +
+                                " -keyout " + key + " 2>/dev/null";
+    if (std::system(command.c_str()) == 0) {
+        const std::vector<std::string> arguments{"--port", "0", "--tls", cert, key};
+        const Server library(options.bin + "/line_server", arguments, true);
+        const Server bare(options.bin + "/bare_line_server", arguments, true);
+        Compare(options, "bulk over TLS, 1 stream", "bytes/s", library, bare,
+                [&](const Server& server) { return Bulk(server, 1, 64ULL << 20, options.seconds); });
+        Compare(options, "bulk over TLS, 4 streams", "bytes/s", library, bare,
+                [&](const Server& server) { return Bulk(server, 4, 16ULL << 20, options.seconds); });
+        Compare(options, "TLS handshakes, 4 clients", "per s", library, bare,
+                [&](const Server& server) { return Connections(server, 4, options.seconds); });
+    } else {
+        std::printf("TLS left out: the openssl program made no certificate\n");
+    }
+    ::unlink(cert.c_str());
+    ::unlink(key.c_str());
+    ::rmdir(folder);
 }
 
 void CompareIdle(const Options& options)
@@ -340,6 +359,7 @@ int main(int argc, char** argv)
         else if (key == "--only")
             options.only = value;
     }
+    std::signal(SIGPIPE, SIG_IGN); // SSL_write would raise it
     std::printf("%-28s %14s %14s %-10s %6s\n", "workload (median)", "library", "bare", "", "ratio");
     {
         const Server library(options.bin + "/line_server", {"--port", "0"});
@@ -356,6 +376,7 @@ int main(int argc, char** argv)
         Compare(options, "connections, 4 clients", "per s", library, bare,
                 [&](const Server& server) { return Connections(server, 4, options.seconds); });
     }
+    CompareSecured(options);
     CompareIdle(options);
     return 0;
 }

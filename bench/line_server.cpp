@@ -1,20 +1,23 @@
 // The smallest host on the library, for measuring: one service, sessions running the command monitor. The line PING is
 // answered PONG, "GET n" sends n raw bytes, QUIT closes; nothing is greeted.
 //
-// usage: line_server [--port N] [--block-ms N]    (port 0: any port; the one taken is printed)
+// usage: line_server [--port N] [--block-ms N] [--tls CERT KEY]    (port 0: any port; the one taken is printed)
+//   --tls: TLS from the first byte, with these PEM files
 
+#include "common/FilePath.h"
 #include "common/NetIP.h"
 #include "common/ThreadPool.h"
 #include "net/dns/NetDNSCache.h"
-#include "net/service/NetTCPService.h"
-#include "net/session/NetTCPSession.h"
-#include "net/sockets/NetTCP.h"
+#include "net/service/NetTCPServiceSSL.h"
+#include "net/session/NetTCPSessionSSL.h"
+#include "net/sockets/NetTCPSSL.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -25,19 +28,32 @@ namespace {
 constexpr ULONG TIME_OUT_SECS = 600;
 constexpr ULONG8 BULK_PIECE = 65536;
 
-class LineSession : public NetTCPSession
+struct Options
+{
+    USHORT port = 0;
+    ULONG blockMs = 2;
+    std::vector<std::string> tls; ///< certificate and key file; empty: plain
+};
+
+class LineSession : public NetTCPSessionSSL
 {
 public:
     LineSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& activity, EventLog& events,
-                const EventLogSessionID& id, NetTCP* connection, ULONG blockMs)
-        : NetTCPSession(pool, cache, activity, events, id, TIME_OUT_SECS, connection)
+                const EventLogSessionID& id, NetTCPSSL* connection, const Options& options)
+        : NetTCPSessionSSL(pool, cache, activity, events, id, TIME_OUT_SECS, connection), m_options(options)
     {
-        xGetMainSocket()->SetBlockTime(blockMs);
+        xGetMainSocket()->SetBlockTime(options.blockMs);
         xConstrStartSession();
     }
     ~LineSession() override { xDeconstrEndSession(); }
 
 protected:
+    void xHandleSession() override
+    {
+        if (m_options.tls.empty() || xAcceptSSL(xGetMainSocketSSL(), xGetMainNetState(), "",
+                                                FilePath(m_options.tls[0].c_str()), FilePath(m_options.tls[1].c_str())))
+            NetTCPSession::xHandleSession();
+    }
     void xEventMonCmdRecv(const String& command) override
     {
         if (command == "PING")
@@ -59,46 +75,49 @@ private:
             size -= part;
         }
     }
+
+    const Options& m_options;
 };
 
-class LineService : public NetTCPService
+class LineService : public NetTCPServiceSSL
 {
 public:
-    LineService(ThreadPool& pool, NetDNSCache& cache, ULONG blockMs)
-        : NetTCPService(pool, cache), m_pool(pool), m_cache(cache), m_blockMs(blockMs)
+    LineService(ThreadPool& pool, NetDNSCache& cache, const Options& options)
+        : NetTCPServiceSSL(pool, cache), m_pool(pool), m_cache(cache), m_options(options)
     {
     }
     ~LineService() override { xEndThread(); }
 
 private:
-    NetTCPSession* xCreateSession(NetTCP* const connection, EventLogSessionID id) override
+    NetTCPSession* xCreateSessionSSL(NetTCPSSL* const connection, EventLogSessionID id) override
     {
-        return new LineSession(m_pool, m_cache, GetActivityLog(), GetEventLog(), id, connection, m_blockMs);
+        return new LineSession(m_pool, m_cache, GetActivityLog(), GetEventLog(), id, connection, m_options);
     }
 
     ThreadPool& m_pool;
     NetDNSCache& m_cache;
-    ULONG m_blockMs;
+    const Options& m_options;
 };
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    USHORT port = 0;
-    ULONG blockMs = 2;
+    Options options;
     CLI::App app("The smallest host on the library, for measuring");
-    app.add_option("--port", port, "port on 127.0.0.1, 0 for any");
-    app.add_option("--block-ms", blockMs, "block time of the sessions' sockets in milliseconds");
+    app.add_option("--port", options.port, "port on 127.0.0.1, 0 for any");
+    app.add_option("--block-ms", options.blockMs, "block time of the sessions' sockets in milliseconds");
+    app.add_option("--tls", options.tls, "certificate and key file (PEM): TLS from the first byte")->expected(2);
     CLI11_PARSE(app, argc, argv);
 
     if (!NetSocket::sStartSockets())
         return 1;
+    NetTCPSSL::sStartSSL();
     ThreadPool pool;
     NetDNSCache cache;
-    LineService service(pool, cache, blockMs);
+    LineService service(pool, cache, options);
     Messages messages;
-    service.SetSettings(NetPortBinds(NetPortBind(port, "127.0.0.1")), 100000, 0);
+    service.SetSettings(NetPortBinds(NetPortBind(options.port, "127.0.0.1")), 100000, 0);
     NetPortBinds failed;
     if (!service.Init(messages))
         return 1;

@@ -21,6 +21,7 @@ constexpr std::uint32_t HANDSHAKE_LIMIT_MS = 30000;
 constexpr std::uint32_t FAREWELL_LIMIT_MS = 30000;
 constexpr std::uint32_t PAUSE_MS = 2;
 constexpr unsigned long MAX_RECORD_SIZE = 16384;
+constexpr unsigned long MAX_SEND_SIZE = 8 * MAX_RECORD_SIZE; // of one Send, so that it ends soon
 constexpr const char* CIPHER_LIST = "HIGH:MEDIUM:@STRENGTH";
 constexpr const char* ENCRYPTED_KEY_MARK = "DEK-Info:";
 
@@ -231,26 +232,43 @@ int NetTCPSSL::xReadOnce(unsigned char* buf, unsigned long len)
     return xNoteOutcome(SSL_read(m_ssl, buf, ToInt(len)));
 }
 
-/// A record that TLS has begun must be finished with the same bytes. When the caller gave up on them and offers others
-/// (last words after a cancelled transfer), they are finished first, from the copy kept here.
+/// Writes record after record until all is written, TLS waits for the peer, or the limit of one call is reached. Result
+/// as xNoteOutcome.
 int NetTCPSSL::xWriteOnce(const unsigned char* data, unsigned long len)
 {
-    const std::size_t begun = m_begunRecord.size();
-    if (begun > 0 && (len < begun || std::memcmp(data, m_begunRecord.data(), begun) != 0)) {
+    len = std::min(len, MAX_SEND_SIZE);
+    const int finished = xFinishBegunRecord(data, len);
+    if (finished <= 0)
+        return finished;
+    unsigned long written = 0;
+    while (written < len) {
         ERR_clear_error();
-        const int finished = xNoteOutcome(SSL_write(m_ssl, m_begunRecord.data(), static_cast<int>(begun)));
-        if (finished <= 0)
-            return finished;
+        const int moved = xNoteOutcome(SSL_write(m_ssl, data + written, ToInt(len - written)));
+        if (moved <= 0) {
+            if (m_waitState == WS_WANTS_WRITE && m_begunRecord.empty())
+                m_begunRecord.assign(data + written, data + std::min(len, written + MAX_RECORD_SIZE));
+            return written > 0 ? ToInt(written) : moved;
+        }
+        m_begunRecord.clear();
+        written += static_cast<unsigned long>(moved);
+    }
+    return ToInt(written);
+}
+
+/// A record that TLS has begun must be finished with the same bytes. When the caller gave up on them and offers others
+/// (last words after a cancelled transfer), they are finished first, from the copy kept here. Above 0: the way is free.
+int NetTCPSSL::xFinishBegunRecord(const unsigned char* data, unsigned long len)
+{
+    const std::size_t begun = m_begunRecord.size();
+    if (begun == 0 || (len >= begun && std::memcmp(data, m_begunRecord.data(), begun) == 0))
+        return 1;
+    ERR_clear_error();
+    const int finished = xNoteOutcome(SSL_write(m_ssl, m_begunRecord.data(), static_cast<int>(begun)));
+    if (finished > 0) {
         xIncreaseOut(static_cast<unsigned long>(finished));
         m_begunRecord.clear();
     }
-    ERR_clear_error();
-    const int moved = xNoteOutcome(SSL_write(m_ssl, data, ToInt(len)));
-    if (moved > 0)
-        m_begunRecord.clear();
-    else if (m_waitState == WS_WANTS_WRITE && m_begunRecord.empty())
-        m_begunRecord.assign(data, data + std::min(len, MAX_RECORD_SIZE));
-    return moved;
+    return finished;
 }
 
 /// Of one call that reads or writes: bytes moved; 0: TLS waits for the peer, for what the wait state says; -1: failed.

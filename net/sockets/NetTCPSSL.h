@@ -40,8 +40,9 @@ public:
     /// As NetTCP while TLS is off. Over TLS, len 0 with true also means that TLS itself waits for the peer. Bytes that
     /// were decrypted already are handed out without waiting for the socket.
     bool Recv(unsigned char* buf, unsigned long& len) override;
-    /// As NetTCP while TLS is off. Over TLS at most one record goes out per call. After a true with len 0 the caller
-    /// offers the same bytes again, as it would anyway; should it offer others, the begun record is finished first.
+    /// As NetTCP while TLS is off. Over TLS at most 131072 bytes go out per call. When not all were taken the caller
+    /// offers the rest again, as it would anyway; should it offer others, or fewer, the begun record of up to 16384
+    /// bytes is finished first.
     bool Send(const unsigned char* data, unsigned long& len) override;
     void Close() override;
     /// Ends TLS in order, which does not wait for the peer's own farewell, then as NetTCP. Over TLS the last error is
@@ -84,6 +85,7 @@ private:
     template <class ATTEMPT> bool xMoveWithin(bool tryFirst, unsigned long& len, const ATTEMPT& attempt);
     int xReadOnce(unsigned char* buf, unsigned long len);
     int xWriteOnce(const unsigned char* data, unsigned long len);
+    int xFinishBegunRecord(const unsigned char* data, unsigned long len);
     int xNoteOutcome(int result);
 
     ssl_st* m_ssl = nullptr; // the using thread only, as everything here

@@ -239,15 +239,15 @@ TEST_F(NetTCPSSLTransfer, Recv_NewKeysDemanded_GoesOn)
     EXPECT_TRUE(WaitFor([&] { return peer.ReceiveFrom(m_client) == "oldoldoldoldold"; }));
 }
 
-TEST_F(NetTCPSSLTransfer, Send_OneRecordPerCall_AtMost16384Bytes)
+TEST_F(NetTCPSSLTransfer, Send_SeveralRecordsPerCall_AtMost131072Bytes)
 {
     Secure();
-    const std::string text = Pattern(100000);
-    unsigned long len = text.size();
-    EXPECT_TRUE(m_server.Send(text.data(), len));
-    EXPECT_EQ(len, 16384U);
-    EXPECT_EQ(m_server.GetOutDataBytes(), 16384U);
-    EXPECT_EQ(Receive(m_client, len), text.substr(0, len));
+    for (const unsigned long size : {1UL, 16383UL, 16384UL, 16385UL, 131072UL, 131073UL, 400000UL}) {
+        unsigned long len = size;
+        EXPECT_TRUE(m_server.Send(m_big.data(), len));
+        EXPECT_EQ(len, std::min(size, 131072UL));
+        EXPECT_TRUE(Receive(m_client, len) == m_big.substr(0, len));
+    }
 }
 
 TEST_F(NetTCPSSLTransfer, Send_NoBytes_Nothing)
