@@ -12,8 +12,10 @@ FtpService::FtpService(ThreadPool& pool, NetDNSCache& cache, std::shared_ptr<con
     , m_pool(pool)
     , m_cache(cache)
     , m_config(std::move(config))
+    , m_gate(cache)
     , m_board(pool, *this)
 {
+    m_gate.SetSettings(m_config->settings);
 }
 
 FtpService::~FtpService()
@@ -34,6 +36,7 @@ bool FtpService::Start(Messages& messages)
 
 void FtpService::SetConfig(std::shared_ptr<const FtpConfig> config)
 {
+    m_gate.SetSettings(config->settings);
     const std::lock_guard lock(m_configMutex);
     m_config = std::move(config);
 }
@@ -45,7 +48,8 @@ NetTCPSession* FtpService::xCreateSession(NetTCP* const connection, EventLogSess
         const std::lock_guard lock(m_configMutex);
         config = m_config;
     }
-    return new FtpSession(m_pool, m_cache, GetActivityLog(), GetEventLog(), id, connection, std::move(config), m_board);
+    return new FtpSession(m_pool, m_cache, GetActivityLog(), GetEventLog(), id, connection, std::move(config), m_gate,
+                          m_board);
 }
 
 } // namespace kqlib

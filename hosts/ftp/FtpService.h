@@ -3,6 +3,7 @@
 
 #include "hosts/ftp/FtpBase.h"
 #include "hosts/ftp/FtpConfig.h"
+#include "hosts/ftp/FtpGate.h"
 #include "hosts/ftp/FtpLiveBoard.h"
 
 #include <memory>
@@ -33,6 +34,7 @@ private:
     NetDNSCache& m_cache;
     std::mutex m_configMutex;
     std::shared_ptr<const FtpConfig> m_config; // guarded by m_configMutex
+    FtpGate m_gate;                            // used by the sessions, which go before it
     FtpLiveBoard m_board;
 };
 

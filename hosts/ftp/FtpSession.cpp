@@ -22,10 +22,11 @@ constexpr ULONG MSG_STOP_TRANSFER = 2;
 
 FtpSession::FtpSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& activityLog, EventLog& eventLog,
                        const EventLogSessionID& id, NetTCP* const connection, std::shared_ptr<const FtpConfig> config,
-                       FtpLiveBoard& board)
+                       FtpGate& gate, FtpLiveBoard& board)
     : FtpSessionBase(pool, cache, activityLog, eventLog, id, config->settings.GetIdleSecs(), connection)
     , m_cache(cache)
     , m_config(std::move(config))
+    , m_gate(gate)
     , m_board(board)
     , m_commandBytes(COMMAND_BUFFER_BYTES)
     , m_commandBuffer{COMMAND_BUFFER_BYTES, m_commandBytes.data(), 0, 0, false}
@@ -42,6 +43,8 @@ FtpSession::~FtpSession()
 
 void FtpSession::xHandleSession()
 {
+    if (!xPassGate())
+        return;
     xReply(220, m_config->settings.GetGreeting());
     String command;
     while (!m_isQuitting && xReadCommand(command))
@@ -54,6 +57,28 @@ void FtpSession::xEventSessionEnd()
 {
     xCloseData(false);
     xLogOut();
+    if (m_isWelcome)
+        m_gate.Leave(xGetMainNetState().remoteIP);
+}
+
+/// Asks the gate about the client. False: it was told that it is not welcome.
+bool FtpSession::xPassGate()
+{
+    const NETSTATE& state = xGetMainNetState();
+    const FtpGate::VERDICT verdict = m_gate.Enter(m_config->settings, state.localIP, state.remoteIP);
+    m_isWelcome = verdict == FtpGate::VERDICT::WELCOME;
+    if (!m_isWelcome)
+        xRefuseClient(verdict);
+    return m_isWelcome;
+}
+
+/// One line in the log, 421 for the client (RFC 959 section 5.4), and the end of the session.
+void FtpSession::xRefuseClient(FtpGate::VERDICT verdict)
+{
+    const String reason = FtpGate::sDescribe(verdict);
+    xPrintLogNormal(xGetMainNetState(), "Connection Refused", reason, String());
+    xSayLastWords("421 " + reason);
+    m_isQuitting = true;
 }
 
 void FtpSession::xEventControlMsgDisconnectRecv(const String& text)

@@ -4,6 +4,7 @@
 #include "hosts/ftp/FtpBase.h"
 #include "hosts/ftp/FtpConfig.h"
 #include "hosts/ftp/FtpFileSystem.h"
+#include "hosts/ftp/FtpGate.h"
 #include "hosts/ftp/FtpListing.h"
 #include "hosts/ftp/FtpLiveBoard.h"
 
@@ -41,7 +42,7 @@ public:
     /// Starts the session's thread.
     FtpSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& activityLog, EventLog& eventLog,
                const EventLogSessionID& id, NetTCP* const connection, std::shared_ptr<const FtpConfig> config,
-               FtpLiveBoard& board);
+               FtpGate& gate, FtpLiveBoard& board);
     ~FtpSession() override;
 
 protected:
@@ -115,6 +116,8 @@ private:
     bool xMayRun(const COMMAND& command, const String& argument);
     static const COMMAND* xsFindCommand(const String& name);
     static const std::vector<COMMAND>& xsGetCommands();
+    bool xPassGate();
+    void xRefuseClient(FtpGate::VERDICT verdict);
     void xSayWhyEnded();
     void xSayLastWords(const String& reply);
     bool xShouldGoOn();
@@ -145,7 +148,8 @@ private:
     void xCmdUser(const String& name);
     void xCmdPass(const String& password);
     void xEnter(const FtpUserSettings& user);
-    void xRefuseLogin(const String& reason);
+    void xRefuseGuess();
+    void xRefuseLogin(const String& reason, bool isLast = false);
     void xCmdQuit(const String&);
     void xCmdNoop(const String&);
     void xCmdSyst(const String&);
@@ -233,6 +237,7 @@ private:
     // Set once at construction.
     NetDNSCache& m_cache;
     const std::shared_ptr<const FtpConfig> m_config;
+    FtpGate& m_gate;
     FtpLiveBoard& m_board;
 
     // Used by the session's thread only.
@@ -240,6 +245,7 @@ private:
     NetTCP::RECVBUF m_commandBuffer;
     bool m_isDiscarding = false; // the rest of an oversized line is still to come
     bool m_isQuitting = false;
+    bool m_isWelcome = false;  // the gate counts this session
     bool m_isWatching = false; // inside xWaitingForNetShouldWait
     ULONG m_lastWatchTick = 0;
 

@@ -62,9 +62,12 @@ void FtpSession::xCmdPass(const String& password)
         return xReply(202, "Logged in already");
     if (m_userName.empty())
         return xReply(503, "USER comes first");
+    // The address may have been blocked by what its other sessions tried.
+    if (m_gate.IsBlocked(xGetMainNetState().localIP, xGetMainNetState().remoteIP))
+        return xRefuseClient(FtpGate::VERDICT::BLOCKED);
     const FtpUserSettings* user = m_config->users.LogIn(m_userName, password, [this] { return !xShouldSessionEnd(); });
     if (user == nullptr)
-        return xRefuseLogin("Unknown name or wrong password");
+        return xRefuseGuess();
     if (m_files.Open(user->GetHome()) != RESULT::DONE)
         return xRefuseLogin("The home folder cannot be opened");
     xEnter(*user);
@@ -80,12 +83,21 @@ void FtpSession::xEnter(const FtpUserSettings& user)
     xReply(230, "Logged in");
 }
 
-/// The log tells the reason, the client only that it failed.
-void FtpSession::xRefuseLogin(const String& reason)
+/// A name and password that do not fit count against the client's address.
+void FtpSession::xRefuseGuess()
+{
+    const NETSTATE& state = xGetMainNetState();
+    // A check that was given up because the service ends is no guess.
+    const bool isBlocked = !xShouldSessionEnd() && m_gate.ReportFailure(state.localIP, state.remoteIP);
+    xRefuseLogin("Unknown name or wrong password", isBlocked);
+}
+
+/// The log tells the reason, the client only that it failed. isLast: the session ends whatever the number of attempts.
+void FtpSession::xRefuseLogin(const String& reason, bool isLast)
 {
     xRecordLoginAttempt(xGetMainNetState(), false, "User", m_userName, String(), reason);
     m_userName.clear();
-    if (++m_failedLogins < m_config->settings.GetLoginAttempts())
+    if (++m_failedLogins < m_config->settings.GetLoginAttempts() && !isLast)
         return xReply(530, "Login incorrect");
     m_isQuitting = true;
     xReply(421, "Login incorrect, too many attempts");

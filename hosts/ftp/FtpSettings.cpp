@@ -41,6 +41,8 @@ enum CODE : int
     BAD_GREETING,
     NO_USERS,
     SAME_NAME,
+    BAD_CONNECTION_RULE,
+    BAD_HAMMER_EXEMPTION,
     BAD_USER_NAME = 320,
     NO_HOME,
     BAD_RIGHTS,
@@ -67,6 +69,8 @@ constexpr CODE_TEXT CODE_TEXTS[] = {
     {BAD_GREETING, "greeting: must be one line"},
     {NO_USERS, "users: needs at least one account"},
     {SAME_NAME, "users: two accounts have the same name"},
+    {BAD_CONNECTION_RULE, "connection_rules: a range begins behind its end, or a host name is empty"},
+    {BAD_HAMMER_EXEMPTION, "hammer_exemptions: a range begins behind its end, or a host name is empty"},
     {BAD_USER_NAME, "users.name: must be from 1 to 31 characters without control characters"},
     {NO_HOME, "users.home: must name a folder"},
     {BAD_RIGHTS, "users.rights: only read, write, delete and admin are known"},
@@ -79,6 +83,7 @@ enum class FORM
     NUMBER,
     TEXT,
     FLAG,
+    RULES,
     USERS
 };
 
@@ -101,6 +106,12 @@ constexpr KEY SERVER_KEYS[] = {
     {"greeting", FORM::TEXT},
     {"log_folder", FORM::TEXT},
     {"log_debug", FORM::FLAG},
+    {"connection_rules", FORM::RULES},
+    {"hammer_attempts", FORM::NUMBER},
+    {"hammer_window_secs", FORM::NUMBER},
+    {"hammer_block_secs", FORM::NUMBER},
+    {"hammer_exemptions", FORM::RULES},
+    {"max_sessions_per_address", FORM::NUMBER},
     {"users", FORM::USERS},
 };
 
@@ -151,10 +162,27 @@ private:
             if (!value.is_boolean())
                 return xFail(path, "must be true or false");
             return set.AddBool(key.name, value.get<bool>());
+        case FORM::RULES:
+            return xReadRules(value, key, path, set);
         case FORM::USERS:
             return xReadUsers(value, key, path, set);
         }
         return false;
+    }
+
+    bool xReadRules(const JSON& list, const KEY& key, const String& path, SettingsTransportSet& set)
+    {
+        if (!list.is_array())
+            return xFail(path, "must be a list, [ ... ]");
+        SettingsTransportSet* rules = set.AddSet(key.name);
+        ULONG8 number = 0;
+        for (const JSON& rule : list) {
+            const String where = path + "[" + String::sToString(number++) + "]";
+            if (!rule.is_string() || !NetIPControlEntry().SetByString(String(rule.get<std::string>())))
+                return xFail(where, "is not a rule");
+            rules->AddString(SettingsTransportSet::UNNAMED, String(rule.get<std::string>()));
+        }
+        return true;
     }
 
     bool xReadUsers(const JSON& list, const KEY& key, const String& path, SettingsTransportSet& set)
@@ -231,6 +259,30 @@ void ReadPath(const SettingsTransportSet& set, const char* key, FilePath& path)
     String text;
     if (set.GetString(key, text))
         path = FilePath(text);
+}
+
+/// Reads a list of rules; absent: unchanged.
+void ReadRules(const SettingsTransportSet& set, const char* key, NetIPControl& rules)
+{
+    const SettingsTransportSet* items = set.FindSet(key);
+    if (items == nullptr)
+        return;
+    rules.Reset(); // reading appends
+    rules.ReadFrom(*items);
+}
+
+/// True when no rule can be told to be wrong. That a mail rule names one address only is nothing to this server.
+bool AreRulesGood(const NetIPControl& rules)
+{
+    for (ULONG i = 0; i < rules.GetCount(); ++i) {
+        const NetIPControlEntry& rule = rules.Get(i);
+        const bool isMail =
+            rule.GetType() == NetIPControlEntry::ET_SENDER || rule.GetType() == NetIPControlEntry::ET_RCPT;
+        Messages messages;
+        if (!isMail && !rule.CheckErrors(messages))
+            return false;
+    }
+    return true;
 }
 
 bool ParsePort(const String& text, USHORT& port)
@@ -332,6 +384,9 @@ bool FtpSettings::IsSame(const SettingsTransferable& other) const
            m_idleSecs == that->m_idleSecs && m_stallSecs == that->m_stallSecs && m_connectSecs == that->m_connectSecs &&
            m_loginAttempts == that->m_loginAttempts && m_blockTimeMs == that->m_blockTimeMs &&
            m_greeting == that->m_greeting && m_logFolder == that->m_logFolder && m_logDebug == that->m_logDebug &&
+           m_connectionRules == that->m_connectionRules && m_hammerAttempts == that->m_hammerAttempts &&
+           m_hammerWindowSecs == that->m_hammerWindowSecs && m_hammerBlockSecs == that->m_hammerBlockSecs &&
+           m_hammerExemptions == that->m_hammerExemptions && m_maxSessionsPerAddress == that->m_maxSessionsPerAddress &&
            m_users == that->m_users;
 }
 
@@ -401,6 +456,12 @@ bool FtpSettings::xWriteTo(SettingsTransportSet& set) const
     set.AddString("greeting", m_greeting);
     set.AddString("log_folder", m_logFolder.GetText());
     set.AddBool("log_debug", m_logDebug);
+    set.AddSettings("connection_rules", m_connectionRules);
+    set.AddULONG("hammer_attempts", m_hammerAttempts);
+    set.AddULONG("hammer_window_secs", m_hammerWindowSecs);
+    set.AddULONG("hammer_block_secs", m_hammerBlockSecs);
+    set.AddSettings("hammer_exemptions", m_hammerExemptions);
+    set.AddULONG("max_sessions_per_address", m_maxSessionsPerAddress);
     SettingsTransportSet* users = set.AddSet("users");
     for (const FtpUserSettings& user : m_users)
         users->AddSettings(SettingsTransportSet::UNNAMED, user);
@@ -421,6 +482,12 @@ bool FtpSettings::xReadFrom(const SettingsTransportSet& set)
     set.GetString("greeting", m_greeting);
     ReadPath(set, "log_folder", m_logFolder);
     set.GetBool("log_debug", m_logDebug);
+    ReadRules(set, "connection_rules", m_connectionRules);
+    ReadNumber(set, "hammer_attempts", m_hammerAttempts);
+    ReadNumber(set, "hammer_window_secs", m_hammerWindowSecs);
+    ReadNumber(set, "hammer_block_secs", m_hammerBlockSecs);
+    ReadRules(set, "hammer_exemptions", m_hammerExemptions);
+    ReadNumber(set, "max_sessions_per_address", m_maxSessionsPerAddress);
     const SettingsTransportSet* users = set.FindSet("users");
     if (users == nullptr)
         return true;
@@ -453,6 +520,8 @@ void FtpSettings::xCheckErrors(Messages& messages) const
     check(m_loginAttempts != 0, BAD_ATTEMPTS);
     check(m_blockTimeMs >= 1 && m_blockTimeMs <= MAX_BLOCK_TIME_MS, BAD_BLOCK_TIME);
     check(!HasControlCharacter(m_greeting), BAD_GREETING);
+    check(AreRulesGood(m_connectionRules), BAD_CONNECTION_RULE);
+    check(AreRulesGood(m_hammerExemptions), BAD_HAMMER_EXEMPTION);
     check(!m_users.empty(), NO_USERS);
     std::set<String> names;
     for (const FtpUserSettings& user : m_users) {

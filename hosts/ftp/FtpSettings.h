@@ -4,6 +4,7 @@
 #include "common/FilePath.h"
 #include "common/SettingsTransferable.h"
 #include "common/String.h"
+#include "net/ipcontrol/NetIPControl.h"
 
 #include <cstdint>
 #include <vector>
@@ -118,6 +119,24 @@ public:
     void SetLogFolder(const FilePath& folder) { m_logFolder = folder; }
     bool GetLogDebug() const { return m_logDebug; }
     void SetLogDebug(bool debug) { m_logDebug = debug; }
+    /// Who may connect at all; what no rule matches may.
+    const NetIPControl& GetConnectionRules() const { return m_connectionRules; }
+    void SetConnectionRules(const NetIPControl& rules) { m_connectionRules = rules; }
+    /// Failed log-ins until an address is blocked; 0: never.
+    ULONG GetHammerAttempts() const { return m_hammerAttempts; }
+    void SetHammerAttempts(ULONG count) { m_hammerAttempts = static_cast<std::uint32_t>(count); }
+    /// Seconds after which a failed log-in is forgotten when no other followed.
+    ULONG GetHammerWindowSecs() const { return m_hammerWindowSecs; }
+    void SetHammerWindowSecs(ULONG secs) { m_hammerWindowSecs = static_cast<std::uint32_t>(secs); }
+    /// Seconds that an address stays blocked.
+    ULONG GetHammerBlockSecs() const { return m_hammerBlockSecs; }
+    void SetHammerBlockSecs(ULONG secs) { m_hammerBlockSecs = static_cast<std::uint32_t>(secs); }
+    /// Lifts the blocks of the addresses that it allows; not used while empty.
+    const NetIPControl& GetHammerExemptions() const { return m_hammerExemptions; }
+    void SetHammerExemptions(const NetIPControl& rules) { m_hammerExemptions = rules; }
+    /// Sessions that one address may have at a time; 0: any number.
+    ULONG GetMaxSessionsPerAddress() const { return m_maxSessionsPerAddress; }
+    void SetMaxSessionsPerAddress(ULONG count) { m_maxSessionsPerAddress = static_cast<std::uint32_t>(count); }
     const USERS& GetUsers() const { return m_users; }
     void SetUsers(const USERS& users) { m_users = users; }
 
@@ -141,6 +160,12 @@ private:
     String m_greeting = "kqftpd ready";
     FilePath m_logFolder;
     bool m_logDebug = false;
+    NetIPControl m_connectionRules;
+    std::uint32_t m_hammerAttempts = 5;
+    std::uint32_t m_hammerWindowSecs = 300;
+    std::uint32_t m_hammerBlockSecs = 1800;
+    NetIPControl m_hammerExemptions;
+    std::uint32_t m_maxSessionsPerAddress = 0;
     USERS m_users;
 };
 

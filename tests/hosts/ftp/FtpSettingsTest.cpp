@@ -130,6 +130,14 @@ TEST(FtpSettings, ReadJson_BadValues_NamedInTheError)
         {", \"block_time_ms\": 0", "block_time_ms:"},
         {", \"block_time_ms\": 1001", "block_time_ms:"},
         {", \"greeting\": \"a\\r\\n220 b\"", "greeting:"},
+        {", \"connection_rules\": \"+islocal\"", "connection_rules: must be a list"},
+        {", \"connection_rules\": [\"+islocal\", \"ip=1.2.3.4\"]", "connection_rules[1]: is not a rule"},
+        {", \"connection_rules\": [1]", "connection_rules[0]: is not a rule"},
+        {", \"connection_rules\": [\"+iprange=1.2.3.4-1.2.3.3\"]", "connection_rules: a range"},
+        {", \"hammer_exemptions\": [\"\"]", "hammer_exemptions[0]: is not a rule"},
+        {", \"hammer_exemptions\": [\"-iprange=::1-1.2.3.3\"]", "hammer_exemptions: a range"},
+        {", \"hammer_attempts\": -1", "hammer_attempts:"},
+        {", \"max_sessions_per_address\": \"2\"", "max_sessions_per_address:"},
     };
     for (const auto& entry : cases)
         EXPECT_TRUE(ErrorOf(WithGuest(entry.more)).StartsWith(entry.key)) << entry.more;
@@ -168,6 +176,37 @@ TEST(FtpSettings, ReadJson_SecondAccountWithoutRights_DoesNotInheritThoseOfTheFi
     EXPECT_EQ(settings.GetUsers()[0].GetRightBits(),
               FtpUserSettings::READ | FtpUserSettings::WRITE | FtpUserSettings::REMOVE | FtpUserSettings::ADMIN);
     EXPECT_EQ(settings.GetUsers()[1].GetRightBits(), static_cast<std::uint32_t>(FtpUserSettings::READ));
+}
+
+TEST(FtpSettings, ReadJson_AddressControl_TakenOver)
+{
+    FtpSettings settings;
+    EXPECT_EQ(settings.GetHammerAttempts(), 5U);
+    EXPECT_EQ(settings.GetHammerWindowSecs(), 300U);
+    EXPECT_EQ(settings.GetHammerBlockSecs(), 1800U);
+    EXPECT_EQ(settings.GetMaxSessionsPerAddress(), 0U);
+    String error;
+    ASSERT_TRUE(settings.ReadJson(WithGuest(R"(, "connection_rules": ["+islocal", "-ipmask=0.0.0.0/0.0.0.0"],
+        "hammer_attempts": 0, "hammer_window_secs": 60, "hammer_block_secs": 4294967295,
+        "hammer_exemptions": ["+RHOST=*.lan"], "max_sessions_per_address": 3)"),
+                                  error))
+        << error.c_str();
+    ASSERT_EQ(settings.GetConnectionRules().GetCount(), 2U);
+    EXPECT_EQ(settings.GetConnectionRules().Get(1).GetAsString(), "-ipmask=0.0.0.0/0.0.0.0");
+    ASSERT_EQ(settings.GetHammerExemptions().GetCount(), 1U);
+    EXPECT_EQ(settings.GetHammerExemptions().Get(0).GetAsString(), "+rhost=*.lan");
+    EXPECT_EQ(settings.GetHammerAttempts(), 0U);
+    EXPECT_EQ(settings.GetHammerWindowSecs(), 60U);
+    EXPECT_EQ(settings.GetHammerBlockSecs(), 4294967295U);
+    EXPECT_EQ(settings.GetMaxSessionsPerAddress(), 3U);
+    FtpSettings copy;
+    SettingsTransportSet set;
+    ASSERT_TRUE(settings.WriteTo(set));
+    copy.SetConnectionRules(settings.GetHammerExemptions()); // replaced, not appended to
+    ASSERT_TRUE(copy.ReadFrom(set));
+    EXPECT_TRUE(copy == settings);
+    copy.SetMaxSessionsPerAddress(4);
+    EXPECT_FALSE(copy == settings);
 }
 
 TEST(FtpSettings, ReadFile_RelativeFolders_AreTakenFromTheFilesFolder)

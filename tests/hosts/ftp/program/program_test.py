@@ -115,6 +115,25 @@ class ProgramTest(unittest.TestCase):
             self.assertEqual(server.stop()[0], 0)
         self.assertTrue(os.path.exists(os.path.join(self.folder.name, "logs", "kqftpd-sessions.db")))
 
+    def test_changed_rules_count_for_new_clients_only(self):
+        path = self.write_settings()
+        with Server("--settings", path) as server:
+            before = server.client("ann", "secret")
+            self.write_settings(connection_rules=["-ipmask=127.0.0.0/255.0.0.0"])
+            server.process.send_signal(signal.SIGHUP)
+            server.process.stdout.readline()
+            with self.assertRaisesRegex(ftplib.error_temp, "421 Your address is not served"):
+                server.client("ann", "secret")
+            before.voidcmd("NOOP")
+            self.write_settings(connection_rules=[])
+            server.process.send_signal(signal.SIGHUP)
+            server.process.stdout.readline()
+            server.client("ann", "secret").voidcmd("NOOP")
+            before.voidcmd("NOOP")
+            self.assertEqual(server.stop()[0], 0)
+        bad = run("--settings", self.write_settings(connection_rules=["+ip=1.2.3"]), "--check")
+        self.assertIn("connection_rules[0]: is not a rule", bad.stderr)
+
     def test_damaged_settings_read_again_change_nothing(self):
         path = self.write_settings()
         with Server("--settings", path) as server:

@@ -1,0 +1,235 @@
+// Who is let in: connection rules, blocks after failed log-ins, sessions per address.
+#include "tests/hosts/ftp/FtpServerFixture.h"
+
+#include <list>
+
+namespace kqlib::test {
+namespace {
+
+class FtpServerGate : public FtpServerFixture
+{
+protected:
+    static NetIPControl Rules(std::initializer_list<const char*> texts)
+    {
+        NetIPControl list;
+        for (const char* text : texts) {
+            NetIPControlEntry rule;
+            EXPECT_TRUE(rule.SetByString(text)) << text;
+            list.Add(rule);
+        }
+        return list;
+    }
+
+    /// Everything that the server says to a client of 127.0.0.lastByte that stays silent; "open" when it does not
+    /// close.
+    std::string WordsTo(unsigned char lastByte)
+    {
+        FtpTestSocket socket;
+        if (!socket.Connect(m_port, lastByte))
+            return "no connection";
+        std::string words;
+        EXPECT_TRUE(socket.Receive(words));
+        return words.starts_with("220") ? "open" : words + socket.ReceiveAll();
+    }
+
+    void FailLogIn(int times)
+    {
+        for (int i = 0; i < times; ++i) {
+            FtpTestClient client;
+            ASSERT_TRUE(client.Connect(m_port));
+            EXPECT_EQ(client.Code("USER admin"), 331);
+            client.Ask("PASS wrong");
+        }
+    }
+
+    std::size_t CountEvents(const std::string& event)
+    {
+        const std::string text = EventLogText();
+        const std::string field = "\t" + event + "\t";
+        std::size_t count = 0;
+        for (std::size_t at = text.find(field); at != std::string::npos; at = text.find(field, at + 1))
+            ++count;
+        return count;
+    }
+
+    void Reload(const FtpSettings& settings)
+    {
+        String error;
+        EXPECT_TRUE(m_server.Reload(settings, error)) << error.c_str();
+    }
+
+    const std::string BLOCKED = "421 Too many failed log-ins from your address, come back later\r\n";
+    const std::string DENIED = "421 Your address is not served\r\n";
+    const std::string CROWDED = "421 Too many connections from your address\r\n";
+};
+
+TEST_F(FtpServerGate, ConnectionRules_FirstMatchDecides_OneEventLineForTheRefused)
+{
+    m_settings.SetConnectionRules(Rules({"+ip=127.0.0.2", "-iprange=127.0.0.2-127.0.0.9"}));
+    Start();
+    EXPECT_EQ(WordsTo(1), "open");
+    EXPECT_EQ(WordsTo(2), "open");
+    EXPECT_EQ(WordsTo(3), DENIED);
+    EXPECT_TRUE(WaitNoSessions());
+    EXPECT_EQ(CountEvents("Connection Refused"), 1U);
+    EXPECT_NE(EventLogText().find("127.0.0.3:"), std::string::npos);
+}
+
+TEST_F(FtpServerGate, ConnectionRules_IsLocal_PeerIsTheServersOwnAddress)
+{
+    m_settings.SetConnectionRules(Rules({"+islocal", "-ipmask=0.0.0.0/0.0.0.0"}));
+    Start();
+    EXPECT_EQ(WordsTo(1), "open");
+    EXPECT_EQ(WordsTo(2), DENIED);
+}
+
+TEST_F(FtpServerGate, FailedLogIns_AsManyAsSet_AddressBlockedOthersServed)
+{
+    m_settings.SetHammerAttempts(3);
+    Start();
+    FailLogIn(2);
+    EXPECT_EQ(WordsTo(1), "open");
+    FtpTestClient third;
+    ASSERT_TRUE(third.Connect(m_port));
+    EXPECT_EQ(third.Code("USER nobody"), 331);
+    EXPECT_EQ(third.Code("PASS x"), 421); // the attempt that blocks ends its session
+    EXPECT_TRUE(third.GetSocket().WaitClosed());
+    EXPECT_EQ(WordsTo(1), BLOCKED);
+    EXPECT_EQ(WordsTo(2), "open");
+    EXPECT_EQ(CountEvents("Connection Refused"), 1U);
+}
+
+TEST_F(FtpServerGate, LogIn_AddressBlockedMeanwhile_RefusedWithTheRightPassword)
+{
+    m_settings.SetHammerAttempts(2);
+    Start();
+    FtpTestClient waiting;
+    ASSERT_TRUE(waiting.Connect(m_port));
+    EXPECT_EQ(waiting.Code("USER admin"), 331);
+    FtpTestClient inside = LogIn();
+    FailLogIn(2);
+    EXPECT_EQ(waiting.Code("PASS secret"), 421);
+    EXPECT_TRUE(waiting.GetSocket().WaitClosed());
+    EXPECT_EQ(inside.Code("PWD"), 257); // who is in stays in
+}
+
+TEST_F(FtpServerGate, LogIn_Success_DoesNotCount)
+{
+    m_settings.SetHammerAttempts(2);
+    Start();
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(LogIn().Code("QUIT"), 221);
+    EXPECT_EQ(WordsTo(1), "open");
+}
+
+TEST_F(FtpServerGate, HammerExemptions_AddressNamed_NeverRefused)
+{
+    m_settings.SetHammerAttempts(1);
+    m_settings.SetHammerExemptions(Rules({"+ip=127.0.0.1", "-ipmask=0.0.0.0/0.0.0.0"}));
+    Start();
+    FailLogIn(3);
+    EXPECT_EQ(WordsTo(1), "open");
+}
+
+TEST_F(FtpServerGate, HammerExemptions_ForOthers_BlockHolds)
+{
+    m_settings.SetHammerAttempts(1);
+    m_settings.SetHammerExemptions(Rules({"+ip=127.0.0.9", "-ipmask=0.0.0.0/0.0.0.0"}));
+    Start();
+    FailLogIn(1);
+    EXPECT_EQ(WordsTo(1), BLOCKED);
+}
+
+TEST_F(FtpServerGate, HammerBlockSecs_Over_ServedAgain)
+{
+    m_settings.SetHammerAttempts(1);
+    m_settings.SetHammerBlockSecs(3);
+    Start();
+    FailLogIn(1);
+    EXPECT_EQ(WordsTo(1), BLOCKED);
+    EXPECT_TRUE(WaitFor([this] { return WordsTo(1) == "open"; }, 20000));
+}
+
+TEST_F(FtpServerGate, HammerAttempts_0_NeverBlocks)
+{
+    m_settings.SetHammerAttempts(0);
+    Start();
+    FailLogIn(6);
+    EXPECT_EQ(WordsTo(1), "open");
+}
+
+TEST_F(FtpServerGate, MaxSessionsPerAddress_Reached_RefusedUntilOneLeaves)
+{
+    m_settings.SetMaxSessionsPerAddress(2);
+    Start();
+    FtpTestClient first = LogIn();
+    FtpTestClient second = LogIn();
+    EXPECT_EQ(WordsTo(1), CROWDED);
+    EXPECT_EQ(WordsTo(1), CROWDED); // who was refused does not count
+    EXPECT_EQ(WordsTo(2), "open");
+    EXPECT_EQ(first.Code("QUIT"), 221);
+    EXPECT_TRUE(WaitFor([this] { return WordsTo(1) == "open"; }));
+    EXPECT_EQ(second.Code("PWD"), 257);
+}
+
+TEST_F(FtpServerGate, Reload_NewRules_ForNewSessionsOnly)
+{
+    Start();
+    FtpTestClient inside = LogIn();
+    FtpSettings changed = m_settings;
+    changed.SetConnectionRules(Rules({"-ip=127.0.0.1"}));
+    changed.SetMaxSessionsPerAddress(1);
+    Reload(changed);
+    EXPECT_EQ(WordsTo(1), DENIED);
+    EXPECT_EQ(WordsTo(2), "open");
+    EXPECT_EQ(inside.Code("MKD still"), 257);
+    std::string listing;
+    EXPECT_EQ(inside.Download("NLST", listing), 226);
+    changed.SetConnectionRules(NetIPControl());
+    Reload(changed);
+    EXPECT_EQ(WordsTo(1), CROWDED); // the session from before counts
+}
+
+TEST_F(FtpServerGate, Reload_HammerNumbers_BlocksJudgedByThem)
+{
+    m_settings.SetHammerAttempts(1);
+    Start();
+    FailLogIn(1);
+    EXPECT_EQ(WordsTo(1), BLOCKED);
+    Reload(m_settings);
+    EXPECT_EQ(WordsTo(1), BLOCKED); // a reload alone forgives nothing
+    FtpSettings changed = m_settings;
+    changed.SetHammerBlockSecs(0);
+    Reload(changed);
+    EXPECT_TRUE(WaitFor([this] { return WordsTo(1) == "open"; }));
+    Reload(m_settings);
+    FailLogIn(1);
+    changed.SetHammerAttempts(0);
+    Reload(changed);
+    EXPECT_EQ(WordsTo(1), "open");
+    Reload(m_settings);
+    EXPECT_EQ(WordsTo(1), "open"); // turning it off forgot everything
+}
+
+TEST_F(FtpServerGate, ManyClientsAtOnce_CountsComeBackToNone)
+{
+    m_settings.SetMaxSessionsPerAddress(20);
+    Start();
+    for (int round = 0; round < 3; ++round) {
+        std::list<FtpTestSocket> sockets(60);
+        for (FtpTestSocket& socket : sockets)
+            ASSERT_TRUE(socket.Connect(m_port));
+        std::size_t served = 0;
+        for (FtpTestSocket& socket : sockets) {
+            std::string words;
+            EXPECT_TRUE(socket.Receive(words));
+            served += words.starts_with("220") ? 1U : 0U;
+        }
+        EXPECT_EQ(served, 20U);
+        sockets.clear();
+        EXPECT_TRUE(WaitNoSessions());
+    }
+}
+
+} // namespace
+} // namespace kqlib::test
