@@ -211,17 +211,16 @@ TEST_F(FtpServerGate, Reload_HammerNumbers_BlocksJudgedByThem)
     EXPECT_EQ(WordsTo(1), "open"); // turning it off forgot everything
 }
 
-TEST_F(FtpServerGate, ManyClientsAtOnce_CountsComeBackToNone)
+TEST_F(FtpServerGate, ManyClients_AllLeaveAtOnce_CountsComeBackToNone)
 {
     m_settings.SetMaxSessionsPerAddress(20);
     Start();
     for (int round = 0; round < 3; ++round) {
         std::list<FtpTestSocket> sockets(60);
-        for (FtpTestSocket& socket : sockets)
-            ASSERT_TRUE(socket.Connect(m_port));
         std::size_t served = 0;
         for (FtpTestSocket& socket : sockets) {
             std::string words;
+            ASSERT_TRUE(socket.Connect(m_port));
             EXPECT_TRUE(socket.Receive(words));
             served += words.starts_with("220") ? 1U : 0U;
         }
