@@ -5,6 +5,7 @@
 #include "platform/Clock.h"
 #include "platform/Processes.h"
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -22,8 +23,10 @@ constexpr USHORT DEFAULT_PORT = 80;
 constexpr String::size_type MAX_LINE_SIZE = 2048;
 /// Command reception counts the CR, and stops one character before its limit.
 constexpr ULONG LINE_RECEPTION_LIMIT = MAX_LINE_SIZE + 2;
-/// Received and written at once. The size shows in nothing but speed.
+/// Received and written at once, for speed.
 constexpr ULONG PIECE_SIZE = 65536;
+/// A file may outgrow the expected size by this much before the download fails.
+constexpr ULONG8 MAX_EXCESS = 1024;
 
 constexpr const char* CONTENT_LENGTH = "Content-Length: ";
 constexpr const char* LOCATION = "Location: ";
@@ -197,7 +200,6 @@ void NetAppUpdate::xThread()
     NetTCP socket(NetIP::LOOKUP_ANY, m_cache);
     socket.SetBlockTime(SOCKET_BLOCK_TIME_MS);
     const auto buffer = std::make_unique<RECVBUF>();
-    buffer->received = {RECVBUF::SIZE, buffer->bytes, 0, 0, false};
     if (GetStatus() == ST_CHECKING)
         xCheck(socket, *buffer);
     else
@@ -245,7 +247,7 @@ bool NetAppUpdate::xConnectAndRequestFile(NetTCP& socket, RECVBUF& buffer, bool 
         if (xShouldThreadEnd())
             return false;
         socket.Close();
-        socket.RecvPrepForFirstCmd(buffer.received, buffer.line, buffer.done);
+        xPrepareBuffer(socket, buffer);
         bool redirect = false;
         String location;
         if (!socket.Connect(host, port) || !xSendData(socket, xBuildRequest(isVersionRequest, host, port, path)) ||
@@ -289,6 +291,13 @@ bool NetAppUpdate::xSendData(NetTCP& socket, const String& text) const
     return !text.empty();
 }
 
+void NetAppUpdate::xPrepareBuffer(NetTCP& socket, RECVBUF& buffer)
+{
+    buffer.received.capacity = RECVBUF::SIZE;
+    buffer.received.buffer = buffer.bytes;
+    socket.RecvPrepForFirstCmd(buffer.received, buffer.line, buffer.done);
+}
+
 bool NetAppUpdate::xReceiveHeader(NetTCP& socket, RECVBUF& buffer, bool& redirect, String& location)
 {
     bool lengthFound = false;
@@ -315,7 +324,6 @@ bool NetAppUpdate::xReceiveHeader(NetTCP& socket, RECVBUF& buffer, bool& redirec
     return false;
 }
 
-/// One line; the last one may be cut off by the end of the connection.
 bool NetAppUpdate::xReceiveLine(NetTCP& socket, RECVBUF& buffer, String& line) const
 {
     bool open = true;
@@ -397,10 +405,11 @@ bool NetAppUpdate::xReceiveBody(NetTCP& socket, RECVBUF& buffer, FileAccess& fil
 {
     std::vector<unsigned char> piece(PIECE_SIZE);
     ULONG8 received = 0;
-    while (received <= GetMaxReceivingAmount()) {
+    const ULONG8 expected = GetMaxReceivingAmount();
+    while (received <= expected) {
         if (xShouldThreadEnd())
             return false;
-        ULONG size = PIECE_SIZE;
+        ULONG size = static_cast<ULONG>(std::min<ULONG8>(PIECE_SIZE, expected - received + MAX_EXCESS));
         if (!xReceivePiece(socket, buffer, piece.data(), size))
             return true;
         if (size > 0 && !file.WriteAll(piece.data(), size))

@@ -98,6 +98,18 @@ protected:
     /// The text of a request with its empty line.
     String xBuildRequest(bool isVersionRequest, const String& host, USHORT port, const FilePath& path) const;
 
+    // What reads the bytes of a server, through the virtual reception of the socket.
+    /// Empties the buffer for a connection.
+    static void xPrepareBuffer(NetTCP& socket, RECVBUF& buffer);
+    /// One header up to its empty line. redirect: by status 301, 302 or 307, location is where to. False: any other
+    /// status, an end before the empty line, or what the status needs (a length, a location) is missing.
+    bool xReceiveHeader(NetTCP& socket, RECVBUF& buffer, bool& redirect, String& location);
+    /// One line of at most 2048 characters; the last one may be cut off by the end of the connection. False: too long,
+    /// nothing more came, or the thread is to end.
+    bool xReceiveLine(NetTCP& socket, RECVBUF& buffer, String& line) const;
+    /// The five lines, then closes. What is missing stays empty. False: file is not valid.
+    bool xReceiveVersionFile(NetTCP& socket, RECVBUF& buffer, VERSIONFILE& file) const;
+
 private:
     void xThread() override;
     void xReset();
@@ -108,9 +120,6 @@ private:
     bool xConnectAndRequestFile(NetTCP& socket, RECVBUF& buffer, bool isVersionRequest, String host, USHORT port,
                                 FilePath path);
     bool xSendData(NetTCP& socket, const String& text) const;
-    bool xReceiveHeader(NetTCP& socket, RECVBUF& buffer, bool& redirect, String& location);
-    bool xReceiveLine(NetTCP& socket, RECVBUF& buffer, String& line) const;
-    bool xReceiveVersionFile(NetTCP& socket, RECVBUF& buffer, VERSIONFILE& file) const;
     bool xReceiveFile(NetTCP& socket, RECVBUF& buffer);
     bool xReceiveBody(NetTCP& socket, RECVBUF& buffer, FileAccess& file);
     bool xReceivePiece(NetTCP& socket, RECVBUF& buffer, unsigned char* piece, ULONG& size) const;

@@ -118,7 +118,7 @@ ScriptedTCPPeer& ScriptedTCPPeer::NextConnection()
     });
 }
 
-bool ScriptedTCPPeer::StartServer()
+bool ScriptedTCPPeer::Listen()
 {
     m_isServer = true;
     m_listener = OpenSocket(true, Family::IP4);
@@ -127,6 +127,13 @@ bool ScriptedTCPPeer::StartServer()
         !GetLocalEndpointIP4(m_listener, end))
         return false;
     m_port = end.port;
+    return true;
+}
+
+bool ScriptedTCPPeer::StartServer()
+{
+    if (m_port == 0 && !Listen())
+        return false;
     xStart();
     return true;
 }

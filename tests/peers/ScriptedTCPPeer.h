@@ -58,7 +58,9 @@ public:
     void SetStepLimit(std::uint32_t ms) { m_stepLimitMs = ms; }
 
     // --- running
-    /// Listens (the port stands when this returns) and plays the script. False: no port could be had.
+    /// Only listens, for steps that need to know the port; StartServer goes on from here. False: no port could be had.
+    bool Listen();
+    /// Listens, unless it does so already (the port stands when this returns), and plays the script. False: no port could be had.
     bool StartServer();
     /// Connects to a port of 127.0.0.1 and plays the script. False: no socket could be had.
     bool StartClient(std::uint16_t port);
