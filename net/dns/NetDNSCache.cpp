@@ -35,7 +35,7 @@ bool CopyOut(ULONG found, const VectorPtr<LOOKUP>& lookups, VectorPtr<RECORD>& r
 
 } // namespace
 
-std::size_t NetDNSCache::NAME_HASH::operator()(std::string_view name) const noexcept
+std::size_t NetDNSCache::NAME_HASH::operator()(std::string_view name) const
 {
     // FNV-1a over the folded bytes, in the width of the machine.
     constexpr bool WIDE = sizeof(std::size_t) == 8;

@@ -71,7 +71,8 @@ private:
     /// Hash and equality of names without regard to the case of the letters A to Z, as String::MatchesI has it.
     struct NAME_HASH
     {
-        std::size_t operator()(std::string_view name) const noexcept;
+        // Without noexcept the standard library keeps each name's hash beside it, and a search reads one name only.
+        std::size_t operator()(std::string_view name) const;
     };
     struct NAME_EQUAL
     {
