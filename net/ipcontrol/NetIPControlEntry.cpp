@@ -9,12 +9,6 @@ namespace kqlib {
 
 namespace {
 
-constexpr int MSG_RANGE_UPSIDE_DOWN = 84;
-constexpr int MSG_HOST_EMPTY = 85;
-constexpr int MSG_REVERSE_HOST_EMPTY = 86;
-constexpr int MSG_SENDER_IS_ADDRESS = 87;
-constexpr int MSG_RECIPIENT_IS_ADDRESS = 88;
-
 constexpr String::size_type SHORTEST_RULE = 4;
 const char* const ENTRY_KEY = "entry";
 const char* const LOCAL_KEYWORD = "islocal";

@@ -33,6 +33,16 @@ public:
         ET_RCPT = 7     ///< "rcpt": a pattern for the mail recipients
     };
 
+    /// Message codes of CheckErrors. Their texts belong to the host.
+    enum MESSAGE : int
+    {
+        MSG_RANGE_UPSIDE_DOWN = 84,
+        MSG_HOST_EMPTY = 85,
+        MSG_REVERSE_HOST_EMPTY = 86,
+        MSG_SENDER_IS_ADDRESS = 87,   ///< complete where a pattern is expected
+        MSG_RECIPIENT_IS_ADDRESS = 88 ///< likewise
+    };
+
     /// Allows; ET_IP; IP 0.0.0.0; IPHigh 255.255.255.255; no text.
     NetIPControlEntry();
     NetIPControlEntry(const NetIPControlEntry&) = default;

@@ -1,6 +1,7 @@
 #include "tools/kq/MessageTexts.h"
 
 #include "net/dns/NetDNS.h"
+#include "net/ipcontrol/NetIPControlEntry.h"
 
 #include <nlohmann/json.hpp>
 
@@ -25,6 +26,16 @@ std::string MessageText(int code)
         return "the server does not do such queries";
     case NetDNS::MSG_REFUSED:
         return "the server refuses to answer";
+    case NetIPControlEntry::MSG_RANGE_UPSIDE_DOWN:
+        return "the range begins behind its end";
+    case NetIPControlEntry::MSG_HOST_EMPTY:
+        return "the host name is empty";
+    case NetIPControlEntry::MSG_REVERSE_HOST_EMPTY:
+        return "the pattern for reverse names is empty";
+    case NetIPControlEntry::MSG_SENDER_IS_ADDRESS:
+        return "the sender is a complete mail address where a pattern is expected";
+    case NetIPControlEntry::MSG_RECIPIENT_IS_ADDRESS:
+        return "the recipient is a complete mail address where a pattern is expected";
     default:
         return "message " + std::to_string(code);
     }

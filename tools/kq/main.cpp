@@ -1,6 +1,7 @@
 // kq: one command-line tool with a sub-command for each subject of the library.
 #include "net/sockets/NetSocket.h"
 #include "tools/kq/DnsCommand.h"
+#include "tools/kq/RulesCommand.h"
 
 #include <CLI/CLI.hpp>
 
@@ -36,6 +37,7 @@ int Run(int argc, char** argv)
     app.require_subcommand(1);
     int exitCode = 0;
     kq::AddDnsCommand(app, exitCode);
+    kq::AddRulesCommand(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
