@@ -30,38 +30,53 @@ std::uint64_t Join(DWORD high, DWORD low)
     return (std::uint64_t{high} << 32) | low;
 }
 
+bool IsLinkTag(DWORD attributes, DWORD tag)
+{
+    return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+           (tag == IO_REPARSE_TAG_SYMLINK || tag == IO_REPARSE_TAG_MOUNT_POINT);
+}
+
 bool IsLink(HANDLE handle)
 {
     FILE_ATTRIBUTE_TAG_INFO info{};
     return GetFileInformationByHandleEx(handle, FileAttributeTagInfo, &info, sizeof(info)) &&
-           (info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
-           (info.ReparseTag == IO_REPARSE_TAG_SYMLINK || info.ReparseTag == IO_REPARSE_TAG_MOUNT_POINT);
+           IsLinkTag(info.FileAttributes, info.ReparseTag);
 }
 
-std::uint32_t NearestPermissions(const BY_HANDLE_FILE_INFORMATION& info, FileKind kind)
+std::uint32_t NearestPermissions(DWORD attributes, FileKind kind)
 {
     constexpr std::uint32_t readAll = 0444;
     constexpr std::uint32_t writeAll = 0222;
     constexpr std::uint32_t enterAll = 0111;
-    const bool readOnly = kind == FileKind::FILE && (info.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+    const bool readOnly = kind == FileKind::FILE && (attributes & FILE_ATTRIBUTE_READONLY) != 0;
     return readAll | (readOnly ? 0 : writeAll) | (kind == FileKind::FILE ? 0 : enterAll);
+}
+
+/// What the attributes, size and time of anything on a disk say.
+FileFacts MakeFacts(DWORD attributes, bool isLink, std::uint64_t size, const FILETIME& modified)
+{
+    FileFacts facts;
+    if (isLink)
+        facts.kind = FileKind::LINK;
+    else
+        facts.kind = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? FileKind::FOLDER : FileKind::FILE;
+    facts.size = facts.kind == FileKind::FILE ? size : 0;
+    facts.modifiedMs = MsFromFileTime(modified);
+    facts.permissions = NearestPermissions(attributes, facts.kind);
+    return facts;
 }
 
 FileResult FactsOf(HANDLE handle, FileFacts& out)
 {
+    if (GetFileType(handle) != FILE_TYPE_DISK) {
+        out = {};
+        return FileResult::DONE;
+    }
     BY_HANDLE_FILE_INFORMATION info{};
     if (!GetFileInformationByHandle(handle, &info))
         return FromSystemError(GetLastError());
-    out = {};
-    if (IsLink(handle))
-        out.kind = FileKind::LINK;
-    else if ((info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-        out.kind = FileKind::FOLDER;
-    else if (GetFileType(handle) == FILE_TYPE_DISK)
-        out.kind = FileKind::FILE;
-    out.size = out.kind == FileKind::FILE ? Join(info.nFileSizeHigh, info.nFileSizeLow) : 0;
-    out.modifiedMs = MsFromFileTime(info.ftLastWriteTime);
-    out.permissions = NearestPermissions(info, out.kind);
+    out = MakeFacts(info.dwFileAttributes, IsLink(handle), Join(info.nFileSizeHigh, info.nFileSizeLow),
+                    info.ftLastWriteTime);
     out.links = info.nNumberOfLinks;
     out.volume = info.dwVolumeSerialNumber;
     out.serial = Join(info.nFileIndexHigh, info.nFileIndexLow);
@@ -342,22 +357,31 @@ struct FolderReader::STATE
                                             static_cast<DWORD>(block.size())) != FALSE;
     }
 
-    /// Takes one name out of the block; filled tells whether the block still holds entries.
-    std::string Take()
+    /// Takes one entry out of the block; filled tells whether the block still holds more. The number of names that a
+    /// file has is not listed: one.
+    void Take(std::string& name, FileFacts& facts)
     {
         FILE_ID_BOTH_DIR_INFO entry{};
         std::memcpy(&entry, block.data() + next, offsetof(FILE_ID_BOTH_DIR_INFO, FileName));
-        std::wstring name(entry.FileNameLength / sizeof(wchar_t), L'\0');
-        std::memcpy(name.data(), block.data() + next + offsetof(FILE_ID_BOTH_DIR_INFO, FileName),
-                    name.size() * sizeof(wchar_t));
+        std::wstring wide(entry.FileNameLength / sizeof(wchar_t), L'\0');
+        std::memcpy(wide.data(), block.data() + next + offsetof(FILE_ID_BOTH_DIR_INFO, FileName),
+                    wide.size() * sizeof(wchar_t));
+        name = FromWide(wide.c_str());
+        FILETIME modified{};
+        modified.dwLowDateTime = entry.LastWriteTime.LowPart;
+        modified.dwHighDateTime = static_cast<DWORD>(entry.LastWriteTime.HighPart);
+        facts = MakeFacts(entry.FileAttributes, IsLinkTag(entry.FileAttributes, entry.EaSize), // the tag of a link
+                          static_cast<std::uint64_t>(entry.EndOfFile.QuadPart), modified);
+        facts.volume = volume;
+        facts.serial = static_cast<std::uint64_t>(entry.FileId.QuadPart);
         filled = entry.NextEntryOffset != 0;
         next += entry.NextEntryOffset;
-        return FromWide(name.c_str());
     }
 
     static constexpr std::size_t BLOCK_BYTES = 64 * 1024;
 
     NativeHandle folder;
+    std::uint64_t volume = 0; // of the folder, and so of what it holds
     std::vector<unsigned char> block = std::vector<unsigned char>(BLOCK_BYTES);
     std::size_t next = 0;
     bool filled = false;
@@ -376,7 +400,12 @@ FileResult FolderReader::Open(const RootFolder& root, const std::string& path)
     Walk walk(ToNative(root.m_handle));
     if (const FileResult result = walk.To(path, true); result != FileResult::DONE)
         return result;
-    return OpenEnd(walk, FILE_LIST_DIRECTORY | LOOK_ACCESS, FILE_DIRECTORY_FILE, m_state->folder);
+    FileFacts facts;
+    FileResult result = OpenEnd(walk, FILE_LIST_DIRECTORY | LOOK_ACCESS, FILE_DIRECTORY_FILE, m_state->folder);
+    if (result == FileResult::DONE)
+        result = FactsOf(m_state->folder.Get(), facts);
+    m_state->volume = facts.volume;
+    return result;
 }
 
 void FolderReader::Close()
@@ -390,13 +419,8 @@ bool FolderReader::Read(std::string& name, FileFacts& facts)
     while (m_state->folder.IsOpen()) {
         if (!m_state->filled && !m_state->Fill())
             return false;
-        name = m_state->Take();
-        if (name.empty() || name == "." || name == "..")
-            continue;
-        NativeHandle entry;
-        if (OpenRelative(m_state->folder.Get(), name, {FILE_READ_ATTRIBUTES, FILE_OPEN, 0}, entry) ==
-                FileResult::DONE &&
-            FactsOf(entry.Get(), facts) == FileResult::DONE)
+        m_state->Take(name, facts);
+        if (!name.empty() && name != "." && name != "..")
             return true;
     }
     return false;

@@ -6,6 +6,7 @@
 #include "hosts/ftp/FtpPaths.h"
 #include "tests/peers/TempFolder.h"
 
+#include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
@@ -212,14 +213,18 @@ TEST(FtpSettings, ReadJson_AddressControl_TakenOver)
 TEST(FtpSettings, ReadFile_RelativeFolders_AreTakenFromTheFilesFolder)
 {
     const test::TempFolder folder;
+    const FilePath absolute = FromStdPath(folder.GetPath().root_path() / "b");
+    std::string absoluteText = absolute.c_str();
+    std::replace(absoluteText.begin(), absoluteText.end(), '\\', '/'); // a backslash means something else in JSON
     std::ofstream(folder / "ftp.json") << R"({"log_folder": "logs", "users": [
-        {"name": "a", "home": "../a", "anonymous": true}, {"name": "b", "home": "/b", "anonymous": true}]})";
+        {"name": "a", "home": "../a", "anonymous": true}, {"name": "b", "home": ")"
+                                       << absoluteText << R"(", "anonymous": true}]})";
     FtpSettings settings;
     String error;
     ASSERT_TRUE(settings.ReadFile(FromStdPath(folder / "ftp.json"), error)) << error.c_str();
     EXPECT_EQ(settings.GetLogFolder(), FromStdPath(folder / "logs"));
     EXPECT_EQ(settings.GetUsers()[0].GetHome(), FromStdPath(folder.GetPath().parent_path() / "a"));
-    EXPECT_EQ(settings.GetUsers()[1].GetHome().GetText(), "/b");
+    EXPECT_EQ(settings.GetUsers()[1].GetHome(), absolute);
 }
 
 TEST(FtpSettings, ReadFile_Missing_SaysSo)
