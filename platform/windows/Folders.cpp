@@ -18,6 +18,8 @@ namespace kqlib::platform {
 
 namespace {
 
+constexpr std::size_t LONGEST_NAME = 255; // 16-bit characters
+
 constexpr ACCESS_MASK LOOK_ACCESS = FILE_READ_ATTRIBUTES | FILE_TRAVERSE;
 
 HANDLE ToNative(std::intptr_t handle)
@@ -144,8 +146,8 @@ struct WindowsFolders
             return static_cast<unsigned char>(c) < 32 ||
                    std::string_view("\"*:<>?\\|").find(c) != std::string_view::npos;
         };
-        return std::none_of(name.begin(), name.end(), forbidden) && name.back() != '.' && name.back() != ' ' &&
-               !IsDeviceName(name);
+        return ToWide(name.c_str()).size() <= LONGEST_NAME && std::none_of(name.begin(), name.end(), forbidden) &&
+               name.back() != '.' && name.back() != ' ' && !IsDeviceName(name);
     }
 
     static FileResult Find(HANDLE folder, const std::string& name, FOUND_NAME<NativeHandle>& out)

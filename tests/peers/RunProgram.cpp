@@ -19,7 +19,7 @@ PROGRAMRESULT RunProgram(const std::string& program, const std::vector<std::stri
     command += " >\"" + outputPath.string() + "\" 2>&1";
     PROGRAMRESULT result;
     result.success = std::system(command.c_str()) == 0;
-    std::ifstream file(outputPath, std::ios::binary);
+    std::ifstream file(outputPath); // as text: the line ends of the system become LF
     result.output.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     return result;
 }

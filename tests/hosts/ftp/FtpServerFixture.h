@@ -83,7 +83,8 @@ protected:
     std::string ReadHomeFile(const std::string& name) const { return ReadFile(Home() / name); }
     bool IsInHome(const std::string& name) const
     {
-        return std::filesystem::exists(std::filesystem::symlink_status(Home() / name));
+        return std::filesystem::exists(
+            std::filesystem::symlink_status(Home() / std::filesystem::path(std::u8string(name.begin(), name.end()))));
     }
 
     /// Size bytes that repeat nowhere soon.
