@@ -14,6 +14,7 @@
 #include <cstring>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
+#include <optional>
 
 namespace kqlib {
 
@@ -21,20 +22,6 @@ namespace kqlib {
 constexpr ULONG NetSSLCertControl::SEED_BLOCK_SIZE;
 
 namespace {
-
-enum : int
-{
-    MSG_OBJECT = 57,
-    MSG_KEY_WRITE = 60,
-    MSG_CERTIFICATE = 61,
-    MSG_REQUEST = 62,
-    MSG_KEY_READ = 63,
-    MSG_KEY_ENCRYPTED = 64,
-    MSG_CERTIFICATE_READ = 65,
-    MSG_KEY_REFUSED = 67,
-    MSG_CERTIFICATE_REFUSED = 68,
-    MSG_MISMATCH = 70
-};
 
 constexpr ULONG PATH_BUFFER_SIZE = 261;
 constexpr ULONG FIELD_BUFFER_SIZE = 100;
@@ -53,7 +40,7 @@ private:
 };
 
 /// One code and false: the shape of every failure here.
-bool Fail(Messages& messages, int code)
+bool Fail(Messages& messages, NetSSLCertControl::MESSAGE code)
 {
     messages.AddMessage(code);
     return false;
@@ -162,18 +149,28 @@ bool LookForEncryption(const FilePath& keyFile, bool& encrypted)
     return true;
 }
 
-/// 0 when the pair can serve, else the code.
-int CheckPair(X509* certificate, EVP_PKEY* key)
+/// Whether a TLS service could use a key of this kind at all.
+bool IsKeyUsable(EVP_PKEY* key)
+{
+    const SSLContextHandle context(SSL_CTX_new(TLS_server_method()));
+    return context && SSL_CTX_use_PrivateKey(context.get(), key) == 1;
+}
+
+/// Nothing when the pair can serve, else the code.
+std::optional<NetSSLCertControl::MESSAGE> CheckPair(X509* certificate, EVP_PKEY* key)
 {
     const SSLContextHandle context(SSL_CTX_new(TLS_server_method()));
     if (!context)
-        return MSG_OBJECT;
+        return NetSSLCertControl::MSG_OBJECT;
     if (SSL_CTX_use_certificate(context.get(), certificate) != 1)
-        return MSG_CERTIFICATE_REFUSED;
-    // OpenSSL refuses a key of another pair here already; that is a mismatch, not a bad key.
+        return NetSSLCertControl::MSG_CERTIFICATE_REFUSED;
+    // With a certificate in place OpenSSL refuses a key of another pair here already; that is a mismatch, not a bad
+    // key.
     if (SSL_CTX_use_PrivateKey(context.get(), key) != 1)
-        return X509_check_private_key(certificate, key) != 1 ? MSG_MISMATCH : MSG_KEY_REFUSED;
-    return SSL_CTX_check_private_key(context.get()) == 1 ? 0 : MSG_MISMATCH;
+        return IsKeyUsable(key) ? NetSSLCertControl::MSG_MISMATCH : NetSSLCertControl::MSG_KEY_REFUSED;
+    if (SSL_CTX_check_private_key(context.get()) != 1)
+        return NetSSLCertControl::MSG_MISMATCH;
+    return std::nullopt;
 }
 
 } // namespace
@@ -284,8 +281,8 @@ bool NetSSLCertControl::ImportKeyAndCertificate(const FilePath& sourceCert, cons
     if (!key)
         return Fail(messages, MSG_KEY_READ);
     // 3. Whether they belong together.
-    if (const int code = CheckPair(certificate.get(), key.get()))
-        return Fail(messages, code);
+    if (const auto code = CheckPair(certificate.get(), key.get()))
+        return Fail(messages, *code);
     // 4. The copies.
     bio = NewFileBIO();
     if (!bio || !OpenForWriting(bio.get(), certFile) || PEM_write_bio_X509(bio.get(), certificate.get()) != 1 ||
@@ -296,7 +293,7 @@ bool NetSSLCertControl::ImportKeyAndCertificate(const FilePath& sourceCert, cons
         PEM_write_bio_PrivateKey(bio.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr) == 1 && Flush(bio.get()))
         return true;
     // No half pair is left; should the deletion fail too, the code below still tells.
-    FileAccess::sDelete(certFile);
+    FileAccess::sDelete(NarrowPath(certFile).c_str());
     return Fail(messages, MSG_KEY_WRITE);
 }
 

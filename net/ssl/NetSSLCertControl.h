@@ -12,7 +12,7 @@ class NetSSLCertCreate;
 
 /// Makes RSA keys, self-signed certificates and signing requests, and imports a key pair that exists already. All
 /// files are PEM; paths longer than 260 bytes are cut. Files written before a failure stay, but for an import, which
-/// leaves no half pair. Key files that are made can be read by their owner alone.
+/// leaves no half pair. Key files that are made can be read by their owner alone; one that exists keeps its rights.
 ///
 /// Ownership: no state. Threads: any thread. Errors: false with exactly one code added: 57 an object of the TLS library
 /// could not be made, or version or start of validity not be set; 60 the key cannot be generated or written; 61 the
@@ -22,6 +22,21 @@ class NetSSLCertCreate;
 class KQNET_API NetSSLCertControl
 {
 public:
+    /// What a failure adds to the caller's messages.
+    enum MESSAGE : int
+    {
+        MSG_OBJECT = 57,
+        MSG_KEY_WRITE = 60,
+        MSG_CERTIFICATE = 61,
+        MSG_REQUEST = 62,
+        MSG_KEY_READ = 63,
+        MSG_KEY_ENCRYPTED = 64,
+        MSG_CERTIFICATE_READ = 65,
+        MSG_KEY_REFUSED = 67,
+        MSG_CERTIFICATE_REFUSED = 68,
+        MSG_MISMATCH = 70
+    };
+
     static constexpr ULONG SEED_BLOCK_SIZE = 2344;
 
     NetSSLCertControl();
@@ -50,7 +65,8 @@ public:
                                                Messages& messages) const;
 
     /// Checks that the pair belongs together and writes it anew, the key as an unencrypted "PRIVATE KEY". A key with a
-    /// pass phrase is refused (64, or 63 in its other form), never asked for.
+    /// pass phrase is refused (64, or 63 in its other form), never asked for. 67: a kind of key that TLS cannot use;
+    /// 70: any other key that is not the certificate's.
     bool ImportKeyAndCertificate(const FilePath& sourceCert, const FilePath& sourceKey, const FilePath& certFile,
                                  const FilePath& keyFile, Messages& messages) const;
 

@@ -15,21 +15,6 @@ constexpr const char* FORBIDDEN = "<>~!#$%^*\\/?,&\r\n\t";
 /// Names may hold no "@" either.
 constexpr const char* FORBIDDEN_IN_NAMES = "<>~!#$%^*\\/?,&\r\n\t@";
 
-enum : int
-{
-    MSG_NAME = 71,
-    MSG_COMMON_NAME = 72,
-    MSG_UNIT = 73,
-    MSG_ORGANIZATION = 74,
-    MSG_EMAIL = 75,
-    MSG_CITY = 76,
-    MSG_STATE = 77,
-    MSG_COUNTRY = 78,
-    MSG_EXPIRE = 79,
-    MSG_SEED_EMPTY = 80,
-    MSG_SEED_TOO_LONG = 81
-};
-
 bool IsTextValid(const String& text, const char* forbidden)
 {
     return !text.empty() && text.FindFirstCharI(forbidden) == String::npos;

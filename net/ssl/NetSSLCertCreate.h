@@ -22,6 +22,22 @@ namespace kqlib {
 class KQNET_API NetSSLCertCreate : public SettingsTransferable
 {
 public:
+    /// What CheckErrors adds, one code per field.
+    enum MESSAGE : int
+    {
+        MSG_NAME = 71,
+        MSG_COMMON_NAME = 72,
+        MSG_UNIT = 73,
+        MSG_ORGANIZATION = 74,
+        MSG_EMAIL = 75,
+        MSG_CITY = 76,
+        MSG_STATE = 77,
+        MSG_COUNTRY = 78,
+        MSG_EXPIRE = 79,
+        MSG_SEED_EMPTY = 80,
+        MSG_SEED_TOO_LONG = 81
+    };
+
     /// Texts and seed empty, expiry 730 days from now, 2048 bits.
     NetSSLCertCreate();
     NetSSLCertCreate(const NetSSLCertCreate&) = default;

@@ -52,6 +52,15 @@ void PutTimeZone(MachineState& out)
     PutText(out.timeZone, text);
 }
 
+void PutMemory(MachineState& out)
+{
+    struct sysinfo memory = {};
+    if (::sysinfo(&memory) != 0)
+        return;
+    const std::array<unsigned long, 4> sizes{memory.totalram, memory.freeram, memory.sharedram, memory.bufferram};
+    Put(out.memory, sizes.data(), sizeof sizes);
+}
+
 void PutDisk(MachineState& out)
 {
     struct statvfs disk = {};
@@ -68,11 +77,12 @@ void PutDisk(MachineState& out)
 void ReadMachineState(MachineState& out)
 {
     std::memset(&out, 0, sizeof out);
+    const std::array<long, 4> system{::sysconf(_SC_NPROCESSORS_CONF), ::sysconf(_SC_NPROCESSORS_ONLN),
+                                     ::sysconf(_SC_PAGESIZE), ::sysconf(_SC_PHYS_PAGES)};
+    Put(out.systemInfo, system.data(), sizeof system);
     utsname machine{};
-    if (::uname(&machine) == 0) {
-        Put(out.systemInfo, machine.version, sizeof machine.version);
+    if (::uname(&machine) == 0)
         PutText(out.computerName, machine.nodename);
-    }
     CalendarTime local{};
     if (ToLocalTime(WallClockMs(), local))
         Put(out.localTime, &local, sizeof local);
@@ -80,9 +90,7 @@ void ReadMachineState(MachineState& out)
     PutTimeZone(out);
     out.processId = static_cast<std::uint32_t>(::getpid());
     out.threadId = CurrentThreadId();
-    struct sysinfo memory = {};
-    if (::sysinfo(&memory) == 0)
-        Put(out.memory, &memory, sizeof memory);
+    PutMemory(out);
     PutDisk(out);
 }
 

@@ -30,7 +30,7 @@ void PutDisk(MachineState& out)
     ULARGE_INTEGER freeForCaller{};
     ULARGE_INTEGER total{};
     ULARGE_INTEGER free{};
-    if (GetDiskFreeSpaceExW(nullptr, &freeForCaller, &total, &free)) {
+    if (GetDiskFreeSpaceExW(L"C:", &freeForCaller, &total, &free)) {
         out.diskFreeForCaller = freeForCaller.QuadPart;
         out.diskTotal = total.QuadPart;
         out.diskFree = free.QuadPart;
