@@ -40,7 +40,8 @@ public:
     bool Accept(const std::string& certFile, const std::string& keyFile)
     {
         m_context.reset(SSL_CTX_new(TLS_server_method()));
-        return SSL_CTX_set_cipher_list(m_context.get(), "HIGH:MEDIUM:@STRENGTH") == 1 &&
+        return SSL_CTX_set_num_tickets(m_context.get(), 0) == 1 &&
+               SSL_CTX_set_cipher_list(m_context.get(), "HIGH:MEDIUM:@STRENGTH") == 1 &&
                SSL_CTX_use_certificate_chain_file(m_context.get(), certFile.c_str()) == 1 &&
                SSL_CTX_use_PrivateKey_file(m_context.get(), keyFile.c_str(), SSL_FILETYPE_PEM) == 1 &&
                SSL_CTX_check_private_key(m_context.get()) == 1 && xStart() && SSL_accept(m_ssl.get()) == 1;

@@ -99,8 +99,10 @@ bool NetTCPSSL::SSLAccept(const FilePath& certFile, const FilePath& keyFile)
     const OpenSSLErrorGuard errors;
     xFreeSSLData(false);
     m_context = SSL_CTX_new(TLS_server_method());
-    if (m_context == nullptr || SSL_CTX_set_cipher_list(m_context, CIPHER_LIST) != 1 ||
-        !xLoadKeyPair(certFile, keyFile) || !xMakeConnection())
+    // No connection could resume the session of another, whose context is gone: no tickets for that. Two small records
+    // right after the handshake would also hold up the first reply until the peer acknowledges them.
+    if (m_context == nullptr || SSL_CTX_set_num_tickets(m_context, 0) != 1 ||
+        SSL_CTX_set_cipher_list(m_context, CIPHER_LIST) != 1 || !xLoadKeyPair(certFile, keyFile) || !xMakeConnection())
         return xFreeAndFail();
     return xHandshake(SSL_accept);
 }

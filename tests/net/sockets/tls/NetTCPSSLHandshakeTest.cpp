@@ -89,6 +89,15 @@ TEST_F(NetTCPSSLHandshake, SSLAccept_RenewedFiles_ServeTheNextHandshake)
     EXPECT_EQ(shownName(), "second.example");
 }
 
+TEST_F(NetTCPSSLHandshake, SSLAccept_Done_SendsNothingOfItsOwn)
+{
+    HalfTLSPeer peer(HalfTLSPeer::CLIENT, HalfTLSPeer::TLS_1_3);
+    SecureWith(peer);
+    EXPECT_TRUE(SendAll(m_server, "reply"));
+    // One record of 5 bytes with its header, type and tag, and nothing before it.
+    EXPECT_EQ(Receive(m_client, 1).size(), 5U + 5U + 1U + 16U);
+}
+
 TEST_F(NetTCPSSLHandshake, SSLAccept_CurveKey_Taken)
 {
     FilePath cert;
