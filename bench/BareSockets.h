@@ -35,6 +35,7 @@ inline int Listen(std::uint16_t port)
     const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int on = 1;
     ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on); // as the library's sockets have it
     const sockaddr_in address = Loopback(port);
     if (::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || ::listen(socket, 128) != 0)
         Die("listen");

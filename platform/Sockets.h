@@ -56,8 +56,9 @@ enum class WaitResult : std::uint8_t
 KQCOMMON_API bool StartSockets();
 KQCOMMON_API void EndSockets();
 
-/// Opens a stream (TCP) or datagram (UDP) socket, non-blocking, IPv6 sockets for IPv6 only. INVALID_SOCKET_HANDLE on
-/// failure.
+/// Opens a stream (TCP) or datagram (UDP) socket, non-blocking, IPv6 sockets for IPv6 only. Stream sockets, and those
+/// accepted from them, send small pieces at once instead of gathering them (RFC 896): the callers send whole replies.
+/// INVALID_SOCKET_HANDLE on failure.
 KQCOMMON_API SocketHandle OpenSocket(bool stream, Family family);
 
 /// Closes the handle. The invalid handle is ignored.

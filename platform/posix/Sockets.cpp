@@ -11,6 +11,7 @@
 #include <memory>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -174,6 +175,9 @@ SocketHandle OpenSocket(bool stream, Family family)
         CloseSocket(handle);
         return INVALID_SOCKET_HANDLE;
     }
+    // Accepted sockets take it over from their listener. Without it sending is slower and nothing else.
+    if (stream)
+        SetOption(handle, IPPROTO_TCP, TCP_NODELAY, 1);
     return handle;
 }
 
