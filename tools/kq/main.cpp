@@ -2,6 +2,7 @@
 #include "net/sockets/NetSocket.h"
 #include "tools/kq/DnsCommand.h"
 #include "tools/kq/RulesCommand.h"
+#include "tools/kq/UpdateCommand.h"
 
 #include <CLI/CLI.hpp>
 
@@ -38,6 +39,7 @@ int Run(int argc, char** argv)
     int exitCode = 0;
     kq::AddDnsCommand(app, exitCode);
     kq::AddRulesCommand(app, exitCode);
+    kq::AddUpdateCommand(app, exitCode);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
