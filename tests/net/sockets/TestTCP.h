@@ -9,6 +9,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace kqlib::test {
 
@@ -82,18 +83,23 @@ protected:
                sent == text.size();
     }
 
-    /// Receives until count bytes are there, the connection ends or five seconds have passed.
+    /// Receives until count bytes are there, the connection ends or twenty seconds have passed.
     static std::string Receive(NetTCP& socket, std::size_t count)
     {
         std::string received;
-        WaitFor([&] {
-            char buffer[4096];
-            unsigned long len = sizeof(buffer);
-            if (!socket.Recv(buffer, len))
-                return true;
-            received.append(buffer, len);
-            return received.size() >= count;
-        });
+        std::vector<char> buffer(65536);
+        WaitFor(
+            [&] {
+                unsigned long len;
+                do {
+                    len = buffer.size();
+                    if (!socket.Recv(buffer.data(), len))
+                        return true;
+                    received.append(buffer.data(), len);
+                } while (len > 0 && received.size() < count);
+                return received.size() >= count;
+            },
+            20000);
         return received;
     }
 
