@@ -107,7 +107,7 @@ TEST_F(FtpServerInput, HangUp_AtEveryByteOfADialogue_ServerGoesOn)
 
 TEST_F(FtpServerInput, ClientNeverReads_EndsByTheTimeOut)
 {
-    m_settings.SetIdleSecs(1);
+    m_settings.SetIdleSecs(4);
     Start();
     FtpTestClient client = LogIn();
     // Far more questions than the system keeps answers for; the server gets stuck sending, and gives up.
