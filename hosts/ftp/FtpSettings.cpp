@@ -43,6 +43,9 @@ enum CODE : int
     SAME_NAME,
     BAD_CONNECTION_RULE,
     BAD_HAMMER_EXEMPTION,
+    BAD_UPDATE_HOST,
+    BAD_UPDATE_PORT,
+    BAD_UPDATE_PATH,
     BAD_USER_NAME = 320,
     NO_HOME,
     BAD_RIGHTS,
@@ -71,6 +74,9 @@ constexpr CODE_TEXT CODE_TEXTS[] = {
     {SAME_NAME, "users: two accounts have the same name"},
     {BAD_CONNECTION_RULE, "connection_rules: a range begins behind its end, or a host name is empty"},
     {BAD_HAMMER_EXEMPTION, "hammer_exemptions: a range begins behind its end, or a host name is empty"},
+    {BAD_UPDATE_HOST, "update_host: must be a host name or an address, without blanks"},
+    {BAD_UPDATE_PORT, "update_port: must be from 1 to 65535"},
+    {BAD_UPDATE_PATH, "update_path: must begin with \"/\", without blanks"},
     {BAD_USER_NAME, "users.name: must be from 1 to 31 characters without control characters"},
     {NO_HOME, "users.home: must name a folder"},
     {BAD_RIGHTS, "users.rights: only read, write, delete and admin are known"},
@@ -112,6 +118,9 @@ constexpr KEY SERVER_KEYS[] = {
     {"hammer_block_secs", FORM::NUMBER},
     {"hammer_exemptions", FORM::RULES},
     {"max_sessions_per_address", FORM::NUMBER},
+    {"update_host", FORM::TEXT},
+    {"update_port", FORM::NUMBER},
+    {"update_path", FORM::TEXT},
     {"users", FORM::USERS},
 };
 
@@ -291,6 +300,12 @@ bool ParsePort(const String& text, USHORT& port)
     return port != 0;
 }
 
+/// True when the text can stand in the first lines of a request as it is.
+bool IsWithoutBlanks(const String& text)
+{
+    return !HasControlCharacter(text) && text.find(' ') == String::npos;
+}
+
 /// A line of port bindings reads any text as something; what is written by a person must be "address:port" or a port.
 bool IsListenLine(const String& line)
 {
@@ -387,7 +402,8 @@ bool FtpSettings::IsSame(const SettingsTransferable& other) const
            m_connectionRules == that->m_connectionRules && m_hammerAttempts == that->m_hammerAttempts &&
            m_hammerWindowSecs == that->m_hammerWindowSecs && m_hammerBlockSecs == that->m_hammerBlockSecs &&
            m_hammerExemptions == that->m_hammerExemptions && m_maxSessionsPerAddress == that->m_maxSessionsPerAddress &&
-           m_users == that->m_users;
+           m_updateHost == that->m_updateHost && m_updatePort == that->m_updatePort &&
+           m_updatePath == that->m_updatePath && m_users == that->m_users;
 }
 
 bool FtpSettings::ReadFile(const FilePath& file, String& error)
@@ -462,6 +478,9 @@ bool FtpSettings::xWriteTo(SettingsTransportSet& set) const
     set.AddULONG("hammer_block_secs", m_hammerBlockSecs);
     set.AddSettings("hammer_exemptions", m_hammerExemptions);
     set.AddULONG("max_sessions_per_address", m_maxSessionsPerAddress);
+    set.AddString("update_host", m_updateHost);
+    set.AddULONG("update_port", m_updatePort);
+    set.AddString("update_path", m_updatePath);
     SettingsTransportSet* users = set.AddSet("users");
     for (const FtpUserSettings& user : m_users)
         users->AddSettings(SettingsTransportSet::UNNAMED, user);
@@ -488,6 +507,9 @@ bool FtpSettings::xReadFrom(const SettingsTransportSet& set)
     ReadNumber(set, "hammer_block_secs", m_hammerBlockSecs);
     ReadRules(set, "hammer_exemptions", m_hammerExemptions);
     ReadNumber(set, "max_sessions_per_address", m_maxSessionsPerAddress);
+    set.GetString("update_host", m_updateHost);
+    ReadNumber(set, "update_port", m_updatePort);
+    set.GetString("update_path", m_updatePath);
     const SettingsTransportSet* users = set.FindSet("users");
     if (users == nullptr)
         return true;
@@ -522,6 +544,9 @@ void FtpSettings::xCheckErrors(Messages& messages) const
     check(!HasControlCharacter(m_greeting), BAD_GREETING);
     check(AreRulesGood(m_connectionRules), BAD_CONNECTION_RULE);
     check(AreRulesGood(m_hammerExemptions), BAD_HAMMER_EXEMPTION);
+    check(IsWithoutBlanks(m_updateHost), BAD_UPDATE_HOST);
+    check(m_updatePort >= 1 && m_updatePort <= 65535, BAD_UPDATE_PORT);
+    check(m_updatePath.StartsWith("/") && IsWithoutBlanks(m_updatePath), BAD_UPDATE_PATH);
     check(!m_users.empty(), NO_USERS);
     std::set<String> names;
     for (const FtpUserSettings& user : m_users) {

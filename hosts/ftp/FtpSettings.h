@@ -137,6 +137,13 @@ public:
     /// Sessions that one address may have at a time; 0: any number.
     ULONG GetMaxSessionsPerAddress() const { return m_maxSessionsPerAddress; }
     void SetMaxSessionsPerAddress(ULONG count) { m_maxSessionsPerAddress = static_cast<std::uint32_t>(count); }
+    /// Where --check-update looks for the version file; an empty host: nowhere.
+    const String& GetUpdateHost() const { return m_updateHost; }
+    void SetUpdateHost(const String& host) { m_updateHost = host; }
+    ULONG GetUpdatePort() const { return m_updatePort; }
+    void SetUpdatePort(ULONG port) { m_updatePort = static_cast<std::uint32_t>(port); }
+    const String& GetUpdatePath() const { return m_updatePath; }
+    void SetUpdatePath(const String& path) { m_updatePath = path; }
     const USERS& GetUsers() const { return m_users; }
     void SetUsers(const USERS& users) { m_users = users; }
 
@@ -166,6 +173,9 @@ private:
     std::uint32_t m_hammerBlockSecs = 1800;
     NetIPControl m_hammerExemptions;
     std::uint32_t m_maxSessionsPerAddress = 0;
+    String m_updateHost;
+    std::uint32_t m_updatePort = 80;
+    String m_updatePath = "/";
     USERS m_users;
 };
 

@@ -2,6 +2,7 @@
 #include "hosts/ftp/FtpPassword.h"
 #include "hosts/ftp/FtpServer.h"
 #include "hosts/ftp/app/Demonstration.h"
+#include "hosts/ftp/app/UpdateCheck.h"
 #include "platform/Memory.h"
 #include "platform/Signals.h"
 
@@ -20,6 +21,7 @@ constexpr std::uint32_t REQUEST_WAIT_MS = 60000;
 constexpr int EXIT_OK = 0;
 constexpr int EXIT_SETTINGS = 2;
 constexpr int EXIT_START = 3;
+constexpr int EXIT_UPDATE = 4;
 
 struct OPTIONS
 {
@@ -32,6 +34,7 @@ struct OPTIONS
     bool logDebug = false;
     bool hashPassword = false;
     bool checkOnly = false;
+    bool checkUpdate = false;
 };
 
 void AddOptions(CLI::App& app, OPTIONS& options)
@@ -47,6 +50,7 @@ void AddOptions(CLI::App& app, OPTIONS& options)
     app.add_flag("--print-port", options.printPort, "Print the number of the first port on a line of its own first");
     app.add_flag("--hash-password", options.hashPassword, "Read a password from standard input, print its stored form");
     app.add_flag("--check", options.checkOnly, "Check the settings file and exit");
+    app.add_flag("--check-update", options.checkUpdate, "Say whether there is a newer version, and exit");
 }
 
 int Fail(int code, const String& text)
@@ -61,6 +65,17 @@ int HashPassword()
     if (!std::getline(std::cin, password) || password.empty())
         return Fail(EXIT_SETTINGS, "no password on standard input");
     std::cout << FtpPassword::sHash(String(password)).c_str() << std::endl;
+    return EXIT_OK;
+}
+
+int CheckUpdate(const FtpSettings& settings)
+{
+    if (settings.GetUpdateHost().empty())
+        return Fail(EXIT_SETTINGS, "update_host: must be set for an update check");
+    String answer;
+    if (!UpdateCheck::sRun(settings, answer))
+        return Fail(EXIT_UPDATE, answer);
+    std::cout << answer.c_str() << std::endl;
     return EXIT_OK;
 }
 
@@ -180,5 +195,7 @@ int main(int argc, char** argv)
         std::cout << "settings are good" << std::endl;
         return EXIT_OK;
     }
+    if (options.checkUpdate)
+        return CheckUpdate(settings);
     return Serve(options, settings);
 }

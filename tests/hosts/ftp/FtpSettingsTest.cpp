@@ -54,7 +54,8 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
     ASSERT_TRUE(settings.ReadJson(WithGuest(R"(, "listen": "127.0.0.1:21, 10.0.0.1:2121", "max_sessions": 7,
         "passive_ports": "50000-50010", "external_address": "1.2.3.4", "idle_timeout_secs": 11,
         "stall_timeout_secs": 12, "connect_timeout_secs": 13, "login_attempts": 4, "block_time_ms": 100,
-        "greeting": "Hello", "log_folder": "/var/log/x", "log_debug": true)"),
+        "greeting": "Hello", "log_folder": "/var/log/x", "log_debug": true,
+        "update_host": "updates.example", "update_port": 8080, "update_path": "/v.txt")"),
                                   error))
         << error.c_str();
     USHORT first = 0;
@@ -73,6 +74,9 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
     EXPECT_EQ(settings.GetGreeting(), "Hello");
     EXPECT_EQ(settings.GetLogFolder().GetText(), "/var/log/x");
     EXPECT_TRUE(settings.GetLogDebug());
+    EXPECT_EQ(settings.GetUpdateHost(), "updates.example");
+    EXPECT_EQ(settings.GetUpdatePort(), 8080U);
+    EXPECT_EQ(settings.GetUpdatePath(), "/v.txt");
 }
 
 TEST(FtpSettings, ReadJson_UnknownKey_NamedInTheError)
@@ -109,6 +113,11 @@ TEST(FtpSettings, ReadJson_BadValues_NamedInTheError)
         const char* more;
         const char* key;
     } cases[] = {
+        {R"(, "update_host": "a b")", "update_host: "},
+        {R"(, "update_port": 0)", "update_port: "},
+        {R"(, "update_port": 65536)", "update_port: "},
+        {R"(, "update_path": "v.txt")", "update_path: "},
+        {R"(, "update_path": "/v\r\nX: y")", "update_path: "},
         {", \"listen\": \"\"", "listen:"},
         {", \"listen\": \"127.0.0.1\"", "listen:"},
         {", \"listen\": \"127.0.0.1:\"", "listen:"},

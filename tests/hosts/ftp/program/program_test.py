@@ -11,6 +11,7 @@ import socket
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import unittest
 
@@ -152,6 +153,41 @@ class ProgramTest(unittest.TestCase):
         missing = run("--settings", "/nowhere/ftp.json")
         self.assertEqual(missing.returncode, 2)
         self.assertIn("/nowhere/ftp.json: cannot be read", missing.stderr)
+
+    def check_update(self, body):
+        """Exit code and texts of an update check that one request is answered with this version file."""
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            def answer():
+                connection = listener.accept()[0]
+                with connection:
+                    self.request = b""
+                    while not self.request.endswith(b"\r\n\r\n"):
+                        self.request += connection.recv(4096)
+                    connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: %d\r\n\r\n%s" % (len(body), body))
+            thread = threading.Thread(target=answer)
+            thread.start()
+            path = self.write_settings(update_host="127.0.0.1", update_port=listener.getsockname()[1],
+                                       update_path="/kqftpd.txt")
+            done = run("--settings", path, "--check-update")
+            thread.join()
+        return done.returncode, done.stdout, done.stderr
+
+    def test_update_check_says_what_it_found(self):
+        rest = b"\r\nFaster\r\ndownloads.example\r\n80\r\n/setup\r\n"
+        code, out, _ = self.check_update(b"4000000000" + rest)
+        self.assertEqual((code, out), (0, "version 4000000000 is available: Faster\n"))
+        self.assertTrue(self.request.startswith(b"GET /kqftpd.txt HTTP/1.1\r\n"))
+        self.assertIn(b"\r\nReferer: kqftpd ", self.request)
+        code, out, _ = self.check_update(b"1" + rest)
+        self.assertEqual((code, out), (0, "this is the newest version\n"))
+        code, out, err = self.check_update(b"nothing")
+        self.assertEqual((code, out), (4, ""))
+        self.assertIn("the update check failed", err)
+
+    def test_update_check_needs_a_host(self):
+        without = run("--settings", self.write_settings(), "--check-update")
+        self.assertEqual(without.returncode, 2)
+        self.assertIn("update_host: must be set", without.stderr)
 
     def test_port_taken_is_said(self):
         with socket.create_server(("127.0.0.1", 0)) as other:
