@@ -1,5 +1,8 @@
 #include "net/dns/NetDNS.h"
 #include "net/dns/NetDNSCache.h"
+#include "net/ipcontrol/NetIPControl.h"
+#include "net/ipcontrol/NetIPControlQuery.h"
+#include "platform/ResolverConfig.h"
 #include "tests/peers/FakeDNSServer.h"
 #include "tests/peers/Port53.h"
 #include "tests/peers/TempFolder.h"
@@ -9,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -332,6 +336,57 @@ TEST_F(NamedTest, Servers_DeadOneBeforeNamed_NamedAsked)
     EXPECT_TRUE(dns.DoALookup("chain0.kq.test", m_msgs));
     ASSERT_EQ(dns.GetDNSServerCount(), 1U);
     EXPECT_EQ(dns.GetDNSServer(0), Server());
+}
+
+/// Address rules that name hosts, decided by a name server that the system's settings name.
+class NamedRulesTest : public NamedTest
+{
+protected:
+    void SetUp() override
+    {
+        NamedTest::SetUp();
+        if (IsSkipped() || HasFatalFailure())
+            return;
+        std::filesystem::create_directories(m_root / "etc");
+        std::ofstream(m_root / "etc/resolv.conf") << "nameserver " << ADDRESS << "\n";
+        m_rootText = m_root.GetPath().string();
+        platform::SetServerSettingsRoot(m_rootText.c_str());
+    }
+    void TearDown() override { platform::SetServerSettingsRoot(nullptr); }
+
+    bool IsDenied(const char* rule, const char* peer) const
+    {
+        NetIPControlEntry entry;
+        EXPECT_TRUE(entry.SetByString(rule)) << rule;
+        NetIPControl rules;
+        rules.Add(entry);
+        return NetIPControlQuery(m_cache).IsDenied(rules, NetIP("192.0.2.1"), NetIP(peer));
+    }
+
+    TempFolder m_root;
+    std::string m_rootText;
+    mutable NetDNSCache m_cache;
+};
+
+TEST_F(NamedRulesTest, HostRule_AddressesOfTheHost_Match)
+{
+    EXPECT_TRUE(IsDenied("-host=chain0.kq.test", "192.0.2.10"));
+    EXPECT_TRUE(IsDenied("-host=CHAIN4.kq.test", "192.0.2.10")); // by way of four aliases
+    EXPECT_FALSE(IsDenied("-host=chain0.kq.test", "192.0.2.11"));
+    for (int i = 1; i <= MANY; ++i)
+        EXPECT_TRUE(IsDenied("-host=many.kq.test", Join("192.0.2.", 100 + i, "").c_str())) << i;
+    EXPECT_FALSE(IsDenied("-host=none.kq.test", "192.0.2.10"));
+    EXPECT_FALSE(IsDenied("-host=host.refused.test", "192.0.2.1"));
+}
+
+TEST_F(NamedRulesTest, ReverseHostRule_AnyNameOfThePeer_Matches)
+{
+    EXPECT_TRUE(IsDenied("-rhost=*.KQ.test", "192.0.2.10"));
+    EXPECT_TRUE(IsDenied("-rhost=one.kq.test", "192.0.2.11"));
+    EXPECT_TRUE(IsDenied("-rhost=tw?.kq.test", "192.0.2.11"));
+    EXPECT_FALSE(IsDenied("-rhost=three.kq.test", "192.0.2.11"));
+    EXPECT_FALSE(IsDenied("-rhost=*", "192.0.2.99")); // no name there
+    EXPECT_FALSE(IsDenied("-rhost=*", "198.51.100.1"));
 }
 
 } // namespace
