@@ -11,8 +11,8 @@ namespace {
 /// Run-out entries removed per call and list: more than the one that a call can add, few enough not to be felt.
 constexpr int REMOVALS_PER_CALL = 2;
 /// Entries per bucket, on average, above which another bucket is made. Buckets that wait for their split hold up to
-/// twice as many: cells for nearly all of them.
-constexpr std::uint32_t ENTRIES_PER_BUCKET = 4;
+/// twice as many, which nearly always find their cells.
+constexpr std::uint32_t ENTRIES_PER_BUCKET = 6;
 
 constexpr unsigned INDEX_BITS = 21;
 constexpr std::uint32_t INDEX_MASK = (1U << INDEX_BITS) - 1;

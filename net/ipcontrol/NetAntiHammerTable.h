@@ -49,7 +49,7 @@ private:
 /// answered. Addresses are found by a hash table that grows one bucket at a time, so no single call pays for growing;
 /// a bucket is one cache line with a part of each entry's hash, so asking for an address that is not held reads one.
 ///
-/// About 60 bytes an entry. Ownership: owns everything. Threads: one at a time. Errors: none.
+/// About 55 bytes an entry. Ownership: owns everything. Threads: one at a time. Errors: none.
 class NetAntiHammerTable
 {
 public:

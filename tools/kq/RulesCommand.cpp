@@ -167,7 +167,7 @@ int RunLint(const OPTIONS& options)
         std::printf("%s%s%s: %s\n", remark.where.c_str(), remark.where.empty() ? "" : ": ",
                     remark.isError ? "error" : "warning", remark.text.c_str());
     }
-    std::printf("-- %zu rule(s), %d error(s), %d warning(s)\n", rules.size(), errors, warnings);
+    std::printf("-- %lu rule(s), %d error(s), %d warning(s)\n", static_cast<ULONG>(rules.size()), errors, warnings);
     return errors == 0 ? 0 : 1;
 }
 
