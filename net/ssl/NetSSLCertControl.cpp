@@ -173,6 +173,38 @@ std::optional<NetSSLCertControl::MESSAGE> CheckPair(X509* certificate, EVP_PKEY*
     return std::nullopt;
 }
 
+struct PAIR
+{
+    CertificateHandle certificate;
+    KeyHandle key;
+};
+
+/// Reads a pair and finds that it can serve, or fails with the code of what is wrong.
+bool ReadPair(const FilePath& certFile, const FilePath& keyFile, PAIR& pair, Messages& messages)
+{
+    // 1. The certificate.
+    const BIOHandle bio = NewFileBIO();
+    if (!bio)
+        return Fail(messages, NetSSLCertControl::MSG_OBJECT);
+    if (OpenForReading(bio.get(), certFile))
+        pair.certificate.reset(PEM_read_bio_X509(bio.get(), nullptr, RefusePassPhrase, nullptr));
+    if (!pair.certificate)
+        return Fail(messages, NetSSLCertControl::MSG_CERTIFICATE_READ);
+    // 2. The key, refused when encrypted before OpenSSL sees it.
+    bool encrypted = false;
+    if (!LookForEncryption(keyFile, encrypted))
+        return Fail(messages, NetSSLCertControl::MSG_KEY_READ);
+    if (encrypted)
+        return Fail(messages, NetSSLCertControl::MSG_KEY_ENCRYPTED);
+    pair.key = ReadPrivateKey(keyFile);
+    if (!pair.key)
+        return Fail(messages, NetSSLCertControl::MSG_KEY_READ);
+    // 3. Whether they belong together.
+    if (const auto code = CheckPair(pair.certificate.get(), pair.key.get()))
+        return Fail(messages, *code);
+    return true;
+}
+
 } // namespace
 
 NetSSLCertControl::NetSSLCertControl() = default;
@@ -257,40 +289,30 @@ bool NetSSLCertControl::CreateKeyCertificateAndSigningRequest(const NetSSLCertCr
            MakeCertificateAndSigningRequest(create, certFile, requestFile, keyFile, messages);
 }
 
+bool NetSSLCertControl::CheckKeyAndCertificate(const FilePath& sourceCert, const FilePath& sourceKey,
+                                               Messages& messages) const
+{
+    const OpenSSLErrorGuard errors;
+    PAIR pair;
+    return ReadPair(sourceCert, sourceKey, pair, messages);
+}
+
 bool NetSSLCertControl::ImportKeyAndCertificate(const FilePath& sourceCert, const FilePath& sourceKey,
                                                 const FilePath& certFile, const FilePath& keyFile,
                                                 Messages& messages) const
 {
     const OpenSSLErrorGuard errors;
-    // 1. The certificate.
+    PAIR pair;
+    if (!ReadPair(sourceCert, sourceKey, pair, messages))
+        return false;
     BIOHandle bio = NewFileBIO();
-    if (!bio)
-        return Fail(messages, MSG_OBJECT);
-    CertificateHandle certificate;
-    if (OpenForReading(bio.get(), sourceCert))
-        certificate.reset(PEM_read_bio_X509(bio.get(), nullptr, RefusePassPhrase, nullptr));
-    if (!certificate)
-        return Fail(messages, MSG_CERTIFICATE_READ);
-    // 2. The key, refused when encrypted before OpenSSL sees it.
-    bool encrypted = false;
-    if (!LookForEncryption(sourceKey, encrypted))
-        return Fail(messages, MSG_KEY_READ);
-    if (encrypted)
-        return Fail(messages, MSG_KEY_ENCRYPTED);
-    const KeyHandle key = ReadPrivateKey(sourceKey);
-    if (!key)
-        return Fail(messages, MSG_KEY_READ);
-    // 3. Whether they belong together.
-    if (const auto code = CheckPair(certificate.get(), key.get()))
-        return Fail(messages, *code);
-    // 4. The copies.
-    bio = NewFileBIO();
-    if (!bio || !OpenForWriting(bio.get(), certFile) || PEM_write_bio_X509(bio.get(), certificate.get()) != 1 ||
+    if (!bio || !OpenForWriting(bio.get(), certFile) || PEM_write_bio_X509(bio.get(), pair.certificate.get()) != 1 ||
         !Flush(bio.get()))
         return Fail(messages, MSG_CERTIFICATE);
     bio = NewFileBIO();
     if (bio && OpenForWritingKey(bio.get(), keyFile) &&
-        PEM_write_bio_PrivateKey(bio.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr) == 1 && Flush(bio.get()))
+        PEM_write_bio_PrivateKey(bio.get(), pair.key.get(), nullptr, nullptr, 0, nullptr, nullptr) == 1 &&
+        Flush(bio.get()))
         return true;
     // No half pair is left; should the deletion fail too, the code below still tells.
     FileAccess::sDelete(NarrowPath(certFile).c_str());

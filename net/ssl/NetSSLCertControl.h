@@ -70,6 +70,9 @@ public:
     bool ImportKeyAndCertificate(const FilePath& sourceCert, const FilePath& sourceKey, const FilePath& certFile,
                                  const FilePath& keyFile, Messages& messages) const;
 
+    /// The checks of an import alone, with its codes; writes nothing.
+    bool CheckKeyAndCertificate(const FilePath& sourceCert, const FilePath& sourceKey, Messages& messages) const;
+
     /// Mixes machine state and the caller's bytes (the first 1560) into the random generator. data may be null when
     /// size is 0.
     static void sSeed(const unsigned char* data, unsigned long size);

@@ -1,5 +1,6 @@
 // kq: one command-line tool with a sub-command for each subject of the library.
 #include "net/sockets/NetSocket.h"
+#include "tools/kq/CertCommand.h"
 #include "tools/kq/DnsCommand.h"
 #include "tools/kq/RulesCommand.h"
 #include "tools/kq/UpdateCommand.h"
@@ -37,6 +38,7 @@ int Run(int argc, char** argv)
     CLI::App app{"Tools of the kqnet library"};
     app.require_subcommand(1);
     int exitCode = 0;
+    kq::AddCertCommand(app, exitCode);
     kq::AddDnsCommand(app, exitCode);
     kq::AddRulesCommand(app, exitCode);
     kq::AddUpdateCommand(app, exitCode);

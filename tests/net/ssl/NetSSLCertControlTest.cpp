@@ -136,6 +136,9 @@ protected:
     void ExpectRefused(const FilePath& sourceCert, const FilePath& sourceKey, int code)
     {
         EXPECT_EQ(Import(sourceCert, sourceKey), std::vector<int>{code});
+        Messages messages;
+        EXPECT_FALSE(m_control.CheckKeyAndCertificate(sourceCert, sourceKey, messages));
+        EXPECT_EQ(Codes(messages), std::vector<int>{code});
         EXPECT_FALSE(Exists("made.crt"));
         EXPECT_FALSE(Exists("made.key"));
     }
@@ -569,6 +572,14 @@ TEST_F(NetSSLCertControlTest, Import_KeyCannotBeWritten_60AndNoCertificate)
         EXPECT_EQ(Import(m_pair.GetCert(), m_pair.GetKey()), std::vector<int>{60});
         EXPECT_FALSE(Exists("made.crt"));
     }
+}
+
+TEST_F(NetSSLCertControlTest, Check_MatchingPair_TrueAndNothingWritten)
+{
+    Messages messages;
+    EXPECT_TRUE(m_control.CheckKeyAndCertificate(m_pair.GetCert(), m_pair.GetKey(), messages));
+    EXPECT_EQ(Codes(messages), std::vector<int>{});
+    EXPECT_TRUE(std::filesystem::is_empty(m_folder.GetPath()));
 }
 
 // --- paths
