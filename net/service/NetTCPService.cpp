@@ -35,6 +35,12 @@ template <class SESSIONS, class ACTION> void ForEachSession(SESSIONS& incoming, 
             action(sessions->Get(index));
 }
 
+/// Whether the listener is what a binding of that address and port asks for. One that has failed is closed and is not.
+bool Serves(const NetTCP& listener, const NetIP& ip, USHORT port)
+{
+    return listener.IsListening() && listener.GetLocalIP() == ip && listener.GetLocalPort() == port;
+}
+
 } // namespace
 
 struct NetTCPService::THREADSTATE
@@ -197,15 +203,14 @@ void NetTCPService::xResolveBinds(const NetPortBinds& binds, std::vector<WANTED>
 void NetTCPService::xCloseUnwantedPreLocked(const std::vector<WANTED>& wanted)
 {
     for (ULONG index = 0; index < m_listeners.GetCount();) {
-        const NetIP ip = m_listeners.Get(index).GetLocalIP();
-        const USHORT port = m_listeners.Get(index).GetLocalPort();
+        const NetTCP& listener = m_listeners.Get(index);
         if (std::any_of(wanted.begin(), wanted.end(),
-                        [&](const WANTED& place) { return place.ip == ip && place.port == port; }))
+                        [&](const WANTED& place) { return Serves(listener, place.ip, place.port); }))
         {
             ++index;
             continue;
         }
-        xLogPortPreLocked("Close Listening Port", ip, port);
+        xLogPortPreLocked("Close Listening Port", listener.GetLocalIP(), listener.GetLocalPort());
         m_listeners.Delete(index);
     }
 }
@@ -213,7 +218,7 @@ void NetTCPService::xCloseUnwantedPreLocked(const std::vector<WANTED>& wanted)
 bool NetTCPService::xIsServedPreLocked(const WANTED& wanted) const
 {
     for (ULONG index = 0; index < m_listeners.GetCount(); ++index)
-        if (m_listeners.Get(index).GetLocalIP() == wanted.ip && m_listeners.Get(index).GetLocalPort() == wanted.port)
+        if (Serves(m_listeners.Get(index), wanted.ip, wanted.port))
             return true;
     return false;
 }

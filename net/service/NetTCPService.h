@@ -108,7 +108,7 @@ public:
     /// Logs into an event log of the service's own, with these settings. logEvents: whether the service writes its own
     /// listening-port events. Before Init.
     void SetLogModeNormal(const EventLogSettings& settings, bool logEvents);
-    /// Logs into a log of somebody else, which is borrowed; an own one is closed. Before Init.
+    /// Logs into a log of somebody else, which is borrowed and not null; an own one is closed. Before Init.
     void SetLogModeShared(EventLog* const eventLog, bool logEvents);
     EventLog& GetEventLog() { return *m_eventLog; }
     const EventLog& GetEventLog() const { return *m_eventLog; }
