@@ -34,7 +34,8 @@ class ThreadPool;
 /// Calling order: construct; SetLogModeNormal or SetLogModeShared; SetMonitoringEnabled if wanted; SetSettings (nothing
 /// is accepted before it, for the incoming limit starts at 0); Init; StartListen, again after every change of the
 /// bindings; StopListen; CloseSessions; destroy. The destructor of the most derived class calls xEndThread first: the
-/// listener thread must not find xCreateSession gone.
+/// listener thread must not find xCreateSession gone. When its sessions use members of the derived class it calls
+/// CloseSessions next, for the base closes what is left only after those members are gone.
 ///
 /// Ownership: owns its listeners, its sessions and its event log (unless shared); borrows the pool and the cache, which
 /// must outlive it, as must a shared event log. GetEventLog is valid until the service ends, also after it was

@@ -42,13 +42,15 @@ protected:
         while (!session.ShouldEnd())
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    /// count clients, each with its session running.
+    /// count clients, each with its session running. One after the other, for the backlog of a port is short.
     std::list<TestClient> Connect(USHORT port, ULONG count)
     {
+        const std::size_t before = m_service->GetIDs().size();
         std::list<TestClient> clients;
         for (ULONG index = 0; index < count; ++index) {
             clients.emplace_back(port);
             EXPECT_TRUE(clients.back().IsConnected());
+            EXPECT_TRUE(WaitFor([&] { return m_service->GetIDs().size() == before + clients.size(); }));
         }
         EXPECT_TRUE(WaitForSessions(count));
         return clients;
@@ -59,7 +61,7 @@ protected:
         m_service->GetStatus(status);
         return status;
     }
-    TEXTS GetTrace() const { return m_service->GetTrace().Get(); }
+    TEXTS GetTrace() const { return m_service->GetTrace()->Get(); }
 };
 
 // ------------------------------------------------------------------------------------------------------- outgoing
@@ -300,7 +302,7 @@ TEST_F(NetTCPServiceSessionsTest, SendControlMsg_UnknownID_Nothing)
     std::list<TestClient> clients = Connect(port, 2);
     m_service->SendControlMsgDisconnect(m_service->GenSessionID(), "nobody");
     m_service->SendControlMsg(m_service->GetIDs()[0], 5, "after"); // looked at after the other one would have been
-    ASSERT_TRUE(WaitFor([this] { return m_service->GetTrace().GetCount() > 0; }));
+    ASSERT_TRUE(WaitFor([this] { return m_service->GetTrace()->GetCount() > 0; }));
     EXPECT_THAT(GetTrace(), ElementsAre("5:after"));
     EXPECT_EQ(m_service->GetSessionCount(), 2U);
 }
@@ -323,7 +325,7 @@ TEST_F(NetTCPServiceSessionsTest, SendControlMsgAll_EveryForm_EverySession)
     m_service->SendControlMsgAll(8, "x");
     ASSERT_TRUE(WaitFor([this] { return GetTrace() == TEXTS(3, "8:x"); }));
     m_service->SendControlMsgStopTransferAll("y");
-    ASSERT_TRUE(WaitFor([this] { return m_service->GetTrace().GetCount() == 6; }));
+    ASSERT_TRUE(WaitFor([this] { return m_service->GetTrace()->GetCount() == 6; }));
     EXPECT_EQ(GetTrace()[5], "2:y");
     m_service->SendControlMsgDisconnectAll("z");
     EXPECT_TRUE(WaitForSessions(0));

@@ -6,8 +6,8 @@
 #include "platform/Clock.h"
 #include "platform/Threads.h"
 #include "tests/net/service/ServiceFixture.h"
-#include "tests/peers/posix/DescriptorShortage.h"
 #include "tests/peers/TempFolder.h"
+#include "tests/peers/posix/DescriptorShortage.h"
 
 #include <gmock/gmock.h>
 

@@ -59,7 +59,7 @@ public:
     {
         xDeconstrEndSession();
         if (!m_hooks.name.empty())
-            m_trace.Add("end " + m_hooks.name);
+            m_trace->Add("end " + m_hooks.name);
     }
 
     bool ShouldEnd() const { return xShouldSessionEnd(); }
@@ -72,10 +72,10 @@ protected:
         else
             NetTCPSession::xHandleSession();
     }
-    void xEventControlMsgDisconnectRecv(const String& text) override { m_trace.Add("disconnect:" + text.str()); }
+    void xEventControlMsgDisconnectRecv(const String& text) override { m_trace->Add("disconnect:" + text.str()); }
     void xEventMonControlMsgRecv(const CTRLMSG& message) override
     {
-        m_trace.Add(std::to_string(message.code) + ":" + message.text.str());
+        m_trace->Add(std::to_string(message.code) + ":" + message.text.str());
     }
     void xEventMonCmdRecv(const String& command) override
     {
@@ -101,7 +101,7 @@ protected:
     }
 
 private:
-    Trace& m_trace;
+    std::shared_ptr<Trace> m_trace; // lives longer than the service: its base closes the last sessions
     HOOKS m_hooks;
 };
 
@@ -123,7 +123,7 @@ public:
 
     ThreadPool& GetPool() const { return xGetPool(); }
     NetDNSCache& GetCache() { return *xGetResolver().GetCache(); }
-    Trace& GetTrace() { return m_trace; }
+    std::shared_ptr<Trace> GetTrace() const { return m_trace; }
     /// Ids of the sessions that were made, in order.
     std::vector<EventLogSessionID> GetIDs() const
     {
@@ -149,7 +149,7 @@ protected:
 
 private:
     FACTORY m_factory;
-    Trace m_trace;
+    std::shared_ptr<Trace> m_trace = std::make_shared<Trace>();
     mutable std::mutex m_idsMutex;
     std::vector<EventLogSessionID> m_ids;
 };
