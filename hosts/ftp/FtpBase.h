@@ -1,15 +1,15 @@
 // The library classes that kqftpd is built on, named in one place.
 #pragma once
 
-#include "net/service/NetTCPService.h"
-#include "net/session/NetTCPSession.h"
-#include "net/sockets/NetTCP.h"
+#include "net/service/NetTCPServiceSSL.h"
+#include "net/session/NetTCPSessionSSL.h"
+#include "net/sockets/NetTCPSSL.h"
 
 namespace kqlib {
 
-using FtpServiceBase = NetTCPService;
-using FtpSessionBase = NetTCPSession;
-/// Control and data connections.
-using FtpSocket = NetTCP;
+using FtpServiceBase = NetTCPServiceSSL;
+using FtpSessionBase = NetTCPSessionSSL;
+/// Control and data connections; TLS is off at first.
+using FtpSocket = NetTCPSSL;
 
 } // namespace kqlib

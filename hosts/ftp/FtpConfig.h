@@ -1,6 +1,7 @@
 // FtpConfig: one set of settings in use.
 #pragma once
 
+#include "hosts/ftp/FtpCertificate.h"
 #include "hosts/ftp/FtpSettings.h"
 #include "hosts/ftp/FtpUsers.h"
 
@@ -12,11 +13,13 @@ struct FtpConfig
 {
     explicit FtpConfig(const FtpSettings& from)
         : settings(from)
+        , certificate(from)
         , users(from.GetUsers())
     {
     }
 
     const FtpSettings settings;
+    const FtpCertificate certificate;
     const FtpUsers users;
 };
 

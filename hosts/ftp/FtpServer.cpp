@@ -3,6 +3,7 @@
 
 #include "hosts/ftp/FtpPaths.h"
 #include "net/service/NetPortBinds.h"
+#include "net/sockets/NetTCPSSL.h"
 
 namespace kqlib {
 
@@ -31,6 +32,7 @@ void OpenLogs(FtpService& service, const FtpSettings& settings)
 FtpServer::FtpServer()
 {
     NetSocket::sStartSockets();
+    NetTCPSSL::sStartSSL();
 }
 
 FtpServer::~FtpServer()
@@ -47,7 +49,10 @@ bool FtpServer::Start(const FtpSettings& settings, String& error)
         error = FtpSettings::sGetErrorText(messages.Get(0));
         return false;
     }
-    m_service = std::make_unique<FtpService>(m_pool, m_cache, std::make_shared<const FtpConfig>(settings));
+    const auto config = std::make_shared<const FtpConfig>(settings);
+    if (settings.IsTLSWanted() && !config->certificate.Provide(error))
+        return false;
+    m_service = std::make_unique<FtpService>(m_pool, m_cache, config);
     OpenLogs(*m_service, settings);
     if (!m_service->Start(messages)) {
         error = "the service's threads cannot be started";
@@ -63,7 +68,10 @@ bool FtpServer::Start(const FtpSettings& settings, String& error)
 
 bool FtpServer::Reload(const FtpSettings& settings, String& error)
 {
-    m_service->SetConfig(std::make_shared<const FtpConfig>(settings));
+    const auto config = std::make_shared<const FtpConfig>(settings);
+    if (settings.IsTLSWanted() && !config->certificate.Provide(error))
+        return false;
+    m_service->SetConfig(config);
     return xListen(settings, error);
 }
 
@@ -77,12 +85,14 @@ bool FtpServer::xListen(const FtpSettings& settings, String& error)
 {
     NetPortBinds binds;
     binds.AddByLine(settings.GetListen());
+    binds.AddByLine(settings.GetListenTLS());
     m_service->SetSettings(binds, settings.GetMaxSessions(), 0);
-    if (settings.GetListen() == m_listen)
+    const String listen = binds.GetLine();
+    if (listen == m_listen)
         return true; // starting again would move bindings with port 0 to other ports
     NetPortBinds failed;
     m_service->StartListen(failed);
-    m_listen = settings.GetListen();
+    m_listen = listen;
     if (failed.GetCount() == 0)
         return true;
     error = "cannot listen on " + failed.GetLine();

@@ -24,7 +24,8 @@ public:
     /// Opens the logs and the ports. False: error says why, nothing runs.
     [[nodiscard]] bool Start(const FtpSettings& settings, String& error);
     /// Takes over changed settings: ports and limits at once, everything else for sessions that begin from now on; the
-    /// log folder stays. False: a port could not be opened (the others are, and the settings hold).
+    /// log folder stays. False: the certificate cannot be had (nothing changed), or a port could not be opened (the
+    /// others are, and the settings hold).
     [[nodiscard]] bool Reload(const FtpSettings& settings, String& error);
     /// Closes the ports, ends every session, writes the logs out.
     void Stop();

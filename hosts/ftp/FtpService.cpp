@@ -20,7 +20,7 @@ FtpService::FtpService(ThreadPool& pool, NetDNSCache& cache, std::shared_ptr<con
 
 FtpService::~FtpService()
 {
-    // 1. Nobody asks for a session any more: xCreateSession goes with this object.
+    // 1. Nobody asks for a session any more: xCreateSessionSSL goes with this object.
     StopListen();
     xEndThread();
     // 2. The sessions use the board, so they go before it: first all are asked, then each is waited for.
@@ -41,7 +41,7 @@ void FtpService::SetConfig(std::shared_ptr<const FtpConfig> config)
     m_config = std::move(config);
 }
 
-NetTCPSession* FtpService::xCreateSession(NetTCP* const connection, EventLogSessionID id)
+NetTCPSession* FtpService::xCreateSessionSSL(FtpSocket* const connection, EventLogSessionID id)
 {
     std::shared_ptr<const FtpConfig> config;
     {

@@ -27,7 +27,7 @@ public:
     void SetConfig(std::shared_ptr<const FtpConfig> config);
 
 protected:
-    NetTCPSession* xCreateSession(NetTCP* const connection, EventLogSessionID id) override;
+    NetTCPSession* xCreateSessionSSL(FtpSocket* const connection, EventLogSessionID id) override;
 
 private:
     ThreadPool& m_pool;

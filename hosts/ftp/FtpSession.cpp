@@ -21,8 +21,8 @@ constexpr ULONG MSG_STOP_TRANSFER = 2;
 } // namespace
 
 FtpSession::FtpSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& activityLog, EventLog& eventLog,
-                       const EventLogSessionID& id, NetTCP* const connection, std::shared_ptr<const FtpConfig> config,
-                       FtpGate& gate, FtpLiveBoard& board)
+                       const EventLogSessionID& id, FtpSocket* const connection,
+                       std::shared_ptr<const FtpConfig> config, FtpGate& gate, FtpLiveBoard& board)
     : FtpSessionBase(pool, cache, activityLog, eventLog, id, config->settings.GetIdleSecs(), connection)
     , m_cache(cache)
     , m_config(std::move(config))
@@ -44,6 +44,8 @@ FtpSession::~FtpSession()
 void FtpSession::xHandleSession()
 {
     if (!xPassGate())
+        return;
+    if (m_config->settings.IsTLSPort(xGetMainNetState().localPort) && !xSecureControl())
         return;
     xReply(220, m_config->settings.GetGreeting());
     String command;
@@ -151,6 +153,10 @@ const std::vector<FtpSession::COMMAND>& FtpSession::xsGetCommands()
         {"USER", &S::xCmdUser, REQUIRED, false, "USER <name>"},
         {"PASS", &S::xCmdPass, ALLOWED, false, "PASS <password>"},
         {"QUIT", &S::xCmdQuit, NONE, false, "QUIT"},
+        {"AUTH", &S::xCmdAuth, REQUIRED, false, "AUTH TLS"},
+        {"PBSZ", &S::xCmdPbsz, REQUIRED, false, "PBSZ 0"},
+        {"PROT", &S::xCmdProt, REQUIRED, false, "PROT C | PROT P"},
+        {"CCC", &S::xCmdCcc, NONE, false, "CCC (is refused)"},
         {"NOOP", &S::xCmdNoop, ALLOWED, false, "NOOP"},
         {"SYST", &S::xCmdSyst, NONE, false, "SYST"},
         {"FEAT", &S::xCmdFeat, NONE, false, "FEAT"},
@@ -195,11 +201,7 @@ const std::vector<FtpSession::COMMAND>& FtpSession::xsGetCommands()
         {"SMNT", nullptr, ALLOWED, false, "SMNT"},
         {"REIN", nullptr, ALLOWED, false, "REIN"},
         {"STOU", nullptr, ALLOWED, false, "STOU"},
-        {"AUTH", nullptr, ALLOWED, false, "AUTH"},
         {"ADAT", nullptr, ALLOWED, false, "ADAT"},
-        {"PBSZ", nullptr, ALLOWED, false, "PBSZ"},
-        {"PROT", nullptr, ALLOWED, false, "PROT"},
-        {"CCC", nullptr, ALLOWED, false, "CCC"},
     };
     return commands;
 }
@@ -217,7 +219,7 @@ void FtpSession::xSayWhyEnded()
 /// never reads would turn into for ever.
 void FtpSession::xSayLastWords(const String& reply)
 {
-    FtpSocket* socket = xGetMainSocket();
+    NetTCP* socket = xGetMainSocket();
     if (!socket->IsConnected())
         return;
     const String line = reply + "\r\n";
@@ -313,7 +315,7 @@ void FtpSession::xReadAhead()
     ULONG got = buffer.capacity - buffer.length;
     if (got == 0)
         return;
-    FtpSocket* socket = xGetMainSocket();
+    NetTCP* socket = xGetMainSocket();
     const ULONG blockTime = socket->GetBlockTimeMs();
     socket->SetBlockTime(0);
     const bool isAlive = xRecvData(socket, xGetMainNetState(), buffer.buffer + buffer.length, got);

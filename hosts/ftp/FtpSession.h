@@ -17,10 +17,11 @@ namespace kqlib {
 
 class FtpFile;
 
-/// Reads commands, looks them up in a table and answers them (RFC 959, 1123, 2389, 2428, 3659).
+/// Reads commands, looks them up in a table and answers them (RFC 959, 1123, 2389, 2428, 3659, 4217).
 ///
 /// The sources are split by theme: FtpSession (the loop, replies, watching the control connection),
-/// FtpSessionAccess (logging in, questions about the server), FtpSessionFiles (folders, names, times),
+/// FtpSessionAccess (logging in, questions about the server), FtpSessionTLS (what is
+/// protected), FtpSessionFiles (folders, names, times),
 /// FtpSessionData (data connections) and FtpSessionTransfer (files and listings over them).
 ///
 /// Ownership: the service owns the session, the session its sockets; it shares its settings and borrows the board.
@@ -41,7 +42,7 @@ public:
 
     /// Starts the session's thread.
     FtpSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& activityLog, EventLog& eventLog,
-               const EventLogSessionID& id, NetTCP* const connection, std::shared_ptr<const FtpConfig> config,
+               const EventLogSessionID& id, FtpSocket* const connection, std::shared_ptr<const FtpConfig> config,
                FtpGate& gate, FtpLiveBoard& board);
     ~FtpSession() override;
 
@@ -80,6 +81,8 @@ private:
         COMPLETE,      // everything was moved
         NOT_CONNECTED, // no data connection came about
         FOREIGN,       // somebody else than the client connected to the passive port
+        UNPROTECTED,   // it would go in the clear, which the settings do not allow
+        NOT_SECURED,   // the TLS handshake of the data connection failed
         DATA_LOST,     // the data connection broke
         ABORTED,       // the client said ABOR
         STOPPED,       // the administrator said so
@@ -165,6 +168,18 @@ private:
     void xCmdStru(const String& argument);
     void xCmdMode(const String& argument);
 
+    // FtpSessionTLS.cpp
+    void xCmdAuth(const String& mechanism);
+    void xCmdPbsz(const String& size);
+    void xCmdProt(const String& level);
+    void xCmdCcc(const String&);
+    bool xIsControlSecured() const;
+    /// Replies and answers false when the settings want TLS first.
+    bool xMayLogIn();
+    bool xSecureControl();
+    END xSecureData();
+    void xStartAnew();
+
     // FtpSessionFiles.cpp
     void xCmdPwd(const String&);
     void xCmdCwd(const String& argument);
@@ -190,6 +205,7 @@ private:
     String xGetPassiveAddress() const;
     std::unique_ptr<FtpSocket> xMakeDataSocket();
     END xOpenData();
+    END xConnectData();
     END xAcceptData();
     void xCloseData(bool inOrder);
 
@@ -209,7 +225,7 @@ private:
     END xWhyStopped() const;
     END xSendFile(platform::FileHandle file);
     END xSendFileAsText(platform::FileHandle file);
-    bool xSendText(FtpSocket* socket, const std::string& text);
+    bool xSendText(NetTCP* socket, const std::string& text);
     END xReceiveFile(platform::FileHandle file);
     void xUpload(const String& argument, bool append);
     RESULT xOpenUpload(const String& path, bool append, ULONG8 from, FtpFile& file);
@@ -231,7 +247,7 @@ private:
     void xList(const char* verb, LISTFORM form, const String& argument, const String& prefix);
     void xAddEntry(std::string& out, const LISTING& listing, const String& name, FtpFileSystem::FACTS facts) const;
     /// Sends the listing of a folder (or of a single file) to the socket.
-    END xSendListing(FtpSocket* socket, const LISTING& listing, platform::FolderReader& reader);
+    END xSendListing(NetTCP* socket, const LISTING& listing, platform::FolderReader& reader);
     void xListOnControl(const String& argument);
 
     // Set once at construction.
@@ -254,7 +270,9 @@ private:
     std::uint32_t m_rights = 0;              // bits of FtpUserSettings::RIGHT, 0 before log-in
     ULONG m_failedLogins = 0;
     FtpFileSystem m_files;
-    String m_renameFrom; // empty: no RNFR before
+    bool m_hasProtectionSize = false; // PBSZ was given
+    bool m_isDataProtected = false;   // PROT P
+    String m_renameFrom;              // empty: no RNFR before
     ULONG8 m_restart = 0;
     bool m_isAscii = true;
     bool m_isOnlyEpsv = false;

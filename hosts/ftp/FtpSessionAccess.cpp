@@ -48,6 +48,8 @@ String DescribeSession(const NetSessionLiveStatus& live)
 
 void FtpSession::xCmdUser(const String& name)
 {
+    if (!xMayLogIn())
+        return;
     xLogOut();
     m_userName = name;
     if (m_config->users.IsAnonymous(name))
@@ -58,6 +60,8 @@ void FtpSession::xCmdUser(const String& name)
 
 void FtpSession::xCmdPass(const String& password)
 {
+    if (!xMayLogIn())
+        return;
     if (m_user != nullptr)
         return xReply(202, "Logged in already");
     if (m_userName.empty())
@@ -124,6 +128,8 @@ void FtpSession::xCmdSyst(const String&)
 void FtpSession::xCmdFeat(const String&)
 {
     std::string body;
+    if (m_config->settings.IsTLSWanted())
+        body += " AUTH TLS\r\n PBSZ\r\n PROT\r\n";
     for (const char* feature : {"EPRT", "EPSV", "MDTM", "MFMT"})
         body.append(" ").append(feature).append("\r\n");
     body += " MLST " + FtpListing::sGetFactNames(m_facts, true).str() + "\r\n";

@@ -183,12 +183,16 @@ std::unique_ptr<FtpSocket> FtpSession::xMakeDataSocket()
     return socket;
 }
 
-/// Makes the data connection that was prepared. COMPLETE: m_data is connected.
+/// Makes the data connection that was prepared. COMPLETE: m_data is connected, and secured as the client asked.
 FtpSession::END FtpSession::xOpenData()
 {
     const DATAMODE mode = std::exchange(m_dataMode, DATAMODE::NONE);
-    if (mode == DATAMODE::PASSIVE)
-        return xAcceptData();
+    const END opened = mode == DATAMODE::PASSIVE ? xAcceptData() : xConnectData();
+    return opened == END::COMPLETE && m_isDataProtected ? xSecureData() : opened;
+}
+
+FtpSession::END FtpSession::xConnectData()
+{
     m_data = xMakeDataSocket();
     const String localAddress = xGetMainNetState().localIP.GetText();
     const bool isConnected = xConnect(m_data.get(), m_dataHost, m_dataPort, localAddress);

@@ -61,6 +61,8 @@ FtpSession::END FtpSession::xBeginTransfer(const char* verb, const String& path,
 {
     if (m_dataMode == DATAMODE::NONE)
         return END::NOT_CONNECTED;
+    if (m_config->settings.GetRequireTLS() && !m_isDataProtected)
+        return END::UNPROTECTED;
     xReply(150, announcement);
     m_transfer = TRANSFER();
     m_transfer.isActive = true;
@@ -85,6 +87,8 @@ void FtpSession::xFinishTransfer(END end, const RECORDER& record)
         {END::COMPLETE, 226, "Transfer complete"},
         {END::NOT_CONNECTED, 425, "No data connection"},
         {END::FOREIGN, 425, "The data connection came from another address"},
+        {END::UNPROTECTED, 521, "Data connections must be protected, PBSZ 0 and PROT P come first"},
+        {END::NOT_SECURED, 522, "The TLS handshake of the data connection failed"},
         {END::DATA_LOST, 426, "The data connection was lost"},
         {END::ABORTED, 426, "Transfer aborted"},
         {END::STOPPED, 426, "Transfer stopped by the administrator"},
@@ -182,7 +186,7 @@ FtpSession::END FtpSession::xSendFileAsText(platform::FileHandle file)
     }
 }
 
-bool FtpSession::xSendText(FtpSocket* socket, const std::string& text)
+bool FtpSession::xSendText(NetTCP* socket, const std::string& text)
 {
     m_transfer.moved += text.size();
     return text.empty() ||
@@ -326,7 +330,7 @@ void FtpSession::xList(const char* verb, LISTFORM form, const String& argument, 
     });
 }
 
-FtpSession::END FtpSession::xSendListing(FtpSocket* socket, const LISTING& listing, platform::FolderReader& reader)
+FtpSession::END FtpSession::xSendListing(NetTCP* socket, const LISTING& listing, platform::FolderReader& reader)
 {
     std::string text;
     std::string name;

@@ -8,6 +8,7 @@
 #include "hosts/ftp/FtpPassword.h"
 #include "hosts/ftp/FtpPaths.h"
 #include "hosts/ftp/FtpText.h"
+#include "net/service/NetPortBinds.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -46,6 +47,8 @@ enum CODE : int
     BAD_UPDATE_HOST,
     BAD_UPDATE_PORT,
     BAD_UPDATE_PATH,
+    BAD_LISTEN_TLS,
+    HALF_KEY_PAIR,
     BAD_USER_NAME = 320,
     NO_HOME,
     BAD_RIGHTS,
@@ -77,6 +80,8 @@ constexpr CODE_TEXT CODE_TEXTS[] = {
     {BAD_UPDATE_HOST, "update_host: must be a host name or an address, without blanks"},
     {BAD_UPDATE_PORT, "update_port: must be from 1 to 65535"},
     {BAD_UPDATE_PATH, "update_path: must begin with \"/\", without blanks"},
+    {BAD_LISTEN_TLS, "listen_tls: must be \"address:port\", with ports that are neither 0 nor in \"listen\""},
+    {HALF_KEY_PAIR, "tls_certificate, tls_key: one of them is missing"},
     {BAD_USER_NAME, "users.name: must be from 1 to 31 characters without control characters"},
     {NO_HOME, "users.home: must name a folder"},
     {BAD_RIGHTS, "users.rights: only read, write, delete and admin are known"},
@@ -101,6 +106,12 @@ struct KEY
 
 constexpr KEY SERVER_KEYS[] = {
     {"listen", FORM::TEXT},
+    {"listen_tls", FORM::TEXT},
+    {"offer_tls", FORM::FLAG},
+    {"require_tls", FORM::FLAG},
+    {"tls_certificate", FORM::TEXT},
+    {"tls_key", FORM::TEXT},
+    {"state_folder", FORM::TEXT},
     {"max_sessions", FORM::NUMBER},
     {"passive_ports", FORM::TEXT},
     {"external_address", FORM::TEXT},
@@ -319,6 +330,30 @@ bool IsListenLine(const String& line)
     });
 }
 
+bool HasPort(const String& line, USHORT port)
+{
+    NetPortBinds binds;
+    binds.AddByLine(line);
+    for (ULONG i = 0; i < binds.GetCount(); ++i) {
+        if (binds.Get(i).GetPort() == port)
+            return true;
+    }
+    return false;
+}
+
+/// True when no port of the line is 0 or in the other line.
+bool HasOwnPorts(const String& line, const String& other)
+{
+    NetPortBinds binds;
+    binds.AddByLine(line);
+    for (ULONG i = 0; i < binds.GetCount(); ++i) {
+        const USHORT port = binds.Get(i).GetPort();
+        if (port == 0 || HasPort(other, port))
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 // --- one account
@@ -394,7 +429,10 @@ FtpSettings* FtpSettings::Spawn(bool copy) const
 bool FtpSettings::IsSame(const SettingsTransferable& other) const
 {
     const auto* that = dynamic_cast<const FtpSettings*>(&other);
-    return that != nullptr && m_listen == that->m_listen && m_maxSessions == that->m_maxSessions &&
+    return that != nullptr && m_listen == that->m_listen && m_listenTLS == that->m_listenTLS &&
+           m_offerTLS == that->m_offerTLS && m_requireTLS == that->m_requireTLS &&
+           m_tlsCertificate == that->m_tlsCertificate && m_tlsKey == that->m_tlsKey &&
+           m_stateFolder == that->m_stateFolder && m_maxSessions == that->m_maxSessions &&
            m_passivePorts == that->m_passivePorts && m_externalAddress == that->m_externalAddress &&
            m_idleSecs == that->m_idleSecs && m_stallSecs == that->m_stallSecs && m_connectSecs == that->m_connectSecs &&
            m_loginAttempts == that->m_loginAttempts && m_blockTimeMs == that->m_blockTimeMs &&
@@ -448,6 +486,16 @@ String FtpSettings::sGetErrorText(int code)
     return found == std::end(CODE_TEXTS) ? "code " + String::sToString(code) : String(found->text);
 }
 
+bool FtpSettings::IsTLSPort(USHORT port) const
+{
+    return HasPort(m_listenTLS, port);
+}
+
+bool FtpSettings::IsTLSWanted() const
+{
+    return m_offerTLS || m_requireTLS || !m_listenTLS.empty() || !m_tlsCertificate.empty();
+}
+
 bool FtpSettings::GetPassiveRange(USHORT& first, USHORT& last) const
 {
     first = last = 0;
@@ -461,6 +509,12 @@ bool FtpSettings::GetPassiveRange(USHORT& first, USHORT& last) const
 bool FtpSettings::xWriteTo(SettingsTransportSet& set) const
 {
     set.AddString("listen", m_listen);
+    set.AddString("listen_tls", m_listenTLS);
+    set.AddBool("offer_tls", m_offerTLS);
+    set.AddBool("require_tls", m_requireTLS);
+    set.AddString("tls_certificate", m_tlsCertificate.GetText());
+    set.AddString("tls_key", m_tlsKey.GetText());
+    set.AddString("state_folder", m_stateFolder.GetText());
     set.AddULONG("max_sessions", m_maxSessions);
     set.AddString("passive_ports", m_passivePorts);
     set.AddString("external_address", m_externalAddress);
@@ -490,6 +544,12 @@ bool FtpSettings::xWriteTo(SettingsTransportSet& set) const
 bool FtpSettings::xReadFrom(const SettingsTransportSet& set)
 {
     set.GetString("listen", m_listen);
+    set.GetString("listen_tls", m_listenTLS);
+    set.GetBool("offer_tls", m_offerTLS);
+    set.GetBool("require_tls", m_requireTLS);
+    ReadPath(set, "tls_certificate", m_tlsCertificate);
+    ReadPath(set, "tls_key", m_tlsKey);
+    ReadPath(set, "state_folder", m_stateFolder);
     ReadNumber(set, "max_sessions", m_maxSessions);
     set.GetString("passive_ports", m_passivePorts);
     set.GetString("external_address", m_externalAddress);
@@ -530,6 +590,8 @@ void FtpSettings::xCheckErrors(Messages& messages) const
     };
     const auto isTime = [](ULONG secs) { return secs >= 1 && secs <= MAX_SECS; };
     check(IsListenLine(m_listen), BAD_LISTEN);
+    check(m_listenTLS.empty() || (IsListenLine(m_listenTLS) && HasOwnPorts(m_listenTLS, m_listen)), BAD_LISTEN_TLS);
+    check(m_tlsCertificate.empty() == m_tlsKey.empty(), HALF_KEY_PAIR);
     check(m_maxSessions != 0, BAD_MAX_SESSIONS);
     USHORT first = 0;
     USHORT last = 0;
@@ -563,6 +625,9 @@ void FtpSettings::xMakePathsAbsolute(const FilePath& file)
         return path.empty() ? path : FromStdPath((folder / ToStdPath(path)).lexically_normal());
     };
     m_logFolder = absolute(m_logFolder);
+    m_tlsCertificate = absolute(m_tlsCertificate);
+    m_tlsKey = absolute(m_tlsKey);
+    m_stateFolder = absolute(m_stateFolder.empty() ? FilePath("state") : m_stateFolder);
     for (FtpUserSettings& user : m_users)
         user.SetHome(absolute(user.GetHome()));
 }

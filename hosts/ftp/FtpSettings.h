@@ -86,6 +86,28 @@ public:
     /// Port bindings as one line, "address:port" with "," between.
     const String& GetListen() const { return m_listen; }
     void SetListen(const String& line) { m_listen = line; }
+    /// The same for ports that speak TLS from the first byte; empty: none. Their numbers are neither 0 nor in the other
+    /// line, since a connection is known by its port.
+    const String& GetListenTLS() const { return m_listenTLS; }
+    void SetListenTLS(const String& line) { m_listenTLS = line; }
+    /// True for a port of that line.
+    bool IsTLSPort(USHORT port) const;
+    /// AUTH TLS on the other ports, too.
+    bool GetOfferTLS() const { return m_offerTLS; }
+    void SetOfferTLS(bool offer) { m_offerTLS = offer; }
+    /// No log-in and no data in the clear.
+    bool GetRequireTLS() const { return m_requireTLS; }
+    void SetRequireTLS(bool require) { m_requireTLS = require; }
+    /// True when anything asks for TLS; the server then needs a certificate, and AUTH TLS is offered.
+    bool IsTLSWanted() const;
+    /// Certificate chain and key (PEM); both empty: the server makes them itself in the state folder.
+    const FilePath& GetTLSCertificate() const { return m_tlsCertificate; }
+    void SetTLSCertificate(const FilePath& file) { m_tlsCertificate = file; }
+    const FilePath& GetTLSKey() const { return m_tlsKey; }
+    void SetTLSKey(const FilePath& file) { m_tlsKey = file; }
+    /// Where the server keeps what it makes itself. A settings file that names none means "state" beside it.
+    const FilePath& GetStateFolder() const { return m_stateFolder; }
+    void SetStateFolder(const FilePath& folder) { m_stateFolder = folder; }
     ULONG GetMaxSessions() const { return m_maxSessions; }
     void SetMaxSessions(ULONG count) { m_maxSessions = static_cast<std::uint32_t>(count); }
     /// "first-last"; empty: any port.
@@ -156,6 +178,12 @@ private:
     void xMakePathsAbsolute(const FilePath& file);
 
     String m_listen = "127.0.0.1:2121";
+    String m_listenTLS;
+    bool m_offerTLS = false;
+    bool m_requireTLS = false;
+    FilePath m_tlsCertificate;
+    FilePath m_tlsKey;
+    FilePath m_stateFolder;
     std::uint32_t m_maxSessions = 200;
     String m_passivePorts;
     String m_externalAddress;

@@ -68,6 +68,9 @@ bool Demonstration::Make(const FilePath& folder, FtpSettings& settings, String& 
     user.SetHome(FromStdPath(home));
     user.SetRights("read,write,delete,admin");
     settings.SetUsers({user});
+    settings.SetOfferTLS(true);
+    if (settings.GetStateFolder().empty())
+        settings.SetStateFolder(FromStdPath(top / "state"));
     if (settings.GetLogFolder().empty())
         settings.SetLogFolder(FromStdPath(top / "logs"));
     return true;

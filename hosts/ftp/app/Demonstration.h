@@ -20,7 +20,8 @@ public:
     Demonstration(const Demonstration&) = delete;
     Demonstration& operator=(const Demonstration&) = delete;
 
-    /// folder: where to serve from; empty: a new temporary one. Fills users and log folder of settings.
+    /// folder: where to serve from; empty: a new temporary one. Fills users, log folder
+    /// and state folder of settings, and has TLS offered.
     [[nodiscard]] bool Make(const FilePath& folder, FtpSettings& settings, String& error);
     const FilePath& GetFolder() const { return m_folder; }
 

@@ -29,6 +29,7 @@ struct OPTIONS
     std::string folder;
     std::string logFolder;
     std::optional<unsigned> port;
+    std::optional<unsigned> tlsPort;
     std::optional<unsigned> blockTimeMs;
     bool printPort = false;
     bool logDebug = false;
@@ -42,6 +43,8 @@ void AddOptions(CLI::App& app, OPTIONS& options)
     app.add_option("--settings", options.settingsFile, "Settings file (JSON); without it a demonstration is served");
     app.add_option("--port", options.port, "Listen on 127.0.0.1 and this port only (0: any free one)")
         ->check(CLI::Range(0, 65535));
+    app.add_option("--tls-port", options.tlsPort, "Listen on 127.0.0.1 and this port, TLS from the first byte")
+        ->check(CLI::Range(1, 65535));
     app.add_option("--folder", options.folder, "Demonstration: serve from here and keep it (default: temporary)");
     app.add_option("--log-folder", options.logFolder, "Folder of the logs");
     app.add_option("--block-time", options.blockTimeMs, "Milliseconds of one wait for a control connection")
@@ -92,8 +95,12 @@ bool ReadSettings(const OPTIONS& options, FtpSettings& settings, String& error)
         settings.SetLogDebug(true);
     if (options.blockTimeMs)
         settings.SetBlockTimeMs(*options.blockTimeMs);
-    if (options.port)
+    if (options.port) {
         settings.SetListen("127.0.0.1:" + String::sToString(*options.port));
+        settings.SetListenTLS(String());
+    }
+    if (options.tlsPort)
+        settings.SetListenTLS("127.0.0.1:" + String::sToString(*options.tlsPort));
     return true;
 }
 

@@ -55,7 +55,9 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
         "passive_ports": "50000-50010", "external_address": "1.2.3.4", "idle_timeout_secs": 11,
         "stall_timeout_secs": 12, "connect_timeout_secs": 13, "login_attempts": 4, "block_time_ms": 100,
         "greeting": "Hello", "log_folder": "/var/log/x", "log_debug": true,
-        "update_host": "updates.example", "update_port": 8080, "update_path": "/v.txt")"),
+        "update_host": "updates.example", "update_port": 8080, "update_path": "/v.txt",
+        "listen_tls": "127.0.0.1:990, 991", "offer_tls": true, "require_tls": true, "tls_certificate": "/etc/x.crt",
+        "tls_key": "/etc/x.key", "state_folder": "/var/lib/x")"),
                                   error))
         << error.c_str();
     USHORT first = 0;
@@ -77,6 +79,38 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
     EXPECT_EQ(settings.GetUpdateHost(), "updates.example");
     EXPECT_EQ(settings.GetUpdatePort(), 8080U);
     EXPECT_EQ(settings.GetUpdatePath(), "/v.txt");
+    EXPECT_EQ(settings.GetListenTLS(), "127.0.0.1:990, 991");
+    EXPECT_TRUE(settings.IsTLSPort(990));
+    EXPECT_TRUE(settings.IsTLSPort(991));
+    EXPECT_FALSE(settings.IsTLSPort(21));
+    EXPECT_TRUE(settings.GetOfferTLS());
+    EXPECT_TRUE(settings.GetRequireTLS());
+    EXPECT_EQ(settings.GetTLSCertificate().GetText(), "/etc/x.crt");
+    EXPECT_EQ(settings.GetTLSKey().GetText(), "/etc/x.key");
+    EXPECT_EQ(settings.GetStateFolder().GetText(), "/var/lib/x");
+}
+
+TEST(FtpSettings, IsTLSWanted_AnyKeyThatAsksForIt)
+{
+    EXPECT_FALSE(FtpSettings().IsTLSWanted());
+    for (const char* more : {R"(, "offer_tls": true)", R"(, "require_tls": true)", R"(, "listen_tls": "990")",
+                             R"(, "tls_certificate": "a", "tls_key": "b")"})
+    {
+        FtpSettings settings;
+        String error;
+        ASSERT_TRUE(settings.ReadJson(WithGuest(more), error)) << error.c_str();
+        EXPECT_TRUE(settings.IsTLSWanted()) << more;
+    }
+}
+
+TEST(FtpSettings, ReadJson_TLSKeysThatDoNotGoTogether_NamedInTheError)
+{
+    for (const char* ports : {"127.0.0.1:0", "990,0", "127.0.0.1:2121", "10.0.0.1:990,2121", "x:y"})
+        EXPECT_TRUE(
+            ErrorOf(WithGuest((std::string(", \"listen_tls\": \"") + ports + "\"").c_str())).StartsWith("listen_tls: "))
+            << ports;
+    EXPECT_TRUE(ErrorOf(WithGuest(R"(, "tls_key": "b")")).StartsWith("tls_certificate, tls_key: "));
+    EXPECT_TRUE(ErrorOf(WithGuest(R"(, "tls_certificate": "b")")).StartsWith("tls_certificate, tls_key: "));
 }
 
 TEST(FtpSettings, ReadJson_UnknownKey_NamedInTheError)
