@@ -1,22 +1,27 @@
 #!/usr/bin/env python3
 """Real clients against kqftpd: curl and lftp upload, list, resume, rename, append and download trees with files from
-0 bytes to 1 GiB in passive, extended passive and active mode, four clients at once. Every file is compared by its
-SHA-256. Prints one line per step and ends with 1 at the first difference.
+0 bytes to 1 GiB in passive, extended passive and active mode, four clients at once; then the same with TLS (and files
+up to 8 MiB), turned on by AUTH TLS and from the first byte, with Python's ftplib as a third client. Every file is
+compared by its SHA-256. Prints one line per step and ends with 1 at the first difference.
 
 usage: ftp_smoke.py BUILD_DIR [--small]     (--small: largest file 8 MiB)
 """
 
 import concurrent.futures
+import ftplib
 import hashlib
+import io
 import os
 import random
 import shutil
+import socket
+import ssl
 import subprocess
 import sys
 import tempfile
 import time
 
-from kqftpd import Kqftpd, USER, PASSWORD, total
+from kqftpd import Kqftpd, USER, PASSWORD, free_port, total
 
 SIZES = [0, 1, 2, 1023, 1024, 65535, 65536, 1000003, 8 << 20]
 LARGEST = 1 << 30
@@ -77,11 +82,15 @@ class Curl:
     MODES = {"epsv": [], "pasv": ["--disable-epsv"], "eprt": ["--ftp-port", "-"],
              "port": ["--ftp-port", "-", "--disable-eprt"]}
 
-    def __init__(self, server, mode):
-        self.who = "curl " + mode
+    def __init__(self, server, mode, tls=""):
+        self.who = " ".join(["curl", mode, tls]).strip()
         self.base = ["curl", "--silent", "--show-error", "--fail", "--user", USER + ":" + PASSWORD,
                      "--ftp-create-dirs"] + self.MODES[mode]
         self.url = "ftp://127.0.0.1:%d" % server.port
+        if tls:
+            self.base += ["--insecure", "--ssl-reqd"]
+        if tls == "implicit":
+            self.url = "ftps://127.0.0.1:%d" % server.tls_port
 
     def call(self, *arguments):
         return run(self.who, self.base + list(arguments))
@@ -136,10 +145,15 @@ class Lftp:
              "pasv": "set ftp:passive-mode on; set ftp:prefer-epsv off",
              "port": "set ftp:passive-mode off"}
 
-    def __init__(self, server, mode):
-        self.who = "lftp " + mode
-        self.setup = ("set cmd:fail-exit on; set net:max-retries 1; set ftp:ssl-allow off; %s; open -u %s,'%s' "
-                      "ftp://127.0.0.1:%d; " % (self.MODES[mode], USER, PASSWORD, server.port))
+    TLS = {"": "set ftp:ssl-allow off",
+           "explicit": "set ftp:ssl-force on; set ftp:ssl-protect-data on; set ssl:verify-certificate no",
+           "implicit": "set ftp:ssl-protect-data on; set ssl:verify-certificate no"}
+
+    def __init__(self, server, mode, tls=""):
+        self.who = " ".join(["lftp", mode, tls]).strip()
+        url = "ftps://127.0.0.1:%d" % server.tls_port if tls == "implicit" else "ftp://127.0.0.1:%d" % server.port
+        self.setup = ("set cmd:fail-exit on; set net:max-retries 1; %s; %s; open -u %s,'%s' %s; " %
+                      (self.TLS[tls], self.MODES[mode], USER, PASSWORD, url))
 
     def call(self, script):
         return run(self.who, ["lftp", "-c", self.setup + script])
@@ -172,6 +186,86 @@ class Lftp:
         self.call("mv '%s' '%s'" % (old, new))
 
 
+class ImplicitFTP(ftplib.FTP_TLS):
+    """ftplib itself knows AUTH TLS only: the handshake comes with the connection here."""
+
+    def connect(self, host, port, timeout):
+        self.sock = self.context.wrap_socket(socket.create_connection((host, port), timeout))
+        self.host = host
+        self.af = self.sock.family
+        self.file = self.sock.makefile("r", encoding=self.encoding)
+        self.welcome = self.getresp()
+        return self.welcome
+
+
+class Ftplib:
+    """Python's ftplib, always with TLS."""
+
+    MODES = {"passive": True, "active": False}
+
+    def __init__(self, server, mode, tls):
+        self.who = " ".join(["ftplib", mode, tls])
+        context = ssl.create_default_context()
+        context.check_hostname = False
+        context.verify_mode = ssl.CERT_NONE
+        if tls == "implicit":
+            self.ftp = ImplicitFTP(context=context)
+            self.ftp.connect("127.0.0.1", server.tls_port, 120)
+            self.ftp.login(USER, PASSWORD, secure=False)  # it would say AUTH TLS
+        else:
+            self.ftp = ftplib.FTP_TLS(context=context, timeout=120)
+            self.ftp.connect("127.0.0.1", server.port)
+            self.ftp.login(USER, PASSWORD)
+        self.ftp.prot_p()
+        self.ftp.set_pasv(self.MODES[mode])
+
+    def upload(self, tree, remote):
+        folders = {""} | {os.path.dirname(name) for name in files_of(tree)}
+        for folder in sorted(folders):
+            self.ftp.mkd((remote + "/" + folder).rstrip("/"))
+        for name in files_of(tree):
+            self.put(os.path.join(tree, name), remote + "/" + name)
+
+    def download(self, remote, names, target):
+        for name in names:
+            path = os.path.join(target, name)
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            self.get(remote + "/" + name, path)
+
+    def put(self, local, remote, command="STOR", start=None):
+        with open(local, "rb") as file:
+            file.seek(start or 0)
+            self.ftp.storbinary(command + " " + remote, file, rest=start)
+
+    def get(self, remote, local, start=None):
+        with open(local, "ab" if start else "wb") as file:
+            self.ftp.retrbinary("RETR " + remote, file.write, rest=start)
+
+    def list(self, remote):
+        return [name for name, facts in self.ftp.mlsd(remote) if facts["type"] in ("file", "dir")]
+
+    def resume_upload(self, local, remote):
+        half = os.path.getsize(local) // 2
+        with open(local, "rb") as file:
+            self.ftp.storbinary("STOR " + remote, io.BytesIO(file.read(half)))
+        self.put(local, remote, start=self.ftp.size(remote))
+
+    def resume_download(self, remote, local, original):
+        third = os.path.getsize(original) // 3
+        with open(original, "rb") as source, open(local, "wb") as target:
+            target.write(source.read(third))
+        self.get(remote, local, start=third)
+
+    def rename(self, old, new):
+        self.ftp.rename(old, new)
+
+    def append(self, local, remote):
+        self.put(local, remote, "APPE")
+
+    def quit(self):
+        self.ftp.quit()
+
+
 def exercise(client, tree, work):
     """Everything one client does, in a remote folder of its own."""
     started = time.monotonic()
@@ -197,7 +291,7 @@ def exercise(client, tree, work):
         raise AssertionError(client.who + ": the resumed file differs")
 
     client.rename(remote + "/resumed", remote + "/renamed")
-    if isinstance(client, Curl):
+    if hasattr(client, "append"):
         client.append(original, remote + "/renamed")
         with open(original, "rb") as file:
             expected = hashlib.sha256(file.read() * 2).hexdigest()
@@ -206,23 +300,47 @@ def exercise(client, tree, work):
     client.get(remote + "/renamed", os.path.join(mine, "second"))
     if digest(os.path.join(mine, "second")) != expected:
         raise AssertionError(client.who + ": the appended file differs")
+    if hasattr(client, "quit"):
+        client.quit()
     shutil.rmtree(mine)
-    print("%-10s  ok, %d files, %.1f s" % (client.who, len(names), time.monotonic() - started), flush=True)
+    print("%-25s  ok, %d files, %.1f s" % (client.who, len(names), time.monotonic() - started), flush=True)
+
+
+def tls_clients(server):
+    """Every client in every way that it has with TLS."""
+    modes = list(Curl.MODES)
+    if run("curl", ["curl", "--version"]).startswith("curl 7."):
+        print("curl with TLS in active mode: left out, this curl speaks no TLS on connections that it accepts")
+        modes = ["epsv", "pasv"]
+    clients = []
+    for tls in ("explicit", "implicit"):
+        clients += [Curl(server, mode, tls) for mode in modes] + [Lftp(server, mode, tls) for mode in Lftp.MODES]
+        clients += [Ftplib(server, mode, tls) for mode in Ftplib.MODES]
+    return clients
+
+
+def exercise_all(clients, tree, folder):
+    with concurrent.futures.ThreadPoolExecutor(4) as four:
+        for done in [four.submit(exercise, client, tree, folder) for client in clients]:
+            done.result()
 
 
 def main():
     build = sys.argv[1]
     largest = 8 << 20 if "--small" in sys.argv else LARGEST
     folder = tempfile.mkdtemp(prefix="kqftpd-smoke-")
-    server = Kqftpd(build, os.path.join(folder, "server"))
+    tls_port = free_port()
+    server = Kqftpd(build, os.path.join(folder, "server"), listen_tls="127.0.0.1:%d" % tls_port)
+    server.tls_port = tls_port
     try:
         tree = os.path.join(folder, "tree")
         make_tree(tree, largest)
         server.start()
         clients = [Curl(server, mode) for mode in Curl.MODES] + [Lftp(server, mode) for mode in Lftp.MODES]
-        with concurrent.futures.ThreadPoolExecutor(4) as four:
-            for done in [four.submit(exercise, client, tree, folder) for client in clients]:
-                done.result()
+        exercise_all(clients, tree, folder)
+        if largest > 8 << 20:
+            make_file(os.path.join(tree, "large"), 8 << 20, 102)
+        exercise_all(tls_clients(server), tree, folder)
         took = server.stop()
         failures = [line for line in server.event_lines() if line[5].endswith("Fail")]
         if failures:

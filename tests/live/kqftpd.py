@@ -3,6 +3,7 @@
 import json
 import os
 import signal
+import socket
 import sqlite3
 import struct
 import subprocess
@@ -24,6 +25,12 @@ COUNTERS = [  # name, offset in the counter block, size
 USER = "anna"
 PASSWORD = "a good password"
 ADMIN = "root"
+
+
+def free_port():
+    """A port that nobody has now."""
+    with socket.create_server(("127.0.0.1", 0)) as finder:
+        return finder.getsockname()[1]
 
 
 def wait_for(condition, seconds, what, describe=lambda: ""):
