@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -123,7 +124,8 @@ nlohmann::json ToJson(const TYPE& type, const RESULT& result)
 String QueryName(const TYPE& type, const String& given)
 {
     NetIP address;
-    if (type.isCached == &NetDNSCache::IsPtrLookupCached && address.Set(given))
+    // By the command's name: on Windows the address of a function of a DLL is not the same everywhere.
+    if (std::string_view(type.command) == "ptr" && address.Set(given))
         return address.GetTextReverseByteOrder() + ".in-addr.arpa";
     return given;
 }
