@@ -23,8 +23,8 @@ constexpr USHORT DEFAULT_PORT = 80;
 constexpr String::size_type MAX_LINE_SIZE = 2048;
 /// Command reception counts the CR, and stops one character before its limit.
 constexpr ULONG LINE_RECEPTION_LIMIT = MAX_LINE_SIZE + 2;
-/// Received and written at once, for speed.
-constexpr ULONG PIECE_SIZE = 65536;
+/// Received and written at once; a wait belongs to each reception, so that small pieces cost speed.
+constexpr ULONG PIECE_SIZE = 262144;
 /// A file may outgrow the expected size by this much before the download fails.
 constexpr ULONG8 MAX_EXCESS = 1024;
 
