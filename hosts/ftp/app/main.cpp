@@ -189,6 +189,7 @@ int main(int argc, char** argv)
     platform::HoldProcessRequests();
     platform::GiveBackLargeBlocks(); // each password check takes 16 MiB for a moment
     CLI::App app("kqftpd: a file-transfer (FTP) server");
+    app.allow_windows_style_options(false); // "/x" is a path on every system
     OPTIONS options;
     AddOptions(app, options);
     CLI11_PARSE(app, argc, argv);
