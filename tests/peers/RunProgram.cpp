@@ -15,7 +15,7 @@ PROGRAMRESULT RunProgram(const std::string& program, const std::vector<std::stri
     const auto outputPath = folder / "output";
     std::string command = std::filesystem::path(program).make_preferred().string();
     for (const std::string& argument : arguments)
-        command += " \"" + argument + "\"";
+        command += " \"" + argument + (argument.ends_with('\\') ? "\\\"" : "\""); // one alone would escape the quote
     command += " >\"" + outputPath.string() + "\" 2>&1";
     PROGRAMRESULT result;
     result.success = std::system(command.c_str()) == 0;
