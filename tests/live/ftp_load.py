@@ -73,8 +73,8 @@ class Client(threading.Thread):
 
     def connect(self):
         """A port's backlog is 5, and Linux forgets connections that find it full while it answers with SYN cookies:
-        such a client takes itself for connected and waits for a greeting that cannot come. It tries again, as people
-        do; had the server accepted it after all, the books would not agree."""
+        such a client takes itself for connected and waits for a greeting that does not come. It tries again, as people
+        do. Its farewell may still make the connection whole, so the server may see it or not."""
         while True:
             ftp = ftplib.FTP()
             try:
@@ -183,15 +183,17 @@ def check_books(server, books):
     sessions = server.sessions()
     by_session = total(sessions)
     by_activity = total(server.activity())
-    expect("sessions recorded", len(sessions), books.controls)
+    if not books.controls <= len(sessions) <= books.controls + books.forgotten:
+        raise AssertionError("sessions recorded: %d, wanted %d (and %d forgotten ones at most)" %
+                             (len(sessions), books.controls, books.forgotten))
     expect("activity sums", by_activity, by_session)
-    expect("connections in", by_session["ConnectionsIn"], books.controls + books.passive)
+    expect("connections in", by_session["ConnectionsIn"], len(sessions) + books.passive)
     expect("connections out", by_session["ConnectionsOutSuccesses"], books.active)
     expect("logins", by_session["LoginSuccesses"], books.logins)
     expect("files created", by_session["FilesCreated"], books.stored)
     expect("files read", by_session["FilesRead"], books.retrieved)
     accepted = sum(1 for line in server.event_lines() if line[5] == "Connection Accepted" and line[6] == "")
-    expect("event log, connections accepted", accepted, books.controls)
+    expect("event log, connections accepted", accepted, len(sessions))
     return by_session
 
 
@@ -256,7 +258,9 @@ def crash(server, options):
         raise AssertionError("%d sessions were logged, %d are left" % (stored, kept))
     more, _, _ = run_clients(server, 20, 3)
     server.stop()
-    expect("sessions recorded after the restart", len(server.sessions()), kept + more.controls)
+    new = len(server.sessions()) - kept
+    if not more.controls <= new <= more.controls + more.forgotten:
+        raise AssertionError("%d sessions recorded after the restart, wanted %d" % (new, more.controls))
     server.activity()
     print("crash: %d sessions were in the log, %d after kill -9; the port was there again after %.2f s" %
           (stored, kept, took))
