@@ -92,6 +92,18 @@ TEST(PosixSocketsTest, Transfer_InterruptedBySignals_NothingLost)
     EXPECT_TRUE(received == bytes);
 }
 
+TEST(PosixSocketsTest, RecvSocket_PeerReset_Reset)
+{
+    const OwnedSocket listener = MakeListener();
+    OwnedSocket client = ConnectTo(LocalPort(listener));
+    const OwnedSocket server = AcceptFrom(listener);
+    client.Abort();
+    ASSERT_EQ(WaitSocket(server.Get(), true, 5000), WaitResult::READY);
+    unsigned char byte;
+    std::size_t size = 1;
+    EXPECT_EQ(RecvSocket(server.Get(), &byte, size), IoResult::RESET);
+}
+
 TEST(PosixSocketsTest, OpenAndAccept_HandlesAreNotInherited)
 {
     const OwnedSocket listener = MakeListener();
