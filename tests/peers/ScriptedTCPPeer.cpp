@@ -1,12 +1,14 @@
 #include "tests/peers/ScriptedTCPPeer.h"
 
 #include "platform/Clock.h"
+#include "tests/peers/Sockets.h"
 
 #include <algorithm>
 #include <chrono>
 #include <utility>
 
 using namespace kqlib::platform;
+using kqlib::test::Loopback;
 
 namespace {
 
@@ -14,15 +16,6 @@ constexpr std::uint32_t LOOK_MS = 10; // how often a waiting step looks whether 
 constexpr std::uint32_t PIECE_MS = 1; // pause after each piece
 constexpr std::size_t RECV_SIZE = 65536;
 constexpr int BACKLOG = 16;
-
-Endpoint Loopback(std::uint16_t port)
-{
-    Endpoint end;
-    end.bytes[0] = 127;
-    end.bytes[3] = 1;
-    end.port = port;
-    return end;
-}
 
 } // namespace
 
@@ -121,13 +114,10 @@ ScriptedTCPPeer& ScriptedTCPPeer::NextConnection()
 bool ScriptedTCPPeer::Listen()
 {
     m_isServer = true;
-    m_listener = OpenSocket(true, Family::IP4);
-    Endpoint end;
-    if (!BindSocket(m_listener, Loopback(0), true) || !ListenSocket(m_listener, BACKLOG) ||
-        !GetLocalEndpointIP4(m_listener, end))
-        return false;
-    m_port = end.port;
-    return true;
+    kqlib::test::OwnedSocket listener = kqlib::test::MakeListener(0, BACKLOG);
+    m_port = kqlib::test::LocalPort(listener);
+    m_listener = listener.Release();
+    return m_port != 0;
 }
 
 bool ScriptedTCPPeer::StartServer()
