@@ -447,9 +447,11 @@ TEST_F(FtpServerTLS, Certificate_FilesExchanged_NextHandshakeUsesThem)
     const std::filesystem::path cert = m_folder / "ftp.crt";
     const std::filesystem::path key = m_folder / "ftp.key";
     const auto install = [&](const TLSFiles& files) {
-        const auto options = std::filesystem::copy_options::overwrite_existing;
-        std::filesystem::copy_file(ToStdPath(files.GetCert()), cert, options);
-        std::filesystem::copy_file(ToStdPath(files.GetKey()), key, options);
+        // Removed first: one standard library overwrites nothing, whatever it is told.
+        std::filesystem::remove(cert);
+        std::filesystem::remove(key);
+        std::filesystem::copy_file(ToStdPath(files.GetCert()), cert);
+        std::filesystem::copy_file(ToStdPath(files.GetKey()), key);
     };
     const TLSFiles first("first.example");
     const TLSFiles second("second.example");
