@@ -2,19 +2,36 @@
 #include "hosts/ftp/FtpUsers.h"
 
 #include "hosts/ftp/FtpPassword.h"
-#include "platform/Clock.h"
 
 #include <algorithm>
-#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
 
 namespace kqlib {
 
 namespace {
 
-constexpr std::uint32_t TURN_WAIT_MS = 5;
+/// How often who waits for a turn looks whether to go on.
+constexpr std::chrono::milliseconds LOOK_INTERVAL(20);
 
-/// How many checks run in this process; shared by all settings in use.
-std::atomic<unsigned> checksRunning{0};
+class Turn;
+
+/// The checks of this process, shared by all settings in use.
+struct TURNS
+{
+    std::mutex mutex; // guards what follows
+    std::condition_variable changed;
+    std::deque<const Turn*> waiting; // first come, first served: nobody waits for ever while others come and go
+    unsigned running = 0;
+};
+
+TURNS& GetTurns()
+{
+    static TURNS turns;
+    return turns;
+}
 
 /// Holds one of the turns for a scope.
 class Turn
@@ -23,28 +40,36 @@ public:
     /// Waits until a turn is free; IsMine() is false when goOn gave up first.
     explicit Turn(const std::function<bool()>& goOn)
     {
-        while (!(m_isMine = xTake()) && goOn())
-            platform::SleepMs(TURN_WAIT_MS);
+        TURNS& turns = GetTurns();
+        std::unique_lock lock(turns.mutex);
+        turns.waiting.push_back(this);
+        while (!xIsNext(turns) && goOn())
+            turns.changed.wait_for(lock, LOOK_INTERVAL);
+        m_isMine = xIsNext(turns);
+        turns.waiting.erase(std::find(turns.waiting.begin(), turns.waiting.end(), this));
+        if (m_isMine)
+            ++turns.running;
+        turns.changed.notify_all();
     }
     ~Turn()
     {
-        if (m_isMine)
-            --checksRunning;
+        if (!m_isMine)
+            return;
+        TURNS& turns = GetTurns();
+        const std::lock_guard lock(turns.mutex);
+        --turns.running;
+        turns.changed.notify_all();
     }
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
     bool IsMine() const { return m_isMine; }
 
 private:
-    static bool xTake()
+    bool xIsNext(const TURNS& turns) const
     {
-        unsigned running = checksRunning.load();
-        while (running < FtpUsers::MAX_CHECKS) {
-            if (checksRunning.compare_exchange_weak(running, running + 1))
-                return true;
-        }
-        return false;
+        return turns.running < FtpUsers::MAX_CHECKS && turns.waiting.front() == this;
     }
+
     bool m_isMine = false;
 };
 
