@@ -508,8 +508,7 @@ TEST_F(FtpServerTransfer, Stor_DiskFull_452AndRecordedAsFailure)
 {
     const std::string mount = "mount -t tmpfs -o size=1m tmpfs '" + Home().string() + "' 2>/dev/null";
     if (std::system(mount.c_str()) != 0) {
-        std::cout << "not run: a small tmpfs cannot be mounted here (needs root)" << std::endl;
-        GTEST_SKIP();
+        GTEST_SKIP() << "a small tmpfs cannot be mounted here (needs root)";
     }
     {
         Start();
