@@ -12,6 +12,9 @@
 namespace kqlib::test {
 namespace {
 
+/// Longer than any stop on a busy machine, shorter than the time-out of a client that is stuck.
+constexpr std::chrono::seconds HELD_UP(10);
+
 using FtpServerLife = FtpServerFixture;
 
 /// The records in the session log of a server that has stopped.
@@ -91,7 +94,7 @@ TEST_F(FtpServerLife, Stop_ManySessionsAtWork_QuickAndEveryOneRecorded)
     EXPECT_EQ(SessionCount(), COUNT);
     const auto start = std::chrono::steady_clock::now();
     m_server.Stop();
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, HELD_UP);
     const SessionLog log(m_folder);
     ASSERT_TRUE(log.IsRead());
     EXPECT_EQ(log.GetCount(), COUNT);
@@ -108,7 +111,7 @@ TEST_F(FtpServerLife, Stop_ClientNeverReads_NotHeldUp)
     client.GetSocket().SendUntilStuck(questions);
     const auto start = std::chrono::steady_clock::now();
     m_server.Stop();
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, HELD_UP);
 }
 
 TEST_F(FtpServerLife, Stop_WhileAnAdministratorLooks_NoDeadlock)
