@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstring>
 #include <openssl/err.h>
+#include <openssl/pem.h>
 #include <openssl/ssl.h>
 
 namespace kqlib {
@@ -119,6 +120,27 @@ bool NetTCPSSL::SSLConnect()
     if (m_context == nullptr || !xMakeConnection())
         return xFreeAndFail();
     return xHandshake(SSL_connect);
+}
+
+String NetTCPSSL::GetPeerCertificates() const
+{
+    if (!IsSSLOn())
+        return {};
+    const OpenSSLErrorGuard errors;
+    const BIOHandle text(BIO_new(BIO_s_mem()));
+    const CertificateHandle own(SSL_get1_peer_certificate(m_ssl));
+    if (!text || !own || PEM_write_bio_X509(text.get(), own.get()) != 1)
+        return {};
+    // What a client sees begins with the server's own certificate; what a server sees does not hold the client's.
+    const STACK_OF(X509)* const chain = SSL_get_peer_cert_chain(m_ssl);
+    for (int i = 0; i < sk_X509_num(chain); ++i) {
+        X509* const next = sk_X509_value(chain, i);
+        if (X509_cmp(next, own.get()) != 0 && PEM_write_bio_X509(text.get(), next) != 1)
+            return {};
+    }
+    char* bytes = nullptr;
+    const long size = BIO_get_mem_data(text.get(), &bytes);
+    return String(bytes, static_cast<String::size_type>(size));
 }
 
 bool NetTCPSSL::xLoadKeyPair(const FilePath& certFile, const FilePath& keyFile)

@@ -60,6 +60,10 @@ public:
     bool SSLAccept(const FilePath& certFile, const FilePath& keyFile);
     /// Client side: makes the handshake, at most 30 seconds. Codes as SSLAccept.
     bool SSLConnect();
+    /// The certificates that the other end showed in the handshake, its own first, as PEM text one after the other;
+    /// empty when TLS is off or it showed none. Nothing has verified them: that is the host's part, before it trusts
+    /// the connection with anything.
+    String GetPeerCertificates() const;
 
 protected:
     /// What the last Recv or Send over TLS came to.

@@ -38,6 +38,16 @@ TEST_F(NetTCPSSLHandshake, BothEnds_OnAfterwardsAndTalking)
     EXPECT_EQ(m_server.GetOutDataBytes(), 16U);
 }
 
+TEST_F(NetTCPSSLHandshake, GetPeerCertificates_ClientAndServer_WhatTheOtherEndShowed)
+{
+    EXPECT_EQ(m_client.GetPeerCertificates(), "");
+    Secure();
+    EXPECT_EQ(m_client.GetPeerCertificates(), m_files.ReadFile(m_files.GetCert()));
+    EXPECT_EQ(m_server.GetPeerCertificates(), "") << "the client has no certificate to show";
+    m_client.Close();
+    EXPECT_EQ(m_client.GetPeerCertificates(), "");
+}
+
 TEST_F(NetTCPSSLHandshake, ServerOverBothVersions_Done)
 {
     for (const auto& [version, name] : {std::pair(HalfTLSPeer::TLS_1_2, "TLSv1.2"), {HalfTLSPeer::TLS_1_3, "TLSv1.3"}})
