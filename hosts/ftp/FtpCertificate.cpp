@@ -3,7 +3,7 @@
 
 #include "common/FileAccess.h"
 #include "common/Messages.h"
-#include "hosts/ftp/FtpPaths.h"
+#include "hosts/ftpcommon/FtpPaths.h"
 #include "hosts/ftp/FtpSettings.h"
 #include "net/ssl/NetSSLCertControl.h"
 #include "net/ssl/NetSSLCertCreate.h"

@@ -2,7 +2,7 @@
 #include "hosts/ftp/FtpFileSystem.h"
 
 #include "common/STRINGS.h"
-#include "hosts/ftp/FtpText.h"
+#include "hosts/ftpcommon/FtpText.h"
 
 namespace kqlib {
 

@@ -1,4 +1,4 @@
-// FtpListing: how files look in listings, and times in commands and replies.
+// FtpListing: how files look in listings.
 #pragma once
 
 #include "common/String.h"
@@ -50,11 +50,6 @@ public:
     static String sGetFactNames(std::uint32_t selection, bool forFeatures);
     /// The facts that a line like "type;size;" names; unknown names are left out.
     static std::uint32_t sParseFactNames(const String& line);
-
-    /// "YYYYMMDDhhmmss" in UTC of milliseconds since 1970.
-    static String sFormatTime(std::int64_t timeMs);
-    /// Reads that form, with an optional fraction ".s" to ".sss". False: not a time from the years 1601 to 9999.
-    static bool sParseTime(const String& text, std::int64_t& timeMs);
 
     /// The text with every control character replaced by "?".
     static String sMakeSafe(const String& text);

@@ -1,7 +1,7 @@
 // FtpServer: a whole kqftpd, from its settings.
 #include "hosts/ftp/FtpServer.h"
 
-#include "hosts/ftp/FtpPaths.h"
+#include "hosts/ftpcommon/FtpPaths.h"
 #include "net/service/NetPortBinds.h"
 #include "net/sockets/NetTCPSSL.h"
 

@@ -7,6 +7,7 @@
 #include "hosts/ftp/FtpGate.h"
 #include "hosts/ftp/FtpListing.h"
 #include "hosts/ftp/FtpLiveBoard.h"
+#include "hosts/ftpcommon/FtpDataAddress.h"
 
 #include <functional>
 #include <memory>
@@ -201,8 +202,8 @@ private:
     void xCmdEprt(const String& argument);
     bool xIsSetupAllowed();
     bool xListenPassive();
-    void xSetActive(const NetIP& address, USHORT port);
-    String xGetPassiveAddress() const;
+    void xSetActive(const FtpDataAddress& place);
+    NetIP xGetPassiveAddress() const;
     std::unique_ptr<FtpSocket> xMakeDataSocket();
     END xOpenData();
     END xConnectData();

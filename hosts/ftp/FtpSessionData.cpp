@@ -1,9 +1,8 @@
 // FtpSession: data connections, made from and to the client's own address only.
 #include "hosts/ftp/FtpSession.h"
 
-#include "common/STRINGS.h"
 #include "common/TimedEvent.h"
-#include "hosts/ftp/FtpText.h"
+#include "hosts/ftpcommon/FtpText.h"
 #include "platform/Threads.h"
 
 namespace kqlib {
@@ -15,43 +14,8 @@ namespace {
 constexpr ULONG DATA_BLOCK_TIME_MS = 50;
 /// Ports below are services of other programs, which no client may have connected to (RFC 2577, section 3).
 constexpr USHORT FIRST_USER_PORT = 1024;
-constexpr ULONG MAX_PORT = 65535;
-/// Of the numbers in PORT and EPRT.
-constexpr std::size_t MAX_DIGITS = 5;
-
-/// Reads "h1,h2,h3,h4,p1,p2" (RFC 959, section 4.1.2).
-bool ParsePort(const String& text, NetIP& address, USHORT& port)
-{
-    constexpr std::size_t COUNT = 6;
-    STRINGS numbers;
-    numbers.AddByLine(text, static_cast<unsigned char>(','), false, true);
-    if (numbers.size() != COUNT)
-        return false;
-    unsigned char bytes[COUNT] = {};
-    for (std::size_t i = 0; i < COUNT; ++i) {
-        if (!IsDecimal(numbers[i], MAX_DIGITS) || numbers[i].ToULONG() > 255)
-            return false;
-        bytes[i] = static_cast<unsigned char>(numbers[i].ToULONG());
-    }
-    port = static_cast<USHORT>(bytes[4] * 256 + bytes[5]);
-    return address.Set(NetIP::IP_4, bytes);
-}
-
-/// Splits "|1|132.235.1.2|6275|" (RFC 2428, section 2) at its own first character.
-bool SplitExtendedPort(const String& text, String& family, String& address, String& port)
-{
-    constexpr std::size_t COUNT = 5; // nothing, family, address, port, nothing
-    if (text.empty() || text[0] < 33 || text[0] > 126)
-        return false;
-    STRINGS fields;
-    fields.AddByLine(text, static_cast<unsigned char>(text[0]), false, false);
-    if (fields.size() != COUNT || !fields[0].empty() || !fields[4].empty())
-        return false;
-    family = fields[1];
-    address = fields[2];
-    port = fields[3];
-    return true;
-}
+/// Of the network protocol in EPRT.
+constexpr std::size_t MAX_FAMILY_DIGITS = 5;
 
 } // namespace
 
@@ -63,12 +27,8 @@ void FtpSession::xCmdPasv(const String&)
         return;
     if (!xListenPassive())
         return xReply(425, "No port can be opened");
-    String numbers = xGetPassiveAddress();
-    for (String::size_type i = 0; i < numbers.size(); ++i)
-        numbers[i] = numbers[i] == '.' ? ',' : numbers[i];
-    const USHORT port = m_data->GetLocalPort();
-    xReply(227, "Entering Passive Mode (" + numbers + "," + String::sToString(port / 256) + "," +
-                    String::sToString(port % 256) + ").");
+    const FtpDataAddress place{xGetPassiveAddress(), m_data->GetLocalPort()};
+    xReply(227, "Entering Passive Mode (" + place.FormatNumbers() + ").");
 }
 
 void FtpSession::xCmdEpsv(const String& argument)
@@ -122,12 +82,14 @@ bool FtpSession::xListenPassive()
 
 /// The address to tell: the one that the client connected to, unless the settings name another for clients that do not
 /// come from this machine.
-String FtpSession::xGetPassiveAddress() const
+NetIP FtpSession::xGetPassiveAddress() const
 {
     const NETSTATE& state = xGetMainNetState();
     const bool isLocal = state.localIP == state.remoteIP || state.localIP.GetBytes()[0] == 127;
-    const String& external = m_config->settings.GetExternalAddress();
-    return isLocal || external.empty() ? state.localIP.GetText() : external;
+    NetIP external;
+    if (isLocal || !external.Set(m_config->settings.GetExternalAddress()))
+        return state.localIP;
+    return external;
 }
 
 // --- PORT and EPRT: the server connects
@@ -136,41 +98,38 @@ void FtpSession::xCmdPort(const String& argument)
 {
     if (!xIsSetupAllowed())
         return;
-    NetIP address;
-    USHORT port = 0;
-    if (!ParsePort(argument, address, port))
+    FtpDataAddress place;
+    if (!place.ParseNumbers(argument))
         return xReplySyntaxError();
-    xSetActive(address, port);
+    xSetActive(place);
 }
 
 void FtpSession::xCmdEprt(const String& argument)
 {
     if (!xIsSetupAllowed())
         return;
-    String family;
-    String host;
-    String port;
-    if (!SplitExtendedPort(argument, family, host, port) || !IsDecimal(family, MAX_DIGITS))
+    FtpDataAddress::EXTENDED fields;
+    if (!FtpDataAddress::sSplitExtended(argument, fields) || !IsDecimal(fields.family, MAX_FAMILY_DIGITS))
         return xReplySyntaxError();
-    if (!(family == "1"))
+    if (!(fields.family == "1"))
         return xReply(522, "Network protocol not supported, use (1)");
-    NetIP address;
-    if (!address.Set(host) || !address.IsIP4() || !IsDecimal(port, MAX_DIGITS) || port.ToULONG() > MAX_PORT)
+    FtpDataAddress place;
+    if (!place.address.Set(fields.address) || !place.address.IsIP4() || !place.ParsePort(fields.port))
         return xReplySyntaxError();
-    xSetActive(address, port.ToUSHORT());
+    xSetActive(place);
 }
 
 /// No client may send data to anybody else or to a system port (RFC 2577, section 3).
-void FtpSession::xSetActive(const NetIP& address, USHORT port)
+void FtpSession::xSetActive(const FtpDataAddress& place)
 {
     xCloseData(false);
-    if (!(address == xGetMainNetState().remoteIP))
+    if (!(place.address == xGetMainNetState().remoteIP))
         return xReply(500, "Data connections go to your own address only");
-    if (port < FIRST_USER_PORT)
+    if (place.port < FIRST_USER_PORT)
         return xReply(504, "Data connections go to ports from 1024 on only");
     m_dataMode = DATAMODE::ACTIVE;
-    m_dataHost = address.GetText();
-    m_dataPort = port;
+    m_dataHost = place.address.GetText();
+    m_dataPort = place.port;
     xReply(200, "Data port taken over");
 }
 

@@ -1,6 +1,8 @@
 // FtpSession: folders, names and times.
 #include "hosts/ftp/FtpSession.h"
 
+#include "hosts/ftpcommon/FtpTime.h"
+
 namespace kqlib {
 
 namespace {
@@ -133,15 +135,14 @@ void FtpSession::xCmdMdtm(const String& argument)
         return;
     FtpFileSystem::FACTS facts;
     const RESULT result = m_files.GetRoot().GetFacts(path.str(), facts);
-    xReplyResult(result, 213, FtpListing::sFormatTime(facts.modifiedMs));
+    xReplyResult(result, 213, FtpTime::sFormat(facts.modifiedMs));
 }
 
 void FtpSession::xCmdMfmt(const String& argument)
 {
     const String::size_type blank = argument.find(' ');
     std::int64_t timeMs = 0;
-    if (blank == String::npos || blank + 1 == argument.size() ||
-        !FtpListing::sParseTime(argument.substr(0, blank), timeMs))
+    if (blank == String::npos || blank + 1 == argument.size() || !FtpTime::sParse(argument.substr(0, blank), timeMs))
         return xReplySyntaxError("A time YYYYMMDDhhmmss and a name are expected");
     const String name = argument.substr(blank + 1);
     String path;
@@ -149,7 +150,7 @@ void FtpSession::xCmdMfmt(const String& argument)
         return;
     const RESULT result =
         xHasRight(FtpUserSettings::WRITE) ? m_files.GetRoot().SetModified(path.str(), timeMs) : RESULT::DENIED;
-    xReplyResult(result, 213, "Modify=" + FtpListing::sFormatTime(timeMs) + "; " + FtpListing::sMakeSafe(name));
+    xReplyResult(result, 213, "Modify=" + FtpTime::sFormat(timeMs) + "; " + FtpListing::sMakeSafe(name));
 }
 
 void FtpSession::xCmdMlst(const String& argument)

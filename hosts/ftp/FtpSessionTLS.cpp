@@ -1,7 +1,7 @@
 // FtpSession: what is protected by TLS (RFC 2228, 4217).
 #include "hosts/ftp/FtpSession.h"
 
-#include "hosts/ftp/FtpText.h"
+#include "hosts/ftpcommon/FtpText.h"
 
 namespace kqlib {
 

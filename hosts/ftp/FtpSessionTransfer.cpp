@@ -2,7 +2,7 @@
 #include "hosts/ftp/FtpSession.h"
 
 #include "hosts/ftp/FtpAscii.h"
-#include "hosts/ftp/FtpFile.h"
+#include "hosts/ftpcommon/FtpFile.h"
 
 #include <algorithm>
 #include <charconv>

@@ -6,8 +6,8 @@
 #include "common/STRINGS.h"
 #include "common/SettingsTransportSet.h"
 #include "hosts/ftp/FtpPassword.h"
-#include "hosts/ftp/FtpPaths.h"
-#include "hosts/ftp/FtpText.h"
+#include "hosts/ftpcommon/FtpPaths.h"
+#include "hosts/ftpcommon/FtpText.h"
 #include "net/service/NetPortBinds.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 #include "hosts/ftp/app/Demonstration.h"
 
 #include "hosts/ftp/FtpPassword.h"
-#include "hosts/ftp/FtpPaths.h"
+#include "hosts/ftpcommon/FtpPaths.h"
 
 #include <filesystem>
 #include <fstream>

@@ -2,7 +2,7 @@
 #include "hosts/ftp/app/UpdateCheck.h"
 
 #include "common/ThreadPool.h"
-#include "hosts/ftp/FtpText.h"
+#include "hosts/ftpcommon/FtpText.h"
 #include "net/sockets/NetSocket.h"
 #include "net/update/NetAppUpdate.h"
 #include "platform/Clock.h"

@@ -1,8 +1,8 @@
 // Tests of virtual paths and of the home that nothing leads out of.
 #include "hosts/ftp/FtpFileSystem.h"
 
-#include "hosts/ftp/FtpFile.h"
-#include "hosts/ftp/FtpPaths.h"
+#include "hosts/ftpcommon/FtpFile.h"
+#include "hosts/ftpcommon/FtpPaths.h"
 #include "tests/peers/TempFolder.h"
 
 #include <atomic>

@@ -1,4 +1,4 @@
-// Tests of the forms of listings and times.
+// Tests of the forms of listings.
 #include "hosts/ftp/FtpListing.h"
 
 #include <gtest/gtest.h>
@@ -105,31 +105,6 @@ TEST(FtpListing, FactNames_ParsedWithoutRegardToCaseAndUnknownOnesLeftOut)
     EXPECT_EQ(FtpListing::sParseFactNames(""), 0U);
     EXPECT_EQ(FtpListing::sGetFactNames(FtpListing::SIZE, false), "size;");
     EXPECT_EQ(FtpListing::sGetFactNames(FtpListing::SIZE, true), "type;size*;modify;perm;unique;UNIX.mode;");
-}
-
-TEST(FtpListing, Times_FormattedAndParsed_Agree)
-{
-    std::int64_t timeMs = 0;
-    EXPECT_EQ(FtpListing::sFormatTime(NOW_MS), "20231114221320");
-    EXPECT_TRUE(FtpListing::sParseTime("20231114221320", timeMs));
-    EXPECT_EQ(timeMs, NOW_MS);
-    EXPECT_TRUE(FtpListing::sParseTime("20231114221320.25", timeMs));
-    EXPECT_EQ(timeMs, NOW_MS + 250);
-    EXPECT_TRUE(FtpListing::sParseTime("16010101000000", timeMs));
-    EXPECT_EQ(FtpListing::sFormatTime(timeMs), "16010101000000");
-    EXPECT_TRUE(FtpListing::sParseTime("20240229235959", timeMs));
-    EXPECT_TRUE(FtpListing::sParseTime("99991231235959.999", timeMs));
-    EXPECT_EQ(FtpListing::sFormatTime(timeMs), "99991231235959");
-}
-
-TEST(FtpListing, ParseTime_WrongTexts_Refused)
-{
-    std::int64_t timeMs = 0;
-    for (const char* text :
-         {"", "2023", "2023111422132", "202311142213200", "20231314221320", "20230229000000", "20231114241320",
-          "20231114226020", "20231114221361", "2023111422132x", "-0231114221320", "20231114221320.",
-          "20231114221320.1234", "20231114221320,1", "16001231235959", "00000101000000", "+0231114221320"})
-        EXPECT_FALSE(FtpListing::sParseTime(text, timeMs)) << text;
 }
 
 } // namespace

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "hosts/ftp/FtpPassword.h"
-#include "hosts/ftp/FtpPaths.h"
+#include "hosts/ftpcommon/FtpPaths.h"
 #include "hosts/ftp/FtpServer.h"
 #include "net/status/NetServiceLiveStatus.h"
 #include "tests/hosts/ftp/FtpTestClient.h"

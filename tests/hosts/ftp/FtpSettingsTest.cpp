@@ -3,7 +3,7 @@
 
 #include "common/SettingsTransportSet.h"
 #include "hosts/ftp/FtpPassword.h"
-#include "hosts/ftp/FtpPaths.h"
+#include "hosts/ftpcommon/FtpPaths.h"
 #include "tests/peers/TempFolder.h"
 
 #include <algorithm>
