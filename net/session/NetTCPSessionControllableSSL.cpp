@@ -4,6 +4,8 @@
 #include "platform/Clock.h"
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 namespace kqlib {
 
@@ -14,6 +16,14 @@ namespace {
 
 constexpr std::uint32_t IDLE_PAUSE_MS = 2;
 constexpr std::uint32_t WAIT_ALL_PAUSE_MS = 50;
+
+/// A lock that the caller may hold already.
+using OptionalGuard = std::optional<ThreadGatewayGuard>;
+
+OptionalGuard LockIf(bool lock, const ThreadGateway& gateway)
+{
+    return lock ? OptionalGuard(std::in_place, gateway) : OptionalGuard();
+}
 
 } // namespace
 
@@ -149,33 +159,26 @@ bool NetTCPSessionControllableSSL::xWaitingForNetShouldWait()
 
 void NetTCPSessionControllableSSL::xUpdateState(bool lock, NetTCP* const socket, bool secured)
 {
-    if (lock)
-        m_controlLock.Lock();
+    const OptionalGuard guard = LockIf(lock, m_controlLock);
     m_state.connected = socket->IsConnected();
     m_state.secured = m_state.connected && secured;
     m_state.netState = xsGetNetState(socket);
-    if (lock)
-        m_controlLock.Unlock();
 }
 
 void NetTCPSessionControllableSSL::xUpdateState(bool lock, NetTCP* const socket, bool secured, const ULONG& action)
 {
-    if (lock)
-        m_controlLock.Lock();
-    xUpdateState(false, socket, secured);
-    m_state.action = action;
-    if (lock)
-        m_controlLock.Unlock();
+    {
+        const OptionalGuard guard = LockIf(lock, m_controlLock);
+        xUpdateState(false, socket, secured);
+        m_state.action = action;
+    }
     xSetCurrentActionDetail(action, String());
 }
 
 void NetTCPSessionControllableSSL::xUpdateState(bool lock, const STATE& state)
 {
-    if (lock)
-        m_controlLock.Lock();
+    const OptionalGuard guard = LockIf(lock, m_controlLock);
     m_state = state;
-    if (lock)
-        m_controlLock.Unlock();
 }
 
 void NetTCPSessionControllableSSL::xSetTimeOutPrevent(bool on, ULONG milliSecs)
@@ -207,9 +210,7 @@ void NetTCPSessionControllableSSL::xHandleCtrlTimeOutPrevent() {}
 
 bool NetTCPSessionControllableSSL::xIsCurrentReqCancelled(bool alreadyLocked) const
 {
-    if (alreadyLocked)
-        return m_currentCancelled;
-    const ThreadGatewayGuard guard(m_controlLock);
+    const OptionalGuard guard = LockIf(!alreadyLocked, m_controlLock);
     return m_currentCancelled;
 }
 

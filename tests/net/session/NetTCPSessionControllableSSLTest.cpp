@@ -67,6 +67,7 @@ public:
         });
     }
 
+    using Controllable::xAddReq;
     using Controllable::xGetMainSocket;
     using Controllable::xIsCurrentReqCancelled;
     using Controllable::xLockCtrlData;
@@ -79,6 +80,7 @@ public:
     using Controllable::xWaitingForNetShouldWait;
 
     bool resetOnTimeOut = false;        ///< before Start
+    bool resetOnTick = false;           ///< before Start
     std::atomic<bool> lastResult{true}; ///< of the last SENDING
     std::atomic<ULONG> ticks{0};        ///< calls of xHandleCtrlTimeOutPrevent
     std::atomic<ULONG> handled{0};      ///< calls of all three request handlers below
@@ -87,8 +89,10 @@ public:
     bool noteAll = true; ///< before Start
 
 protected:
-    void xHandleCtrlReq(ULONG id, ULONG code, bool&) override
+    void xHandleCtrlReq(ULONG id, ULONG code, bool& unused) override
     {
+        EXPECT_FALSE(unused);
+        unused = true; // nobody reads it
         xNote("begin", id);
         if (code == HELD)
             WaitFor([this] { return m_released.load(); });
@@ -101,8 +105,10 @@ protected:
         ++handled;
         xNote("end", id);
     }
-    void xHandleCtrlReqCancelled(ULONG id, ULONG, bool&) override
+    void xHandleCtrlReqCancelled(ULONG id, ULONG, bool& unused) override
     {
+        EXPECT_FALSE(unused);
+        unused = true;
         ++cancelled;
         xNote("cancelled", id);
     }
@@ -117,7 +123,12 @@ protected:
         ++completed;
         xNote("complete", id);
     }
-    void xHandleCtrlTimeOutPrevent() override { ++ticks; }
+    void xHandleCtrlTimeOutPrevent() override
+    {
+        if (resetOnTick)
+            xResetTimeOut();
+        ++ticks;
+    }
 
 private:
     bool xSendMuch()
@@ -173,6 +184,16 @@ protected:
 
     std::unique_ptr<RequestHost> m_host;
 };
+
+TEST_F(NetTCPSessionControllableSSLTest, AddReq_ControlLockHeldElsewhere_DoesNotWait_KeptOnPurpose)
+{
+    m_host->xLockCtrlData();
+    std::future<ULONG> id =
+        std::async(std::launch::async, [this] { return m_host->xAddReq(RequestHost::QUICK, true); });
+    EXPECT_EQ(id.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    m_host->xUnlockCtrlData();
+    EXPECT_EQ(id.get(), 1U);
+}
 
 TEST_F(NetTCPSessionControllableSSLTest, AddReq_Ids_From1Upwards)
 {
@@ -313,7 +334,7 @@ TEST_F(NetTCPSessionControllableSSLTest, IsHandlingReqs_ThreadNotRunning_False)
     m_host->WaitForAllReqsDone();
 }
 
-TEST_F(NetTCPSessionControllableSSLTest, IsHandlingReqs_TheRunningOneCounts)
+TEST_F(NetTCPSessionControllableSSLTest, IsHandlingReqs_OneRuns_Counts)
 {
     ASSERT_TRUE(m_host->Start());
     m_host->Queue(RequestHost::HELD);
@@ -405,7 +426,7 @@ TEST_F(NetTCPSessionControllableSSLTest, TimeOutPrevent_TicksWhileIdle_AndNotWhe
     EXPECT_EQ(m_host->ticks, 3U);
 }
 
-TEST_F(NetTCPSessionControllableSSLTest, TimeOutPrevent_ARequestRestartsIt)
+TEST_F(NetTCPSessionControllableSSLTest, TimeOutPrevent_RequestHandled_StartsAnew)
 {
     MovedTick tick(100);
     MakeHost();
@@ -421,6 +442,23 @@ TEST_F(NetTCPSessionControllableSSLTest, TimeOutPrevent_ARequestRestartsIt)
     EXPECT_TRUE(WaitFor([&] { return m_host->ticks == 1; }));
 }
 
+// An idle connection is kept alive although both have passed: the tick comes first and skips that turn's time-out.
+TEST_F(NetTCPSessionControllableSSLTest, TimeOutPrevent_TimeOutPassedTogether_TheTickComesFirst)
+{
+    MovedTick tick(100);
+    MakeHost(5);
+    m_host->resetOnTick = true;
+    m_host->xSetTimeOutPrevent(true, 5000);
+    ASSERT_TRUE(m_host->Start());
+    for (ULONG count = 1; count <= 3; ++count) {
+        MovedTick::sAdvance(5000);
+        ASSERT_TRUE(WaitFor([&] { return m_host->ticks == count; }));
+        ASSERT_TRUE(WaitTurns());
+    }
+    EXPECT_TRUE(m_host->IsBusy());
+    EXPECT_THAT(m_host->GetNotes(), IsEmpty());
+}
+
 TEST_F(NetTCPSessionControllableSSLTest, DisconnectMessage_Idle_DoesNothing_KeptOnPurpose)
 {
     ASSERT_TRUE(m_host->Start());
@@ -431,7 +469,7 @@ TEST_F(NetTCPSessionControllableSSLTest, DisconnectMessage_Idle_DoesNothing_Kept
     EXPECT_TRUE(m_host->xGetMainSocket()->IsConnected());
 }
 
-TEST_F(NetTCPSessionControllableSSLTest, GetState_AsUpdated)
+TEST_F(NetTCPSessionControllableSSLTest, GetState_AfterUpdates_TellsTheLast)
 {
     Controllable::STATE state{true, true, {}, 7};
     m_host->GetState(state);
