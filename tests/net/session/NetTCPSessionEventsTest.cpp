@@ -213,23 +213,34 @@ TEST_F(NetTCPSessionEvents, Records_DownloadUploadAndView_ShareTheCountersOfRead
     ExpectCounters({{C::FILES_READ, 2}, {C::FILES_CREATED, 2}, {C::DIRS_READ, 1}});
 }
 
-TEST_F(NetTCPSessionEvents, RecordMoved_LogsBothPathsOrTheSourceAlone)
+TEST_F(NetTCPSessionEvents, RecordMoved_BothPaths_LogsFromAndTo)
 {
     TestHostSession& session = Make(nullptr);
     session.xRecordDirMoved(STATE, true, FilePath("/from"), FilePath("/to"), "unused");
-    session.xRecordFileMoved(STATE, true, FilePath("/from"), FilePath(""), "unused");
     session.xRecordFileMoved(STATE, true, FilePath("/from"), FilePath("/to"), "unused");
-    session.xRecordDirMoved(STATE, false, FilePath("/from"), FilePath(""), "why");
+    session.xRecordDirMoved(STATE, false, FilePath("/from"), FilePath("/to"), "why");
     session.xRecordFileMoved(STATE, false, FilePath("/from"), FilePath("/to"), "why");
+    const std::string both = "From=/from, To=/to";
     EXPECT_EQ(Lines(),
-              (TEXTS{Line(STATE, "Directory Move Success", "From=/from, To=/to"),
-                     Line(STATE, "File Move Success", "/from"), Line(STATE, "File Move Success", "From=/from, To=/to"),
-                     Line(STATE, "Directory Move Fail", "/from", "why"),
-                     Line(STATE, "File Move Fail", "From=/from, To=/to", "why")}));
-    ExpectCounters({{C::DIRS_MOVED, 1}, {C::FILES_MOVED, 2}});
+              (TEXTS{Line(STATE, "Directory Move Success", both), Line(STATE, "File Move Success", both),
+                     Line(STATE, "Directory Move Fail", both, "why"), Line(STATE, "File Move Fail", both, "why")}));
+    ExpectCounters({{C::DIRS_MOVED, 1}, {C::FILES_MOVED, 1}});
 }
 
-TEST_F(NetTCPSessionEvents, RecordLoginAttempt_LogsTwoTextsNeverTheThird_KeptOnPurpose)
+TEST_F(NetTCPSessionEvents, RecordMoved_EmptyDestination_LogsTheSourceAlone)
+{
+    TestHostSession& session = Make(nullptr);
+    session.xRecordDirMoved(STATE, true, FilePath("/from"), FilePath(""), "unused");
+    session.xRecordFileMoved(STATE, true, FilePath("/from"), FilePath(""), "unused");
+    session.xRecordDirMoved(STATE, false, FilePath("/from"), FilePath(""), "why");
+    session.xRecordFileMoved(STATE, false, FilePath("/from"), FilePath(""), "why");
+    EXPECT_EQ(Lines(), (TEXTS{Line(STATE, "Directory Move Success", "/from"), Line(STATE, "File Move Success", "/from"),
+                              Line(STATE, "Directory Move Fail", "/from", "why"),
+                              Line(STATE, "File Move Fail", "/from", "why")}));
+    ExpectCounters({{C::DIRS_MOVED, 1}, {C::FILES_MOVED, 1}});
+}
+
+TEST_F(NetTCPSessionEvents, RecordLoginAttempt_BothOutcomes_LogTwoTextsNeverTheThird_KeptOnPurpose)
 {
     TestHostSession& session = Make(nullptr);
     session.xRecordLoginAttempt(STATE, true, "anna", "password", "third", "fourth");
@@ -240,7 +251,7 @@ TEST_F(NetTCPSessionEvents, RecordLoginAttempt_LogsTwoTextsNeverTheThird_KeptOnP
     ExpectCounters({{C::LOGIN_SUCCESSES, 1}, {C::LOGIN_FAILS, 2}});
 }
 
-TEST_F(NetTCPSessionEvents, RecordLogout_LogsTheUserAndCountsNothing)
+TEST_F(NetTCPSessionEvents, RecordLogout_TwoTexts_LogsTheUserAndCountsNothing)
 {
     TestHostSession& session = Make(nullptr);
     session.xRecordLogout(STATE, "anna", "second");
@@ -248,7 +259,7 @@ TEST_F(NetTCPSessionEvents, RecordLogout_LogsTheUserAndCountsNothing)
     ExpectCounters({});
 }
 
-TEST_F(NetTCPSessionEvents, RecordSSLHandshake_CountsBothOutcomes)
+TEST_F(NetTCPSessionEvents, RecordSSLHandshake_BothOutcomes_LoggedAndCounted)
 {
     TestHostSession& session = Make(nullptr);
     session.xRecordSSLHandshake(STATE, true, "d");
@@ -259,7 +270,7 @@ TEST_F(NetTCPSessionEvents, RecordSSLHandshake_CountsBothOutcomes)
 
 // --- live status
 
-TEST_F(NetTCPSessionEvents, GetStatus_TellsUserActionAndDetail)
+TEST_F(NetTCPSessionEvents, GetStatus_EachSetterUsed_TellsUserActionAndDetail)
 {
     TestHostSession& session = Make(nullptr);
     NetSessionLiveStatus live;

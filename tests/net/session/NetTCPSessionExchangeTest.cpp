@@ -228,6 +228,20 @@ TEST_F(NetTCPSessionExchange, CmdPass_SettingsChangedByAHandler_HoldFromTheNextB
               (TEXTS{"command:a\nb", "command:LF", "command:c", "command:MAX", "oversized:ab", "command:c"}));
 }
 
+TEST_F(NetTCPSessionExchange, CmdPass_LeadingTelnetBytes_StayForTheHostToFilter)
+{
+    TestHostSession& session = MakeScripted();
+    std::string filtered;
+    session.hooks.command = [&](TestHostSession& self, const String& command) {
+        String text(command);
+        self.xFilterTelnetSpecials(text);
+        filtered = text.str();
+    };
+    EXPECT_EQ(NotesOf({"\xFF\xF4\xFF", "\xF2", "ABOR\r\n"}), (TEXTS{"command:\xFF\xF4\xFF\xF2"
+                                                                    "ABOR"}));
+    EXPECT_EQ(filtered, "ABOR");
+}
+
 TEST_F(NetTCPSessionExchange, CmdPass_HandlerClosesTheSocket_RemainingCommandsAreStillDelivered_KeptOnPurpose)
 {
     TestHostSession& session = MakeScripted();
@@ -820,7 +834,7 @@ TEST_F(NetTCPSessionExchange, RecvCommand_PeerGone_FalseWithTheUnfinishedText)
     EXPECT_EQ(FinalCount(C::COMMANDS_IN), 0U);
 }
 
-TEST_F(NetTCPSessionExchange, RecvCommand_RestartsTheTimeOutWhateverTheFlagSays_KeptOnPurpose)
+TEST_F(NetTCPSessionExchange, RecvCommand_ResetOnReceiveOff_RestartsTheTimeOutAllTheSame_KeptOnPurpose)
 {
     const MovedTick tick(0);
     TestHostSession& session = MakeScripted();
@@ -854,7 +868,7 @@ TEST_F(NetTCPSessionExchange, RecvCommand_OnTheSessionsThread_WaitsForBytes)
 
 // --- xRecvData
 
-TEST_F(NetTCPSessionExchange, RecvData_CountsBytesAndLeavesTheTimeOut)
+TEST_F(NetTCPSessionExchange, RecvData_BytesCame_CountsThemAndLeavesTheTimeOut)
 {
     const MovedTick tick(0);
     TestHostSession& session = MakeScripted();
@@ -1026,7 +1040,7 @@ class NetTCPSessionStuckClient : public NetTCPSessionExchange, public testing::W
 };
 
 // The client never reads, so the send fills the system's buffers and then waits.
-TEST_P(NetTCPSessionStuckClient, SendAllData_IsEndedFromOutside)
+TEST_P(NetTCPSessionStuckClient, SendAllData_ClientReadsNothing_IsEndedFromOutside)
 {
     TestHostSession& session = Make(std::move(m_served), GetParam() == 0 ? 1 : 60);
     std::atomic<bool> waiting{false};
@@ -1065,7 +1079,7 @@ TEST_F(NetTCPSessionExchange, SendAllDataForce_MoreThanTheSystemsBuffersHold_All
 
 // --- the send buffer
 
-TEST_F(NetTCPSessionExchange, SetBufMode_DoesNotTurnBufferingOn_KeptOnPurpose)
+TEST_F(NetTCPSessionExchange, SetBufMode_On_DoesNotTurnBufferingOn_KeptOnPurpose)
 {
     TestHostSession& session = MakeScripted();
     EXPECT_FALSE(session.xIsBufMode());
@@ -1252,7 +1266,7 @@ TEST_F(NetTCPSessionExchange, DebugLines_NotAskedForAtConstruction_AreNotMade)
 
 // --- Telnet
 
-TEST_F(NetTCPSessionExchange, FilterTelnetSpecials_LeadingRun_IsRemoved)
+TEST_F(NetTCPSessionExchange, FilterTelnetSpecials_AnyText_LosesItsLeadingRunOnly)
 {
     TestHostSession& session = Make(nullptr);
     const auto filtered = [&](const std::string& text) {

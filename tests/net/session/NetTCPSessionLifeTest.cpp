@@ -489,7 +489,7 @@ TEST_F(NetTCPSessionLife, TimeOut_AfterItsSeconds_TriggersAndClosesNothing_KeptO
     EXPECT_FALSE(session.xIsTimedOut(TimedEvent::sGetNow() - 1));
 }
 
-TEST_F(NetTCPSessionLife, SetTimeOutSecs_DoesNotRestart_KeptOnPurpose)
+TEST_F(NetTCPSessionLife, SetTimeOutSecs_WhileItRuns_DoesNotRestart_KeptOnPurpose)
 {
     const MovedTick tick(1000);
     TestHostSession& session = Make(nullptr, 60);
@@ -500,7 +500,7 @@ TEST_F(NetTCPSessionLife, SetTimeOutSecs_DoesNotRestart_KeptOnPurpose)
     EXPECT_TRUE(session.xIsTimedOut());
 }
 
-TEST_F(NetTCPSessionLife, SetTimeOutSecs_Zero_HasPassedAtOnce)
+TEST_F(NetTCPSessionLife, SetTimeOutSecs_Zero_HasPassedAtOnceAndEndsTheNextWait)
 {
     TestHostSession& session = MakeServed();
     session.hooks.handle = [](TestHostSession& self) {
@@ -531,7 +531,7 @@ TEST_F(NetTCPSessionLife, SetTimeOutSecs_Largest_WrapsIn32BitsOfMilliseconds)
 
 // --- control messages
 
-TEST_F(NetTCPSessionLife, ProcessMsgs_TakesTheOldestFirst)
+TEST_F(NetTCPSessionLife, ProcessMsgs_SeveralWait_TakesTheOldestFirst)
 {
     TestHostSession& session = Make(nullptr);
     CTRLMSG msg;
@@ -594,7 +594,7 @@ TEST_F(NetTCPSessionLife, SendControlMsg_The10001st_IsDroppedSilently)
     EXPECT_TRUE(session.xProcessMsgsAndTakeNext(msg));
 }
 
-TEST_F(NetTCPSessionLife, SendControlMsgIfYourID_HasNoLimit_KeptOnPurpose)
+TEST_F(NetTCPSessionLife, SendControlMsgIfYourID_QueueIsFull_AppendsAllTheSame_KeptOnPurpose)
 {
     TestHostSession& session = Make(nullptr);
     for (ULONG i = 0; i < 10001; ++i)
