@@ -80,8 +80,9 @@ protected:
     /// The protocol. Returns when the connection is done; the thread then closes what is open. The base version
     /// monitors the main socket if that is connected, and connects nothing by itself.
     virtual void xHandleSession();
-    /// A disconnect message is being performed; the main socket, if connected, is shut down and closed right after.
-    /// Base version: nothing.
+    /// A disconnect message is being performed; the main socket, if connected, is shut down and closed right after. The
+    /// message counts as waiting until this returns: only the Force sends go out, and no command must be received here,
+    /// for xRecvCommand would perform it again. Base version: nothing.
     virtual void xEventControlMsgDisconnectRecv(const String& text);
 
     /// Receives from the socket and calls the xEventMon… handlers until an end request, the time-out, a disconnect
@@ -135,9 +136,11 @@ public:
 
     /// The thread does not run: before xConstrStartSession and after the end.
     bool IsComplete() const;
+    /// The thread runs: the opposite.
     bool IsBusy() const;
     /// Asks the session to end and waits until it is complete. On the session's own thread it only asks.
     void ForceComplete();
+    /// Asks the session to end and returns at once.
     void ForceCompleteAsync();
 
     /// The record and the live status. The counters of a running session are those up to the end of the last time unit
@@ -258,6 +261,8 @@ protected:
     bool xProcessMsgsAndTakeNext(CTRLMSG& msg);
     /// A disconnect waits to be performed.
     bool xCheckForDisconnectMsg() const { return m_disconnectPending; }
+    /// Calls xEventControlMsgDisconnectRecv, whether one waits or not, and shuts down and closes the main socket, if
+    /// that is connected. None waits afterwards.
     void xPerformDisconnectMsg();
 
     // --- log lines; text is the event. Addresses: given, the socket's at the time of the call, or none
@@ -276,10 +281,11 @@ protected:
     void xPrintLogDebug(const NETSTATE& state, const String& text, const unsigned char* data, ULONG length) const;
     void xPrintLogDebug(const NetTCP* const socket, const String& text, const unsigned char* data, ULONG length) const;
 
-    /// Copies normal lines to a second log from here on; log is borrowed until it is turned off or the session ends.
+    /// Copies normal lines to a second log from here on; log is borrowed until it is turned off or the session is gone.
     /// The first one hooked in a session receives a line "Connection Accepted" with the socket's addresses; later ones
     /// do not, kept on purpose.
     void xSetLogHookNormalOn(NetTCP* const socket, EventLog& log);
+    /// Ends the copying. socket: not used.
     void xSetLogHookNormalOff(NetTCP* const socket);
 
     // --- what the client did: one log line, and one more in a counter when it succeeded. state: the connection that
@@ -308,11 +314,15 @@ protected:
     /// A TLS handshake, of either direction; failures are counted too. detail: of the log line.
     void xRecordSSLHandshake(const NETSTATE& state, bool success, const String& detail);
 
-    // --- live status, as GetStatus gives it to other threads
+    // --- live status, as GetStatus gives it to other threads at once
 
+    /// The last one becomes the record's user when the session ends (its first 31 characters).
     void xSetCurrentUser(const String& user);
+    /// action: the host's code, low 32 bits.
     void xSetCurrentAction(ULONG action);
+    /// detail: free text, a file's name for instance.
     void xSetCurrentDetail(const String& detail);
+    /// Both in one step.
     void xSetCurrentActionDetail(ULONG action, const String& detail);
     /// Copies the ends of the main socket into the session's record, whatever socket is given, kept on purpose.
     void xSetPrimaryConnectionStatus(NetTCP* const socket);

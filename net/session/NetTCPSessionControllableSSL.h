@@ -26,6 +26,7 @@ namespace kqlib {
 class KQNET_API NetTCPSessionControllableSSL : public NetTCPSessionSSL
 {
 public:
+    /// The id of no request.
     static constexpr ULONG INVALID_REQID = ALL_BITS_32;
 
     /// What GetState reports.
@@ -37,13 +38,16 @@ public:
         ULONG action; ///< the current action's code
     };
 
+    /// As NetTCPSessionSSL's.
     NetTCPSessionControllableSSL(ThreadPool& pool, NetDNSCache& cache, DataLogTime& activityLog, EventLog& eventLog,
                                  EventLogSessionID id, ULONG timeOutSecs, NetTCPSSL* const connection);
 
     /// Cancels the running request, or marks the queued one cancelled; an unknown id does nothing.
     void CancelReq(ULONG id);
-    /// Cancels the running request and every queued one.
+    /// Cancels the running request and every queued one. The mark of the running one is set even when none runs, kept
+    /// on purpose: the next request taken clears it.
     void CancelAllReqs();
+    /// The state as of the last xUpdateState; not connected before.
     void GetState(STATE& out) const;
     /// A visible request is queued or running, and the thread runs.
     bool IsHandlingReqs() const;
@@ -58,12 +62,14 @@ protected:
     /// False as soon as the running request is cancelled, so that waits inside it stop.
     bool xWaitingForNetShouldWait() override;
 
+    /// What WaitForAllReqsDone does.
     virtual void xWaitForAllReqsDone() const;
     /// Keeps what GetState reports: connected and addresses from the socket; secured: only if connected too. lock:
     /// false when the caller holds the control lock.
     virtual void xUpdateState(bool lock, NetTCP* const socket, bool secured);
     /// The same with the action, which also becomes the live status' action, with an empty detail.
     virtual void xUpdateState(bool lock, NetTCP* const socket, bool secured, const ULONG& action);
+    /// Takes the whole state over; the live status stays.
     virtual void xUpdateState(bool lock, const STATE& state);
     /// Turns the timer for xHandleCtrlTimeOutPrevent on, with its interval in milliseconds, or off. It starts anew
     /// after each request.
@@ -87,6 +93,7 @@ protected:
     /// The control lock; the thread that holds it may take it again.
     void xLockCtrlData() const { m_controlLock.Lock(); }
     void xUnlockCtrlData() const { m_controlLock.Unlock(); }
+    /// alreadyLocked: the caller holds the control lock.
     bool xIsCurrentReqCancelled(bool alreadyLocked) const;
     /// Neither the session is to end nor the running request cancelled; and the opposite.
     bool xShouldReqContinue() const { return !xShouldReqEnd(); }

@@ -68,6 +68,7 @@ public:
         return 52 + 4UL * (counter - SSL_SUCCESSES);
     }
 
+    /// The counter's value, a 32-bit one widened.
     static ULONG8 sGet(const unsigned char* block, COUNTER counter);
     /// Stores the low 32 bits of value, or all 64 of a wide counter.
     static void sSet(unsigned char* block, COUNTER counter, ULONG8 value);

@@ -58,10 +58,12 @@ public:
     /// Adds the session's counters; ports and create time stay.
     void AddDataFrom(const NetSessionStatus& session);
 
+    /// When the totals were started; unset in a new record.
     const TimePos& GetCreateTime() const { return m_createTime; }
     void SetCreateTime(const TimePos& time) { m_createTime = time; }
     void SetCreateTimeNow() { m_createTime.SetNow(); }
 
+    /// In the order in which they were given or read.
     const Vector<ACTIVEPORT>& GetActivePorts() const { return m_activePorts; }
     void SetActivePorts(const Vector<ACTIVEPORT>& ports) { m_activePorts = ports; }
 

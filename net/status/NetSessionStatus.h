@@ -56,17 +56,21 @@ protected:
 public:
     [[nodiscard]] DataLogEntryRecord* SpawnEntry(unsigned long unused, bool copy) const override;
 
+    /// The session's number in its service and the listener's thread id.
     EventLogSessionID GetSessionID() const;
     void SetSessionID(const EventLogSessionID& id);
+    /// The service's end of the connection.
     NetIP GetLocalIP() const;
     void SetLocalIP(NetIP ip);
     /// Ports in host order.
     USHORT GetLocalPort() const;
     void SetLocalPort(unsigned short port);
+    /// The peer's end of the connection.
     NetIP GetRemoteIP() const;
     void SetRemoteIP(NetIP ip);
     USHORT GetRemotePort() const;
     void SetRemotePort(unsigned short port);
+    /// Empty when nobody has logged in; never longer than the field, whatever bytes were stored.
     String GetUser() const;
     /// Keeps at most the first 31 characters.
     void SetUser(const String& user);
