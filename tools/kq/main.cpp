@@ -37,6 +37,7 @@ int Run(int argc, char** argv)
     const SOCKETS sockets;
     CLI::App app{"Tools of the kqnet library"};
     app.allow_windows_style_options(false); // "/x" is a path on every system
+    app.set_version_flag("--version", "kq " KQ_VERSION);
     app.require_subcommand(1);
     int exitCode = 0;
     kq::AddCertCommand(app, exitCode);

@@ -40,6 +40,7 @@ struct OPTIONS
 
 void AddOptions(CLI::App& app, OPTIONS& options)
 {
+    app.set_version_flag("--version", "kqftpd " KQFTPD_VERSION);
     app.add_option("--settings", options.settingsFile, "Settings file (JSON); without it a demonstration is served");
     app.add_option("--port", options.port, "Listen on 127.0.0.1 and this port only (0: any free one)")
         ->check(CLI::Range(0, 65535));
