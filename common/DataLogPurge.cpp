@@ -213,36 +213,51 @@ DataLogPurge::~DataLogPurge()
 
 void DataLogPurge::InitMonitorLog(DataLog& log)
 {
+    const ThreadGatewayGuard guard(m_logsGateway);
     m_logs.push_back(&log);
 }
 
 bool DataLogPurge::Start()
 {
+    const ThreadGatewayGuard alone(m_runGateway);
     m_stop.Reset();
     return xRunThread();
 }
 
 void DataLogPurge::Stop()
 {
+    const ThreadGatewayGuard alone(m_runGateway);
     m_stop.Set();
     xEndThread();
+}
+
+std::vector<DataLog*> DataLogPurge::xGetLogs() const
+{
+    const ThreadGatewayGuard guard(m_logsGateway);
+    return m_logs;
 }
 
 void DataLogPurge::xThread()
 {
     using Clock = std::chrono::steady_clock;
-    std::vector<std::optional<Clock::time_point>> lastLooks(m_logs.size());
-    std::vector<int> foldedAt(m_logs.size(), 0);
+    struct LOOK
+    {
+        std::optional<Clock::time_point> last;
+        int foldedAt = 0;
+    };
+    std::vector<LOOK> looks; // one per log
     while (!xShouldThreadEnd()) {
-        for (std::size_t index = 0; index < m_logs.size(); ++index) {
-            Pass pass(*m_logs[index], [this] { return xShouldThreadEnd(); });
-            pass.FoldIn(foldedAt[index]);
+        const std::vector<DataLog*> logs = xGetLogs();
+        looks.resize(logs.size());
+        for (std::size_t index = 0; index < logs.size(); ++index) {
+            LOOK& look = looks[index];
+            Pass pass(*logs[index], [this] { return xShouldThreadEnd(); });
+            pass.FoldIn(look.foldedAt);
             const std::optional<ULONG> interval = pass.GetInterval();
-            auto& lastLook = lastLooks[index];
-            if (!interval || (lastLook && Clock::now() - *lastLook < std::chrono::seconds(*interval)))
+            if (!interval || (look.last && Clock::now() - *look.last < std::chrono::seconds(*interval)))
                 continue;
             pass.Run();
-            lastLook = Clock::now();
+            look.last = Clock::now();
         }
         m_stop.Wait(PAUSE_MS);
     }

@@ -4,6 +4,7 @@
 #include "common/DataLog.h"
 #include "common/SingleThreadByPool.h"
 #include "common/ThreadEvent.h"
+#include "common/ThreadGateway.h"
 
 #include <vector>
 
@@ -15,28 +16,33 @@ namespace kqlib {
 /// It works in short steps, so that those who add entries never wait for long, and an end request is seen between two
 /// of them. A step is one transaction: whatever ends the process, no sum changes. Rows are merged as entries of the
 /// log's class; a log that has not seen one yet keeps its rows until it has. Ownership: borrows the logs, which must
-/// outlive it. Threads: InitMonitorLog, Start and Stop one thread at a time. Errors: Start answers false; what cannot
-/// be written is tried again at the next look.
+/// outlive it. Threads: any thread. Errors: Start answers false; what cannot be written is tried again at the next
+/// look.
 class KQCOMMON_API DataLogPurge : public SingleThreadByPool
 {
 public:
+    /// Borrows the pool, which must outlive this object. Nothing runs yet.
     explicit DataLogPurge(ThreadPool& pool);
+    /// As Stop.
     ~DataLogPurge() override;
 
-    /// Before Start. Borrows the log.
+    /// Adds a log. Borrows it. A thread that runs already takes it up with its next round.
     void InitMonitorLog(DataLog& log);
-    /// True when the thread runs.
+    /// True when the thread runs, also when it did before.
     bool Start();
-    /// Ends the thread, within one step; nothing when it does not run.
+    /// Ends the thread, within one step, and waits for it; nothing when it does not run.
     void Stop();
 
 private:
     class Pass;
 
     void xThread() override;
+    std::vector<DataLog*> xGetLogs() const;
 
-    std::vector<DataLog*> m_logs; ///< set before Start
-    ThreadEvent m_stop;           ///< ends the pause between two looks
+    ThreadGateway m_runGateway;   ///< one Start or Stop at a time
+    ThreadGateway m_logsGateway;  ///< never held while a log is looked at
+    std::vector<DataLog*> m_logs; ///< guarded by m_logsGateway; only grows
+    ThreadEvent m_stop;           ///< ends the pause between two rounds
 };
 
 } // namespace kqlib

@@ -120,6 +120,36 @@ TEST_F(DataLogPurgeTest, Stop_WhileItWaits_EndsSoon)
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
+TEST_F(DataLogPurgeTest, StartAndStop_FromManyThreads_ItRunsAfterTheLastStart)
+{
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread)
+        threads.emplace_back([this] {
+            for (int round = 0; round < 50; ++round) {
+                EXPECT_TRUE(m_purge.Start());
+                m_purge.Stop();
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    xAdd(NOW - 3 * DAY + 30, 5);
+    EXPECT_TRUE(xPurgeUntil({NOW - 3 * DAY}));
+}
+
+TEST_F(DataLogPurgeTest, InitMonitorLog_WhileItRuns_LogIsLookedAtToo)
+{
+    DataLogTime late;
+    late.SetSettings(true, 1, m_folder.GetFilePath(), "", "late");
+    Messages messages;
+    ASSERT_TRUE(late.AddEntry(CountEntry(static_cast<ULONG>(NOW - 500 * DAY), 0, 1), messages));
+    ASSERT_TRUE(m_purge.Start());
+    m_purge.InitMonitorLog(late);
+    EXPECT_TRUE(WaitFor([&] {
+        return late.Query(DataLogQuery(), m_cancel, CountEntry(), m_results, messages) && m_results.GetCount() == 0;
+    }));
+    m_purge.Stop();
+}
+
 TEST_F(DataLogPurgeTest, OlderThanTwoDays_MergedIntoMinutes)
 {
     const SLONG8 minute = NOW - 2 * DAY - MINUTE;
