@@ -7,7 +7,7 @@
 
 namespace kqlib::platform {
 
-/// A calendar time broken into the fields of the local time zone.
+/// A calendar time broken into its fields, of the local time zone or of UTC.
 struct CalendarTime
 {
     int year;        ///< four digits

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -39,6 +40,20 @@ void PutUserName(MachineState& out)
     passwd* found = nullptr;
     if (::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr)
         PutText(out.userName, found->pw_name);
+}
+
+/// Seven fields of 16 bits, down to the millisecond: as plain integers the quick ones would not fit.
+void PutLocalTime(MachineState& out)
+{
+    CalendarTime local{};
+    if (!ToLocalTime(WallClockMs(), local))
+        return;
+    const std::array<int, 7> fields{local.year,   local.month,  local.day,        local.hour,
+                                    local.minute, local.second, local.millisecond};
+    std::array<std::uint16_t, fields.size()> cut{};
+    std::transform(fields.begin(), fields.end(), cut.begin(),
+                   [](int field) { return static_cast<std::uint16_t>(field); });
+    Put(out.localTime, cut.data(), sizeof cut);
 }
 
 void PutTimeZone(MachineState& out)
@@ -83,9 +98,7 @@ void ReadMachineState(MachineState& out)
     utsname machine{};
     if (::uname(&machine) == 0)
         PutText(out.computerName, machine.nodename);
-    CalendarTime local{};
-    if (ToLocalTime(WallClockMs(), local))
-        Put(out.localTime, &local, sizeof local);
+    PutLocalTime(out);
     PutUserName(out);
     PutTimeZone(out);
     out.processId = static_cast<std::uint32_t>(::getpid());

@@ -3,6 +3,7 @@
 #include "platform/MachineState.h"
 #include "platform/Threads.h"
 #include "tests/peers/MovedClocks.h"
+#include "tests/peers/WaitFor.h"
 
 #include <gtest/gtest.h>
 
@@ -176,6 +177,18 @@ TEST(MachineState, Read_ThisSystem_WhatEverySystemKnows)
     EXPECT_EQ(state.threadId, platform::CurrentThreadId());
     EXPECT_GT(state.diskTotal, 0U);
     EXPECT_NE(state.volumes, 0U);
+}
+
+// The time once went in by the hour only, for its quick fields did not fit.
+TEST(MachineState, Read_MillisecondsLater_LocalTimeDiffers)
+{
+    platform::MachineState first;
+    platform::ReadMachineState(first);
+    EXPECT_TRUE(WaitFor([&] {
+        platform::MachineState later;
+        platform::ReadMachineState(later);
+        return std::memcmp(first.localTime, later.localTime, sizeof first.localTime) != 0;
+    }));
 }
 
 TEST(KeyProgress, Callback_Stages_OneCharacterEach)
