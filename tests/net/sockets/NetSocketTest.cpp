@@ -27,6 +27,25 @@ NetIP MakeAddressOfNoType()
     return ip;
 }
 
+/// Counts how often its state was cleared.
+class StateCounter : public NetTCP
+{
+public:
+    StateCounter()
+        : NetTCP(NetIP::LOOKUP_ANY)
+    {
+    }
+
+    int count = 0;
+
+protected:
+    void xSetStateClosed() override
+    {
+        ++count;
+        NetTCP::xSetStateClosed();
+    }
+};
+
 void ExpectNoAddresses(const NetSocket& socket)
 {
     EXPECT_EQ(socket.GetLocalIP(), NetIP());
@@ -71,6 +90,18 @@ TEST_F(NetSocketTest, Close_NeverOpened_OnlyClearsAddresses)
     socket.Close();
     ExpectNoAddresses(socket);
     EXPECT_EQ(socket.GetLastError(), 48);
+}
+
+TEST_F(NetSocketTest, Close_WithAndWithoutAHandle_StateClearedOnlyForTheHandle)
+{
+    StateCounter socket;
+    socket.Close();
+    EXPECT_EQ(socket.count, 0);
+    ASSERT_TRUE(socket.ListenSpecific(0, LOOPBACK));
+    socket.Close();
+    EXPECT_EQ(socket.count, 1);
+    socket.Close();
+    EXPECT_EQ(socket.count, 1);
 }
 
 TEST_F(NetSocketTest, Close_Connected_KeepsErrorCountersAndBlockTime)

@@ -1,0 +1,94 @@
+#include "tests/net/sockets/posix/SocketFault.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <dlfcn.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace kqlib::test {
+
+namespace {
+
+struct FAULT
+{
+    std::atomic<int> error{0};
+    std::atomic<int> left{0};
+};
+FAULT g_faults[SocketFault::COUNT];
+
+/// True when the call is to fail; errno is set then.
+bool IsToFail(SocketFault::FUNCTION function)
+{
+    FAULT& fault = g_faults[function];
+    int left = fault.left.load();
+    while (left > 0 && !fault.left.compare_exchange_weak(left, left - 1)) {
+        // another thread took one meanwhile
+    }
+    if (left <= 0)
+        return false;
+    errno = fault.error.load();
+    return true;
+}
+
+/// The function of that name behind this program's own.
+template <class FUNCTION> FUNCTION* Next(FUNCTION* /*own*/, const char* name)
+{
+    return reinterpret_cast<FUNCTION*>(dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+SocketFault::SocketFault(FUNCTION function, int error, int times)
+    : m_function(function)
+{
+    g_faults[function].error = error;
+    g_faults[function].left = times;
+}
+
+SocketFault::~SocketFault()
+{
+    g_faults[m_function].left = 0;
+}
+
+bool SocketFault::IsUsedUp() const
+{
+    return g_faults[m_function].left.load() == 0;
+}
+
+} // namespace kqlib::test
+
+using kqlib::test::IsToFail;
+using kqlib::test::Next;
+using kqlib::test::SocketFault;
+
+// Visible to the libraries of the program, whose calls they take.
+#pragma GCC visibility push(default)
+extern "C" {
+
+int socket(int family, int type, int protocol) noexcept
+{
+    static const auto next = Next(&socket, "socket");
+    return IsToFail(SocketFault::SOCKET) ? -1 : next(family, type, protocol);
+}
+
+int listen(int descriptor, int backlog) noexcept
+{
+    static const auto next = Next(&listen, "listen");
+    return IsToFail(SocketFault::LISTEN) ? -1 : next(descriptor, backlog);
+}
+
+int accept4(int descriptor, sockaddr* address, socklen_t* length, int flags)
+{
+    static const auto next = Next(&accept4, "accept4");
+    return IsToFail(SocketFault::ACCEPT) ? -1 : next(descriptor, address, length, flags);
+}
+
+int ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* signals)
+{
+    static const auto next = Next(&ppoll, "ppoll");
+    return IsToFail(SocketFault::WAIT) ? -1 : next(entries, count, timeout, signals);
+}
+}
+#pragma GCC visibility pop

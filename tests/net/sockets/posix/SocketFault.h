@@ -1,0 +1,33 @@
+// SocketFault: makes a socket call of the system fail, for failures that no test can bring about otherwise.
+#pragma once
+
+namespace kqlib::test {
+
+/// While it lives, the next calls of one function of the system fail with an error number, in any thread; the test
+/// program holds functions of the same names, which go before the system's. One per function at a time.
+class SocketFault
+{
+public:
+    enum FUNCTION
+    {
+        SOCKET,
+        LISTEN,
+        ACCEPT,
+        WAIT,
+        COUNT
+    };
+
+    /// times: how many calls fail.
+    SocketFault(FUNCTION function, int error, int times = 1);
+    ~SocketFault();
+    SocketFault(const SocketFault&) = delete;
+    SocketFault& operator=(const SocketFault&) = delete;
+
+    /// All the calls asked for have failed.
+    bool IsUsedUp() const;
+
+private:
+    const FUNCTION m_function;
+};
+
+} // namespace kqlib::test
