@@ -100,8 +100,8 @@ void NetTCPService::SetSettings(const NetPortBinds& binds, unsigned long maxInco
 {
     const ThreadGatewayGuard guard(m_lock);
     m_binds = binds;
-    m_maxIncoming = static_cast<std::uint32_t>(maxIncoming);
-    m_maxOutgoing = static_cast<std::uint32_t>(maxOutgoing);
+    m_maxIncoming = static_cast<std::uint32_t>(std::min(maxIncoming, ALL_BITS_32));
+    m_maxOutgoing = static_cast<std::uint32_t>(std::min(maxOutgoing, ALL_BITS_32));
 }
 
 void NetTCPService::SetLogModeNormal(const EventLogSettings& settings, bool logEvents)

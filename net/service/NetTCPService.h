@@ -72,7 +72,8 @@ public:
     /// Starts the listener thread and the log purger and stamps the creation time; true at once when the thread runs
     /// already. False: message code 3 was added, nothing runs.
     bool Init(Messages& messages);
-    /// The bindings count from the next StartListen, the limits (numbers of sessions) at once.
+    /// The bindings count from the next StartListen, the limits (numbers of sessions) at once. More than 32 bits hold
+    /// counts as the largest such number.
     void SetSettings(const NetPortBinds& binds, unsigned long maxIncoming, unsigned long maxOutgoing);
 
     /// Opens, keeps and closes listening sockets so that exactly the bindings listen. A binding that could not be

@@ -13,6 +13,8 @@
 
 #include <fstream>
 #include <iterator>
+#include <list>
+#include <mutex>
 #include <set>
 #include <thread>
 
@@ -140,6 +142,39 @@ TEST_F(NetTCPServiceTest, StartListen_EmptyHost_AllAddresses)
                 ElementsAre("Open Listening Port Success|0.0.0.0:" + std::to_string(port) + "|"));
     TestClient client(port);
     EXPECT_TRUE(client.Talk("hello"));
+}
+
+TEST_F(NetTCPServiceTest, StartListen_AnyAddressAsHost_AllAddresses)
+{
+    const USHORT port = Start("0.0.0.0:0");
+    EXPECT_THAT(m_log.GetServiceTexts(),
+                ElementsAre("Open Listening Port Success|0.0.0.0:" + std::to_string(port) + "|"));
+    NetTCP socket(NetIP::LOOKUP_ANY);
+    EXPECT_TRUE(socket.Connect(NetIP(String("127.0.0.9")), port));
+}
+
+TEST_F(NetTCPServiceTest, StartListen_IP6Address_ServedButWithoutAddressSoOpenedAnewOnPurpose)
+{
+    const NetIP loopback6(String("::1"));
+    const USHORT port = FreePort();
+    NetTCP probe(NetIP::LOOKUP_ANY);
+    if (!probe.ListenSpecific(port, loopback6))
+        GTEST_SKIP() << "this machine has no ::1";
+    probe.Close();
+    m_service->SetSettings(NetPortBinds(NetPortBind(port, "::1")), 10, 0);
+    Messages messages;
+    ASSERT_TRUE(m_service->Init(messages));
+    for (int round = 0; round < 2; ++round) {
+        NetPortBinds failed;
+        m_service->StartListen(failed);
+        EXPECT_EQ(failed.GetCount(), 0U);
+        EXPECT_THAT(GetPorts(), ElementsAre(0));
+        NetTCP socket(NetIP::LOOKUP_ANY);
+        EXPECT_TRUE(socket.Connect(loopback6, port));
+    }
+    EXPECT_THAT(m_log.GetServiceTexts(),
+                ElementsAre("Open Listening Port Success|0.0.0.0:0|", "Close Listening Port|0.0.0.0:0|",
+                            "Open Listening Port Success|0.0.0.0:0|"));
 }
 
 TEST_F(NetTCPServiceTest, StartListen_PortInUse_FailLoggedOthersOpened)
@@ -369,6 +404,42 @@ TEST_F(NetTCPServiceTest, MaxIncoming_One_SecondWaitsForTheFirstToEnd)
     EXPECT_TRUE(second.ReadLine(100).empty());
     ASSERT_TRUE(first.Talk("QUIT"));
     EXPECT_EQ(second.ReadLine(), "OK two");
+}
+
+TEST_F(NetTCPServiceTest, MaxIncoming_MoreThan32Bits_LargestValue)
+{
+    constexpr ULONG8 past32Bits = 0x1'0000'0000ULL;
+    const auto limit = static_cast<ULONG>(past32Bits);
+    if (limit != past32Bits)
+        GTEST_SKIP() << "ULONG has 32 bits here: no such limit can be given";
+    Init("127.0.0.1:0", limit, limit);
+    EXPECT_FALSE(m_service->GetIsMaxIncomingConnectionsReached());
+    EXPECT_FALSE(m_service->GetIsMaxOutgoingConnectionsReached());
+    EXPECT_TRUE(TestClient(Listen()).Talk("hello"));
+}
+
+TEST_F(NetTCPServiceTest, Accept_SeveralWaitAtEachPort_PortsServedInTurn)
+{
+    std::mutex mutex;
+    std::vector<USHORT> served;
+    m_service->SetFactory([&](NetTCP* connection, EventLogSessionID) -> NetTCPSession* {
+        const std::lock_guard lock(mutex);
+        served.push_back(connection->GetLocalPort());
+        return nullptr;
+    });
+    Init("127.0.0.1:0,127.0.0.1:0,127.0.0.1:0", 0);
+    Listen();
+    const std::vector<USHORT> ports = GetPorts();
+    ASSERT_EQ(ports.size(), 3U);
+    std::list<TestClient> clients;
+    for (const USHORT port : {ports[0], ports[0], ports[0], ports[2], ports[2], ports[1]})
+        clients.emplace_back(port);
+    m_service->SetSettings(Binds("127.0.0.1:0"), 10, 0);
+    ASSERT_TRUE(WaitFor([&] {
+        const std::lock_guard lock(mutex);
+        return served.size() == 6;
+    }));
+    EXPECT_THAT(served, ElementsAre(ports[0], ports[1], ports[2], ports[0], ports[2], ports[0]));
 }
 
 TEST_F(NetTCPServiceTest, CreateSession_Null_ConnectionClosedNothingLogged)
