@@ -17,8 +17,9 @@ constexpr unsigned char Fold(char character)
 
 bool EqualsI(std::string_view left, std::string_view right)
 {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](char first, char second) { return Fold(first) == Fold(second); });
+    // Most texts that are equal are so to the letter, which is found out many bytes at a time.
+    return left == right || std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                                       [](char first, char second) { return Fold(first) == Fold(second); });
 }
 
 bool HasWildcard(std::string_view text)

@@ -2,6 +2,7 @@
 
 #include "common/TimedEvent.h"
 
+#include <algorithm>
 #include <memory>
 
 namespace kqlib {
@@ -11,11 +12,21 @@ namespace {
 constexpr std::uint32_t PURGE_INTERVAL_MS = 30000;
 constexpr std::uint32_t LONGEST_LIFE_MS = 86400000; ///< 24 hours
 constexpr ULONG MOST_ENTRIES = 10000;               ///< of the five lists together
+constexpr std::size_t FEWEST_CELLS = 16;
 
 constexpr unsigned char Fold(char character)
 {
     const auto byte = static_cast<unsigned char>(character);
     return byte >= 'A' && byte <= 'Z' ? static_cast<unsigned char>(byte + ('a' - 'A')) : byte;
+}
+
+/// FNV-1a over the folded bytes: names that String::MatchesI takes as equal have the same hash.
+std::uint32_t HashOf(const String& name)
+{
+    std::uint32_t hash = 0x811C9DC5U;
+    for (const char character : name)
+        hash = (hash ^ Fold(character)) * 0x01000193U;
+    return hash;
 }
 
 template <class RECORD> void AppendCopies(const VectorPtr<RECORD>& from, VectorPtr<RECORD>& to)
@@ -35,26 +46,42 @@ bool CopyOut(ULONG found, const VectorPtr<LOOKUP>& lookups, VectorPtr<RECORD>& r
 
 } // namespace
 
-std::size_t NetDNSCache::NAME_HASH::operator()(std::string_view name) const
+template <class IS_NAMED> ULONG NetDNSCache::NAME_INDEX::Find(std::uint32_t hash, IS_NAMED isNamed) const
 {
-    // FNV-1a over the folded bytes, in the width of the machine.
-    constexpr bool WIDE = sizeof(std::size_t) == 8;
-    std::size_t hash = static_cast<std::size_t>(WIDE ? 0xCBF29CE484222325ULL : 0x811C9DC5ULL);
-    constexpr auto PRIME = static_cast<std::size_t>(WIDE ? 0x100000001B3ULL : 0x01000193ULL);
-    for (const char character : name)
-        hash = (hash ^ Fold(character)) * PRIME;
-    return hash;
+    if (m_cells.empty())
+        return ALL_BITS_32;
+    for (std::size_t at = hash & (m_cells.size() - 1); m_cells[at].number != 0; at = (at + 1) & (m_cells.size() - 1)) {
+        if (m_cells[at].hash == hash && isNamed(m_cells[at].number - 1))
+            return m_cells[at].number - 1;
+    }
+    return ALL_BITS_32;
 }
 
-bool NetDNSCache::NAME_EQUAL::operator()(std::string_view left, std::string_view right) const noexcept
+void NetDNSCache::NAME_INDEX::Add(std::uint32_t hash, std::uint32_t place)
 {
-    if (left.size() != right.size())
-        return false;
-    for (std::size_t i = 0; i < left.size(); ++i) {
-        if (Fold(left[i]) != Fold(right[i]))
-            return false;
+    if (++m_used * 4 > m_cells.size() * 3) {
+        std::vector<CELL> before(std::max(FEWEST_CELLS, m_cells.size() * 2));
+        before.swap(m_cells);
+        for (const CELL& cell : before) {
+            if (cell.number != 0)
+                xPut(cell);
+        }
     }
-    return true;
+    xPut(CELL{hash, place + 1});
+}
+
+void NetDNSCache::NAME_INDEX::Clear()
+{
+    m_cells.clear();
+    m_used = 0;
+}
+
+void NetDNSCache::NAME_INDEX::xPut(CELL cell)
+{
+    std::size_t at = cell.hash & (m_cells.size() - 1);
+    while (m_cells[at].number != 0)
+        at = (at + 1) & (m_cells.size() - 1);
+    m_cells[at] = cell;
 }
 
 NetDNSCache::NetDNSCache() = default;
@@ -156,24 +183,19 @@ template <class LOOKUP> ULONG NetDNSCache::xFind(const String& name, VectorPtr<L
         m_lastPurge = now;
         xPurge(now, lookups, index);
     }
-    const auto found = index.find(name.view());
-    return found == index.end() ? ALL_BITS_32 : found->second;
+    return index.Find(HashOf(name), [&](std::uint32_t place) { return lookups.Get(place).name.MatchesI(name); });
 }
 
 /// Deletes the entries of one list whose expiry is at or before now, and numbers the others anew.
 template <class LOOKUP> void NetDNSCache::xPurge(std::uint32_t now, VectorPtr<LOOKUP>& lookups, NAME_INDEX& index)
 {
     const ULONG before = lookups.GetCount();
-    lookups.DeleteIf([now, &index](const LOOKUP& lookup) {
-        if (now < lookup.expiry)
-            return false;
-        index.erase(lookup.name.view());
-        return true;
-    });
+    lookups.DeleteIf([now](const LOOKUP& lookup) { return now >= lookup.expiry; });
     if (lookups.GetCount() == before)
         return;
+    index.Clear();
     for (ULONG i = 0; i < lookups.GetCount(); ++i)
-        index[lookups.Get(i).name.view()] = static_cast<std::uint32_t>(i);
+        index.Add(HashOf(lookups.Get(i).name), static_cast<std::uint32_t>(i));
 }
 
 /// Appends an entry, unless the list has the name already or the cache is full.
@@ -189,10 +211,8 @@ void NetDNSCache::xStore(const String& name, ULONG expiry, const VectorPtr<RECOR
     lookup->name = name;
     lookup->expiry = xValidateExpiry(static_cast<std::uint32_t>(expiry));
     AppendCopies(records, lookup->records);
-    const std::string_view key = lookup->name.view();
-    const auto place = static_cast<std::uint32_t>(lookups.GetCount());
     lookups.Give(lookup.release());
-    index.emplace(key, place);
+    index.Add(HashOf(name), static_cast<std::uint32_t>(lookups.GetCount() - 1));
 }
 
 /// The expiry, or 24 hours ahead when it lies before now or beyond that. The sum may wrap, kept on purpose.

@@ -6,8 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string_view>
-#include <unordered_map>
+#include <vector>
 
 namespace kqlib {
 
@@ -68,18 +67,28 @@ public:
     bool IsSpfLookupCached(const String& name, VectorPtr<String>& records);
 
 private:
-    /// Hash and equality of names without regard to the case of the letters A to Z, as String::MatchesI has it.
-    struct NAME_HASH
+    /// Finds the places of names in one list. A cell holds the hash and the place of a name but not the name, so that
+    /// the cells are few cache lines and a search reads, as a rule, one of them and the entry that it is after.
+    class NAME_INDEX
     {
-        // Without noexcept the standard library keeps each name's hash beside it, and a search reads one name only.
-        std::size_t operator()(std::string_view name) const;
+    public:
+        /// The place with this hash that isNamed(place) is true for, or 0xFFFFFFFF.
+        template <class IS_NAMED> ULONG Find(std::uint32_t hash, IS_NAMED isNamed) const;
+        void Add(std::uint32_t hash, std::uint32_t place);
+        void Clear();
+
+    private:
+        struct CELL
+        {
+            std::uint32_t hash = 0;
+            std::uint32_t number = 0; ///< the place plus one; 0 when the cell is empty
+        };
+
+        void xPut(CELL cell);
+
+        std::vector<CELL> m_cells; ///< none or a power of two, at most three quarters in use; probed one after another
+        std::size_t m_used = 0;
     };
-    struct NAME_EQUAL
-    {
-        bool operator()(std::string_view left, std::string_view right) const noexcept;
-    };
-    /// Name (a view of the entry's own text) to the entry's place in its list.
-    using NAME_INDEX = std::unordered_map<std::string_view, std::uint32_t, NAME_HASH, NAME_EQUAL>;
 
     // The lock is held by the caller of all of these.
     ULONG xIsALookupCached(const String& name);

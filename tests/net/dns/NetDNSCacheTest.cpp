@@ -111,6 +111,26 @@ TEST_F(NetDNSCacheTest, Read_NamesThatDifferInOtherThanLetters_NoHit)
     EXPECT_FALSE(HasA(std::string("x\0z", 3)));
 }
 
+TEST_F(NetDNSCacheTest, Read_NamesWithTheSameHash_EachFindsItsOwn)
+{
+    // Pairs whose 32-bit FNV-1a values are equal.
+    const std::vector<std::vector<std::string>> pairs = {
+        {"costarring", "liquid"}, {"declinate", "macallums"}, {"altarage", "zinke"}};
+    HasA("n");
+    for (const auto& pair : pairs) {
+        CacheA(pair[0], g_tick + 100, {"first"});
+        EXPECT_FALSE(HasA(pair[1]));
+        CacheA(pair[1], g_tick + 900000, {"second"});
+        EXPECT_THAT(GetA(pair[0]), ElementsAre("first"));
+        EXPECT_THAT(GetA(pair[1]), ElementsAre("second"));
+    }
+    g_tick += 30001;
+    for (const auto& pair : pairs) {
+        EXPECT_FALSE(HasA(pair[0]));
+        EXPECT_THAT(GetA(pair[1]), ElementsAre("second"));
+    }
+}
+
 TEST_F(NetDNSCacheTest, Read_EntryWithoutRecords_Hit_KeptOnPurpose)
 {
     CacheA("empty", g_tick + 60000, {});
