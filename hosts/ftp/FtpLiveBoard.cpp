@@ -1,4 +1,4 @@
-// FtpLiveBoard: what the service is doing, for sessions that want to show it.
+// FtpLiveBoard: what the service is doing, for sessions that want to show it or to step in.
 #include "hosts/ftp/FtpLiveBoard.h"
 
 #include "net/service/NetTCPService.h"
@@ -53,6 +53,16 @@ std::shared_ptr<const FtpLiveBoard::SNAPSHOT> FtpLiveBoard::Take(const std::func
         platform::SleepMs(ANSWER_WAIT_MS);
     }
     return nullptr;
+}
+
+void FtpLiveBoard::Disconnect(const EventLogSessionID& id, const String& text)
+{
+    m_service.SendControlMsgDisconnect(id, text);
+}
+
+void FtpLiveBoard::StopTransfer(const EventLogSessionID& id, const String& text)
+{
+    m_service.SendControlMsgStopTransfer(id, text);
 }
 
 void FtpLiveBoard::xThread()

@@ -1,4 +1,4 @@
-// FtpLiveBoard: what the service is doing, for sessions that want to show it.
+// FtpLiveBoard: what the service is doing, for sessions that want to show it or to step in.
 #pragma once
 
 #include "common/SingleThreadByPool.h"
@@ -18,8 +18,8 @@ class NetTCPService;
 /// Asks the service for its live sessions and totals on a thread of its own. A session must never ask the service
 /// itself: whoever closes the sessions holds the service's lock while it waits for that very session.
 ///
-/// Ownership: borrows the service, which owns it and ends it first. Threads: Take any thread, Start and End the
-/// service's owner. Errors: a null result.
+/// Ownership: borrows the service, which owns it and ends it first. Threads: Start and End the service's owner,
+/// the others any thread. Errors: a null result.
 class FtpLiveBoard : public SingleThreadByPool
 {
 public:
@@ -37,6 +37,11 @@ public:
 
     /// A picture made after the call. goOn is asked every few milliseconds meanwhile; false gives up with null.
     std::shared_ptr<const SNAPSHOT> Take(const std::function<bool()>& goOn);
+
+    /// Asks a session to end, or to stop the transfer that runs. text goes to its client; a session that has ended
+    /// meanwhile is passed over. These take no lock that a session could wait for: any thread, sessions included.
+    void Disconnect(const EventLogSessionID& id, const String& text);
+    void StopTransfer(const EventLogSessionID& id, const String& text);
 
 private:
     void xThread() override;

@@ -164,7 +164,7 @@ const std::vector<FtpSession::COMMAND>& FtpSession::xsGetCommands()
         {"HELP", &S::xCmdHelp, ALLOWED, false, "HELP [<command>]"},
         {"STAT", &S::xCmdStat, ALLOWED, true, "STAT [<path>]"},
         {"ALLO", &S::xCmdAllo, REQUIRED, true, "ALLO <bytes> [R <bytes>]"},
-        {"SITE", &S::xCmdSite, REQUIRED, true, "SITE WHO | SITE STAT | SITE HELP"},
+        {"SITE", &S::xCmdSite, REQUIRED, true, "SITE WHO | STAT | KICK <session> [<text>] | STOP <session> | HELP"},
         {"TYPE", &S::xCmdType, REQUIRED, true, "TYPE A [N] | TYPE I | TYPE L 8"},
         {"STRU", &S::xCmdStru, REQUIRED, true, "STRU F"},
         {"MODE", &S::xCmdMode, REQUIRED, true, "MODE S"},

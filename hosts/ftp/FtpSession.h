@@ -165,6 +165,7 @@ private:
     void xCmdSite(const String& argument);
     void xSiteWho();
     void xSiteStat();
+    void xSiteStepIn(bool isKick, const String& argument);
     void xCmdType(const String& argument);
     void xCmdStru(const String& argument);
     void xCmdMode(const String& argument);

@@ -16,6 +16,16 @@ STRINGS SplitWords(const String& argument)
     return words;
 }
 
+/// What stands behind the first count words, as it stands there.
+String TextBehind(const String& argument, unsigned count)
+{
+    const std::string& text = argument.str();
+    std::string::size_type place = text.find_first_not_of(' ');
+    for (; count > 0 && place != std::string::npos; --count)
+        place = text.find_first_not_of(' ', text.find(' ', place));
+    return place == std::string::npos ? String() : String(text.substr(place));
+}
+
 const char* DescribeAction(ULONG action)
 {
     switch (action) {
@@ -203,14 +213,44 @@ void FtpSession::xCmdAllo(const String& argument)
 
 void FtpSession::xCmdSite(const String& argument)
 {
-    if (argument.MatchesI("HELP"))
-        return xReplyLines(214, "SITE commands", " WHO STAT HELP\r\n", "WHO and STAT are for administrators");
-    const bool isWho = argument.MatchesI("WHO");
-    if (!isWho && !argument.MatchesI("STAT"))
+    const STRINGS words = SplitWords(argument);
+    const String name = words.empty() ? String() : words[0];
+    const bool isQuestion = words.size() == 1;
+    if (isQuestion && name.MatchesI("HELP"))
+        return xReplyLines(214, "SITE commands", " WHO STAT HELP\r\n KICK <session> [<text>]\r\n STOP <session>\r\n",
+                           "All but HELP are for administrators");
+    const bool isWho = isQuestion && name.MatchesI("WHO");
+    const bool isStat = isQuestion && name.MatchesI("STAT");
+    const bool isKick = name.MatchesI("KICK");
+    if (!isWho && !isStat && !isKick && !name.MatchesI("STOP"))
         return xReply(504, "SITE command not understood");
     if (!xHasRight(FtpUserSettings::ADMIN))
         return xReply(550, FtpFileSystem::sDescribe(RESULT::DENIED));
-    return isWho ? xSiteWho() : xSiteStat();
+    if (isWho || isStat)
+        return isWho ? xSiteWho() : xSiteStat();
+    xSiteStepIn(isKick, argument);
+}
+
+/// "KICK <session> [<text>]" and "STOP <session>", by the number that WHO shows.
+void FtpSession::xSiteStepIn(bool isKick, const String& argument)
+{
+    const STRINGS words = SplitWords(argument);
+    if (words.size() < 2 || (!isKick && words.size() > 2) || !IsDecimal(words[1], 10))
+        return xReplySyntaxError();
+    const auto picture = m_board.Take([this] { return xShouldGoOn(); });
+    if (!picture)
+        return xReply(451, "Not available now");
+    for (ULONG i = 0; i < picture->sessions.GetCount(); ++i) {
+        const EventLogSessionID id = picture->sessions.GetStatus(i).GetStatus().GetSessionID();
+        if (String::sToString(id.GetSession()) != words[1])
+            continue;
+        if (isKick)
+            m_board.Disconnect(id, TextBehind(argument, 2));
+        else
+            m_board.StopTransfer(id, String());
+        return xReply(200, isKick ? "Asked to end" : "Asked to stop its transfer");
+    }
+    xReply(550, "No such session");
 }
 
 void FtpSession::xSiteWho()

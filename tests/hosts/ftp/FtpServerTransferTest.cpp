@@ -276,6 +276,14 @@ protected:
         std::string bytes;
         ASSERT_TRUE(data.Receive(bytes));
     }
+    /// The number of the session at index in the live list.
+    std::string SessionNumber(ULONG index)
+    {
+        NetServiceLiveStatus live;
+        m_server.GetService().GetLiveSessions(live);
+        EXPECT_LT(index, live.GetCount());
+        return std::to_string(live.GetStatus(index).GetStatus().GetSessionID().GetSession());
+    }
     void StartUpload(FtpTestClient& client, FtpTestSocket& data)
     {
         Start();
@@ -493,6 +501,44 @@ TEST_F(FtpServerRunning, NothingMoves_426AfterTheStallTime)
     EXPECT_EQ(client.ReadReply(), "426 Nothing moved for too long\n");
     EXPECT_EQ(client.Code("NOOP"), 200);
     EXPECT_EQ(ReadHomeFile("f"), "received");
+}
+
+TEST_F(FtpServerRunning, SiteStop_InADownload_426AndTheSessionGoesOn)
+{
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartDownload(client, data);
+    FtpTestClient admin = LogIn();
+    EXPECT_EQ(admin.Ask("SITE STOP " + SessionNumber(0)), "200 Asked to stop its transfer\n");
+    EXPECT_EQ(client.ReadReply(), "426 Transfer stopped by the administrator\n");
+    EXPECT_EQ(client.Code("NOOP"), 200);
+}
+
+TEST_F(FtpServerRunning, SiteKick_InADownload_421WithTheTextAndGone)
+{
+    FtpTestClient client;
+    FtpTestSocket data;
+    StartDownload(client, data);
+    FtpTestClient admin = LogIn();
+    EXPECT_EQ(admin.Ask("SITE KICK " + SessionNumber(0) + " Back at  noon"), "200 Asked to end\n");
+    EXPECT_EQ(client.ReadReply(), "421 Back at  noon\n");
+    EXPECT_TRUE(client.GetSocket().WaitClosed());
+    EXPECT_TRUE(WaitFor([this] { return SessionCount() == 1; }));
+    EXPECT_EQ(admin.Code("NOOP"), 200);
+}
+
+TEST_F(FtpServerRunning, SiteKick_WrongOrUnknownSession_501Or550)
+{
+    Start();
+    FtpTestClient admin = LogIn();
+    FtpTestClient reader = LogIn("reader");
+    for (const char* line : {"SITE KICK", "SITE STOP", "SITE KICK x", "SITE KICK -1", "SITE STOP 1 text"})
+        EXPECT_EQ(admin.Code(line), 501) << line;
+    EXPECT_EQ(admin.Code("SITE KICK 4294967295"), 550);
+    EXPECT_EQ(admin.Code("SITE STOP 9999999999"), 550);
+    EXPECT_EQ(reader.Code("SITE KICK " + SessionNumber(0)), 550);
+    EXPECT_EQ(reader.Code("SITE STOP " + SessionNumber(0)), 550);
+    EXPECT_EQ(SessionCount(), 2U);
 }
 
 TEST_F(FtpServerRunning, ClientNeverReads_426AfterTheStallTime)
