@@ -13,14 +13,17 @@ class KQCOMMON_API BinaryStore
 {
 public:
     BinaryStore() = default;
+    /// As Set.
     BinaryStore(const void* bytes, ULONG size) { Set(bytes, size); }
 
-    /// Replaces the content by size bytes.
+    /// Replaces the content by a copy of size bytes, which may be its own.
     void Set(const void* bytes, ULONG size);
+    /// Adds a copy of size bytes at the end; they may be its own.
     void Append(const void* bytes, ULONG size);
     /// Empties the buffer and gives its memory back.
     void ResetDeleteMemory();
 
+    /// The bytes, valid until the content changes; may be null when there are none.
     const unsigned char* GetData() const { return m_bytes.data(); }
     unsigned char* GetData() { return m_bytes.data(); }
     /// Size in bytes.

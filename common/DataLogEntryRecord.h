@@ -13,6 +13,7 @@ class KQCOMMON_API DataLogEntryRecord : public DataLogEntry
 public:
     static constexpr ULONG OWN_SIZE = 16;
 
+    /// When what the record tells of began and ended, to the millisecond; unset at first.
     TimePos GetStartTime() const;
     TimePos GetEndTime() const;
     void SetStartTime(const TimePos& time);
@@ -21,7 +22,9 @@ public:
     void SetEndTimeNow();
 
 protected:
+    /// blockSize: bytes of the derived class, all zero at first, as the times.
     explicit DataLogEntryRecord(ULONG blockSize);
+    /// Over stored bytes, own bytes first; copied, short ones padded with zeros, long ones cut. store may be null.
     DataLogEntryRecord(ULONG blockSize, const BinaryStore* store);
     DataLogEntryRecord(const DataLogEntryRecord&) = default;
     DataLogEntryRecord& operator=(const DataLogEntryRecord&) = default;
@@ -31,7 +34,7 @@ protected:
     /// The own bytes alone: derived classes add their block size.
     ULONG xGetSizeReq() const override;
 
-    /// The derived class's block.
+    /// The derived class's block, blockSize bytes; valid until ResetDestroySelf.
     unsigned char* xGetData();
     const unsigned char* xGetData() const;
     /// Terminates the text field of size bytes at offset of the block, and turns control bytes in it into "_".

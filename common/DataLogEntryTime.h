@@ -13,15 +13,18 @@ class KQCOMMON_API DataLogEntryTime : public DataLogEntry
 public:
     static constexpr ULONG OWN_SIZE = 4;
 
+    /// The unit that the record counts for, 0 at first. Only the low 32 bits count.
     ULONG GetTimeUnit() const;
     void SetTimeUnit(ULONG unit);
     void SetTimeUnitNow();
-    /// The unit that time lies in; 0 for an unset time.
+    /// The unit that time lies in; 0 for an unset time only: what lies before or past all units gives the first or
+    /// last.
     static ULONG sConvertToTimeUnit(const TimePos& time);
-    /// The start of a unit.
+    /// The start of a unit; unset for unit 0.
     static void sConvertToTimePos(ULONG unit, TimePos& out);
 
 protected:
+    /// As the constructors of DataLogEntryRecord.
     explicit DataLogEntryTime(ULONG blockSize);
     DataLogEntryTime(ULONG blockSize, const BinaryStore* store);
     DataLogEntryTime(const DataLogEntryTime&) = default;
@@ -32,6 +35,7 @@ protected:
     /// The own bytes alone: derived classes add their block size.
     ULONG xGetSizeReq() const override;
 
+    /// The derived class's block, blockSize bytes; valid until ResetDestroySelf.
     unsigned char* xGetData();
     const unsigned char* xGetData() const;
 };

@@ -9,8 +9,10 @@ namespace kqlib {
 class KQCOMMON_API DataLogQuery
 {
 public:
+    /// From when on; a record counts at its start time, an entry of a time unit at its unit.
     const TimePos& GetStart() const { return m_start; }
     void SetStart(const TimePos& time) { m_start = time; }
+    /// Up to when.
     const TimePos& GetEnd() const { return m_end; }
     void SetEnd(const TimePos& time) { m_end = time; }
     /// How many matching entries to pass over first.

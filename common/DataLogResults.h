@@ -10,6 +10,7 @@ namespace kqlib {
 class KQCOMMON_API DataLogResults
 {
 public:
+    /// The entries in the order of the query; valid until Reset. An index past the end: std::out_of_range.
     ULONG GetCount() const { return m_entries.GetCount(); }
     const DataLogEntry& Get(ULONG index) const { return m_entries.Get(index); }
     /// Takes ownership.

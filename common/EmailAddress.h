@@ -12,11 +12,13 @@ class KQCOMMON_API EmailAddress
 {
 public:
     EmailAddress() = default;
+    /// Any text; nothing is refused.
     explicit EmailAddress(const String& address)
         : m_address(address)
     {
     }
 
+    /// The text as it was given.
     const String& GetAddress() const { return m_address; }
     /// One "@"; a local part that is not empty and holds no blank, control byte or any of * ? < > , ; and a domain of
     /// labels of letters, digits and hyphens (none at a label's ends; one label is enough), or an address in brackets.
@@ -26,7 +28,7 @@ private:
     String m_address;
 };
 
-/// A list of mail addresses.
+/// A list of mail addresses: a standard vector. A plain value.
 class KQCOMMON_API ADDRESSES : public std::vector<EmailAddress>
 {
 public:

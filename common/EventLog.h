@@ -22,12 +22,16 @@ namespace kqlib {
 class KQCOMMON_API EventLog
 {
 public:
+    /// Disabled.
     EventLog();
+    /// Closes the file.
     virtual ~EventLog();
     EventLog(const EventLog&) = delete;
     EventLog& operator=(const EventLog&) = delete;
 
+    /// An event of a service as a whole, without session and addresses.
     virtual void PrintServiceNormal(const String& event, const String& detail, const String& comment);
+    /// An event of a session. The address that is unset, with port 0, leaves its field empty; ports in host order.
     virtual void PrintIPNormal(const EventLogSessionID& id, NetIP remote, USHORT remotePort, NetIP local,
                                USHORT localPort, const String& event, const String& detail, const String& comment);
     /// Dropped unless the settings ask for debug lines.

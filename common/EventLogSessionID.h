@@ -21,15 +21,26 @@ public:
         std::uint32_t reserved;
     };
 
-    EventLogSessionID() : m_data{0, 0, 0} {}
+    /// No session: both numbers 0.
+    EventLogSessionID()
+        : m_data{0, 0, 0}
+    {
+    }
+    /// Only the low 32 bits of each count.
     EventLogSessionID(ULONG session, ULONG thread)
         : m_data{static_cast<std::uint32_t>(session), static_cast<std::uint32_t>(thread), 0}
     {
     }
-    explicit EventLogSessionID(const DATA& data) : m_data{data.session, data.thread, 0} {}
+    /// From the stored form; its reserved word is not taken over.
+    explicit EventLogSessionID(const DATA& data)
+        : m_data{data.session, data.thread, 0}
+    {
+    }
 
+    /// The session's number, counted by its service, and the system's id of the listener thread.
     ULONG GetSession() const { return m_data.session; }
     ULONG GetThread() const { return m_data.thread; }
+    /// The stored form, valid as long as the object.
     const DATA& GetDataDirect() const { return m_data; }
 
     friend bool operator==(const EventLogSessionID& left, const EventLogSessionID& right)

@@ -15,12 +15,16 @@ public:
     EventLogSettings(const EventLogSettings&) = default;
     EventLogSettings& operator=(const EventLogSettings&) = default;
 
+    /// Whether lines are written at all.
     bool GetEnabled() const { return m_enabled; }
     void SetEnabled(bool enabled) { m_enabled = enabled; }
+    /// Folder of the file, empty for the current one.
     const FilePath& GetFolder() const { return m_folder; }
     void SetFolder(const FilePath& folder) { m_folder = folder; }
+    /// Name of the file; an empty one cannot be opened.
     const String& GetFileName() const { return m_fileName; }
     void SetFileName(const String& name) { m_fileName = name; }
+    /// Whether debug lines are written too.
     bool GetUsePrintDebug() const { return m_usePrintDebug; }
     void SetUsePrintDebug(bool use) { m_usePrintDebug = use; }
 

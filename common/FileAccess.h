@@ -35,8 +35,11 @@ public:
     [[nodiscard]] bool Read(unsigned char* buffer, ULONG& size);
     /// Writes everything at the file position. False when not open or when anything could not be written.
     [[nodiscard]] bool WriteAll(const unsigned char* bytes, ULONG size);
+    /// Moves the file position to offset bytes from the start.
     [[nodiscard]] bool Seek(ULONG8 offset);
+    /// Cuts or extends the file to size bytes; the position stays.
     [[nodiscard]] bool SetSize(ULONG8 size);
+    /// Returns when what was written is on the medium.
     [[nodiscard]] bool Flush();
     /// Size in bytes, 0 when not open.
     ULONG8 GetSize() const;

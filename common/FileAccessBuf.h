@@ -13,6 +13,7 @@ namespace kqlib {
 class KQCOMMON_API FileAccessBuf
 {
 public:
+    /// Closes what was open, then opens path. create: made when missing. False: closed.
     [[nodiscard]] bool Open(const FilePath& path, FileAccess::ACCESS_MODE mode, bool create);
     void Close();
 

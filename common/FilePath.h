@@ -12,6 +12,7 @@ class KQCOMMON_API FilePath
 {
 public:
     FilePath() = default;
+    /// Any text; nothing is looked up or refused.
     FilePath(const String& text)
         : m_text(text)
     {
@@ -21,6 +22,7 @@ public:
     {
     }
 
+    /// The text as it was given.
     const String& GetText() const { return m_text; }
     const char* c_str() const { return m_text.c_str(); }
     bool empty() const { return m_text.empty(); }

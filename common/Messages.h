@@ -14,7 +14,9 @@ namespace kqlib {
 class KQCOMMON_API Messages
 {
 public:
+    /// Appends a code.
     void AddMessage(int code) { m_codes.push_back(code); }
+    /// How many codes there are, repeats counted; Get gives one of them, in the order of adding.
     ULONG GetMessageCount() const { return static_cast<ULONG>(m_codes.size()); }
     int Get(ULONG index) const { return m_codes.at(index); }
     void Reset() { m_codes.clear(); }

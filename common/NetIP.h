@@ -45,8 +45,10 @@ public:
     bool Set(const String& text);
     /// bytes: 4 or 16 in network order, by type. False for another type or null, object unchanged.
     bool Set(IPTYPE type, const unsigned char* bytes);
+    /// Back to IPv4 0.0.0.0.
     void Reset() noexcept;
 
+    /// The type, of which IsIP4 asks for the first.
     IPTYPE GetType() const noexcept { return static_cast<IPTYPE>(m_type); }
     bool IsIP4() const noexcept { return m_type == IP_4; }
     /// 4 or 16 bytes in network order, valid as long as the object is.

@@ -21,8 +21,10 @@ public:
     virtual void Reset() = 0;
     /// A new object of the same class, a copy when copy is true, else a default one. The caller deletes it.
     [[nodiscard]] virtual SettingsTransferable* Spawn(bool copy) const = 0;
+    /// Adds all fields to the set; takes over from it those that it holds. They call the x forms.
     virtual bool WriteTo(SettingsTransportSet& set) const;
     virtual bool ReadFrom(const SettingsTransportSet& set);
+    /// Append the codes of what is wrong, or doubtful, with the values.
     virtual bool CheckErrors(Messages& messages) const;
     virtual bool CheckWarnings(Messages& messages) const;
 
@@ -31,6 +33,7 @@ protected:
     SettingsTransferable(const SettingsTransferable&) = default;
     SettingsTransferable& operator=(const SettingsTransferable&) = default;
 
+    /// What the four operations above do in a derived class; the base versions do nothing and answer true.
     virtual bool xWriteTo(SettingsTransportSet& set) const;
     virtual bool xReadFrom(const SettingsTransportSet& set);
     virtual void xCheckErrors(Messages& messages) const;

@@ -38,8 +38,10 @@ public:
     SettingsTransportSet& operator=(SettingsTransportSet&& other) noexcept;
     ~SettingsTransportSet();
 
+    /// Removes all items and sub-sets.
     void Reset();
 
+    /// Append an item; always true. AddULONG stores 32 bits on every system, its higher bits are cut off.
     bool AddUSHORT(const String& key, USHORT value);
     bool AddULONG(const String& key, ULONG value);
     bool AddBool(const String& key, bool value);
@@ -47,6 +49,7 @@ public:
     bool AddTimePos(const String& key, const TimePos& value);
     bool AddBinaryStore(const String& key, const BinaryStore& value);
 
+    /// Give the first item of that key and type. False: none, out is untouched.
     bool GetUSHORT(const String& key, USHORT& out) const;
     bool GetULONG(const String& key, ULONG& out) const;
     bool GetBool(const String& key, bool& out) const;
@@ -58,6 +61,7 @@ public:
     SettingsTransportSet* AddSet(const String& key);
     /// Number of sub-sets, named or not, in order.
     ULONG GetSetCount() const;
+    /// A sub-set, and its key. An index past the end: std::out_of_range.
     const SettingsTransportSet& GetSet(ULONG index) const;
     const String& GetSetKey(ULONG index) const;
     /// The first sub-set of that key, null when there is none.
@@ -67,12 +71,15 @@ public:
     /// Lets the object read itself from this set.
     bool GetSettings(SettingsTransferable& object) const;
 
+    /// Number of data items, in order.
     ULONG GetDataCount() const;
+    /// An index past the end: std::out_of_range.
     const String& GetDataKey(ULONG index) const;
     /// The item at index as text: numbers decimal, Bool 1 or 0, TimePos as its milliseconds, BinaryStore in
     /// hexadecimal. False past the end.
     bool GetDataAsString(ULONG index, String& out) const;
 
+    /// The form above, in ASCII.
     String ToJson() const;
     /// Replaces the content. False: not of the form above, a value that does not fit its type, or sub-sets nested more
     /// than 100 deep; nothing changed then.

@@ -31,8 +31,11 @@ protected:
     bool xRunThread(unsigned long& threadId);
     /// Asks the thread to end and waits for it. Nothing when it never ran. On the object's own thread it only asks.
     void xEndThread();
+    /// Only asks.
     void xEndThreadAsync();
+    /// True from the success of xRunThread until the body has returned.
     bool xIsThreadRunning() const;
+    /// True once an end was asked for; every loop polls it.
     bool xShouldThreadEnd() const;
 
 private:

@@ -29,6 +29,7 @@ private:
     virtual void xThread() = 0;
 
 protected:
+    /// Nothing runs yet.
     explicit SingleThreadByPool(ThreadPool& pool);
 
     /// Clears the end request and starts xThread on a pool thread; true at once when it runs already. False: no thread
@@ -37,11 +38,13 @@ protected:
     /// Asks the thread to end and waits for it. Nothing when it never ran. On the object's own thread it only asks. A
     /// thread whose end is asked for before its body began still runs the body.
     void xEndThread();
+    /// Only asks.
     void xEndThreadAsync();
     /// True from the success of xRunThread until the body has returned.
     bool xIsThreadRunning() const;
     /// True once an end was asked for; every loop polls it.
     bool xShouldThreadEnd() const;
+    /// The pool given at construction.
     ThreadPool& xGetPool() const;
 
     /// Changes whenever xIsThreadRunning of any object has turned false (wraps at 2^32): who looks through many objects

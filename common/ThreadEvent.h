@@ -17,10 +17,11 @@ public:
     ThreadEvent(const ThreadEvent&) = delete;
     ThreadEvent& operator=(const ThreadEvent&) = delete;
 
+    /// Wakes all who wait; it stays set until Reset.
     void Set();
     void Reset();
     bool IsSet() const;
-    /// Waits at most milliSecs; true when the event is set.
+    /// Waits at most milliSecs (past 32 bits: the largest such number); true when the event is set.
     bool Wait(ULONG milliSecs) const;
 
 private:

@@ -15,6 +15,7 @@ public:
     ThreadGateway(const ThreadGateway&) = delete;
     ThreadGateway& operator=(const ThreadGateway&) = delete;
 
+    /// Waits until no other thread holds it.
     void Lock() const { m_mutex.lock(); }
     void Unlock() const { m_mutex.unlock(); }
 

@@ -12,6 +12,7 @@ protected:
     ThreadSafe() = default;
     ~ThreadSafe() = default;
 
+    /// As ThreadGateway: each xLock needs its xUnlock.
     void xLock() const { m_gateway.Lock(); }
     void xUnlock() const { m_gateway.Unlock(); }
 

@@ -20,6 +20,7 @@ public:
     {
     }
 
+    /// The current time, of the source.
     void SetNow();
     static TimePos sNow();
     /// Unset.

@@ -21,6 +21,7 @@ public:
     static ULONG sGetNow();
     /// True when the interval has passed at tick now since the last restart. An interval of 0 has passed at once.
     bool IsTriggered(ULONG now) const;
+    /// Counts from tick now on.
     void Restart(ULONG now);
     /// Changes the interval without restarting it. Only the low 32 bits count.
     void SetIntervalMS(ULONG intervalMs);

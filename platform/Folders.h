@@ -64,6 +64,7 @@ inline constexpr unsigned MAX_LINKS = 32;
 class KQCOMMON_API RootFolder
 {
 public:
+    /// Nothing is open; every verb fails.
     RootFolder();
     ~RootFolder();
     RootFolder(const RootFolder&) = delete;
@@ -84,6 +85,7 @@ public:
     [[nodiscard]] FileResult OpenFile(const std::string& path, FileMode mode, bool create, FileHandle& handle,
                                       bool& made) const;
 
+    /// Makes a folder in one that is there. EXISTS when anything has the name.
     [[nodiscard]] FileResult MakeFolder(const std::string& path) const;
     /// Removes an empty folder (never a link to one).
     [[nodiscard]] FileResult RemoveFolder(const std::string& path) const;

@@ -42,8 +42,10 @@ public:
     bool IsSame(const NetPortBind& other) const;
     friend bool operator==(const NetPortBind& left, const NetPortBind& right) { return left.IsSame(right); }
 
+    /// In host order, 0 = random.
     unsigned short GetPort() const { return m_port; }
     void SetPort(unsigned short port) { m_port = port; }
+    /// Host name or dotted address, empty = every local address. Any text is taken.
     const String& GetHost() const { return m_host; }
     void SetHost(const String& host) { m_host = host; }
     /// True when the system chooses the port (port 0).
@@ -55,6 +57,7 @@ public:
     bool IsYours(NetDNSCache& cache, NetIP address, unsigned short port) const;
 
 protected:
+    /// What Reset does, without a virtual call.
     void xReset();
 
 private:

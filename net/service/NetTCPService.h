@@ -112,20 +112,25 @@ public:
     void SetLogModeNormal(const EventLogSettings& settings, bool logEvents);
     /// Logs into a log of somebody else, which is borrowed and not null; an own one is closed. Before Init.
     void SetLogModeShared(EventLog* const eventLog, bool logEvents);
+    /// The event log in use; never null.
     EventLog& GetEventLog() { return *m_eventLog; }
     const EventLog& GetEventLog() const { return *m_eventLog; }
+    /// The activity log, for the sessions, which add to it.
     DataLogTime& GetActivityLog() { return m_activityLog; }
     const DataLogTime& GetActivityLog() const { return m_activityLog; }
     /// Keeps both data logs in files <folder>/<prefix><name>.db, looked through for old entries once an hour.
     void SetMonitoringEnabled(const FilePath& folder, const String& prefix, const String& activityName,
                               const String& sessionName);
+    /// Closes both data logs.
     void SetMonitoringDisabled();
 
     /// The listener thread runs.
     bool GetIsActive() const;
     /// At least one port is open.
     bool GetIsListening() const;
+    /// Replaces ports by the addresses and ports that listen, as the sockets tell them (an IPv6 one: 0.0.0.0 port 0).
     void GetListeningPorts(Vector<NetServiceStatus::ACTIVEPORT>& ports) const;
+    /// As many sessions as the limit, or more.
     bool GetIsMaxIncomingConnectionsReached() const;
     bool GetIsMaxOutgoingConnectionsReached() const;
     /// Appends one entry per session to out, incoming ones first.
@@ -160,8 +165,11 @@ private:
     struct THREADSTATE;
 
     // The hand-over of the listeners between the listener thread and StartListen or StopListen.
+    /// Asks for the listeners and waits until the thread has put them back into m_listeners, or does not run.
     void xLockListenerAccess();
+    /// Lets the thread have them again.
     void xUnlockListenerAccess();
+    /// Clears both flags: the listeners are the caller's now.
     void xGiveListenerAccessPreLocked();
     bool xIsListenerAccessReqPreLocked() const;
     bool xIsListenerAccessWithThreadPreLocked() const;

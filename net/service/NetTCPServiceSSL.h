@@ -15,9 +15,11 @@ class NetTCPSSL;
 class KQNET_API NetTCPServiceSSL : public NetTCPService
 {
 public:
+    /// As NetTCPService.
     NetTCPServiceSSL(ThreadPool& pool, NetDNSCache& cache);
 
 protected:
+    /// Moves the connection into a new NetTCPSSL and calls xCreateSessionSSL.
     NetTCPSession* xCreateSession(NetTCP* const connection, EventLogSessionID id) final;
 
     /// Makes the session of one accepted connection. Called on the listener thread with the service lock held; must not

@@ -101,6 +101,7 @@ public:
     unsigned long GetBufSendSize() const;
 
 protected:
+    /// Without a handle. The mode is stored and handed on; nothing depends on its value.
     explicit NetSocket(NetIP::IPLOOKUPMODE mode);
     /// As above, with a cache that the resolver asks first; cache must outlive this object.
     NetSocket(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache);

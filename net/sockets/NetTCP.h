@@ -38,6 +38,7 @@ public:
         bool lastWasCR;        ///< the last byte appended to the current command was CR
     };
 
+    /// Closed. Mode as NetSocket.
     explicit NetTCP(NetIP::IPLOOKUPMODE mode);
     /// With a cache for name look-ups, which must outlive this object and every socket that it accepts.
     NetTCP(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache);
@@ -98,6 +99,7 @@ public:
     /// Accept; with code 46 the object still listens.
     bool SelfAccept();
 
+    /// The state, and questions for it; active means not closed.
     TCP_STATE GetState() const noexcept { return m_state; }
     bool IsActive() const noexcept { return m_state != TS_CLOSED; }
     bool IsConnected() const noexcept { return m_state == TS_CONNECTED; }

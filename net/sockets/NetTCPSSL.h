@@ -33,6 +33,7 @@ public:
     /// Starts the TLS library; once before any use of TLS. Any thread.
     static void sStartSSL();
 
+    /// Closed, TLS off. Arguments as NetTCP.
     explicit NetTCPSSL(NetIP::IPLOOKUPMODE mode);
     NetTCPSSL(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache);
     ~NetTCPSSL() override;
@@ -75,6 +76,7 @@ protected:
     };
     WAIT_STATE xGetWaitState() const noexcept { return m_waitState; }
 
+    /// As xFreeSSLData(false).
     void xFreeSSLData();
     /// Ends the TLS connection and frees it; graceful: says farewell to the peer first. Where that fails the socket is
     /// shut down and closed, code 48.

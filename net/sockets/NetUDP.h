@@ -21,6 +21,7 @@ public:
         US_OPEN = 1
     };
 
+    /// Closed. Mode as NetSocket.
     explicit NetUDP(NetIP::IPLOOKUPMODE mode);
     /// With a cache for name look-ups, which must outlive this object.
     NetUDP(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache);
@@ -37,13 +38,14 @@ public:
     bool OpenClient(const String& host, unsigned short port);
 
     /// Sends one datagram, waiting at most the block time. len: in, bytes at data; out, bytes sent. True with len 0: no
-    /// room in time (or nothing to send). False: code 47, was not open; 48, failed; 49, an earlier datagram was
-    /// refused; closed. len is 0 then, but stays as it was when the waiting itself failed, kept on purpose.
+    /// room in time, or an empty datagram was sent. False: code 47, was not open; 48, failed; 49, an earlier datagram
+    /// was refused; closed. len is 0 then, but stays as it was when the waiting itself failed, kept on purpose.
     bool SendClient(const unsigned char* data, unsigned long& len);
     /// Receives one datagram, waiting at most the block time. len: in, room in buf; out, bytes stored. True with len 0:
     /// nothing came in time. False as SendClient; code 48 also for a datagram that is longer than the room or empty.
     bool RecvClient(unsigned char* buf, unsigned long& len);
 
+    /// The state, and the question for it.
     UDP_STATE GetState() const noexcept { return m_state; }
     bool IsOpen() const noexcept { return m_state == US_OPEN; }
 
