@@ -583,14 +583,19 @@ TEST_F(NetTCPSessionExchange, Monitor_HangUpAtEveryByteOfADialogue_EndsTheSessio
 
 TEST_F(NetTCPSessionExchange, Monitor_TimeOut_EndsAndLeavesTheSocketToTheThread)
 {
-    TestHostSession& session = Make(std::move(m_served), 1);
-    session.hooks.closed = [](TestHostSession& self) {
-        EXPECT_TRUE(self.xIsTimedOut());
-        EXPECT_TRUE(self.xGetMainSocket()->IsConnected());
-    };
-    Run();
-    EXPECT_EQ(session.GetNotes(), (TEXTS{"start", "handle", "closed", "end", "mainNetClosed"}));
-    EXPECT_TRUE(ClientSeesEnd());
+    for (const bool data : {false, true}) {
+        std::unique_ptr<NetTCP> served;
+        Pair(served, m_client);
+        TestHostSession& session = Make(std::move(served), data ? 0 : 1);
+        session.xSetDataMode(data);
+        session.hooks.closed = [](TestHostSession& self) {
+            EXPECT_TRUE(self.xIsTimedOut());
+            EXPECT_TRUE(self.xGetMainSocket()->IsConnected());
+        };
+        Run();
+        EXPECT_EQ(session.GetNotes(), (TEXTS{"start", "handle", "closed", "end", "mainNetClosed"}));
+        EXPECT_TRUE(ClientSeesEnd());
+    }
 }
 
 TEST_F(NetTCPSessionExchange, Monitor_DisconnectMessage_IsPerformedWithinAPeriodAndACycle)
@@ -1035,14 +1040,24 @@ TEST_F(NetTCPSessionExchange, SendAllData_ResetOnSend_RestartsTheTimeOutOnlyWhen
     }
 }
 
-class NetTCPSessionStuckClient : public NetTCPSessionExchange, public testing::WithParamInterface<int>
+/// What ends a send to a client that reads nothing.
+enum class ENDING
+{
+    TIME_OUT,
+    DISCONNECT,
+    END_REQUEST
+};
+
+class NetTCPSessionStuckClient : public NetTCPSessionExchange, public testing::WithParamInterface<ENDING>
 {
 };
 
 // The client never reads, so the send fills the system's buffers and then waits.
 TEST_P(NetTCPSessionStuckClient, SendAllData_ClientReadsNothing_IsEndedFromOutside)
 {
-    TestHostSession& session = Make(std::move(m_served), GetParam() == 0 ? 1 : 60);
+    const MovedTick tick(0);
+    const std::string bytes(64 << 20, 'x');
+    TestHostSession& session = MakeServed();
     std::atomic<bool> waiting{false};
     session.hooks.shouldWait = [&](TestHostSession& self) {
         waiting = true;
@@ -1052,20 +1067,22 @@ TEST_P(NetTCPSessionStuckClient, SendAllData_ClientReadsNothing_IsEndedFromOutsi
     };
     session.hooks.handle = [&](TestHostSession& self) {
         self.xSetResetTimeOutOnSend(false);
-        const std::string bytes(64 << 20, 'x');
         EXPECT_FALSE(SendText(bytes));
         EXPECT_TRUE(self.xGetMainSocket()->IsConnected());
     };
     ASSERT_TRUE(session.xConstrStartSession());
     ASSERT_TRUE(WaitFor([&] { return waiting.load(); }));
-    if (GetParam() == 1)
+    if (GetParam() == ENDING::TIME_OUT)
+        MovedTick::sAdvance(60000);
+    else if (GetParam() == ENDING::DISCONNECT)
         session.SendControlMsg(NetTCPSession::MSG_DISCONNECT, "");
-    if (GetParam() == 2)
+    else
         session.ForceCompleteAsync();
     EXPECT_TRUE(WaitFor([&] { return session.IsComplete(); }));
 }
 
-INSTANTIATE_TEST_SUITE_P(TimeOutDisconnectEnd, NetTCPSessionStuckClient, testing::Values(0, 1, 2));
+INSTANTIATE_TEST_SUITE_P(Each, NetTCPSessionStuckClient,
+                         testing::Values(ENDING::TIME_OUT, ENDING::DISCONNECT, ENDING::END_REQUEST));
 
 TEST_F(NetTCPSessionExchange, SendAllDataForce_MoreThanTheSystemsBuffersHold_AllArrives)
 {
