@@ -72,7 +72,8 @@ protected:
     /// Takes the whole state over; the live status stays.
     virtual void xUpdateState(bool lock, const STATE& state);
     /// Turns the timer for xHandleCtrlTimeOutPrevent on, with its interval in milliseconds, or off. It starts anew
-    /// after each request.
+    /// after each request. An interval of 0 triggers in every turn, which then neither pauses nor looks at the
+    /// time-out.
     virtual void xSetTimeOutPrevent(bool on, ULONG milliSecs);
     /// Appends a request and returns its id, the first 1. code: the host's meaning. visible: counted, waited for, and
     /// reported when done. Takes no lock, kept on purpose: the caller holds the control lock.

@@ -115,9 +115,8 @@ void NetTCPSession::xPrintLogDebug(const NetTCP* const socket, const String& tex
 
 void NetTCPSession::xSetLogHookNormalOn(NetTCP* const socket, EventLog& log)
 {
-    const bool changed = m_logHook != &log;
     m_logHook = &log;
-    if (!changed || m_hookAnnounced)
+    if (m_hookAnnounced)
         return;
     // So that a log hooked in mid-session still tells where the connection came from.
     m_hookAnnounced = true;
