@@ -25,7 +25,7 @@ OUTCOME Read(const std::uint8_t* data, std::size_t size, std::size_t pieceSize)
 {
     ThreadPool pool;
     UpdateReader reader(pool);
-    MemorySocket socket(data, size, pieceSize);
+    MemorySocket<NetTCP> socket(std::string_view(reinterpret_cast<const char*>(data), size), {pieceSize});
     const auto buffer = std::make_unique<UpdateReader::RECVBUF>();
     UpdateReader::xPrepareBuffer(socket, *buffer);
     OUTCOME outcome;
