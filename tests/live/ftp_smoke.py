@@ -105,11 +105,13 @@ class Curl:
         return self.url + "/" + quoted
 
     def upload(self, tree, remote):
+        """All in one session, like the downloads; whatever else it does has a session of its own."""
+        pairs = []
         for name in files_of(tree):
-            self.call("--upload-file", os.path.join(tree, name), self.url_of(remote + "/" + name))
+            pairs += ["--upload-file", os.path.join(tree, name), self.url_of(remote + "/" + name)]
+        self.call(*pairs)
 
     def download(self, remote, names, target):
-        """All in one session, while the uploads have one each."""
         pairs = []
         for name in names:
             pairs += ["--output", os.path.join(target, name), self.url_of(remote + "/" + name)]
