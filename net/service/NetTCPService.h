@@ -118,7 +118,7 @@ public:
     /// The activity log, for the sessions, which add to it.
     DataLogTime& GetActivityLog() { return m_activityLog; }
     const DataLogTime& GetActivityLog() const { return m_activityLog; }
-    /// Keeps both data logs in files <folder>/<prefix><name>.db, looked through for old entries once an hour.
+    /// Keeps both data logs in files `<folder>/<prefix><name>.db`, looked through for old entries once an hour.
     void SetMonitoringEnabled(const FilePath& folder, const String& prefix, const String& activityName,
                               const String& sessionName);
     /// Closes both data logs.
