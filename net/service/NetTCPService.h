@@ -179,7 +179,13 @@ private:
     void xServeWaitingConnections(THREADSTATE& state);
     void xServeConnection(NetTCP* connection, THREADSTATE& state);
     void xRecordActivity(THREADSTATE& state);
-    NetTCP* xAcceptConnection(LISTENERS& listeners, ULONG& index, ULONG blockMs);
+    /// One connection of the listeners, examined in turn from index on; null when none came within 2 ms, or after a
+    /// pause of 50 ms when none listens. Caller deletes.
+    NetTCP* xAcceptConnection(LISTENERS& listeners, ULONG& index);
+    /// Examines each listener once, from index on, until one has a connection. firstBlockMs: how long the first that
+    /// listens may wait; the others do not. False: none listens.
+    static bool xsExamineListeners(LISTENERS& listeners, ULONG& index, ULONG firstBlockMs,
+                                   std::unique_ptr<NetTCP>& connection);
 
     void xResolveBinds(const NetPortBinds& binds, std::vector<WANTED>& wanted, NetPortBinds& failed);
     void xCloseUnwantedPreLocked(const std::vector<WANTED>& wanted);
