@@ -1,5 +1,5 @@
 # Shared by the scripts of this folder; sourced, not run. Expects `set -euo pipefail` in the caller.
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034  # names that the scripts use
 
 KQ_TREE=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # Everything that is made once and kept: compiler cache, cross-built dependencies, the Wine root.

@@ -345,26 +345,19 @@ void NetTCPService::xServeWaitingConnections(THREADSTATE& state)
 {
     const ULONG most = std::min(state.room, ACCEPTED_AT_ONCE);
     std::vector<std::unique_ptr<NetTCP>> accepted;
-    std::unique_ptr<NetTCP> next(xAcceptConnection(state.listeners, state.nextListener));
-    while (next) {
-        accepted.push_back(std::move(next));
-        if (accepted.size() < most)
-            xsExamineListeners(state.listeners, state.nextListener, 0, next);
+    while (accepted.size() < most) {
+        const ULONG blockMs = accepted.empty() ? ACCEPT_BLOCK_MS : 0;
+        NetTCP* const connection = xAcceptConnection(state.listeners, state.nextListener, blockMs);
+        if (connection == nullptr)
+            break;
+        accepted.emplace_back(connection);
     }
     for (std::unique_ptr<NetTCP>& connection : accepted)
         xServeConnection(connection.release(), state);
 }
 
-NetTCP* NetTCPService::xAcceptConnection(LISTENERS& listeners, ULONG& index)
-{
-    std::unique_ptr<NetTCP> connection;
-    if (!xsExamineListeners(listeners, index, ACCEPT_BLOCK_MS, connection))
-        platform::SleepMs(NO_LISTENER_MS);
-    return connection.release();
-}
-
-bool NetTCPService::xsExamineListeners(LISTENERS& listeners, ULONG& index, ULONG firstBlockMs,
-                                       std::unique_ptr<NetTCP>& connection)
+/// blockMs: how long the first listener examined may wait.
+NetTCP* NetTCPService::xAcceptConnection(LISTENERS& listeners, ULONG& index, ULONG blockMs)
 {
     bool anyListens = false;
     for (ULONG examined = 0; examined < listeners.GetCount(); ++examined) {
@@ -374,13 +367,14 @@ bool NetTCPService::xsExamineListeners(LISTENERS& listeners, ULONG& index, ULONG
         ++index; // also past one that has a connection, so that the ports are served in turn
         if (!listener.IsListening())
             continue;
-        listener.SetBlockTime(anyListens ? 0 : firstBlockMs);
+        listener.SetBlockTime(anyListens ? 0 : blockMs);
         anyListens = true;
-        connection.reset(listener.Accept());
-        if (connection)
-            break;
+        if (NetTCP* connection = listener.Accept())
+            return connection;
     }
-    return anyListens;
+    if (!anyListens)
+        platform::SleepMs(NO_LISTENER_MS);
+    return nullptr;
 }
 
 void NetTCPService::xServeConnection(NetTCP* connection, THREADSTATE& state)

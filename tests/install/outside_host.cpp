@@ -83,7 +83,7 @@ bool WasCalled(CALL call)
 
 template <class CONDITION> bool Wait(CONDITION condition)
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline)
             return false;
