@@ -1,4 +1,5 @@
-// Downloads by NetAppUpdate against a bare socket that reads the same bytes into a file on the same disk.
+// Downloads by NetAppUpdate against a bare socket that reads the same bytes into a file on the same disk: how long they
+// take, and the processor time of the receiving side.
 //
 // usage: update_bench [--size MIB] [--rounds N] [--folder DIR]
 #include "bench/BareSockets.h"
@@ -9,20 +10,21 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <pthread.h>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
 
 using namespace kqlib;
-using CLOCK = std::chrono::steady_clock;
 
 constexpr std::size_t BLOCK = 65536; // of the server and of the bare reader
 constexpr std::uint64_t MIB = 1024 * 1024;
@@ -46,6 +48,38 @@ bool SendAll(int socket, const char* data, std::size_t size)
     }
     return true;
 }
+
+/// What one download took, in seconds.
+struct COST
+{
+    double elapsed = 0;
+    double processor = 0; ///< of every thread but the server's
+};
+
+double SecondsOf(clockid_t clock)
+{
+    timespec now{};
+    ::clock_gettime(clock, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+/// Measures from its construction on.
+class METER
+{
+public:
+    explicit METER(clockid_t serverClock)
+        : m_serverClock(serverClock)
+        , m_start{SecondsOf(CLOCK_MONOTONIC), xProcessor()}
+    {
+    }
+    COST GetCost() const { return {SecondsOf(CLOCK_MONOTONIC) - m_start.elapsed, xProcessor() - m_start.processor}; }
+
+private:
+    double xProcessor() const { return SecondsOf(CLOCK_PROCESS_CPUTIME_ID) - SecondsOf(m_serverClock); }
+
+    clockid_t m_serverClock;
+    COST m_start;
+};
 
 /// Answers one request: a version file for "/v", the installer for anything else.
 void AnswerOne(int connection, unsigned port, std::uint64_t bodySize)
@@ -74,10 +108,11 @@ void AnswerOne(int connection, unsigned port, std::uint64_t bodySize)
     }
 }
 
-/// Seconds that a bare blocking socket takes.
-double DownloadBare(unsigned port, const std::string& path)
+/// What a bare blocking socket takes. The file is removed afterwards.
+COST DownloadBare(unsigned port, clockid_t serverClock, const std::string& folder)
 {
-    const auto start = CLOCK::now();
+    const std::string path = folder + "/update_bench.bare";
+    const METER meter(serverClock);
     const int connection = bench::Connect(static_cast<std::uint16_t>(port));
     const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     const std::string request = "GET /body HTTP/1.1\r\n\r\n";
@@ -93,11 +128,13 @@ double DownloadBare(unsigned port, const std::string& path)
     }
     ::close(file);
     ::close(connection);
-    return std::chrono::duration<double>(CLOCK::now() - start).count();
+    const COST cost = meter.GetCost();
+    std::filesystem::remove(path);
+    return cost;
 }
 
-/// Seconds that the library takes; the check before is not counted.
-double DownloadByLibrary(unsigned port, const std::string& folder)
+/// What the library takes; the check before is not counted. The file is removed afterwards.
+COST DownloadByLibrary(unsigned port, clockid_t serverClock, const std::string& folder)
 {
     ThreadPool pool;
     NetAppUpdate update(pool, String(folder), 0, "bench", "update_bench");
@@ -108,15 +145,15 @@ double DownloadByLibrary(unsigned port, const std::string& folder)
     if (!update.CheckForUpdate("", "127.0.0.1", static_cast<USHORT>(port), "/v"))
         bench::Die("check");
     wait();
-    const auto start = CLOCK::now();
+    const METER meter(serverClock);
     if (!update.DownloadUpdate())
         bench::Die("no update was found");
     wait();
-    const double seconds = std::chrono::duration<double>(CLOCK::now() - start).count();
+    const COST cost = meter.GetCost();
     if (update.GetStatus() != NetAppUpdate::ST_DOWNLOADED)
         bench::Die("download");
     std::filesystem::remove(update.GetDownloadedUpdatePath().c_str());
-    return seconds;
+    return cost;
 }
 
 /// The most memory that this process ever had, in KiB.
@@ -137,6 +174,43 @@ double Median(std::vector<double> values)
     return values[values.size() / 2];
 }
 
+/// Writes out what the disk of the folder still owes, so that no download pays for the one before.
+void SettleDisk(const std::string& folder)
+{
+    const int handle = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (handle < 0 || ::syncfs(handle) != 0)
+        bench::Die("folder");
+    ::close(handle);
+}
+
+/// All rounds of one way of downloading.
+struct SERIES
+{
+    std::vector<double> elapsed;
+    std::vector<double> processor;
+
+    void Add(const COST& cost)
+    {
+        elapsed.push_back(cost.elapsed);
+        processor.push_back(cost.processor);
+    }
+    void Print(const char* name, double mib) const
+    {
+        std::printf("%-13s %8.0f MiB/s, processor %6.3f ms/MiB\n", name, mib / Median(elapsed),
+                    Median(processor) * 1000 / mib);
+    }
+};
+
+/// Bare by library, round by round: what disturbs a round disturbs both.
+void PrintRatio(const char* name, const std::vector<double>& bare, const std::vector<double>& library)
+{
+    std::vector<double> ratios;
+    for (std::size_t round = 0; round < bare.size(); ++round)
+        ratios.push_back(bare[round] / library[round]);
+    const auto [lowest, highest] = std::minmax_element(ratios.begin(), ratios.end());
+    std::printf("%-13s %8.2f, from %.2f to %.2f\n", name, Median(ratios), *lowest, *highest);
+}
+
 void Run(const OPTIONS& options)
 {
     const std::uint64_t size = options.sizeMiB * MIB;
@@ -148,19 +222,25 @@ void Run(const OPTIONS& options)
             ::close(connection);
         }
     });
-    const std::string barePath = options.folder + "/update_bench.bare";
-    std::vector<double> bare;
-    std::vector<double> library;
+    clockid_t serverClock{};
+    if (::pthread_getcpuclockid(server.native_handle(), &serverClock) != 0)
+        bench::Die("clock of a thread");
+    SERIES bare;
+    SERIES library;
     const long before = PeakMemory();
-    for (unsigned round = 0; round < options.rounds; ++round) { // in turn: what disturbs one disturbs the other
-        bare.push_back(DownloadBare(port, barePath));
-        std::filesystem::remove(barePath);
-        library.push_back(DownloadByLibrary(port, options.folder));
+    for (unsigned step = 0; step < options.rounds * 2; ++step) { // bare, library, library, bare, and so on
+        SettleDisk(options.folder);
+        if (step % 4 == 0 || step % 4 == 3)
+            bare.Add(DownloadBare(port, serverClock, options.folder));
+        else
+            library.Add(DownloadByLibrary(port, serverClock, options.folder));
     }
     const double mib = static_cast<double>(options.sizeMiB);
-    std::printf("%.0f MiB, median of %u rounds\n", mib, options.rounds);
-    std::printf("bare socket   %8.0f MiB/s\n", mib / Median(bare));
-    std::printf("NetAppUpdate  %8.0f MiB/s, ratio %.2f\n", mib / Median(library), Median(bare) / Median(library));
+    std::printf("%.0f MiB, medians of %u rounds\n", mib, options.rounds);
+    bare.Print("bare socket", mib);
+    library.Print("NetAppUpdate", mib);
+    PrintRatio("speed ratio", bare.elapsed, library.elapsed);
+    PrintRatio("processor", bare.processor, library.processor);
     std::printf("peak memory   %ld KiB, %ld KiB before\n", PeakMemory(), before);
     ::shutdown(listener, SHUT_RDWR);
     server.join();

@@ -40,7 +40,7 @@ public:
     /// Returns after everything printed before it is in the file.
     virtual void PrintPurge();
 
-    /// Closes the file in use and goes on as told, in the file <folder>/<file name>, the folder made when missing. A
+    /// Closes the file in use and goes on as told, in the file `<folder>/<file name>`, the folder made when missing. A
     /// file that cannot be had drops the lines and is tried again every five seconds while lines come.
     void SetSettings(const EventLogSettings& settings);
     void GetSettings(EventLogSettings& out) const;

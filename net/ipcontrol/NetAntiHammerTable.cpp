@@ -16,6 +16,7 @@ constexpr std::uint32_t ENTRIES_PER_BUCKET = 6;
 
 constexpr unsigned INDEX_BITS = 21;
 constexpr std::uint32_t INDEX_MASK = (1U << INDEX_BITS) - 1;
+constexpr unsigned MARK_BITS = 6;          ///< enough to number the bits of a word
 constexpr std::uint32_t KEPT_SLOTS = 1024; ///< memory that an empty table does not give back
 
 /// The finishing steps of a 64-bit mixing function: every input bit reaches every output bit.
@@ -30,6 +31,18 @@ std::uint64_t Mix(std::uint64_t value)
 std::uint32_t TagOf(std::uint64_t hash)
 {
     return static_cast<std::uint32_t>(hash >> (32 + INDEX_BITS)) << INDEX_BITS;
+}
+
+/// The bit by which a hash is marked in the word of its bucket; the number of the bit is the uppermost part of the tag.
+std::uint64_t MarkOf(std::uint64_t hash)
+{
+    return std::uint64_t{1} << (hash >> (64 - MARK_BITS));
+}
+
+/// The mark of the hash that a cell holds a part of.
+std::uint64_t MarkOfCell(std::uint32_t cell)
+{
+    return std::uint64_t{1} << (cell >> (32 - MARK_BITS));
 }
 
 } // namespace
@@ -47,7 +60,8 @@ void NetAntiHammerTable::Clear()
 {
     m_slots.Clear();
     m_buckets.Clear();
-    m_buckets.Add();
+    m_marks.Clear();
+    xAddBucket();
     m_lowMask = 0;
     for (QUEUE& queue : m_queues)
         queue.oldest = queue.newest = NONE;
@@ -178,7 +192,10 @@ std::uint32_t NetAntiHammerTable::xBucketOf(std::uint64_t hash) const
 std::uint32_t NetAntiHammerTable::xIndexOf(const NetIP& ip) const
 {
     const std::uint64_t hash = xHash(ip);
-    const BUCKET& bucket = m_buckets[xBucketOf(hash)];
+    const std::uint32_t number = xBucketOf(hash);
+    if ((m_marks[number] & MarkOf(hash)) == 0)
+        return NONE;
+    const BUCKET& bucket = m_buckets[number];
     for (const std::uint32_t cell : bucket.cells) {
         if (cell == 0)
             return NONE; // without an empty cell only are there more than the cells
@@ -191,10 +208,18 @@ std::uint32_t NetAntiHammerTable::xIndexOf(const NetIP& ip) const
     return index;
 }
 
+void NetAntiHammerTable::xAddBucket()
+{
+    m_buckets.Add();
+    m_marks.Add();
+}
+
 void NetAntiHammerTable::xPutIntoBucket(std::uint32_t index)
 {
     const std::uint64_t hash = xHash(m_slots[index].ip);
-    BUCKET& bucket = m_buckets[xBucketOf(hash)];
+    const std::uint32_t number = xBucketOf(hash);
+    BUCKET& bucket = m_buckets[number];
+    m_marks[number] |= MarkOf(hash);
     for (std::uint32_t& cell : bucket.cells) {
         if (cell == 0) {
             cell = TagOf(hash) | (index + 1);
@@ -207,7 +232,8 @@ void NetAntiHammerTable::xPutIntoBucket(std::uint32_t index)
 
 void NetAntiHammerTable::xTakeFromBucket(std::uint32_t index)
 {
-    BUCKET& bucket = m_buckets[xBucketOf(xHash(m_slots[index].ip))];
+    const std::uint32_t number = xBucketOf(xHash(m_slots[index].ip));
+    BUCKET& bucket = m_buckets[number];
     std::size_t place = CELLS;
     std::size_t used = 0;
     for (; used < CELLS && bucket.cells[used] != 0; ++used)
@@ -218,7 +244,7 @@ void NetAntiHammerTable::xTakeFromBucket(std::uint32_t index)
         while (*link != index)
             link = &m_slots[*link].chained;
         *link = m_slots[index].chained;
-        return;
+        return; // its mark stays until a cell is given up: one too many does no harm
     }
     // The last cell fills the gap, and one that had no cell gets the last.
     bucket.cells[place] = bucket.cells[used - 1];
@@ -228,6 +254,18 @@ void NetAntiHammerTable::xTakeFromBucket(std::uint32_t index)
         bucket.overflow = m_slots[waiting].chained;
         xPutIntoBucket(waiting);
     }
+    xMarkAnew(number);
+}
+
+void NetAntiHammerTable::xMarkAnew(std::uint32_t number)
+{
+    const BUCKET& bucket = m_buckets[number];
+    std::uint64_t marks = 0;
+    for (std::size_t place = 0; place < CELLS && bucket.cells[place] != 0; ++place)
+        marks |= MarkOfCell(bucket.cells[place]);
+    for (std::uint32_t index = bucket.overflow; index != NONE; index = m_slots[index].chained)
+        marks |= MarkOf(xHash(m_slots[index].ip));
+    m_marks[number] = marks;
 }
 
 /// Adds one bucket, when the entries have become many, and moves to it what now belongs there from the one bucket that
@@ -236,10 +274,12 @@ void NetAntiHammerTable::xSplitBucket()
 {
     if (m_count / ENTRIES_PER_BUCKET < m_buckets.GetCount())
         return;
-    const std::uint32_t added = m_buckets.Add();
-    BUCKET& source = m_buckets[added & m_lowMask];
-    const BUCKET before = source;
-    source = BUCKET();
+    const std::uint32_t added = m_buckets.GetCount();
+    xAddBucket();
+    const std::uint32_t split = added & m_lowMask;
+    const BUCKET before = m_buckets[split];
+    m_buckets[split] = BUCKET();
+    m_marks[split] = 0;
     if (added == m_lowMask * 2 + 1)
         m_lowMask = added;
     for (const std::uint32_t cell : before.cells)

@@ -345,19 +345,26 @@ void NetTCPService::xServeWaitingConnections(THREADSTATE& state)
 {
     const ULONG most = std::min(state.room, ACCEPTED_AT_ONCE);
     std::vector<std::unique_ptr<NetTCP>> accepted;
-    while (accepted.size() < most) {
-        const ULONG blockMs = accepted.empty() ? ACCEPT_BLOCK_MS : 0;
-        NetTCP* const connection = xAcceptConnection(state.listeners, state.nextListener, blockMs);
-        if (connection == nullptr)
-            break;
-        accepted.emplace_back(connection);
+    std::unique_ptr<NetTCP> next(xAcceptConnection(state.listeners, state.nextListener));
+    while (next) {
+        accepted.push_back(std::move(next));
+        if (accepted.size() < most)
+            xsExamineListeners(state.listeners, state.nextListener, 0, next);
     }
     for (std::unique_ptr<NetTCP>& connection : accepted)
         xServeConnection(connection.release(), state);
 }
 
-/// blockMs: how long the first listener examined may wait.
-NetTCP* NetTCPService::xAcceptConnection(LISTENERS& listeners, ULONG& index, ULONG blockMs)
+NetTCP* NetTCPService::xAcceptConnection(LISTENERS& listeners, ULONG& index)
+{
+    std::unique_ptr<NetTCP> connection;
+    if (!xsExamineListeners(listeners, index, ACCEPT_BLOCK_MS, connection))
+        platform::SleepMs(NO_LISTENER_MS);
+    return connection.release();
+}
+
+bool NetTCPService::xsExamineListeners(LISTENERS& listeners, ULONG& index, ULONG firstBlockMs,
+                                       std::unique_ptr<NetTCP>& connection)
 {
     bool anyListens = false;
     for (ULONG examined = 0; examined < listeners.GetCount(); ++examined) {
@@ -367,14 +374,13 @@ NetTCP* NetTCPService::xAcceptConnection(LISTENERS& listeners, ULONG& index, ULO
         ++index; // also past one that has a connection, so that the ports are served in turn
         if (!listener.IsListening())
             continue;
-        listener.SetBlockTime(anyListens ? 0 : blockMs);
+        listener.SetBlockTime(anyListens ? 0 : firstBlockMs);
         anyListens = true;
-        if (NetTCP* connection = listener.Accept())
-            return connection;
+        connection.reset(listener.Accept());
+        if (connection)
+            break;
     }
-    if (!anyListens)
-        platform::SleepMs(NO_LISTENER_MS);
-    return nullptr;
+    return anyListens;
 }
 
 void NetTCPService::xServeConnection(NetTCP* connection, THREADSTATE& state)

@@ -118,7 +118,7 @@ public:
     /// The activity log, for the sessions, which add to it.
     DataLogTime& GetActivityLog() { return m_activityLog; }
     const DataLogTime& GetActivityLog() const { return m_activityLog; }
-    /// Keeps both data logs in files <folder>/<prefix><name>.db, looked through for old entries once an hour.
+    /// Keeps both data logs in files `<folder>/<prefix><name>.db`, looked through for old entries once an hour.
     void SetMonitoringEnabled(const FilePath& folder, const String& prefix, const String& activityName,
                               const String& sessionName);
     /// Closes both data logs.
@@ -179,7 +179,13 @@ private:
     void xServeWaitingConnections(THREADSTATE& state);
     void xServeConnection(NetTCP* connection, THREADSTATE& state);
     void xRecordActivity(THREADSTATE& state);
-    NetTCP* xAcceptConnection(LISTENERS& listeners, ULONG& index, ULONG blockMs);
+    /// One connection of the listeners, examined in turn from index on; null when none came within 2 ms, or after a
+    /// pause of 50 ms when none listens. Caller deletes.
+    NetTCP* xAcceptConnection(LISTENERS& listeners, ULONG& index);
+    /// Examines each listener once, from index on, until one has a connection. firstBlockMs: how long the first that
+    /// listens may wait; the others do not. False: none listens.
+    static bool xsExamineListeners(LISTENERS& listeners, ULONG& index, ULONG firstBlockMs,
+                                   std::unique_ptr<NetTCP>& connection);
 
     void xResolveBinds(const NetPortBinds& binds, std::vector<WANTED>& wanted, NetPortBinds& failed);
     void xCloseUnwantedPreLocked(const std::vector<WANTED>& wanted);

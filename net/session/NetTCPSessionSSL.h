@@ -22,6 +22,9 @@ protected:
     /// Server-side handshake, up to 30 seconds, with the certificate chain and key of the two files. Logs "Connect SSL
     /// Success" or "Connect SSL Fail" with the detail (both sides log these texts, kept on purpose). False: nothing
     /// happened when the socket was not connected; otherwise it is closed and "Connection Closed" logged, once.
+    /// What the peer sent in the clear before stays what it is: commands that came along with the one that asked for
+    /// TLS are still delivered by the monitor afterwards, kept on purpose. A host that must drop them (RFC 3207 section
+    /// 6) reads with xRecvCommand and empties its buffer.
     bool xAcceptSSL(NetTCPSSL* const socket, const NETSTATE& state, const String& detail, const FilePath& certFile,
                     const FilePath& keyFile);
     /// Client-side handshake; otherwise the same.

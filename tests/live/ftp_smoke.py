@@ -2,11 +2,15 @@
 """Real clients against kqftpd: curl and lftp upload, list, resume, rename, append and download trees with files from
 0 bytes to 1 GiB in passive, extended passive and active mode, four clients at once; then the same with TLS (and files
 up to 8 MiB), turned on by AUTH TLS and from the first byte, with Python's ftplib as a third client. Every file is
-compared by its SHA-256. Prints one line per step and ends with 1 at the first difference.
+compared by its SHA-256, and what the server logged is read at the end. Prints one line per step and ends with 1 at the
+first difference.
 
-usage: ftp_smoke.py BUILD_DIR [--small]     (--small: largest file 8 MiB)
+usage: ftp_smoke.py BUILD_DIR [--largest MIB] [--emulator PROGRAM]
+  --largest MIB       size of the largest file (1024)
+  --emulator PROGRAM  runs the kqftpd.exe of a Windows build, while the clients stay on this side
 """
 
+import argparse
 import concurrent.futures
 import ftplib
 import hashlib
@@ -17,14 +21,14 @@ import shutil
 import socket
 import ssl
 import subprocess
-import sys
 import tempfile
 import time
 
 from kqftpd import Kqftpd, USER, PASSWORD, free_port, total
 
 SIZES = [0, 1, 2, 1023, 1024, 65535, 65536, 1000003, 8 << 20]
-LARGEST = 1 << 30
+LARGEST_TLS = 8 << 20
+STOP_LIMIT_EMULATED = 10.0  # seconds; beside other tests, all of whose waits go through one process of Wine
 
 
 def digest(path):
@@ -101,14 +105,17 @@ class Curl:
         return self.url + "/" + quoted
 
     def upload(self, tree, remote):
+        """All in one session, like the downloads; whatever else it does has a session of its own."""
+        pairs = []
         for name in files_of(tree):
-            self.call("--upload-file", os.path.join(tree, name), self.url_of(remote + "/" + name))
+            pairs += ["--upload-file", os.path.join(tree, name), self.url_of(remote + "/" + name)]
+        self.call(*pairs)
 
     def download(self, remote, names, target):
+        pairs = []
         for name in names:
-            path = os.path.join(target, name)
-            os.makedirs(os.path.dirname(path), exist_ok=True)
-            self.call("--output", path, self.url_of(remote + "/" + name))
+            pairs += ["--output", os.path.join(target, name), self.url_of(remote + "/" + name)]
+        self.call("--create-dirs", *pairs)
 
     def get(self, remote, local):
         self.call("--output", local, self.url_of(remote))
@@ -326,11 +333,17 @@ def exercise_all(clients, tree, folder):
 
 
 def main():
-    build = sys.argv[1]
-    largest = 8 << 20 if "--small" in sys.argv else LARGEST
-    folder = tempfile.mkdtemp(prefix="kqftpd-smoke-")
+    parser = argparse.ArgumentParser()
+    parser.add_argument("build")
+    parser.add_argument("--largest", type=int, default=1024)
+    parser.add_argument("--emulator", default="")
+    options = parser.parse_args()
+    largest = options.largest << 20
+    # An emulator sees the build's folder only.
+    folder = tempfile.mkdtemp(prefix="kqftpd-smoke-", dir=options.build if options.emulator else None)
     tls_port = free_port()
-    server = Kqftpd(build, os.path.join(folder, "server"), listen_tls="127.0.0.1:%d" % tls_port)
+    server = Kqftpd(options.build, os.path.join(folder, "server"), options.emulator,
+                    listen_tls="127.0.0.1:%d" % tls_port)
     server.tls_port = tls_port
     try:
         tree = os.path.join(folder, "tree")
@@ -338,16 +351,17 @@ def main():
         server.start()
         clients = [Curl(server, mode) for mode in Curl.MODES] + [Lftp(server, mode) for mode in Lftp.MODES]
         exercise_all(clients, tree, folder)
-        if largest > 8 << 20:
-            make_file(os.path.join(tree, "large"), 8 << 20, 102)
+        if largest > LARGEST_TLS:
+            make_file(os.path.join(tree, "large"), LARGEST_TLS, 102)
         exercise_all(tls_clients(server), tree, folder)
-        took = server.stop()
+        took = server.stop(STOP_LIMIT_EMULATED) if options.emulator else server.stop()
         failures = [line for line in server.event_lines() if line[5].endswith("Fail")]
         if failures:
             raise AssertionError("the event log holds failures: %s" % failures[:3])
-        sums = total(server.sessions())
+        sessions = server.check_logs()
+        sums = total(sessions)
         print("stopped in %.2f s; %d sessions, %d bytes in, %d bytes out" %
-              (took, len(server.sessions()), sums["DataInBytes"], sums["DataOutBytes"]))
+              (took, len(sessions), sums["DataInBytes"], sums["DataOutBytes"]))
         print("smoke: ok")
     finally:
         server.end()

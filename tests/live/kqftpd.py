@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import signal
 import socket
 import sqlite3
@@ -21,6 +22,12 @@ COUNTERS = [  # name, offset in the counter block, size
     ("DirsDeleted", 72, 4), ("DirsMoved", 76, 4), ("DirsRead", 80, 4), ("FilesCreated", 84, 4),
     ("FilesAppended", 88, 4), ("FilesDeleted", 92, 4), ("FilesMoved", 96, 4), ("FilesRead", 100, 4),
 ]
+
+# A line of the event log without its end: time, kind, session and thread, remote and local end, event, detail, comment.
+END = r"(?:[0-9.]+|\[[0-9a-f:]+\]):\d+"
+EVENT_LINE = re.compile(r"\d{4}(-\d\d){2} \d\d(:\d\d){2}\.\d{3}\t(Service\t{4}|"
+                        r"(Normal|Debug)\t[0-9A-F]{8}-[0-9A-F]{8}\t(END)?\t(END)?\t)[^\t]+\t[^\t]*\t[^\t]*"
+                        .replace("END", END))
 
 USER = "anna"
 PASSWORD = "a good password"
@@ -42,18 +49,28 @@ def wait_for(condition, seconds, what, describe=lambda: ""):
         time.sleep(0.02)
 
 
+def expect(name, actual, wanted):
+    if actual != wanted:
+        raise AssertionError("%s: %s, wanted %s" % (name, actual, wanted))
+
+
 class Kqftpd:
     """One server process over a folder of its own: homes below home/, logs in logs/."""
 
-    def __init__(self, build, folder, **settings):
-        self.program = os.path.join(build, "bin", "kqftpd")
+    def __init__(self, build, folder, emulator="", **settings):
+        """emulator: the program that runs a Windows build's kqftpd.exe here; it sees the build's folder, and folder
+        must be beneath that."""
+        program = os.path.join(build, "bin", "kqftpd")
+        self.command = [emulator, program + ".exe"] if emulator else [program]
+        # Wine makes Ctrl-C of it, which is how such a program is asked to stop there.
+        self.stop_signal = signal.SIGINT if emulator else signal.SIGTERM
         self.folder = folder
         self.home = os.path.join(folder, "home")
         self.logs = os.path.join(folder, "logs")
         os.makedirs(self.home, exist_ok=True)
         os.makedirs(self.logs, exist_ok=True)
         self.settings_file = os.path.join(folder, "settings.json")
-        stored = subprocess.run([self.program, "--hash-password"], input=PASSWORD + "\n", text=True,
+        stored = subprocess.run(self.command + ["--hash-password"], input=PASSWORD + "\n", text=True,
                                 capture_output=True, check=True).stdout.strip()
         users = [{"name": USER, "password": stored, "home": self.home, "rights": "read,write,delete"},
                  {"name": ADMIN, "password": stored, "home": self.home, "rights": "read,write,delete,admin"}]
@@ -65,8 +82,8 @@ class Kqftpd:
     def start(self):
         with open(self.settings_file, "w") as file:
             json.dump(self.settings, file)
-        self.process = subprocess.Popen([self.program, "--settings", self.settings_file], stdout=subprocess.PIPE,
-                                        text=True)
+        self.process = subprocess.Popen(self.command + ["--settings", self.settings_file],
+                                        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
         line = self.process.stdout.readline()
         if not line.startswith("listening on "):
             raise AssertionError("kqftpd said: " + line)
@@ -74,9 +91,9 @@ class Kqftpd:
         return self
 
     def stop(self, within=2.0):
-        """SIGTERM; returns how long the server took, and fails when that is too long or it did not end well."""
+        """Asks it to stop; returns how long the server took, and fails when that is too long or it did not end well."""
         start = time.monotonic()
-        self.process.send_signal(signal.SIGTERM)
+        self.process.send_signal(self.stop_signal)
         code = self.process.wait(timeout=60)
         took = time.monotonic() - start
         self.process.stdout.close()
@@ -119,9 +136,15 @@ class Kqftpd:
         for name in sorted(os.listdir(self.logs)):
             if name.endswith(".db") or "-wal" in name or "-shm" in name:
                 continue
-            with open(os.path.join(self.logs, name), encoding="latin-1") as log:
-                lines += [line.rstrip("\n").split("\t") for line in log]
+            with open(os.path.join(self.logs, name), encoding="latin-1", newline="\n") as log:
+                lines += [self._event_fields(line) for line in log]
         return lines
+
+    @staticmethod
+    def _event_fields(line):
+        if not line.endswith("\n") or not EVENT_LINE.fullmatch(line[:-1]):
+            raise AssertionError("no line of an event log: %r" % line)
+        return line[:-1].split("\t")
 
     def _rows(self, table):
         rows = []
@@ -139,6 +162,15 @@ class Kqftpd:
 
     def activity(self):
         return [read_counters(row, TIME_OWN) for row in self._rows("units")]
+
+    def check_logs(self):
+        """When it has stopped: the session log, the activity log and the event log agree. Returns the records of the
+        sessions."""
+        sessions = self.sessions()
+        expect("activity sums", total(self.activity()), total(sessions))
+        accepted = sum(1 for line in self.event_lines() if line[5] == "Connection Accepted" and line[6] == "")
+        expect("event log, connections accepted", accepted, len(sessions))
+        return sessions
 
 
 def read_counters(row, start):

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 #include <type_traits>
+#include <vector>
 
 namespace kqlib::test {
 
@@ -16,6 +17,17 @@ template <class FUNCTION> std::size_t VirtualSlot(FUNCTION function)
     std::size_t offset;
     std::memcpy(&offset, &function, sizeof offset);
     return (offset - 1) / sizeof(void*);
+}
+
+using SLOTS = std::vector<std::size_t>;
+
+/// The slots from first to last, both included.
+inline SLOTS SlotRange(std::size_t first, std::size_t last)
+{
+    SLOTS range;
+    for (std::size_t slot = first; slot <= last; ++slot)
+        range.push_back(slot);
+    return range;
 }
 
 } // namespace kqlib::test

@@ -1,6 +1,7 @@
 #include "common/Vector.h"
 
 #include "common/String.h"
+#include "tests/peers/VirtualSlot.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,6 +26,18 @@ TEST(VectorTest, Construct_EachForm_ItsElements)
     EXPECT_THAT(Items(Vector<String>(2, "x")), ElementsAre("x", "x"));
     const Vector<String> copy(Vector<String>(1, "y"));
     EXPECT_THAT(Items(copy), ElementsAre("y"));
+}
+
+TEST(VectorTest, VirtualFunctions_StandInTheFixedOrder)
+{
+    using V = Vector<String>;
+    const String& (V::*const getConst)(ULONG) const = &V::Get;
+    String& (V::*const get)(ULONG) = &V::Get;
+    const test::SLOTS slots = {test::VirtualSlot(&V::Reset), test::VirtualSlot(&V::GetCount),
+                               test::VirtualSlot(getConst),  test::VirtualSlot(get),
+                               test::VirtualSlot(&V::Add),   test::VirtualSlot(&V::Delete),
+                               test::VirtualSlot(&V::Append)};
+    EXPECT_EQ(slots, test::SlotRange(0, 6));
 }
 
 TEST(VectorTest, Add_AppendsACopy)

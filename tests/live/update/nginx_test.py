@@ -1,6 +1,6 @@
 """The update client against nginx: version check and download through redirects.
 
-usage: nginx_test.py KQ
+usage: nginx_test.py KQ [EMULATOR]      (EMULATOR runs a KQ made for Windows; it sees the working folder)
 """
 import os
 import random
@@ -12,7 +12,9 @@ import tempfile
 import time
 import unittest
 
-KQ = sys.argv.pop(1)
+EMULATOR = sys.argv[2:]
+KQ = EMULATOR + sys.argv[1:2]
+del sys.argv[1:]
 NGINX = shutil.which("nginx") or shutil.which("nginx", path="/usr/sbin:/usr/local/sbin")
 NOT_RUN = 77
 INSTALLER_SIZE = 8 * 1024 * 1024 + 13
@@ -52,7 +54,7 @@ def free_port():
 
 class NginxTest(unittest.TestCase):
     def setUp(self):
-        temporary = tempfile.TemporaryDirectory()
+        temporary = tempfile.TemporaryDirectory(dir=os.getcwd() if EMULATOR else None)
         self.addCleanup(temporary.cleanup)
         self.folder = temporary.name
         self.port = free_port()
@@ -86,7 +88,7 @@ class NginxTest(unittest.TestCase):
             file.write(content)
 
     def kq(self, command, path, *more):
-        return subprocess.run([KQ, "update", command, "127.0.0.1", path, "--port", str(self.port), *more],
+        return subprocess.run(KQ + ["update", command, "127.0.0.1", path, "--port", str(self.port), *more],
                               capture_output=True, text=True, timeout=60)
 
     def test_check_directly_and_through_redirects(self):

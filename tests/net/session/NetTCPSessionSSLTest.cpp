@@ -8,6 +8,8 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <functional>
 #include <future>
 
 namespace kqlib::test {
@@ -32,13 +34,21 @@ public:
     using NetTCPSessionSSL::xRecvData;
     using NetTCPSessionSSL::xSendAllData;
     using NetTCPSessionSSL::xSendCommandForce;
+    using NetTCPSessionSSL::xSetSessionCompleted;
     using NetTCPSessionSSL::xsGetNetState;
 
     bool wait = true;      ///< xWaitingForNetShouldWait
     int mainNetClosed = 0; ///< calls of xEventMainNetClosed
+    /// What xEventMonCmdRecv does; none: the session does not read. Set before the thread runs.
+    std::function<void(const String&)> command;
 
 protected:
-    void xHandleSession() override {}
+    void xHandleSession() override
+    {
+        if (command)
+            xMonitorNet(xGetMainSocket());
+    }
+    void xEventMonCmdRecv(const String& text) override { command(text); }
     bool xWaitingForNetShouldWait() override { return wait; }
     void xEventMainNetClosed() override { ++mainNetClosed; }
 };
@@ -155,6 +165,27 @@ TEST_F(NetTCPSessionSSLTest, AcceptSSL_OtherSocketFails_NoEventOfTheMainOne)
     EXPECT_TRUE(m_host->xGetMainSocket()->IsConnected());
     EXPECT_EQ(m_host->mainNetClosed, 0);
     EXPECT_THAT(Lines(), ElementsAre(Line(state, "Connect SSL Fail"), Line(state, "Connection Closed")));
+}
+
+// Who turns to TLS on a command must not let the monitor read, or must expect this (RFC 3207 section 6).
+TEST_F(NetTCPSessionSSLTest, AcceptSSL_InAHandlerOfTheMonitor_BytesSentAlongInTheClearStayCommands_KeptOnPurpose)
+{
+    HalfTLSPeer peer(HalfTLSPeer::CLIENT);
+    TEXTS commands;
+    std::atomic<bool> asked{false};
+    m_host->command = [&](const String& text) {
+        commands.push_back(text.str());
+        if (commands.size() == 2)
+            return m_host->xSetSessionCompleted();
+        asked = true;
+        EXPECT_TRUE(Accept());
+    };
+    ClientSends("AUTH\r\nIN THE CLEAR\r\n");
+    ASSERT_TRUE(m_host->xConstrStartSession());
+    ASSERT_TRUE(WaitFor([&] { return asked.load(); })); // earlier, the monitor would take the handshake for commands
+    EXPECT_TRUE(peer.HandshakeOver(*m_client));
+    ASSERT_TRUE(WaitFor([&] { return m_host->IsComplete(); }));
+    EXPECT_THAT(commands, ElementsAre("AUTH", "IN THE CLEAR"));
 }
 
 TEST_F(NetTCPSessionSSLTest, ConnectSSL_Success_SameTextsAsTheAcceptingSide_KeptOnPurpose)

@@ -9,21 +9,9 @@
 #include <gtest/gtest.h>
 
 #include <type_traits>
-#include <vector>
 
 namespace kqlib::test {
 namespace {
-
-using SLOTS = std::vector<std::size_t>;
-
-/// From first to last, both included.
-SLOTS Range(std::size_t first, std::size_t last)
-{
-    SLOTS range;
-    for (std::size_t slot = first; slot <= last; ++slot)
-        range.push_back(slot);
-    return range;
-}
 
 /// The protected functions of SESSION can only be named in a class that derives from it.
 template <class SESSION> class SlotsOf : public SESSION
@@ -104,10 +92,10 @@ static_assert(C::INVALID_REQID == 0xFFFFFFFFUL);
 
 TEST(NetTCPSessionSlots, VirtualFunctions_AllSessions_StandInTheFixedOrder)
 {
-    EXPECT_EQ(SlotsOf<NetTCPSession>::Common(), Range(3, 18));
-    EXPECT_EQ(SlotsOf<NetTCPSessionSSL>::Common(), Range(3, 18));
-    EXPECT_EQ(SlotsOf<NetTCPSessionControllableSSL>::Common(), Range(3, 18));
-    EXPECT_EQ(SlotsOf<NetTCPSessionControllableSSL>::OfRequests(), Range(19, 30));
+    EXPECT_EQ(SlotsOf<NetTCPSession>::Common(), SlotRange(3, 18));
+    EXPECT_EQ(SlotsOf<NetTCPSessionSSL>::Common(), SlotRange(3, 18));
+    EXPECT_EQ(SlotsOf<NetTCPSessionControllableSSL>::Common(), SlotRange(3, 18));
+    EXPECT_EQ(SlotsOf<NetTCPSessionControllableSSL>::OfRequests(), SlotRange(19, 30));
 }
 
 } // namespace

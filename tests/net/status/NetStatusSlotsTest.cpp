@@ -11,12 +11,9 @@
 #include <gtest/gtest.h>
 
 #include <type_traits>
-#include <vector>
 
 namespace kqlib::test {
 namespace {
-
-using SLOTS = std::vector<std::size_t>;
 
 /// The protected functions of RECORD can only be named in a class that derives from it.
 template <class RECORD> class SlotsOf : public RECORD
@@ -41,8 +38,8 @@ public:
     }
 };
 
-const SLOTS SETTINGS{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
-const SLOTS LOG_ENTRIES{13, 14, 15, 16, 17, 18, 19};
+const SLOTS SETTINGS = SlotRange(2, 12);
+const SLOTS LOG_ENTRIES = SlotRange(13, 19);
 
 static_assert(std::is_same_v<decltype(&NetSessionStatus::SpawnEntry),
                              DataLogEntryRecord* (NetSessionStatus::*)(unsigned long, bool) const>);

@@ -1,6 +1,7 @@
 """The kqftpd program from outside: switches, signals, exit codes.
 
-usage: program_test.py KQFTPD
+usage: program_test.py KQFTPD [EMULATOR]
+  EMULATOR  runs a KQFTPD made for Windows; it sees the working folder
 """
 import ftplib
 import io
@@ -15,15 +16,28 @@ import threading
 import time
 import unittest
 
-PROGRAM = sys.argv.pop(1)
-STOP_LIMIT = 2.0  # seconds
+EMULATOR = sys.argv[2:]
+PROGRAM = EMULATOR + sys.argv[1:2]
+del sys.argv[1:]
+STOP_LIMIT = 10.0 if EMULATOR else 2.0  # seconds
+STOP = signal.SIGINT if EMULATOR else signal.SIGTERM  # Wine makes Ctrl-C of the former
+needs_reload = unittest.skipIf(EMULATOR, "Wine makes no Ctrl-Break, which asks for a reload there")
+
+
+def on_this_side(path):
+    """Where a path that the program printed is found here."""
+    if not EMULATOR or path[1:2] != ":":
+        return path
+    drive = os.path.join(os.environ["KQNET_WINE_PREFIX"], "dosdevices", path[:2].lower())
+    return os.path.join(drive, *path[3:].split("\\"))
 
 
 class Server:
     """A running kqftpd, and the clients made for it."""
 
     def __init__(self, *switches):
-        self.process = subprocess.Popen([PROGRAM, "--print-port", *switches], stdout=subprocess.PIPE, text=True)
+        self.process = subprocess.Popen([*PROGRAM, "--print-port", *switches], stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.PIPE, text=True)
         self.clients = []
         self.port = int(self.process.stdout.readline())
         self.listening = self.process.stdout.readline().strip()
@@ -45,19 +59,19 @@ class Server:
         client.login(user, password)
         return client
 
-    def stop(self, how=signal.SIGTERM):
+    def stop(self, how=STOP):
         start = time.monotonic()
         self.process.send_signal(how)
         return self.process.wait(20), time.monotonic() - start
 
 
 def run(*switches, text=""):
-    return subprocess.run([PROGRAM, *switches], input=text, capture_output=True, text=True, timeout=60)
+    return subprocess.run([*PROGRAM, *switches], input=text, capture_output=True, text=True, timeout=60)
 
 
 class ProgramTest(unittest.TestCase):
     def setUp(self):
-        self.folder = tempfile.TemporaryDirectory()
+        self.folder = tempfile.TemporaryDirectory(dir=os.getcwd() if EMULATOR else None)
         self.addCleanup(self.folder.cleanup)
         self.home = os.path.join(self.folder.name, "home")
         os.mkdir(self.home)
@@ -74,7 +88,7 @@ class ProgramTest(unittest.TestCase):
     def test_demonstration_serves_and_its_folder_goes_with_it(self):
         with Server("--port", "0") as server:
             self.assertEqual(server.listening, f"listening on 127.0.0.1:{server.port}")
-            folder = server.process.stdout.readline().split()[1]
+            folder = on_this_side(server.process.stdout.readline().split()[1])
             client = server.client()
             self.assertEqual(sorted(client.nlst()), ["incoming", "readme.txt"])
             client.quit()
@@ -104,6 +118,7 @@ class ProgramTest(unittest.TestCase):
             for connection in uploads:
                 connection.close()
 
+    @needs_reload
     def test_settings_file_is_served_and_read_again(self):
         path = self.write_settings()
         with Server("--settings", path) as server:
@@ -116,6 +131,7 @@ class ProgramTest(unittest.TestCase):
             self.assertEqual(server.stop()[0], 0)
         self.assertTrue(os.path.exists(os.path.join(self.folder.name, "logs", "kqftpd-sessions.db")))
 
+    @needs_reload
     def test_changed_rules_count_for_new_clients_only(self):
         path = self.write_settings()
         with Server("--settings", path) as server:
@@ -135,6 +151,7 @@ class ProgramTest(unittest.TestCase):
         bad = run("--settings", self.write_settings(connection_rules=["+ip=1.2.3"]), "--check")
         self.assertIn("connection_rules[0]: is not a rule", bad.stderr)
 
+    @needs_reload
     def test_damaged_settings_read_again_change_nothing(self):
         path = self.write_settings()
         with Server("--settings", path) as server:
