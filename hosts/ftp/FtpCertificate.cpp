@@ -3,8 +3,8 @@
 
 #include "common/FileAccess.h"
 #include "common/Messages.h"
-#include "hosts/ftpcommon/FtpPaths.h"
 #include "hosts/ftp/FtpSettings.h"
+#include "hosts/ftpcommon/FtpPaths.h"
 #include "net/ssl/NetSSLCertControl.h"
 #include "net/ssl/NetSSLCertCreate.h"
 

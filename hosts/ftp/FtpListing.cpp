@@ -95,13 +95,6 @@ template <class... Arguments> void AddFormatted(std::string& out, const char* fo
         out.append(text, std::min(static_cast<std::size_t>(length), sizeof text - 1));
 }
 
-void AddSafe(std::string& out, const String& name)
-{
-    const std::size_t start = out.size();
-    out += name.str();
-    std::replace_if(out.begin() + static_cast<std::ptrdiff_t>(start), out.end(), IsControlCharacter, '?');
-}
-
 } // namespace
 
 void FtpListing::sAddLongLine(std::string& out, const String& name, const FACTS& facts, std::int64_t nowMs)
@@ -117,7 +110,7 @@ void FtpListing::sAddLongLine(std::string& out, const String& name, const FACTS&
         AddFormatted(out, "%02u:%02u ", moment.hour, moment.minute);
     else
         AddFormatted(out, "%5d ", moment.year);
-    AddSafe(out, name);
+    out += MakeVisible(name).str();
     out += "\r\n";
 }
 
@@ -138,7 +131,7 @@ void FtpListing::sAddFactLine(std::string& out, const String& name, const FACTS&
     if ((selection & UNIX_MODE) != 0)
         AddFormatted(out, "UNIX.mode=0%03o;", facts.permissions);
     out += ' ';
-    AddSafe(out, name);
+    out += MakeVisible(name).str();
     out += "\r\n";
 }
 
@@ -167,13 +160,6 @@ std::uint32_t FtpListing::sParseFactNames(const String& line)
             selection |= found->fact;
     }
     return selection;
-}
-
-String FtpListing::sMakeSafe(const String& text)
-{
-    std::string safe;
-    AddSafe(safe, text);
-    return String(safe);
 }
 
 } // namespace kqlib

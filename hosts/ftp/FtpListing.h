@@ -50,9 +50,6 @@ public:
     static String sGetFactNames(std::uint32_t selection, bool forFeatures);
     /// The facts that a line like "type;size;" names; unknown names are left out.
     static std::uint32_t sParseFactNames(const String& line);
-
-    /// The text with every control character replaced by "?".
-    static String sMakeSafe(const String& text);
 };
 
 } // namespace kqlib

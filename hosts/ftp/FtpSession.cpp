@@ -1,6 +1,8 @@
 // FtpSession: the loop over commands, replies, and the watch over the control connection.
 #include "hosts/ftp/FtpSession.h"
 
+#include "hosts/ftpcommon/FtpText.h"
+
 #include "common/TimedEvent.h"
 
 #include <algorithm>
@@ -85,7 +87,7 @@ void FtpSession::xRefuseClient(FtpGate::VERDICT verdict)
 
 void FtpSession::xEventControlMsgDisconnectRecv(const String& text)
 {
-    xSayLastWords("421 " + (text.empty() ? String("Disconnected by the administrator") : FtpListing::sMakeSafe(text)));
+    xSayLastWords("421 " + (text.empty() ? String("Disconnected by the administrator") : MakeVisible(text)));
 }
 
 /// Reads the next command. An oversized line is answered at once, and everything up to its end is left out. False: the
@@ -361,7 +363,7 @@ bool FtpSession::xGetQueuedLine(ULONG& position, String& line) const
 
 void FtpSession::xReplyTransferState()
 {
-    xReply(213, String(m_transfer.verb) + " " + FtpListing::sMakeSafe(m_transfer.path) + ": " +
+    xReply(213, String(m_transfer.verb) + " " + MakeVisible(m_transfer.path) + ": " +
                     String::sToString(m_transfer.moved) + " bytes moved");
 }
 

@@ -49,7 +49,7 @@ String DescribeSession(const NetSessionLiveStatus& live)
     line += String(" ") + DescribeAction(live.GetAction());
     if (!live.GetDetail().empty())
         line += " " + live.GetDetail();
-    return FtpListing::sMakeSafe(line) + "\r\n";
+    return MakeVisible(line) + "\r\n";
 }
 
 } // namespace
@@ -193,7 +193,7 @@ void FtpSession::xCmdStat(const String& argument)
     if (!argument.empty())
         return xListOnControl(argument);
     std::string body = " Connected from " + xGetMainNetState().remoteIP.GetText().str() + "\r\n";
-    body += " Logged in as " + FtpListing::sMakeSafe(m_user->GetName()).str() + "\r\n";
+    body += " Logged in as " + MakeVisible(m_user->GetName()).str() + "\r\n";
     body += std::string(" TYPE: ") + (m_isAscii ? "ASCII" : "Image") + ", STRU: File, MODE: Stream\r\n";
     body += m_dataMode == DATAMODE::NONE ? " No data connection\r\n" : " Data connection prepared\r\n";
     xReplyLines(211, "Server status", body, "End of status");

@@ -1,6 +1,7 @@
 // FtpSession: folders, names and times.
 #include "hosts/ftp/FtpSession.h"
 
+#include "hosts/ftpcommon/FtpText.h"
 #include "hosts/ftpcommon/FtpTime.h"
 
 namespace kqlib {
@@ -11,7 +12,7 @@ namespace {
 String Quote(const String& path)
 {
     String quoted = "\"";
-    for (const char character : FtpListing::sMakeSafe(path)) {
+    for (const char character : MakeVisible(path)) {
         quoted += character;
         if (character == '"')
             quoted += character;
@@ -150,7 +151,7 @@ void FtpSession::xCmdMfmt(const String& argument)
         return;
     const RESULT result =
         xHasRight(FtpUserSettings::WRITE) ? m_files.GetRoot().SetModified(path.str(), timeMs) : RESULT::DENIED;
-    xReplyResult(result, 213, "Modify=" + FtpTime::sFormat(timeMs) + "; " + FtpListing::sMakeSafe(name));
+    xReplyResult(result, 213, "Modify=" + FtpTime::sFormat(timeMs) + "; " + MakeVisible(name));
 }
 
 void FtpSession::xCmdMlst(const String& argument)

@@ -3,6 +3,7 @@
 
 #include "hosts/ftp/FtpAscii.h"
 #include "hosts/ftpcommon/FtpFile.h"
+#include "hosts/ftpcommon/FtpText.h"
 
 #include <algorithm>
 #include <charconv>
@@ -364,7 +365,7 @@ void FtpSession::xAddEntry(std::string& out, const LISTING& listing, const Strin
     else if (listing.form == LISTFORM::FACTS)
         FtpListing::sAddFactLine(out, shown, facts, m_facts, xGetListingRights());
     else
-        out.append(FtpListing::sMakeSafe(shown).str()).append("\r\n");
+        out.append(MakeVisible(shown).str()).append("\r\n");
 }
 
 /// STAT with a path: the listing as a reply on the control connection. Its lines begin with the letter of a type, so
@@ -388,7 +389,7 @@ void FtpSession::xListOnControl(const String& argument)
     if (!isFolder)
         listing.prefix = path;
     const unsigned code = isFolder ? 212U : 213U;
-    xSendCommand(xGetMainSocket(), String::sToString(code) + "-Status of " + FtpListing::sMakeSafe(listing.path));
+    xSendCommand(xGetMainSocket(), String::sToString(code) + "-Status of " + MakeVisible(listing.path));
     if (xSendListing(xGetMainSocket(), listing, reader) == END::COMPLETE)
         xReply(code, "End of status");
 }

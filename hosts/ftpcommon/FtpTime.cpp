@@ -86,4 +86,10 @@ bool FtpTime::sParse(const String& text, std::int64_t& timeMs)
     return true;
 }
 
+std::int64_t FtpTime::sToFullSecond(std::int64_t timeMs)
+{
+    using namespace std::chrono;
+    return milliseconds(floor<seconds>(milliseconds(timeMs))).count();
+}
+
 } // namespace kqlib

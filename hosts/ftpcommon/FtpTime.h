@@ -30,6 +30,8 @@ public:
     static String sFormat(std::int64_t timeMs);
     /// Reads that form, with an optional fraction ".s" to ".sss". False: not a time from the years 1601 to 9999.
     [[nodiscard]] static bool sParse(const String& text, std::int64_t& timeMs);
+    /// The time at the beginning of the second.
+    static std::int64_t sToFullSecond(std::int64_t timeMs);
 };
 
 } // namespace kqlib

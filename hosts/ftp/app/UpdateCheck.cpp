@@ -13,16 +13,6 @@ namespace {
 
 constexpr std::uint32_t LOOK_MS = 20;
 
-/// A text of a stranger for a terminal: nothing but what can be seen.
-String Visible(const String& text)
-{
-    String visible = text;
-    for (String::size_type i = 0; i < visible.size(); ++i)
-        if (IsControlCharacter(visible[i]))
-            visible[i] = '?';
-    return visible;
-}
-
 bool Ask(const FtpSettings& settings, String& answer)
 {
     ThreadPool pool;
@@ -38,7 +28,7 @@ bool Ask(const FtpSettings& settings, String& answer)
     switch (update.GetStatus()) {
     case NetAppUpdate::ST_UPDATE_AVAILABLE:
         answer = "version " + String::sToString(update.GetUpdateVersion()) +
-                 " is available: " + Visible(update.GetUpdateDescription());
+                 " is available: " + MakeVisible(update.GetUpdateDescription());
         return true;
     case NetAppUpdate::ST_NO_UPDATE:
         answer = "this is the newest version";

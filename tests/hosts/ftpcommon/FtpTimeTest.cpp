@@ -33,5 +33,13 @@ TEST(FtpTime, Parse_WrongTexts_Refused)
         EXPECT_FALSE(FtpTime::sParse(text, timeMs)) << text;
 }
 
+TEST(FtpTime, ToFullSecond_AnyTime_NotLater)
+{
+    EXPECT_EQ(FtpTime::sToFullSecond(1999), 1000);
+    EXPECT_EQ(FtpTime::sToFullSecond(2000), 2000);
+    EXPECT_EQ(FtpTime::sToFullSecond(-1), -1000);
+    EXPECT_EQ(FtpTime::sToFullSecond(0), 0);
+}
+
 } // namespace
 } // namespace kqlib

@@ -1,0 +1,29 @@
+// kqftp: the command line.
+#include "hosts/ftpclient/app/Commands.h"
+#include "hosts/ftpclient/app/ExitCodes.h"
+#include "hosts/ftpclient/app/StopWatcher.h"
+#include "platform/Signals.h"
+
+#include <CLI/CLI.hpp>
+
+int main(int argc, char** argv)
+{
+    using namespace kqlib;
+    platform::HoldProcessRequests();
+    CLI::App app("kqftp: a file-transfer (FTP) client");
+    app.allow_windows_style_options(false); // "/x" is a path on every system
+    Options options;
+    options.Define(app);
+    CLI11_PARSE(app, argc, argv);
+    Output output(options.isQuiet);
+    FtpClientSettings settings;
+    String path;
+    String error;
+    if (!options.MakeSettings(settings, path, error)) {
+        output.PrintFailure(error);
+        return EXIT_USAGE;
+    }
+    FtpClient client(settings);
+    const StopWatcher watcher([&client] { client.Cancel(); });
+    return Commands(client, options, output).Run(path);
+}
