@@ -3,6 +3,7 @@
 
 #include "net/session/NetTCPSessionSSL.h"
 #include "net/sockets/NetTCPSSL.h"
+#include "platform/Clock.h"
 #include "tests/net/service/TestService.h"
 #include "tests/peers/CapturedEventLog.h"
 #include "tests/peers/HalfTLSPeer.h"
@@ -60,6 +61,7 @@ public:
     }
 
     std::atomic<bool> refuse{false}; ///< the factory returns null
+    std::atomic<USHORT> goTo{0};     ///< unless 0, the factory first connects its socket to this port of "peer.example"
     Trace trace;                     ///< what the factory was given
 
 protected:
@@ -68,6 +70,8 @@ protected:
         trace.Add(std::string(connection->IsConnected() ? "connected" : "closed") +
                   (connection->IsSSLOn() ? ", TLS" : ", plain") +
                   (connection->GetIPLookupMode() == NetIP::LOOKUP_ANY ? "" : ", wrong mode"));
+        if (goTo != 0)
+            trace.Add(connection->Connect(String("peer.example"), goTo) ? "resolved" : "not resolved");
         return refuse ? nullptr : new TLSServiceSession(*this, connection, id);
     }
 };
@@ -166,6 +170,20 @@ TEST_F(NetTCPServiceSSLTest, Factory_ReturnsNull_ClosedWithoutASession)
     EXPECT_EQ(m_service->GetSessionCount(), 0U);
     m_service->refuse = false;
     ExpectServed();
+}
+
+TEST_F(NetTCPServiceSSLTest, Connection_GivenToTheFactory_HasTheServicesCache)
+{
+    VectorPtr<String> addresses;
+    addresses.Give(new String("127.0.0.1"));
+    m_cache.CacheALookup("peer.example", (platform::TickMs() + 60000) & ALL_BITS_32, addresses);
+    NetTCP peer(NetIP::LOOKUP_ANY);
+    ASSERT_TRUE(peer.ListenSpecific(0, NetIP(String("127.0.0.1"))));
+    m_service->refuse = true;
+    m_service->goTo = peer.GetLocalPort();
+    const std::unique_ptr<NetTCP> client = Connect();
+    EXPECT_TRUE(WaitFor([&] { return m_service->trace.GetCount() == 2; }));
+    EXPECT_THAT(m_service->trace.Get(), ElementsAre("connected, plain", "resolved"));
 }
 
 TEST_F(NetTCPServiceSSLTest, SilentClients_OthersAreServedAndTheyEndAfter30Seconds)

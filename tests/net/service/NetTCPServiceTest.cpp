@@ -455,6 +455,23 @@ TEST_F(NetTCPServiceTest, CreateSession_Null_ConnectionClosedNothingLogged)
     EXPECT_THAT(m_log.GetEvents(), IsEmpty());
 }
 
+TEST_F(NetTCPServiceTest, CreateSession_Connection_HasTheServicesModeAndCache)
+{
+    VectorPtr<String> addresses;
+    addresses.Give(new String("127.0.0.1"));
+    m_cache.CacheALookup("peer.example", (platform::TickMs() + 60000) & ALL_BITS_32, addresses);
+    NetTCP peer(NetIP::LOOKUP_ANY);
+    ASSERT_TRUE(peer.ListenSpecific(0, NetIP(String("127.0.0.1"))));
+    std::atomic<bool> resolved{false};
+    m_service->SetFactory([&](NetTCP* connection, EventLogSessionID) -> NetTCPSession* {
+        EXPECT_EQ(connection->GetIPLookupMode(), NetIP::LOOKUP_ANY);
+        resolved = connection->Connect(String("peer.example"), peer.GetLocalPort());
+        return nullptr;
+    });
+    const TestClient client(Start());
+    EXPECT_TRUE(WaitFor([&] { return resolved.load(); }));
+}
+
 TEST_F(NetTCPServiceTest, CreateSession_FactoryTakesTheLockAgain_NoDeadlock)
 {
     EventLogSessionID extra;
