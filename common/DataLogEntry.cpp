@@ -36,7 +36,7 @@ void DataLogEntry::Reset()
 
 bool DataLogEntry::xWriteTo(SettingsTransportSet& set) const
 {
-    xMakeBuffer();
+    xNeedBuffer();
     return set.AddBinaryStore(KEY_DATA, m_store);
 }
 
@@ -107,18 +107,6 @@ bool DataLogEntry::SetRawData(const unsigned char* bytes, ULONG size)
     return true;
 }
 
-unsigned char* DataLogEntry::xGetRaw()
-{
-    xMakeBuffer();
-    return m_store.GetData();
-}
-
-const unsigned char* DataLogEntry::xGetRaw() const
-{
-    xMakeBuffer();
-    return m_store.GetData();
-}
-
 bool DataLogEntry::xIsLike(const DataLogEntry& other) const
 {
     return typeid(*this) == typeid(other) && m_size == other.m_size;
@@ -126,8 +114,6 @@ bool DataLogEntry::xIsLike(const DataLogEntry& other) const
 
 void DataLogEntry::xMakeBuffer() const
 {
-    if (m_store.GetSize() == m_size)
-        return;
     const std::vector<unsigned char> zeros(m_size, 0);
     m_store.Set(zeros.data(), m_size);
 }

@@ -67,12 +67,25 @@ protected:
     DataLogEntry& operator=(const DataLogEntry&) = default;
 
     /// The whole buffer, made of zeros when there is none.
-    unsigned char* xGetRaw();
-    const unsigned char* xGetRaw() const;
+    unsigned char* xGetRaw()
+    {
+        xNeedBuffer();
+        return m_store.GetData();
+    }
+    const unsigned char* xGetRaw() const
+    {
+        xNeedBuffer();
+        return m_store.GetData();
+    }
     ULONG xGetRawFullSize() const { return m_size; }
 
 private:
     bool xIsLike(const DataLogEntry& other) const;
+    void xNeedBuffer() const
+    {
+        if (m_store.GetSize() != m_size)
+            xMakeBuffer();
+    }
     void xMakeBuffer() const;
 
     ULONG m_size;                ///< own bytes and block; set once at construction

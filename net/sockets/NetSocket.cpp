@@ -68,6 +68,7 @@ void NetSocket::Close()
         xSetStateClosed();
     }
     m_recvFlowing = false;
+    m_sendFlowing = true;
     m_remoteIP.Reset();
     m_remotePort = 0;
     m_localIP.Reset();
@@ -220,9 +221,11 @@ bool NetSocket::xResolveEnds(const String& host, const String& localHost, NetIP&
 
 platform::IoResult NetSocket::xSendOnce(const unsigned char* data, unsigned long& len)
 {
-    // The system nearly always has room, so sending is tried first.
-    const platform::IoResult result =
-        xMoveWithin(false, true, len, [&](std::size_t& size) { return platform::SendSocket(m_socket, data, size); });
+    // The system nearly always has room, so sending is tried first. Right after it took only a part there is none.
+    const unsigned long offered = len;
+    const platform::IoResult result = xMoveWithin(
+        false, m_sendFlowing, len, [&](std::size_t& size) { return platform::SendSocket(m_socket, data, size); });
+    m_sendFlowing = result == platform::IoResult::DONE && len == offered;
     if (result == platform::IoResult::DONE)
         xIncreaseOut(len);
     return result;

@@ -172,6 +172,7 @@ private:
     std::uint32_t m_bytesOut = 0;
     std::uint32_t m_blockTimeMs = 0;
     bool m_recvFlowing = false; // the last receive brought bytes, so the next one need not wait first; a hint only
+    bool m_sendFlowing = true;  // the last send took over all, so the next one need not wait first; a hint only
 };
 
 } // namespace kqlib

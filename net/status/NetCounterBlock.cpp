@@ -6,6 +6,16 @@
 
 namespace kqlib {
 
+namespace {
+
+/// Adds in the width of T, without a look at the counter in between: every command and every send increases several.
+template <class T> void Add(unsigned char* field, ULONG8 amount)
+{
+    StoreLittleEndian(field, static_cast<T>(LoadLittleEndian<T>(field) + static_cast<T>(amount)));
+}
+
+} // namespace
+
 // What users of the DLL link to when they need its address.
 constexpr ULONG NetCounterBlock::SIZE;
 
@@ -26,7 +36,11 @@ void NetCounterBlock::sSet(unsigned char* block, COUNTER counter, ULONG8 value)
 
 void NetCounterBlock::sIncrease(unsigned char* block, COUNTER counter, ULONG8 amount)
 {
-    sSet(block, counter, sGet(block, counter) + amount);
+    unsigned char* field = block + sGetOffset(counter);
+    if (sIsWide(counter))
+        Add<ULONG8>(field, amount);
+    else
+        Add<std::uint32_t>(field, amount);
 }
 
 void NetCounterBlock::sFoldInto(unsigned char* target, const unsigned char* source, FOLD fold)
