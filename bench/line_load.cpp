@@ -1,9 +1,13 @@
 // Compares bench/line_server (on the library) with bench/bare_line_server (bare blocking sockets, a thread per
 // connection) in one run on loopback: both are started here, every workload runs against them in turn, several times,
-// and the medians and their ratio are printed. Linux only.
+// and the medians and their ratio are printed, of what was done in a second and of the processor time that each unit of
+// it cost the server. Linux only.
 //
-// usage: line_load [--bin DIR] [--seconds S] [--rounds N] [--only WORKLOAD] [--idle-seconds S]
-//   DIR: where the two servers lie (default: beside this program)
+// usage: line_load [--rounds N] [--seconds S] [--only WORKLOAD] [--idle-seconds S] [--bin DIR]
+//   --rounds, --seconds: measurements of each workload and server, and how long each takes (15 of 0.5 s)
+//   --only: the workloads whose name contains this, or "idle"
+//   --idle-seconds: how long idle sessions are watched (5)
+//   --bin: where the two servers lie (default: beside this program)
 // The workloads over TLS have a certificate of 2048 bits made by the openssl program.
 
 #include "bench/Connection.h"
@@ -12,10 +16,9 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <ctime>
 #include <fstream>
 #include <functional>
-#include <map>
-#include <sstream>
 #include <string>
 #include <sys/epoll.h>
 #include <sys/wait.h>
@@ -25,6 +28,8 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr double WARM_UP_SECONDS = 0.2;
 
 double Since(Clock::time_point start)
 {
@@ -75,20 +80,14 @@ public:
     std::uint16_t Port() const { return m_port; }
     bool IsSecured() const { return m_secured; }
 
-    /// Processor seconds used so far, user and system.
+    /// Processor seconds used so far by all its threads, user and system.
     double CpuSeconds() const
     {
-        std::ifstream stat("/proc/" + std::to_string(m_pid) + "/stat");
-        std::string text;
-        std::getline(stat, text);
-        std::istringstream fields(text.substr(text.rfind(')') + 2));
-        std::string skipped;
-        for (int index = 0; index < 11; ++index)
-            fields >> skipped;
-        unsigned long user = 0;
-        unsigned long system = 0;
-        fields >> user >> system;
-        return static_cast<double>(user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+        clockid_t clock;
+        timespec used{};
+        if (::clock_getcpuclockid(m_pid, &clock) != 0 || ::clock_gettime(clock, &used) != 0)
+            bench::Die("clock_getcpuclockid");
+        return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
     }
     double ResidentMiB() const
     {
@@ -103,6 +102,36 @@ private:
     pid_t m_pid = 0;
     std::uint16_t m_port = 0;
     bool m_secured;
+};
+
+/// What one measurement found.
+struct Figures
+{
+    double rate;      ///< units per second
+    double cpuMicros; ///< processor time of the server for one unit, in microseconds; other work disturbs it less
+};
+
+/// Measures from construction or Restart on.
+class Meter
+{
+public:
+    explicit Meter(const Server& server)
+        : m_server(server)
+    {
+        Restart();
+    }
+    void Restart()
+    {
+        m_start = Clock::now();
+        m_cpu = m_server.CpuSeconds();
+    }
+    double Passed() const { return Since(m_start); }
+    Figures Finish(double units) const { return {units / Passed(), (m_server.CpuSeconds() - m_cpu) * 1e6 / units}; }
+
+private:
+    const Server& m_server;
+    Clock::time_point m_start;
+    double m_cpu = 0;
 };
 
 void SendText(bench::Connection& connection, const std::string& text)
@@ -133,7 +162,7 @@ bench::Connection MustConnect(const Server& server, std::uint32_t host)
 }
 
 /// Commands per second: count connections in a closed loop, one PING outstanding on each, driven by one thread.
-double Commands(const Server& server, unsigned count, double seconds)
+Figures Commands(const Server& server, unsigned count, double seconds)
 {
     std::vector<bench::Connection> connections;
     const int poll = ::epoll_create1(EPOLL_CLOEXEC);
@@ -148,8 +177,8 @@ double Commands(const Server& server, unsigned count, double seconds)
     unsigned long long answers = 0;
     std::vector<epoll_event> events(256);
     char buffer[64];
-    // A second of warming up: the server's threads exist and have run.
-    auto start = Clock::now();
+    // Some warming up first: the server's threads exist and have run.
+    Meter meter(server);
     for (bool warm = false;;) {
         const int ready = ::epoll_wait(poll, events.data(), 256, 1000);
         for (int index = 0; index < ready; ++index) {
@@ -159,65 +188,67 @@ double Commands(const Server& server, unsigned count, double seconds)
             ++answers;
             SendText(connection, "PING\r\n");
         }
-        const double passed = Since(start);
-        if (!warm && passed > 0.3) {
+        if (!warm && meter.Passed() > WARM_UP_SECONDS) {
             warm = true;
             answers = 0;
-            start = Clock::now();
-        } else if (warm && passed >= seconds) {
+            meter.Restart();
+        } else if (warm && meter.Passed() >= seconds) {
             break;
         }
     }
+    const Figures figures = meter.Finish(static_cast<double>(answers));
     ::close(poll);
-    return static_cast<double>(answers) / Since(start);
+    return figures;
 }
 
 /// Commands per second on one connection with depth commands sent at once.
-double Pipelined(const Server& server, unsigned depth, double seconds)
+Figures Pipelined(const Server& server, unsigned depth, double seconds)
 {
     bench::Connection connection = MustConnect(server, 2);
     std::string batch;
     for (unsigned index = 0; index < depth; ++index)
         batch += "PING\r\n";
     unsigned long long answers = 0;
-    const auto start = Clock::now();
-    while (Since(start) < seconds) {
+    const Meter meter(server);
+    while (meter.Passed() < seconds) {
         SendText(connection, batch);
         Swallow(connection, 6ULL * depth);
         answers += depth;
     }
-    return static_cast<double>(answers) / Since(start);
+    return meter.Finish(static_cast<double>(answers));
 }
 
-/// Bytes per second over streams connections, in transfers of size bytes.
-double Bulk(const Server& server, unsigned streams, unsigned long long size, double seconds)
+/// MiB per second over streams connections, in transfers of mib MiB.
+Figures Bulk(const Server& server, unsigned streams, unsigned mib, double seconds)
 {
-    std::atomic<unsigned long long> bytes{0};
+    const unsigned long long size = 1ULL * mib << 20;
+    std::atomic<unsigned> transfers{0};
     std::vector<std::thread> threads;
-    const auto start = Clock::now();
+    const Meter meter(server);
     for (unsigned index = 0; index < streams; ++index)
         threads.emplace_back([&, index] {
             bench::Connection connection = MustConnect(server, 2 + index);
-            while (Since(start) < seconds) {
+            while (meter.Passed() < seconds) {
                 SendText(connection, "GET " + std::to_string(size) + "\r\n");
                 Swallow(connection, size);
-                bytes += size;
+                ++transfers;
             }
         });
     for (std::thread& thread : threads)
         thread.join();
-    return static_cast<double>(bytes.load()) / Since(start);
+    return meter.Finish(1.0 * transfers * mib);
 }
 
-/// Connections per second: clients in a closed loop of connect (with the handshake, over TLS), PING, QUIT, end of stream.
-double Connections(const Server& server, unsigned clients, double seconds)
+/// Connections per second: clients in a closed loop of connect (with the handshake, over TLS), PING, QUIT, end of
+/// stream.
+Figures Connections(const Server& server, unsigned clients, double seconds)
 {
     std::atomic<unsigned long long> made{0};
     std::vector<std::thread> threads;
-    const auto start = Clock::now();
+    const Meter meter(server);
     for (unsigned index = 0; index < clients; ++index)
         threads.emplace_back([&, index] {
-            for (unsigned turn = 0; Since(start) < seconds; ++turn) {
+            for (unsigned turn = 0; meter.Passed() < seconds; ++turn) {
                 bench::Connection connection = MustConnect(server, 2 + (turn * clients + index) % 64);
                 SendText(connection, "PING\r\n");
                 Swallow(connection, 6);
@@ -230,13 +261,13 @@ double Connections(const Server& server, unsigned clients, double seconds)
         });
     for (std::thread& thread : threads)
         thread.join();
-    return static_cast<double>(made.load()) / Since(start);
+    return meter.Finish(static_cast<double>(made.load()));
 }
 
 struct IdleCost
 {
-    double cpu;    ///< processor seconds per second
-    double mib;    ///< resident growth in MiB
+    double cpu; ///< processor seconds per second
+    double mib; ///< resident growth in MiB
 };
 
 IdleCost Idle(const Server& server, unsigned count, double seconds)
@@ -264,29 +295,48 @@ double Median(std::vector<double> values)
 struct Options
 {
     std::string bin;
-    double seconds = 2;
+    double seconds = 0.5;
     double idleSeconds = 5;
-    unsigned rounds = 5;
+    unsigned rounds = 15;
     std::string only;
 };
 
-/// Runs one workload against both servers in turn and prints the medians and their ratio.
-void Compare(const Options& options, const char* name, const char* unit, const Server& library, const Server& bare,
-             const std::function<double(const Server&)>& workload)
+/// The median of each figure over all measurements.
+Figures Median(const std::vector<Figures>& all)
 {
-    if (!options.only.empty() && std::string(name).find(options.only) == std::string::npos)
+    std::vector<double> rates;
+    std::vector<double> cpus;
+    for (const Figures& figures : all) {
+        rates.push_back(figures.rate);
+        cpus.push_back(figures.cpuMicros);
+    }
+    return {Median(rates), Median(cpus)};
+}
+
+/// Runs one workload against both servers in turn and prints the medians and their ratios, library to bare. The ratio
+/// of the rates is the median of the rounds' ratios; lowest and highest stand behind it.
+void Compare(const Options& options, const std::string& name, const char* unit, const Server& library,
+             const Server& bare, const std::function<Figures(const Server&)>& workload)
+{
+    if (name.find(options.only) == std::string::npos)
         return;
-    std::vector<double> ours;
-    std::vector<double> theirs;
+    std::vector<Figures> ours;
+    std::vector<Figures> theirs;
     std::vector<double> ratios;
     for (unsigned round = 0; round < options.rounds; ++round) {
-        ours.push_back(workload(library));
+        const bool libraryFirst = round % 2 == 0; // neither gains from its place
+        if (libraryFirst)
+            ours.push_back(workload(library));
         theirs.push_back(workload(bare));
-        ratios.push_back(ours.back() / theirs.back());
+        if (!libraryFirst)
+            ours.push_back(workload(library));
+        ratios.push_back(ours.back().rate / theirs.back().rate);
     }
     const auto [low, high] = std::minmax_element(ratios.begin(), ratios.end());
-    std::printf("%-28s %14.0f %14.0f %-10s %6.2f  (%.2f to %.2f)\n", name, Median(ours), Median(theirs), unit,
-                Median(ratios), *low, *high);
+    const Figures our = Median(ours);
+    const Figures their = Median(theirs);
+    std::printf("%-25s %9.0f %9.0f %-6s %5.2f (%.2f to %.2f) %9.2f %9.2f %6.2f\n", name.c_str(), our.rate, their.rate,
+                unit, Median(ratios), *low, *high, our.cpuMicros, their.cpuMicros, our.cpuMicros / their.cpuMicros);
     std::fflush(stdout);
 }
 
@@ -304,10 +354,10 @@ void CompareSecured(const Options& options)
         const std::vector<std::string> arguments{"--port", "0", "--tls", cert, key};
         const Server library(options.bin + "/line_server", arguments, true);
         const Server bare(options.bin + "/bare_line_server", arguments, true);
-        Compare(options, "bulk over TLS, 1 stream", "bytes/s", library, bare,
-                [&](const Server& server) { return Bulk(server, 1, 64ULL << 20, options.seconds); });
-        Compare(options, "bulk over TLS, 4 streams", "bytes/s", library, bare,
-                [&](const Server& server) { return Bulk(server, 4, 16ULL << 20, options.seconds); });
+        Compare(options, "bulk over TLS, 1 stream", "MiB/s", library, bare,
+                [&](const Server& server) { return Bulk(server, 1, 64, options.seconds); });
+        Compare(options, "bulk over TLS, 4 streams", "MiB/s", library, bare,
+                [&](const Server& server) { return Bulk(server, 4, 16, options.seconds); });
         Compare(options, "TLS handshakes, 4 clients", "per s", library, bare,
                 [&](const Server& server) { return Connections(server, 4, options.seconds); });
     } else {
@@ -320,7 +370,7 @@ void CompareSecured(const Options& options)
 
 void CompareIdle(const Options& options)
 {
-    if (!options.only.empty() && options.only != "idle")
+    if (std::string("idle").find(options.only) == std::string::npos)
         return;
     std::printf("\n%-28s %14s %14s\n", "1000 idle sessions", "processor s/s", "resident MiB");
     const auto print = [&](const char* name, const std::string& program, std::vector<std::string> arguments) {
@@ -345,34 +395,39 @@ int main(int argc, char** argv)
     options.bin = self.substr(0, self.rfind('/') == std::string::npos ? 0 : self.rfind('/'));
     if (options.bin.empty())
         options.bin = ".";
-    for (int index = 1; index + 1 < argc; index += 2) {
+    for (int index = 1; index < argc; index += 2) {
         const std::string key = argv[index];
-        const std::string value = argv[index + 1];
-        if (key == "--bin")
+        const std::string value = index + 1 < argc ? argv[index + 1] : "";
+        if (key == "--bin" && !value.empty())
             options.bin = value;
-        else if (key == "--seconds")
+        else if (key == "--seconds" && !value.empty())
             options.seconds = std::stod(value);
-        else if (key == "--idle-seconds")
+        else if (key == "--idle-seconds" && !value.empty())
             options.idleSeconds = std::stod(value);
-        else if (key == "--rounds")
-            options.rounds = static_cast<unsigned>(std::stoul(value));
-        else if (key == "--only")
+        else if (key == "--rounds" && !value.empty())
+            options.rounds = std::max(1U, static_cast<unsigned>(std::stoul(value)));
+        else if (key == "--only" && !value.empty())
             options.only = value;
+        else {
+            std::fprintf(stderr, "line_load: what is \"%s %s\"?\n", key.c_str(), value.c_str());
+            return 2;
+        }
     }
     std::signal(SIGPIPE, SIG_IGN); // SSL_write would raise it
-    std::printf("%-28s %14s %14s %-10s %6s\n", "workload (median)", "library", "bare", "", "ratio");
+    std::printf("%-25s %9s %9s %-6s %20s %9s %9s %6s\n", "medians", "library", "bare", "", "ratio               ",
+                "us each", "us each", "ratio");
     {
         const Server library(options.bin + "/line_server", {"--port", "0"});
         const Server bare(options.bin + "/bare_line_server", {"--port", "0"});
         for (const unsigned count : {1U, 16U, 64U, 256U})
-            Compare(options, ("commands, " + std::to_string(count) + " connections").c_str(), "per s", library, bare,
+            Compare(options, "commands, " + std::to_string(count) + " connections", "per s", library, bare,
                     [&](const Server& server) { return Commands(server, count, options.seconds); });
         Compare(options, "pipelined, 64 deep", "per s", library, bare,
                 [&](const Server& server) { return Pipelined(server, 64, options.seconds); });
-        Compare(options, "bulk, 1 stream of 256 MiB", "bytes/s", library, bare,
-                [&](const Server& server) { return Bulk(server, 1, 256ULL << 20, options.seconds); });
-        Compare(options, "bulk, 4 streams of 64 MiB", "bytes/s", library, bare,
-                [&](const Server& server) { return Bulk(server, 4, 64ULL << 20, options.seconds); });
+        Compare(options, "bulk, 1 stream of 256 MiB", "MiB/s", library, bare,
+                [&](const Server& server) { return Bulk(server, 1, 256, options.seconds); });
+        Compare(options, "bulk, 4 streams of 64 MiB", "MiB/s", library, bare,
+                [&](const Server& server) { return Bulk(server, 4, 64, options.seconds); });
         Compare(options, "connections, 4 clients", "per s", library, bare,
                 [&](const Server& server) { return Connections(server, 4, options.seconds); });
     }
