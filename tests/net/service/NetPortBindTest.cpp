@@ -1,9 +1,7 @@
 // Port bindings: one binding and the list with its text line.
 #include "common/SettingsTransportSet.h"
-#include "common/VectorPtr.h"
-#include "net/dns/NetDNSCache.h"
 #include "net/service/NetPortBinds.h"
-#include "platform/Clock.h"
+#include "tests/peers/KnownName.h"
 
 #include <gtest/gtest.h>
 
@@ -15,14 +13,6 @@ namespace {
 NetIP IP(const char* text)
 {
     return NetIP(String(text));
-}
-
-/// Makes a name known to those who share the cache.
-void Remember(NetDNSCache& cache, const char* name, const char* address)
-{
-    VectorPtr<String> addresses;
-    addresses.Give(new String(address));
-    cache.CacheALookup(name, (platform::TickMs() + 600000) & ALL_BITS_32, addresses);
 }
 
 /// A list read from a line with the default separators.
@@ -116,8 +106,8 @@ TEST(NetPortBindTest, IsYours_NameInTwoCaches_ResolvedAnewOnEveryCall)
 {
     NetDNSCache first;
     NetDNSCache second;
-    Remember(first, "server.example", "10.0.0.1");
-    Remember(second, "server.example", "10.0.0.2");
+    MakeNameKnown(first, "server.example", "10.0.0.1");
+    MakeNameKnown(second, "server.example", "10.0.0.2");
     const NetPortBind bind(21, "server.example");
     EXPECT_TRUE(bind.IsYours(first, IP("10.0.0.1"), 21));
     EXPECT_FALSE(bind.IsYours(second, IP("10.0.0.1"), 21));

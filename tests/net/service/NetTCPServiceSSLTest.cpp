@@ -3,10 +3,10 @@
 
 #include "net/session/NetTCPSessionSSL.h"
 #include "net/sockets/NetTCPSSL.h"
-#include "platform/Clock.h"
 #include "tests/net/service/TestService.h"
 #include "tests/peers/CapturedEventLog.h"
 #include "tests/peers/HalfTLSPeer.h"
+#include "tests/peers/KnownName.h"
 #include "tests/peers/MovedClocks.h"
 #include "tests/peers/TLSFiles.h"
 
@@ -174,9 +174,7 @@ TEST_F(NetTCPServiceSSLTest, Factory_ReturnsNull_ClosedWithoutASession)
 
 TEST_F(NetTCPServiceSSLTest, Connection_GivenToTheFactory_HasTheServicesCache)
 {
-    VectorPtr<String> addresses;
-    addresses.Give(new String("127.0.0.1"));
-    m_cache.CacheALookup("peer.example", (platform::TickMs() + 60000) & ALL_BITS_32, addresses);
+    MakeNameKnown(m_cache, "peer.example", "127.0.0.1");
     NetTCP peer(NetIP::LOOKUP_ANY);
     ASSERT_TRUE(peer.ListenSpecific(0, NetIP(String("127.0.0.1"))));
     m_service->refuse = true;

@@ -3,9 +3,9 @@
 
 #include "common/EventLogSettings.h"
 #include "net/status/NetServiceLiveStatus.h"
-#include "platform/Clock.h"
 #include "platform/Threads.h"
 #include "tests/net/service/ServiceFixture.h"
+#include "tests/peers/KnownName.h"
 #include "tests/peers/TempFolder.h"
 #include "tests/peers/posix/DescriptorShortage.h"
 
@@ -208,9 +208,7 @@ TEST_F(NetTCPServiceTest, StartListen_HostCannotBeResolved_FailedAndNothingLogge
 
 TEST_F(NetTCPServiceTest, StartListen_HostFromTheSharedCache_Resolved)
 {
-    VectorPtr<String> addresses;
-    addresses.Give(new String("127.0.0.1"));
-    m_cache.CacheALookup("server.example", platform::TickMs() + 60000, addresses);
+    MakeNameKnown(m_cache, "server.example", "127.0.0.1");
     const USHORT port = Start("server.example:0");
     EXPECT_THAT(m_log.GetServiceTexts(), ElementsAre(Opened(port)));
 }
@@ -457,9 +455,7 @@ TEST_F(NetTCPServiceTest, CreateSession_Null_ConnectionClosedNothingLogged)
 
 TEST_F(NetTCPServiceTest, CreateSession_Connection_HasTheServicesModeAndCache)
 {
-    VectorPtr<String> addresses;
-    addresses.Give(new String("127.0.0.1"));
-    m_cache.CacheALookup("peer.example", (platform::TickMs() + 60000) & ALL_BITS_32, addresses);
+    MakeNameKnown(m_cache, "peer.example", "127.0.0.1");
     NetTCP peer(NetIP::LOOKUP_ANY);
     ASSERT_TRUE(peer.ListenSpecific(0, NetIP(String("127.0.0.1"))));
     std::atomic<bool> resolved{false};

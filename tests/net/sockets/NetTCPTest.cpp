@@ -1,9 +1,8 @@
 #include "net/sockets/NetTCP.h"
 
-#include "common/VectorPtr.h"
-#include "net/dns/NetDNSCache.h"
 #include "platform/Sockets.h"
 #include "tests/net/sockets/TestTCP.h"
+#include "tests/peers/KnownName.h"
 #include "tests/peers/ScriptedTCPPeer.h"
 #include "tests/peers/Sockets.h"
 
@@ -20,14 +19,6 @@ using NetTCPTest = NetSocketFixture;
 
 const NetIP LOOPBACK("127.0.0.1");
 const NetIP DOCUMENTATION("203.0.113.7"); // no machine has it
-
-/// A cache that knows a name nobody else does.
-void Remember(NetDNSCache& cache, const String& name, const String& address)
-{
-    VectorPtr<String> records;
-    records.Give(new String(address));
-    cache.CacheALookup(name, (platform::TickMs() + 600000) & ALL_BITS_32, records);
-}
 
 /// Sends until the system takes no more. The bytes sent.
 std::size_t SendUntilFull(NetTCP& socket)
@@ -174,7 +165,7 @@ TEST_F(NetTCPTest, Connect_UnknownLocalName_Error41AndClosed)
 TEST_F(NetTCPTest, Connect_NameInTheCache_Connected)
 {
     NetDNSCache cache;
-    Remember(cache, "peer.test", "127.0.0.1");
+    MakeNameKnown(cache, "peer.test", "127.0.0.1");
     ASSERT_TRUE(listener.ListenSpecific(0, LOOPBACK));
     NetTCP socket(NetIP::LOOKUP_IP4, cache);
     EXPECT_TRUE(socket.Connect(String("peer.test"), listener.GetLocalPort()));
@@ -304,7 +295,7 @@ TEST_F(NetTCPTest, Accept_HandsOnTheLookupMode)
 TEST_F(NetTCPTest, Accept_HandsOnTheCache)
 {
     NetDNSCache cache;
-    Remember(cache, "peer.test", "127.0.0.1");
+    MakeNameKnown(cache, "peer.test", "127.0.0.1");
     NetTCP cached(NetIP::LOOKUP_IP4, cache);
     ASSERT_TRUE(cached.ListenSpecific(0, LOOPBACK));
     ASSERT_TRUE(client.Connect(LOOPBACK, cached.GetLocalPort()));

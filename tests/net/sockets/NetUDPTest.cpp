@@ -1,9 +1,8 @@
 #include "net/sockets/NetUDP.h"
 
-#include "common/VectorPtr.h"
-#include "net/dns/NetDNSCache.h"
 #include "platform/Clock.h"
 #include "platform/Sockets.h"
+#include "tests/peers/KnownName.h"
 #include "tests/peers/Sockets.h"
 #include "tests/peers/WaitFor.h"
 
@@ -138,9 +137,7 @@ TEST_F(NetUDPTest, OpenClient_UnknownNames_Error41)
 TEST_F(NetUDPTest, OpenClient_NameInTheCache_Open)
 {
     NetDNSCache cache;
-    VectorPtr<String> records;
-    records.Give(new String("127.0.0.1"));
-    cache.CacheALookup("peer.test", (platform::TickMs() + 600000) & ALL_BITS_32, records);
+    MakeNameKnown(cache, "peer.test", "127.0.0.1");
     NetUDP socket(NetIP::LOOKUP_IP4, cache);
     EXPECT_TRUE(socket.OpenClient(String("peer.test"), LocalPort(peer)));
     EXPECT_EQ(socket.GetRemoteIP(), LOOPBACK);
