@@ -1,12 +1,22 @@
 // A host that lives outside both libraries: it derives from NetTCPService and NetTCPSession, overrides every virtual
 // operation of both, and serves two clients. It proves that the exported interface is enough for a host: on Linux it is
-// built against the installed package, on Windows against the two DLLs. Exit code 0: every override was called.
+// built against the installed package, on Windows against the two DLLs. It also takes the addresses of the constants
+// that exported classes have. Exit code 0: every override was called, every constant read.
+#include "common/DataLogEntryRecord.h"
+#include "common/DataLogEntryTime.h"
 #include "common/Messages.h"
+#include "common/SettingsTransportSet.h"
 #include "common/ThreadPool.h"
 #include "net/dns/NetDNSCache.h"
+#include "net/ipcontrol/NetAntiHammer.h"
 #include "net/service/NetTCPService.h"
 #include "net/session/NetTCPSession.h"
+#include "net/session/NetTCPSessionControllableSSL.h"
 #include "net/sockets/NetTCP.h"
+#include "net/ssl/NetSSLCertControl.h"
+#include "net/status/NetSessionActivity.h"
+#include "net/status/NetSessionLiveStatus.h"
+#include "net/status/NetSessionStatus.h"
 
 #include <array>
 #include <atomic>
@@ -277,6 +287,43 @@ bool Check(bool passed, const char* what)
     return passed;
 }
 
+/// A constant member of an exported class, and what it should hold.
+struct CONSTANT
+{
+    const ULONG* address;
+    ULONG value;
+};
+
+/// The members are looked up where they are, not replaced by their values: a host may bind references to them.
+bool ReadConstants()
+{
+    const CONSTANT constants[] = {
+        {&DataLogEntryRecord::OWN_SIZE, 16},
+        {&DataLogEntryTime::OWN_SIZE, 4},
+        {&NetAntiHammer::MAX_ENTRIES, 1747626},
+        {&NetCounterBlock::SIZE, 104},
+        {&NetSSLCertControl::SEED_BLOCK_SIZE, 2344},
+        {&NetSessionActivity::BLOCK_SIZE, 136},
+        {&NetSessionLiveStatus::ACTION_RESET, 89},
+        {&NetSessionStatus::BLOCK_SIZE, 292},
+        {&NetSessionStatus::USER_SIZE, 32},
+        {&NetTCPSession::MSG_DISCONNECT, 1},
+        {&NetTCPSessionControllableSSL::INVALID_REQID, 0xFFFFFFFF},
+    };
+    bool passed = true;
+    for (const CONSTANT& constant : constants) {
+        const ULONG* volatile address = constant.address; // the compiler forgets where it leads
+        passed &= Check(address != nullptr && *address == constant.value, "a constant is read at its address");
+    }
+    const char* const* volatile unnamed = &SettingsTransportSet::UNNAMED;
+    const String::size_type* volatile npos = &String::npos;
+    const NetIP* volatile any = &NetIP::ANY_IP4;
+    passed &= Check(*unnamed != nullptr && **unnamed == 0, "the name of what has none is empty");
+    passed &= Check(String("text").find("other") == *npos, "a search without result ends at npos");
+    passed &= Check(any->IsIP4(), "the address of every IPv4 end is one");
+    return passed;
+}
+
 bool ServeClients(ThreadPool& pool, NetDNSCache& cache)
 {
     HostService service(pool, cache);
@@ -327,7 +374,7 @@ int main()
 {
     if (!NetSocket::sStartSockets())
         return 1;
-    bool passed = true;
+    bool passed = ReadConstants();
     {
         ThreadPool pool;
         NetDNSCache cache;
