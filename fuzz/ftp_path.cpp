@@ -137,6 +137,8 @@ private:
 /// The tree on the disk, with something beside it that nobody may reach.
 class Home
 {
+    test::TempFolder m_folder; // goes last, when nothing in it is open any more
+
 public:
     Home()
     {
@@ -172,7 +174,6 @@ public:
     FtpFileSystem files;
 
 private:
-    test::TempFolder m_folder;
     bool m_hasLinks = true;
     std::map<std::pair<std::uint64_t, std::uint64_t>, std::string> m_entries;
 };
