@@ -48,6 +48,7 @@ kqftpd serves files by FTP, in the clear and over TLS, with confined homes,
 address rules, blocks after failed log-ins, statistics and logs. It comes as a
 service that whoever runs it enables after looking at the settings.
 
+kqftp is a client that goes on after lost connections and mirrors folders.
 kq makes certificates, asks name servers, tries out address rules and looks
 for updates.")
 
@@ -80,7 +81,7 @@ install(FILES "${PROJECT_BINARY_DIR}/lintian-overrides" DESTINATION "${CMAKE_INS
         RENAME "${library_package}" COMPONENT libraries)
 
 # Manual pages, and the service with its settings.
-foreach(page IN ITEMS kq.1 kqftpd.8)
+foreach(page IN ITEMS kq.1 kqftp.1 kqftpd.8)
     string(REGEX MATCH "[0-9]$" section "${page}")
     kq_install_gzipped("${PROJECT_SOURCE_DIR}/docs/man/${page}.in" "${CMAKE_INSTALL_MANDIR}/man${section}" "${page}" tools)
 endforeach()

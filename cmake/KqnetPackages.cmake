@@ -1,6 +1,7 @@
-# Packages, by CPack: of Debian (KQNET_DEBIAN, preset linux-package), and a zip of everything for Windows (preset
-# windows32-release). scripts/package makes them.
+# Packages, by CPack: of Debian (preset linux-package), or a zip of everything for Windows (preset windows32-package).
+# scripts/package makes them.
 option(KQNET_DEBIAN "Install what Debian packages hold besides: service, manual pages, changelogs, notices" OFF)
+option(KQNET_WINDOWS_ZIP "Install what the zip for Windows holds besides: documents, notices" OFF)
 
 set(CPACK_PACKAGE_NAME kqnet)
 set(CPACK_PACKAGE_VENDOR kqnet)
@@ -27,7 +28,7 @@ set(header_packages libspdlog-dev libfmt-dev nlohmann-json3-dev libcli11-dev)
 
 if(KQNET_DEBIAN)
     include(KqnetDebian)
-elseif(WIN32)
+elseif(KQNET_WINDOWS_ZIP)
     set(CPACK_GENERATOR ZIP)
     set(CPACK_SYSTEM_NAME windows32)
     set(CPACK_STRIP_FILES ON)

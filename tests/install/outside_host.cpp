@@ -14,6 +14,7 @@
 #include "net/session/NetTCPSessionControllableSSL.h"
 #include "net/sockets/NetTCP.h"
 #include "net/ssl/NetSSLCertControl.h"
+#include "net/status/NetServiceLiveStatus.h"
 #include "net/status/NetSessionActivity.h"
 #include "net/status/NetSessionLiveStatus.h"
 #include "net/status/NetSessionStatus.h"
@@ -324,6 +325,13 @@ bool ReadConstants()
     return passed;
 }
 
+bool IsListed(NetTCPService& service)
+{
+    NetServiceLiveStatus sessions;
+    service.GetLiveSessions(sessions);
+    return sessions.GetCount() != 0;
+}
+
 bool ServeClients(ThreadPool& pool, NetDNSCache& cache)
 {
     HostService service(pool, cache);
@@ -349,6 +357,8 @@ bool ServeClients(ThreadPool& pool, NetDNSCache& cache)
     Client second(ports.Get(0).port);
     passed &= Check(second.Talk("HELLO\r\n", "OK HELLO\r\n"), "the next client is served");
     second.Forget();
+    // A session may answer before the service has it in its list, from which messages are sent.
+    passed &= Check(Wait([&] { return IsListed(service); }), "the session is listed");
     service.SendControlMsgAll(7, "news");
     passed &= Check(second.WaitFor("MESSAGE news\r\n"), "a control message arrives");
     service.SendControlMsgDisconnectAll("enough");

@@ -55,8 +55,9 @@ install_tools() {
     get install "$packages"/libkqnet0_*.deb "$packages"/kqnet-tools_*.deb
     expect 'kq 0' kq --version
     expect 'kqftpd 0' kqftpd --version
+    expect 'kqftp 0' kqftp --version
     expect '640 root:kqftpd' stat -c '%a %U:%G' "$SETTINGS"
-    has_content /usr/share/man/man1/kq.1.gz /usr/share/man/man8/kqftpd.8.gz
+    has_content /usr/share/man/man1/{kq,kqftp}.1.gz /usr/share/man/man8/kqftpd.8.gz
     expect 'settings are good' "${AS_SERVICE[@]}" kqftpd --settings "$SETTINGS" --check
 }
 
@@ -73,6 +74,8 @@ serve() {
     done
     curl -sS "$ADDRESS/sample" | cmp - "$PUBLIC/sample" || fail "another file came back"
     curl -sSk --ssl-reqd "$ADDRESS/sample" | cmp - "$PUBLIC/sample" || fail "another file came back by TLS"
+    kqftp --quiet --tls explicit get "$ADDRESS/sample" /tmp/fetched
+    cmp /tmp/fetched "$PUBLIC/sample" || fail "another file came back to kqftp"
     refuse curl -sS -T /etc/hostname "$ADDRESS/upload"
     kill -HUP $server
     tries=0

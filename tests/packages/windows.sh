@@ -4,8 +4,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 zip=$1
-folder=build/windows32-release/unpacked
-export KQNET_WINE_PREFIX=$PWD/build/windows32-release/wine-prefix
+folder=build/windows32-package/unpacked
+export KQNET_WINE_PREFIX=$PWD/build/windows32-package/wine-prefix
 
 fail() {
     printf 'packages: %s\n' "$*" >&2
@@ -23,7 +23,7 @@ done
 scripts=../../../../scripts
 "$scripts"/wine-run --boot
 trap '"$scripts"/wine-run --shutdown' EXIT
-for program in kq kqftpd; do
+for program in kq kqftp kqftpd; do
     answer=$("$scripts"/wine-run "bin/$program.exe" --version | tr -d '\r') || fail "$program does not run"
     [[ $answer == "$program "[0-9]* ]] || fail "$program says: $answer"
 done

@@ -11,6 +11,7 @@ int main(int argc, char** argv)
     using namespace kqlib;
     platform::HoldProcessRequests();
     CLI::App app("kqftp: a file-transfer (FTP) client");
+    app.set_version_flag("--version", "kqftp " KQFTP_VERSION);
     app.allow_windows_style_options(false); // "/x" is a path on every system
     Options options;
     options.Define(app);
