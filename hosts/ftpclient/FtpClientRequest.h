@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/FilePath.h"
+#include "common/STRINGS.h"
 #include "hosts/ftpclient/FtpRemoteEntry.h"
 
 #include <vector>
@@ -20,7 +21,8 @@ struct FtpClientRequest
         UPLOAD = 5,   ///< localName in localFolder to remotePath
         MAKE_FOLDER = 6,
         REMOVE_FILE = 7,
-        REMOVE_FOLDER = 8
+        REMOVE_FOLDER = 8,
+        SITE = 9 ///< what stands in remotePath, as a SITE command (RFC 959, section 4.1.3)
     };
 
     CODE code = CONNECT;
@@ -56,6 +58,7 @@ struct FtpClientResult
     unsigned replyCode = 0;              ///< REFUSED and its kin: the server's code
     String text;                         ///< why, for people
     std::vector<FtpRemoteEntry> entries; ///< LIST and FACTS
+    STRINGS lines;                       ///< SITE: what the reply holds between its first and its last line
     ULONG8 moved = 0;                    ///< bytes that went over the data connection
 
     bool IsDone() const { return outcome == OUTCOME::DONE; }

@@ -107,6 +107,11 @@ bool FtpClientSession::xCarryOut(const REQUEST& request)
         return xDemand("DELE", path);
     case REQUEST::REMOVE_FOLDER:
         return xDemand("RMD", path);
+    case REQUEST::SITE:
+        if (!xDemand("SITE", request.remotePath))
+            return false;
+        m_result.lines = m_reply.GetInnerLines();
+        return true;
     }
     return xFail(OUTCOME::CONFUSED, "no such request");
 }

@@ -2,6 +2,7 @@
 #include "net/sockets/NetSocket.h"
 #include "tools/kq/CertCommand.h"
 #include "tools/kq/DnsCommand.h"
+#include "tools/kq/LiveCommand.h"
 #include "tools/kq/LogCommand.h"
 #include "tools/kq/RulesCommand.h"
 #include "tools/kq/UpdateCommand.h"
@@ -43,6 +44,7 @@ int Run(int argc, char** argv)
     int exitCode = 0;
     kq::AddCertCommand(app, exitCode);
     kq::AddDnsCommand(app, exitCode);
+    kq::AddLiveCommand(app, exitCode);
     kq::AddLogCommand(app, exitCode);
     kq::AddRulesCommand(app, exitCode);
     kq::AddUpdateCommand(app, exitCode);
