@@ -122,6 +122,23 @@ bool NetTCPSSL::SSLConnect()
     return xHandshake(SSL_connect);
 }
 
+bool NetTCPSSL::SSLEndSending()
+{
+    if (!IsSSLOn())
+        return false;
+    const OpenSSLErrorGuard errors;
+    const std::uint32_t start = Now();
+    while (std::uint32_t(Now() - start) < FAREWELL_LIMIT_MS) {
+        ERR_clear_error();
+        const int result = SSL_shutdown(m_ssl);
+        if (result >= 0) // 0: the other end has not said farewell yet
+            return true;
+        if (!xIsStillUnderWay(result))
+            break;
+    }
+    return false;
+}
+
 String NetTCPSSL::GetPeerCertificates() const
 {
     if (!IsSSLOn())

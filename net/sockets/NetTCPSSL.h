@@ -61,6 +61,12 @@ public:
     bool SSLAccept(const FilePath& certFile, const FilePath& keyFile);
     /// Client side: makes the handshake, at most 30 seconds. Codes as SSLAccept.
     bool SSLConnect();
+    /// Tells the other end that nothing more will be sent, and leaves the connection open for what that end still has
+    /// to say; nothing may be sent afterwards. Who sends much and then closes does this first and receives until the
+    /// end: closing with bytes of the other end's TLS unread breaks the connection off, and on some systems loses what
+    /// is still on its way. Close is the right end afterwards: ShutdownAndClose would wait for the other end's
+    /// farewell, up to 30 seconds. False: TLS is off, or the farewell could not be sent within 30 seconds.
+    bool SSLEndSending();
     /// The certificates that the other end showed in the handshake, its own first, as PEM text one after the other;
     /// empty when TLS is off or it showed none. Nothing has verified them: that is the host's part, before it trusts
     /// the connection with anything.

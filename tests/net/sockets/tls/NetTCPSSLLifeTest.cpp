@@ -98,6 +98,42 @@ TEST_F(NetTCPSSLLife, Close_WithoutFarewell_PeerEndsWith48)
     EXPECT_FALSE(peer.HasFarewell());
 }
 
+TEST_F(NetTCPSSLLife, SSLEndSending_PeerLearnsAndMayStillSpeak)
+{
+    EXPECT_FALSE(m_client.SSLEndSending()) << "TLS is off";
+    HalfTLSPeer peer(HalfTLSPeer::SERVER);
+    SecureClientWith(peer);
+    EXPECT_TRUE(SendAll(m_client, "all of it"));
+    EXPECT_TRUE(m_client.SSLEndSending());
+    EXPECT_TRUE(WaitFor([&] {
+        peer.ReceiveFrom(m_server);
+        return peer.HasFarewell();
+    }));
+    EXPECT_EQ(peer.ReceiveFrom(m_server), "all of it");
+    EXPECT_TRUE(m_client.IsSSLOn());
+    EXPECT_TRUE(SendAll(m_server, peer.Encrypt("late")));
+    EXPECT_EQ(Receive(m_client, 4), "late");
+    m_client.Close();
+    EXPECT_FALSE(m_client.IsConnected());
+}
+
+// Closing at once once lost the end of uploads to servers that send session tickets after the handshake.
+TEST_F(NetTCPSSLLife, SSLEndSending_PeerWithTicketsReadsLate_NothingLost)
+{
+    const std::string bytes(1000000, 'x'); // fits into the system's buffers
+    HalfTLSPeer peer(HalfTLSPeer::SERVER, HalfTLSPeer::TLS_1_3);
+    SecureClientWith(peer);
+    ASSERT_TRUE(SendAll(m_client, bytes));
+    ASSERT_TRUE(m_client.SSLEndSending());
+    ASSERT_TRUE(SendAll(m_server, peer.Encrypt("unread until now")));
+    EXPECT_TRUE(WaitFor([&] {
+        peer.ReceiveFrom(m_server);
+        return peer.HasFarewell();
+    }));
+    EXPECT_EQ(peer.ReceiveFrom(m_server).size(), bytes.size());
+    EXPECT_EQ(Receive(m_client, 16), "unread until now");
+}
+
 TEST_F(NetTCPSSLLife, ShutdownAndClose_SaysFarewellAndDoesNotWaitForThePeers_LastError48KeptOnPurpose)
 {
     HalfTLSPeer peer(HalfTLSPeer::CLIENT);
