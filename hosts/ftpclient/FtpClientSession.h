@@ -128,7 +128,7 @@ private:
     bool xReadPassivePort(USHORT& port);
     bool xPrepareActive();
     bool xAcceptData();
-    void xTakeLeftovers();
+    void xEndSending();
     bool xSecureData();
     void xCloseData(bool inOrder);
     /// Receives once. False: the request failed. isOpen: whether more may come.

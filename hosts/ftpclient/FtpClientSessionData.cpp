@@ -10,6 +10,8 @@ namespace {
 /// How long one wait for a data connection may take: it wakes as soon as something happens, so this only bounds how
 /// late a cancelling is seen.
 constexpr ULONG DATA_BLOCK_TIME_MS = 20;
+/// How long a server may take to leave a data connection on which everything was said.
+constexpr ULONG LEAVE_MS = 10000;
 constexpr unsigned PASSIVE = 227;
 constexpr unsigned EXTENDED_PASSIVE = 229;
 
@@ -186,14 +188,19 @@ bool FtpClientSession::xSecureData()
     return xCheckCertificate(*m_data);
 }
 
-/// After an upload: what TLS of the server said meanwhile, tickets mostly. Closing with bytes unread would break the
-/// connection off, and on some systems lose what the server has not read yet.
-void FtpClientSession::xTakeLeftovers()
+/// After an upload over TLS: says that this was all, and waits until the server has read it and leaves. Closing at once
+/// would break the connection off when TLS of the server has said something meanwhile, and lose what is on its way.
+void FtpClientSession::xEndSending()
 {
-    ULONG got = static_cast<ULONG>(m_chunk.size());
-    m_data->SetBlockTime(0);
-    if (m_data->IsSSLOn())
-        static_cast<void>(m_data->Recv(m_chunk.data(), got)); // nothing is expected
+    if (!m_data->SSLEndSending())
+        return;
+    const TimedEvent limit(TimedEvent::sGetNow(), LEAVE_MS, false);
+    const NETSTATE state = xsGetNetState(m_data.get());
+    for (bool isOpen = true; isOpen && !limit.IsTriggered(TimedEvent::sGetNow()) && xShouldReqContinue();) {
+        ULONG got = static_cast<ULONG>(m_chunk.size());
+        isOpen = xRecvData(m_data.get(), state, m_chunk.data(), got); // of no interest
+    }
+    xClose(m_data.get()); // a farewell that does not come is not waited for any longer
 }
 
 void FtpClientSession::xCloseData(bool inOrder)

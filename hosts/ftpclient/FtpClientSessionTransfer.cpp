@@ -197,7 +197,7 @@ bool FtpClientSession::xSendBytes(platform::FileHandle file, ULONG8 moved, ULONG
         moved += got;
         xNoteProgress(got);
     }
-    xTakeLeftovers();
+    xEndSending();
     return true;
 }
 
