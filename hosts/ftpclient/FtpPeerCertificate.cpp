@@ -46,8 +46,12 @@ bool LoadTrusted(X509_STORE* store, const String& trusted)
     return X509_STORE_load_locations(store, trusted.c_str(), nullptr) == 1;
 }
 
+/// No host would mean any host.
 bool SetHost(X509_VERIFY_PARAM* param, const String& host)
 {
+    if (host.empty())
+        return false;
+    X509_VERIFY_PARAM_set_hostflags(param, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
     NetIP address;
     return address.Set(host) ? X509_VERIFY_PARAM_set1_ip_asc(param, host.c_str()) == 1
                              : X509_VERIFY_PARAM_set1_host(param, host.c_str(), host.size()) == 1;
@@ -71,8 +75,10 @@ bool Verify(const CERTIFICATES& chain, const String& trusted, const String& host
     }
     X509_VERIFY_PARAM* const param = X509_STORE_CTX_get0_param(check.get());
     // A trusted certificate need not be a root.
-    if (!SetHost(param, host) || X509_VERIFY_PARAM_set_flags(param, X509_V_FLAG_PARTIAL_CHAIN) != 1)
+    if (!SetHost(param, host) || X509_VERIFY_PARAM_set_flags(param, X509_V_FLAG_PARTIAL_CHAIN) != 1) {
+        error = "no host that a certificate could be for";
         return false;
+    }
     if (X509_verify_cert(check.get()) == 1)
         return true;
     error = X509_verify_cert_error_string(X509_STORE_CTX_get_error(check.get()));

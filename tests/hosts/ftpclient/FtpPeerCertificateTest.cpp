@@ -49,5 +49,51 @@ TEST_F(FtpPeerCertificateTest, NothingToReadOrNothingShown_Refused)
     EXPECT_FALSE(IsTrusted(m_chain, m_files.MakeFile("empty.crt", ""), "localhost"));
 }
 
+/// Certificates as an authority gives them: authority.crt signs intermediate.crt, which signs the others. They are for
+/// server.test, *.wild.test and 127.0.0.1, and but for expired.crt for a hundred years.
+class FtpPeerCertificateChainTest : public FtpPeerCertificateTest
+{
+protected:
+    FilePath Path(const char* name) const { return FilePath(String(std::string(KQ_TEST_DATA) + "/chain/" + name)); }
+    /// Whether a server that shows its certificate and the intermediate one is trusted by the authority.
+    bool IsShown(const char* certificate, const char* host)
+    {
+        const String shown = m_files.ReadFile(Path(certificate)) + m_files.ReadFile(Path("intermediate.crt"));
+        return IsTrusted(shown, Path("authority.crt"), host);
+    }
+};
+
+TEST_F(FtpPeerCertificateChainTest, HostOfTheCertificate_Trusted)
+{
+    for (const char* host : {"server.test", "SERVER.test", "a.wild.test", "127.0.0.1"})
+        EXPECT_TRUE(IsShown("server.crt", host)) << host << ": " << m_error.c_str();
+}
+
+TEST_F(FtpPeerCertificateChainTest, AnotherHost_RefusedWithReason)
+{
+    for (const char* host : {"other.test", "server.test.evil.test", "wild.test", "a.b.wild.test", "127.0.0.2", ""}) {
+        EXPECT_FALSE(IsShown("server.crt", host)) << host;
+        EXPECT_FALSE(m_error.empty()) << host;
+    }
+}
+
+TEST_F(FtpPeerCertificateChainTest, Expired_RefusedWithReason)
+{
+    EXPECT_FALSE(IsShown("expired.crt", "server.test"));
+    EXPECT_EQ(m_error, "certificate has expired");
+}
+
+TEST_F(FtpPeerCertificateChainTest, NotForServers_Refused)
+{
+    EXPECT_FALSE(IsShown("client_only.crt", "server.test"));
+}
+
+TEST_F(FtpPeerCertificateChainTest, IntermediateNotShown_RefusedUnlessTrustedItself)
+{
+    const String alone = m_files.ReadFile(Path("server.crt"));
+    EXPECT_FALSE(IsTrusted(alone, Path("authority.crt"), "server.test"));
+    EXPECT_TRUE(IsTrusted(alone, Path("intermediate.crt"), "server.test")) << m_error.c_str();
+}
+
 } // namespace
 } // namespace kqlib::test
