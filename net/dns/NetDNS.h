@@ -149,7 +149,6 @@ private:
     bool xIsTimeOut() const;
     void xResetTimeOut();
     bool xProcessResponse(const String& domain, NetUDP& udp, RRTYPE type, String& cname, bool& retry, Messages& msgs);
-    void xNoteExpiry(std::uint32_t expiry);
     bool xStoreInCache(const String& domain, RRTYPE type, std::uint32_t expiry);
     VectorPtr<String>& xGetTextList(RRTYPE type);
     void xClearList(RRTYPE type);
