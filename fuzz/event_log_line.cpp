@@ -28,6 +28,7 @@ public:
         m_log.PrintPurge();
         std::string text;
         m_file.clear();
+        m_file.seekg(static_cast<std::streamoff>(m_size)); // some systems' streams stay at the end that they met
         char buffer[4096];
         do {
             m_file.read(buffer, sizeof buffer);
