@@ -9,6 +9,11 @@ void BinaryStore::Set(const void* bytes, ULONG size)
     m_bytes = std::vector<unsigned char>(first, first + size);
 }
 
+void BinaryStore::SetZeros(ULONG size)
+{
+    m_bytes.assign(size, 0);
+}
+
 void BinaryStore::Append(const void* bytes, ULONG size)
 {
     const auto* first = static_cast<const unsigned char*>(bytes);

@@ -18,6 +18,8 @@ public:
 
     /// Replaces the content by a copy of size bytes, which may be its own.
     void Set(const void* bytes, ULONG size);
+    /// Replaces the content by size bytes of zero.
+    void SetZeros(ULONG size);
     /// Adds a copy of size bytes at the end; they may be its own.
     void Append(const void* bytes, ULONG size);
     /// Empties the buffer and gives its memory back.

@@ -78,6 +78,8 @@ bool DataLog::IsEnabled() const
 
 bool DataLog::AddEntry(const DataLogEntry& entry, Messages& /*messages*/)
 {
+    if (!IsEnabled())
+        return false;
     const auto* const record = dynamic_cast<const DataLogEntryRecord*>(&entry);
     const auto* const time = dynamic_cast<const DataLogEntryTime*>(&entry);
     if (m_state->kind == KIND::RECORD ? !record : !time || time->GetTimeUnit() == 0)

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstring>
 #include <typeinfo>
-#include <vector>
 
 namespace kqlib {
 
@@ -114,8 +113,7 @@ bool DataLogEntry::xIsLike(const DataLogEntry& other) const
 
 void DataLogEntry::xMakeBuffer() const
 {
-    const std::vector<unsigned char> zeros(m_size, 0);
-    m_store.Set(zeros.data(), m_size);
+    m_store.SetZeros(m_size);
 }
 
 } // namespace kqlib

@@ -13,6 +13,7 @@
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
 
+#include <atomic>
 #include <cstdio>
 #include <exception>
 #include <mutex>
@@ -118,12 +119,14 @@ std::unique_ptr<spdlog::logger> OpenLogger(const EventLogSettings& settings)
 
 } // namespace
 
-/// Everything is guarded by the mutex; a line is written under it, so that the lines stand in the order of their times.
+/// Everything but enabled is guarded by the mutex; a line is written under it, so that the lines stand in the order of
+/// their times.
 struct EventLog::STATE
 {
     bool OpenPreLocked();
     void Write(const std::string& fields);
 
+    std::atomic<bool> enabled = false; ///< as in settings: a line that nobody keeps is not even put together
     std::mutex mutex;
     EventLogSettings settings;
     std::unique_ptr<spdlog::logger> logger;     ///< null when the file is not open
@@ -139,19 +142,23 @@ EventLog::~EventLog() = default;
 
 void EventLog::PrintServiceNormal(const String& event, const String& detail, const String& comment)
 {
-    m_state->Write(MakeFields("Service", {}, {}, {}, event, detail, comment));
+    if (m_state->enabled)
+        m_state->Write(MakeFields("Service", {}, {}, {}, event, detail, comment));
 }
 
 void EventLog::PrintIPNormal(const EventLogSessionID& id, NetIP remote, USHORT remotePort, NetIP local,
                              USHORT localPort, const String& event, const String& detail, const String& comment)
 {
-    m_state->Write(MakeFields("Normal", GetSessionText(id), GetEndText(remote, remotePort),
-                              GetEndText(local, localPort), event, detail, comment));
+    if (m_state->enabled)
+        m_state->Write(MakeFields("Normal", GetSessionText(id), GetEndText(remote, remotePort),
+                                  GetEndText(local, localPort), event, detail, comment));
 }
 
 void EventLog::PrintIPDebug(const EventLogSessionID& id, NetIP remote, USHORT remotePort, NetIP local, USHORT localPort,
                             const String& event, const String& detail, const String& comment)
 {
+    if (!m_state->enabled)
+        return;
     {
         std::lock_guard lock(m_state->mutex);
         if (!m_state->settings.GetUsePrintDebug())
@@ -174,6 +181,7 @@ void EventLog::SetSettings(const EventLogSettings& settings)
     m_state->logger.reset();
     m_state->retry = TimedEvent(0, REOPEN_PAUSE_MS, true);
     m_state->settings = settings;
+    m_state->enabled = settings.GetEnabled();
     m_state->OpenPreLocked();
 }
 

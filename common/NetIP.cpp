@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstring>
+#include <iterator>
 
 namespace kqlib {
 
@@ -118,12 +120,14 @@ void AppendHex(String& text, std::uint16_t value)
 
 String DottedText(const unsigned char* bytes)
 {
-    String text;
+    char text[sizeof "255.255.255.255"];
+    char* end = text;
     for (std::size_t index = 0; index < IP4_SIZE; ++index) {
         if (index != 0)
-            text += '.';
-        text += String::sToString(bytes[index]);
+            *end++ = '.';
+        end = std::to_chars(end, std::end(text), bytes[index]).ptr;
     }
+    *end = '\0';
     return text;
 }
 

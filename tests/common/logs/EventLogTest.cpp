@@ -241,6 +241,20 @@ TEST_F(EventLogTest, SetSettings_AnotherFile_GoesOnThere)
     EXPECT_EQ(xLines("two.log").size(), 1U);
 }
 
+TEST_F(EventLogTest, SetSettings_EnabledAgain_GoesOn)
+{
+    EventLog log;
+    log.SetSettings(xSettings("x.log", true));
+    log.SetSettings(EventLogSettings());
+    xPrint(log, "Lost");
+    log.PrintIPDebug(EventLogSessionID(), NetIP(), 0, NetIP(), 0, "Lost", "", "");
+    log.SetSettings(xSettings("x.log", true));
+    xPrint(log, "Kept");
+    log.PrintIPDebug(EventLogSessionID(), NetIP(), 0, NetIP(), 0, "Kept", "", "");
+    log.PrintServiceNormal("Kept", "", "");
+    EXPECT_EQ(xLines("x.log").size(), 3U);
+}
+
 TEST_F(EventLogTest, GetSettings_WhatWasSet)
 {
     EventLog log;

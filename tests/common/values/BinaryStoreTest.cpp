@@ -28,6 +28,17 @@ TEST(BinaryStoreTest, Set_ReplacesTheContent)
     EXPECT_EQ(store.GetSize(), 0U);
 }
 
+TEST(BinaryStoreTest, SetZeros_ReplacesTheContent)
+{
+    BinaryStore store("abc", 3);
+    store.SetZeros(2);
+    EXPECT_EQ(Text(store), std::string(2, '\0'));
+    store.SetZeros(5);
+    EXPECT_EQ(Text(store), std::string(5, '\0'));
+    store.SetZeros(0);
+    EXPECT_EQ(store.GetSize(), 0U);
+}
+
 TEST(BinaryStoreTest, Append_AddsBehind)
 {
     BinaryStore store("ab", 2);
