@@ -39,9 +39,7 @@ NetTCPSessionControllableSSL::NetTCPSessionControllableSSL(ThreadPool& pool, Net
 void NetTCPSessionControllableSSL::CancelReq(ULONG id)
 {
     const ThreadGatewayGuard guard(m_controlLock);
-    if (id == INVALID_REQID)
-        return;
-    if (id == m_currentReq) {
+    if (m_isHandling && id == m_currentReq) {
         m_currentCancelled = true;
         return;
     }
@@ -109,6 +107,7 @@ NetTCPSessionControllableSSL::NEXT NetTCPSessionControllableSSL::xTakeRequest(bo
     if (!m_requests.empty()) {
         request = m_requests.front();
         m_currentReq = request.id;
+        m_isHandling = true;
         m_currentCancelled = false;
         return NEXT::REQUEST;
     }
@@ -144,6 +143,7 @@ void NetTCPSessionControllableSSL::xCarryOut(const REQUEST& request)
         const ThreadGatewayGuard guard(m_controlLock);
         m_requests.pop_front();
         m_currentReq = INVALID_REQID;
+        m_isHandling = false;
         m_currentCancelled = false;
         if (m_timeOutPreventOn)
             m_timeOutPrevent.Restart(TimedEvent::sGetNow());

@@ -136,6 +136,7 @@ private:
     std::uint32_t m_nextReq = 1;
     std::deque<REQUEST> m_requests; ///< the running one stays in front until it is done
     std::uint32_t m_currentReq = INVALID_REQID;
+    bool m_isHandling = false; ///< m_currentReq runs: its id is INVALID_REQID too, once in 2^32 requests
     bool m_currentCancelled = false;
     bool m_timeOutPreventOn = false;
     TimedEvent m_timeOutPrevent;

@@ -4,6 +4,7 @@
 #include "net/status/NetSessionStatus.h"
 #include "tests/net/service/ServiceFixture.h"
 #include "tests/net/status/CounterTable.h"
+#include "tests/peers/PrivateMember.h"
 #include "tests/peers/TempFolder.h"
 
 #include <gmock/gmock.h>
@@ -13,6 +14,14 @@
 #include <thread>
 
 namespace kqlib::test {
+
+/// The number of the next session.
+struct NextSession
+{
+    friend std::uint32_t NetTCPService::*GetPrivateMember(NextSession);
+};
+template struct PrivateMember<NextSession, &NetTCPService::m_nextSession>;
+
 namespace {
 
 using testing::ElementsAre;
@@ -288,6 +297,42 @@ TEST_F(NetTCPServiceSessionsTest, SendControlMsg_OneID_OnlyThatSession)
     EXPECT_TRUE(std::next(clients.begin())->WaitClosed());
     EXPECT_TRUE(clients.front().Talk("hello"));
     EXPECT_TRUE(clients.back().Talk("hello"));
+}
+
+TEST_F(NetTCPServiceSessionsTest, SessionIDs_Near2To32_GoOnAt0AndEachReachesItsSession)
+{
+    const TempFolder folder;
+    m_service->SetMonitoringEnabled(folder.GetFilePath(), "", "activity", "sessions");
+    static_cast<NetTCPService&>(*m_service).*GetPrivateMember(NextSession()) = 0xFFFFFFFDU;
+    const USHORT port = Start();
+    EXPECT_EQ(m_service->GenSessionID().GetSession(), 0xFFFFFFFDU);
+    std::list<TestClient> clients = Connect(port, 4);
+    const std::vector<EventLogSessionID> ids = m_service->GetIDs();
+    std::vector<ULONG> numbers;
+    for (const EventLogSessionID& id : ids)
+        numbers.push_back(id.GetSession());
+    EXPECT_THAT(numbers, ElementsAre(0xFFFFFFFEU, 0xFFFFFFFFU, 0U, 1U));
+    EXPECT_EQ(m_service->GenSessionID().GetSession(), 2U);
+
+    m_service->SendControlMsgDisconnect(ids[1], "highest");
+    ASSERT_TRUE(WaitForSessions(3));
+    EXPECT_TRUE(std::next(clients.begin())->WaitClosed());
+    m_service->SendControlMsgDisconnect(ids[2], "lowest");
+    ASSERT_TRUE(WaitForSessions(2));
+    EXPECT_TRUE(std::next(clients.begin(), 2)->WaitClosed());
+    EXPECT_THAT(GetTrace(), ElementsAre("disconnect:highest", "disconnect:lowest"));
+    EXPECT_TRUE(clients.front().Talk("hello"));
+    EXPECT_TRUE(clients.back().Talk("hello"));
+
+    const ThreadEvent cancel;
+    Messages messages;
+    DataLogResults stored;
+    ASSERT_TRUE(m_service->QueryOldSessions(DataLogQuery(), cancel, stored, messages));
+    ASSERT_EQ(stored.GetCount(), 2U);
+    std::vector<ULONG> storedNumbers;
+    for (ULONG index = 0; index < 2; ++index)
+        storedNumbers.push_back(dynamic_cast<const NetSessionStatus&>(stored.Get(index)).GetSessionID().GetSession());
+    EXPECT_THAT(storedNumbers, testing::UnorderedElementsAre(0xFFFFFFFFU, 0U));
 }
 
 TEST_F(NetTCPServiceSessionsTest, SendControlMsg_UnknownID_Nothing)

@@ -3,6 +3,7 @@
 
 #include "net/sockets/NetTCPSSL.h"
 #include "tests/net/session/SessionFixture.h"
+#include "tests/peers/PrivateMember.h"
 
 #include <gmock/gmock.h>
 
@@ -11,6 +12,14 @@
 #include <thread>
 
 namespace kqlib::test {
+
+/// The id of the next request.
+struct NextRequest
+{
+    friend std::uint32_t NetTCPSessionControllableSSL::*GetPrivateMember(NextRequest);
+};
+template struct PrivateMember<NextRequest, &NetTCPSessionControllableSSL::m_nextReq>;
+
 namespace {
 
 using testing::ElementsAre;
@@ -202,6 +211,38 @@ TEST_F(NetTCPSessionControllableSSLTest, AddReq_Ids_From1Upwards)
     EXPECT_EQ(m_host->Queue(RequestHost::QUICK), 3U);
     EXPECT_EQ(m_host->CountVisible(), 2U);
     EXPECT_EQ(Controllable::INVALID_REQID, 0xFFFFFFFFU);
+}
+
+TEST_F(NetTCPSessionControllableSSLTest, AddReq_IdsNear2To32_GoOnAt0AndEachCanBeCancelled)
+{
+    static_cast<Controllable&>(*m_host).*GetPrivateMember(NextRequest()) = 0xFFFFFFFEU;
+    EXPECT_EQ(m_host->Queue(RequestHost::QUICK), 0xFFFFFFFEU);
+    EXPECT_EQ(m_host->Queue(RequestHost::OBEDIENT), Controllable::INVALID_REQID);
+    EXPECT_EQ(m_host->Queue(RequestHost::QUICK), 0U);
+    EXPECT_EQ(m_host->Queue(RequestHost::OBEDIENT), 1U);
+    m_host->CancelReq(0);
+    ASSERT_TRUE(m_host->Start());
+    ASSERT_TRUE(m_host->WaitForNote("begin 4294967295"));
+    m_host->CancelReq(Controllable::INVALID_REQID);
+    ASSERT_TRUE(m_host->WaitForNote("begin 1"));
+    EXPECT_FALSE(m_host->xIsCurrentReqCancelled(false));
+    m_host->CancelReq(1);
+    ASSERT_TRUE(m_host->WaitForNote("complete 1"));
+    EXPECT_THAT(m_host->GetNotes(),
+                ElementsAre("begin 4294967294", "end 4294967294", "complete 4294967294", "begin 4294967295",
+                            "saw cancel 4294967295", "end 4294967295", "complete 4294967295", "cancelled 0",
+                            "complete 0", "begin 1", "saw cancel 1", "end 1", "complete 1"));
+}
+
+TEST_F(NetTCPSessionControllableSSLTest, CancelReq_Id2To32Minus1WhileQueued_DisposedOf)
+{
+    static_cast<Controllable&>(*m_host).*GetPrivateMember(NextRequest()) = 0xFFFFFFFFU;
+    const ULONG id = m_host->Queue(RequestHost::QUICK);
+    m_host->CancelReq(id);
+    EXPECT_FALSE(m_host->xIsCurrentReqCancelled(false)) << "nothing runs";
+    ASSERT_TRUE(m_host->Start());
+    ASSERT_TRUE(m_host->WaitForNote("complete 4294967295"));
+    EXPECT_THAT(m_host->GetNotes(), ElementsAre("cancelled 4294967295", "complete 4294967295"));
 }
 
 TEST_F(NetTCPSessionControllableSSLTest, Requests_InOrder_EachCompletedWhenVisible)
