@@ -31,7 +31,7 @@ else()
     set(KQNET_PLATFORM posix)
 endif()
 
-# Warnings and sanitizers for our own code.
+# Warnings, sanitizers and line counters for our own code.
 add_library(kqnet_settings INTERFACE)
 target_compile_options(kqnet_settings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor
                                                 -Wold-style-cast -Werror=return-type)
@@ -43,6 +43,11 @@ if(KQNET_SANITIZE)
     target_compile_options(kqnet_settings INTERFACE -fsanitize=${KQNET_SANITIZE} -fno-omit-frame-pointer
                                                     -fno-sanitize-recover=all)
     target_link_options(kqnet_settings INTERFACE -fsanitize=${KQNET_SANITIZE})
+endif()
+if(KQNET_COVERAGE)
+    # Every session has a thread of its own, so the counters must count in all of them.
+    target_compile_options(kqnet_settings INTERFACE --coverage -fprofile-update=atomic -fprofile-abs-path)
+    target_link_options(kqnet_settings INTERFACE --coverage)
 endif()
 
 # Adds the sources of the calling folder to a target. A .cpp file of the folder that is not listed stops the

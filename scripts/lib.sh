@@ -46,6 +46,9 @@ kq_need_packages() {
 KQ_BUILD_PACKAGES=(g++ cmake ninja-build ccache pkg-config libssl-dev libspdlog-dev libsqlite3-dev nlohmann-json3-dev
     libcli11-dev libgtest-dev libgmock-dev libbenchmark-dev)
 
+# The programs that the live tests talk to.
+KQ_TEST_PACKAGES=(python3 curl doxygen lftp openssl nginx-light bind9 util-linux iproute2 procps vsftpd)
+
 # kq_use_ccache: keeps compiled objects in the cache folder, shared by every checkout, unless the caller has a place.
 kq_use_ccache() {
     export CCACHE_DIR=${CCACHE_DIR:-$KQ_CACHE/ccache}
