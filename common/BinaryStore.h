@@ -12,6 +12,7 @@ namespace kqlib {
 class KQCOMMON_API BinaryStore
 {
 public:
+    /// Empty.
     BinaryStore() = default;
     /// As Set.
     BinaryStore(const void* bytes, ULONG size) { Set(bytes, size); }
@@ -26,11 +27,14 @@ public:
     void ResetDeleteMemory();
 
     /// The bytes, valid until the content changes; may be null when there are none.
+    ///@{
     const unsigned char* GetData() const { return m_bytes.data(); }
     unsigned char* GetData() { return m_bytes.data(); }
+    ///@}
     /// Size in bytes.
     ULONG GetSize() const { return static_cast<ULONG>(m_bytes.size()); }
 
+    /// Equal sizes and bytes.
     friend bool operator==(const BinaryStore& left, const BinaryStore& right) { return left.m_bytes == right.m_bytes; }
 
 private:

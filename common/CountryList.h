@@ -5,6 +5,7 @@
 
 namespace kqlib {
 
+/// The codes of ISO 3166-1, a list compiled in.
 class KQCOMMON_API CountryList
 {
 public:

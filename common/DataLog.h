@@ -23,6 +23,7 @@ class DataLogPurge;
 class KQCOMMON_API DataLog
 {
 public:
+    /// Closes the file.
     virtual ~DataLog();
     DataLog(const DataLog&) = delete;
     DataLog& operator=(const DataLog&) = delete;
@@ -31,6 +32,7 @@ public:
     /// opened here, it and its folder are made when missing; when that fails every AddEntry and Query tries again.
     void SetSettings(bool enabled, unsigned long purgeSeconds, const FilePath& folder, const String& filePrefix,
                      const String& logName);
+    /// Whether it was enabled last; not whether its file could be opened.
     bool IsEnabled() const;
 
     /// Stores a copy of the entry. False, without a message, when the log is disabled, the entry is not of the log's
@@ -44,11 +46,13 @@ public:
                DataLogResults& results, Messages& messages) const;
 
 protected:
+    /// What the entries are, and so how they are stored; set once at construction.
     enum class KIND
     {
-        RECORD,
-        TIME
+        RECORD, ///< DataLogEntryRecord: one row per entry
+        TIME    ///< DataLogEntryTime: one row per time unit
     };
+    /// Disabled: the constructor opens nothing.
     explicit DataLog(KIND kind);
 
 private:

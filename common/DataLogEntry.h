@@ -23,8 +23,10 @@ protected:
 
 public:
     /// Same class and the same bytes.
+    ///@{
     bool IsSame(const SettingsTransferable& other) const override;
     bool IsSame(const DataLogEntry& other) const;
+    ///@}
 
     /// All bytes zero, in place.
     virtual void ResetKeepMemory();
@@ -32,12 +34,16 @@ public:
     virtual void ResetDestroySelf();
 
 protected:
-    /// Folds this entry into the buffer of another entry of the same class, at target.
+    /// Folds this entry into the buffer of another entry of the same class, at target, own bytes first. Called by
+    /// MergeInto, which has compared classes and sizes; an override folds its block and calls the base for the own
+    /// bytes.
     virtual void xMergeInto(unsigned char* target) const = 0;
+    /// The same for SimpleCombineInto.
     virtual void xSimpleCombineInto(unsigned char* target) const = 0;
     /// Size of the whole buffer in bytes, own bytes included.
     virtual ULONG xGetSizeReq() const = 0;
-    /// Terminates and cleans the text fields of the block.
+    /// Terminates and cleans the text fields of the block. Called by SetRawData, and so by CopyDataFrom and ReadFrom,
+    /// but not by the constructor over stored bytes. Base version: nothing.
     virtual void xMakeStringsSafe();
 
 public:
@@ -54,6 +60,7 @@ public:
 
     /// The whole buffer, GetRawSize() bytes; the form in which the data logs store it.
     const unsigned char* GetRawData() const;
+    /// Size of the whole buffer in bytes; the same for all entries of a class.
     ULONG GetRawSize() const { return m_size; }
     /// Replaces the buffer by stored bytes of exactly GetRawSize(); text fields are made safe. False: another size.
     bool SetRawData(const unsigned char* bytes, ULONG size);
@@ -67,6 +74,7 @@ protected:
     DataLogEntry& operator=(const DataLogEntry&) = default;
 
     /// The whole buffer, made of zeros when there is none.
+    ///@{
     unsigned char* xGetRaw()
     {
         xNeedBuffer();
@@ -77,6 +85,8 @@ protected:
         xNeedBuffer();
         return m_store.GetData();
     }
+    ///@}
+    /// As GetRawSize.
     ULONG xGetRawFullSize() const { return m_size; }
 
 private:

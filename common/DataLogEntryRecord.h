@@ -11,15 +11,18 @@ namespace kqlib {
 class KQCOMMON_API DataLogEntryRecord : public DataLogEntry
 {
 public:
+    /// Bytes before the block of the derived class; part of the stored format.
     static constexpr ULONG OWN_SIZE = 16;
 
     /// When what the record tells of began and ended, to the millisecond; unset at first.
+    ///@{
     TimePos GetStartTime() const;
     TimePos GetEndTime() const;
     void SetStartTime(const TimePos& time);
     void SetEndTime(const TimePos& time);
     void SetStartTimeNow();
     void SetEndTimeNow();
+    ///@}
 
 protected:
     /// blockSize: bytes of the derived class, all zero at first, as the times.
@@ -35,8 +38,10 @@ protected:
     ULONG xGetSizeReq() const override;
 
     /// The derived class's block, blockSize bytes; valid until ResetDestroySelf.
+    ///@{
     unsigned char* xGetData();
     const unsigned char* xGetData() const;
+    ///@}
     /// Terminates the text field of size bytes at offset of the block, and turns control bytes in it into "_".
     void xMakeStringSafe(ULONG offset, ULONG size);
 };

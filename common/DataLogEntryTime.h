@@ -11,12 +11,15 @@ namespace kqlib {
 class KQCOMMON_API DataLogEntryTime : public DataLogEntry
 {
 public:
+    /// Bytes before the block of the derived class; part of the stored format.
     static constexpr ULONG OWN_SIZE = 4;
 
     /// The unit that the record counts for, 0 at first. Only the low 32 bits count.
+    ///@{
     ULONG GetTimeUnit() const;
     void SetTimeUnit(ULONG unit);
     void SetTimeUnitNow();
+    ///@}
     /// The unit that time lies in; 0 for an unset time only: what lies before or past all units gives the first or
     /// last.
     static ULONG sConvertToTimeUnit(const TimePos& time);
@@ -25,8 +28,10 @@ public:
 
 protected:
     /// As the constructors of DataLogEntryRecord.
+    ///@{
     explicit DataLogEntryTime(ULONG blockSize);
     DataLogEntryTime(ULONG blockSize, const BinaryStore* store);
+    ///@}
     DataLogEntryTime(const DataLogEntryTime&) = default;
     DataLogEntryTime& operator=(const DataLogEntryTime&) = default;
 
@@ -36,8 +41,10 @@ protected:
     ULONG xGetSizeReq() const override;
 
     /// The derived class's block, blockSize bytes; valid until ResetDestroySelf.
+    ///@{
     unsigned char* xGetData();
     const unsigned char* xGetData() const;
+    ///@}
 };
 
 } // namespace kqlib

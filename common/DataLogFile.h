@@ -26,11 +26,13 @@ namespace kqlib {
 class DataLogFile
 {
 public:
+    /// Which of the two tables the connection uses.
     enum class TABLE : std::uint8_t
     {
-        RECORDS,
-        UNITS
+        RECORDS, ///< several rows may have one time, in milliseconds
+        UNITS    ///< one row per time, in seconds
     };
+    /// What the connection is for.
     enum class ACCESS : std::uint8_t
     {
         WRITE, ///< the file is made when it is missing
@@ -41,6 +43,7 @@ public:
 
     /// Null when the file cannot be opened, is damaged, is not of this format or cannot be written when it should.
     static std::unique_ptr<DataLogFile> sOpen(const FilePath& path, TABLE table, ACCESS access);
+    /// Closes the connection.
     ~DataLogFile();
     DataLogFile(const DataLogFile&) = delete;
     DataLogFile& operator=(const DataLogFile&) = delete;
@@ -51,10 +54,12 @@ public:
     public:
         /// Waits for other writers. Commit fails when it could not begin.
         explicit Transaction(DataLogFile& file);
+        /// Rolls back what was not committed.
         ~Transaction();
         Transaction(const Transaction&) = delete;
         Transaction& operator=(const Transaction&) = delete;
 
+        /// False: it could not begin, or is over.
         bool HasBegun() const { return m_open; }
         /// False: rolled back.
         [[nodiscard]] bool Commit();

@@ -10,17 +10,25 @@ class KQCOMMON_API DataLogQuery
 {
 public:
     /// From when on; a record counts at its start time, an entry of a time unit at its unit.
+    ///@{
     const TimePos& GetStart() const { return m_start; }
     void SetStart(const TimePos& time) { m_start = time; }
+    ///@}
     /// Up to when.
+    ///@{
     const TimePos& GetEnd() const { return m_end; }
     void SetEnd(const TimePos& time) { m_end = time; }
-    /// How many matching entries to pass over first.
+    ///@}
+    /// How many matching entries to pass over first; 0 at first.
+    ///@{
     ULONG GetFirst() const { return m_first; }
     void SetFirst(ULONG first) { m_first = first; }
-    /// How many to deliver at most; 0 = all.
+    ///@}
+    /// How many to deliver at most; 0, as at first, = all.
+    ///@{
     ULONG GetMaxCount() const { return m_maxCount; }
     void SetMaxCount(ULONG count) { m_maxCount = count; }
+    ///@}
 
 private:
     TimePos m_start;

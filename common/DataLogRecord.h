@@ -9,6 +9,7 @@ namespace kqlib {
 class KQCOMMON_API DataLogRecord : public DataLog
 {
 public:
+    /// Disabled until SetSettings.
     DataLogRecord();
 };
 

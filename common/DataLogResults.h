@@ -10,11 +10,13 @@ namespace kqlib {
 class KQCOMMON_API DataLogResults
 {
 public:
-    /// The entries in the order of the query; valid until Reset. An index past the end: std::out_of_range.
+    /// How many entries there are; Get gives them in the order of the query.
     ULONG GetCount() const { return m_entries.GetCount(); }
+    /// Valid until Reset. An index at or past the count: std::out_of_range.
     const DataLogEntry& Get(ULONG index) const { return m_entries.Get(index); }
-    /// Takes ownership.
+    /// Takes ownership and appends; null is ignored.
     void Give(DataLogEntry* entry) { m_entries.Give(entry); }
+    /// Deletes all entries.
     void Reset() { m_entries.Reset(); }
 
 private:

@@ -13,6 +13,7 @@ namespace kqlib {
 /// Everything but the kind is guarded by the mutex, which is held for one short transaction at a time.
 struct DataLog::STATE
 {
+    /// Disabled.
     explicit STATE(KIND kindOfLog)
         : kind(kindOfLog)
     {
@@ -28,18 +29,20 @@ struct DataLog::STATE
     /// Keeps an empty entry of the class of the first one seen.
     void LearnClassPreLocked(const DataLogEntry& entry);
 
-    const KIND kind;
-    std::mutex mutex;
-    bool enabled = false;
-    ULONG purgeSeconds = 0;
-    FilePath folder;
-    FilePath path;
+    const KIND kind;                         ///< set once at construction
+    std::mutex mutex;                        ///< guards what follows
+    bool enabled = false;                    ///< as of the last SetSettings, as the next three
+    ULONG purgeSeconds = 0;                  ///< how often a purger looks at the log, 0 = never
+    FilePath folder;                         ///< of the file
+    FilePath path;                           ///< the file: folder, prefix, name, ".db"
     std::unique_ptr<DataLogFile> file;       ///< null when it is not open
     std::unique_ptr<DataLogEntry> prototype; ///< null until a class is known
 
     /// Time units before these need not be looked at any more: they are merged into minutes, and into hours.
+    ///@{
     std::uint32_t mergedMinutesTo = 0;
     std::uint32_t mergedHoursTo = 0;
+    ///@}
 };
 
 } // namespace kqlib

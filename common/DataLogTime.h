@@ -12,6 +12,7 @@ namespace kqlib {
 class KQCOMMON_API DataLogTime : public DataLog
 {
 public:
+    /// Disabled until SetSettings.
     DataLogTime();
 };
 

@@ -11,6 +11,7 @@ namespace kqlib {
 class KQCOMMON_API EmailAddress
 {
 public:
+    /// An empty text, which is no valid address.
     EmailAddress() = default;
     /// Any text; nothing is refused.
     explicit EmailAddress(const String& address)
@@ -33,6 +34,7 @@ class KQCOMMON_API ADDRESSES : public std::vector<EmailAddress>
 {
 public:
     using std::vector<EmailAddress>::vector;
+    /// Appends a copy.
     void Add(const EmailAddress& address) { push_back(address); }
 };
 

@@ -43,6 +43,7 @@ public:
     /// Closes the file in use and goes on as told, in the file `<folder>/<file name>`, the folder made when missing. A
     /// file that cannot be had drops the lines and is tried again every five seconds while lines come.
     void SetSettings(const EventLogSettings& settings);
+    /// The settings last given.
     void GetSettings(EventLogSettings& out) const;
 
 private:

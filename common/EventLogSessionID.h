@@ -16,9 +16,9 @@ public:
     /// The stored form, 12 bytes; reserved is always 0.
     struct DATA
     {
-        std::uint32_t session;
-        std::uint32_t thread;
-        std::uint32_t reserved;
+        std::uint32_t session;  ///< offset 0: the service's session number
+        std::uint32_t thread;   ///< offset 4: the id of the listener thread
+        std::uint32_t reserved; ///< offset 8
     };
 
     /// No session: both numbers 0.
@@ -37,12 +37,14 @@ public:
     {
     }
 
-    /// The session's number, counted by its service, and the system's id of the listener thread.
+    /// The session's number, counted by its service.
     ULONG GetSession() const { return m_data.session; }
+    /// The system's id of the listener thread.
     ULONG GetThread() const { return m_data.thread; }
     /// The stored form, valid as long as the object.
     const DATA& GetDataDirect() const { return m_data; }
 
+    /// Both numbers are equal.
     friend bool operator==(const EventLogSessionID& left, const EventLogSessionID& right)
     {
         return left.m_data.session == right.m_data.session && left.m_data.thread == right.m_data.thread;

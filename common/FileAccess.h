@@ -12,14 +12,17 @@ namespace kqlib {
 class KQCOMMON_API FileAccess
 {
 public:
+    /// Which way bytes may go; an operation for the other way fails.
     enum ACCESS_MODE
     {
-        AM_READ = 0,
-        AM_WRITE = 1,
-        AM_READWRITE = 2
+        AM_READ = 0,     ///< Read
+        AM_WRITE = 1,    ///< WriteAll, SetSize
+        AM_READWRITE = 2 ///< both
     };
 
+    /// No file.
     FileAccess() = default;
+    /// As Close.
     ~FileAccess();
     FileAccess(const FileAccess&) = delete;
     FileAccess& operator=(const FileAccess&) = delete;
@@ -28,7 +31,9 @@ public:
     [[nodiscard]] bool Open(const FilePath& path, ACCESS_MODE mode, bool create, bool truncate);
     /// The same for a file that, when it is made, only its owner may read or write.
     [[nodiscard]] bool OpenOwnerOnly(const FilePath& path, ACCESS_MODE mode, bool create, bool truncate);
+    /// Nothing when no file is open. What was written is not waited for (Flush does that).
     void Close();
+    /// A file is open, whether operations on it failed or not.
     bool IsOpen() const { return m_handle != platform::INVALID_FILE_HANDLE; }
 
     /// Reads once at the file position. size: in, room in buffer; out, bytes read (0 at the end).

@@ -15,6 +15,7 @@ class KQCOMMON_API FileAccessBuf
 public:
     /// Closes what was open, then opens path. create: made when missing. False: closed.
     [[nodiscard]] bool Open(const FilePath& path, FileAccess::ACCESS_MODE mode, bool create);
+    /// Drops what was read ahead, too; nothing when no file is open.
     void Close();
 
     /// The next line without its LF or CR LF. False at the end or on failure, line is empty then; a last line without

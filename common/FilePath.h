@@ -11,8 +11,10 @@ namespace kqlib {
 class KQCOMMON_API FilePath
 {
 public:
+    /// An empty text.
     FilePath() = default;
     /// Any text; nothing is looked up or refused.
+    ///@{
     FilePath(const String& text)
         : m_text(text)
     {
@@ -21,11 +23,16 @@ public:
         : m_text(text)
     {
     }
+    ///@}
 
-    /// The text as it was given.
+    /// The text as it was given; c_str: zero-terminated, valid until the path changes.
+    ///@{
     const String& GetText() const { return m_text; }
     const char* c_str() const { return m_text.c_str(); }
+    ///@}
+    /// No text; file operations fail with such a path, and a folder without text is the current one.
     bool empty() const { return m_text.empty(); }
+    /// Appends the text as it is: without a separator, which MakeSafeForFileAppend adds.
     FilePath& operator+=(const String& text)
     {
         m_text += text;
@@ -35,6 +42,7 @@ public:
     /// unless one stands there; an empty path stays empty. With false, nothing is changed.
     void MakeSafeForFileAppend(bool folder);
 
+    /// Equal texts by byte; "a/b" and "a//b" differ.
     friend bool operator==(const FilePath&, const FilePath&) = default;
 
 private:

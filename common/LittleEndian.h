@@ -9,6 +9,7 @@ namespace kqlib {
 
 /// What the two functions below do, byte by byte and without a loop: so compilers make one load or store of it where
 /// the processor has one, and counters are increased for every command.
+///@{
 template <class T, std::size_t... INDEX>
 inline T LoadLittleEndian(const unsigned char* bytes, std::index_sequence<INDEX...>)
 {
@@ -20,6 +21,7 @@ inline void StoreLittleEndian(unsigned char* bytes, T value, std::index_sequence
 {
     (..., (bytes[INDEX] = static_cast<unsigned char>(value >> (8 * INDEX))));
 }
+///@}
 
 /// The unsigned number whose sizeof(T) bytes stand at bytes, lowest first. Any address; any thread.
 template <class T> inline T LoadLittleEndian(const unsigned char* bytes)

@@ -16,9 +16,11 @@ class KQCOMMON_API Messages
 public:
     /// Appends a code.
     void AddMessage(int code) { m_codes.push_back(code); }
-    /// How many codes there are, repeats counted; Get gives one of them, in the order of adding.
+    /// How many codes there are, repeats counted.
     ULONG GetMessageCount() const { return static_cast<ULONG>(m_codes.size()); }
+    /// The code at index, in the order of adding.
     int Get(ULONG index) const { return m_codes.at(index); }
+    /// Removes all codes.
     void Reset() { m_codes.clear(); }
 
 private:

@@ -19,6 +19,7 @@ namespace kqlib {
 class KQCOMMON_API NetIP
 {
 public:
+    /// The two kinds of address. Part of the stored form.
     enum IPTYPE : std::uint32_t
     {
         IP_4 = 0, ///< 4 address bytes
@@ -28,14 +29,15 @@ public:
     /// Stored and handed on by sockets and resolvers; nothing depends on its value.
     enum IPLOOKUPMODE : std::uint32_t
     {
-        LOOKUP_IP4 = 0,
-        LOOKUP_IP6 = 1,
-        LOOKUP_ANY = 2
+        LOOKUP_IP4 = 0, ///< IPv4 only
+        LOOKUP_IP6 = 1, ///< IPv6 only
+        LOOKUP_ANY = 2  ///< either
     };
 
     /// IPv4 0.0.0.0.
     static const NetIP ANY_IP4;
 
+    /// IPv4 0.0.0.0.
     constexpr NetIP() noexcept = default;
     /// As Set(text); 0.0.0.0 when text is no address.
     explicit NetIP(const String& text);
@@ -48,9 +50,11 @@ public:
     /// Back to IPv4 0.0.0.0.
     void Reset() noexcept;
 
-    /// The type, of which IsIP4 asks for the first.
+    /// The type, and whether it is IPv4.
+    ///@{
     IPTYPE GetType() const noexcept { return static_cast<IPTYPE>(m_type); }
     bool IsIP4() const noexcept { return m_type == IP_4; }
+    ///@}
     /// 4 or 16 bytes in network order, valid as long as the object is.
     const unsigned char* GetBytes() const noexcept { return m_bytes; }
     /// Dotted text, or the form of RFC 5952.
@@ -65,11 +69,13 @@ public:
     static NetIP sGetAnyIP(IPTYPE type);
 
     /// A total order: the type first, then the bytes.
+    ///@{
     friend KQCOMMON_API bool operator==(const NetIP& left, const NetIP& right) noexcept;
     friend KQCOMMON_API bool operator<(const NetIP& left, const NetIP& right) noexcept;
     friend bool operator<=(const NetIP& left, const NetIP& right) noexcept { return !(right < left); }
     friend bool operator>(const NetIP& left, const NetIP& right) noexcept { return right < left; }
     friend bool operator>=(const NetIP& left, const NetIP& right) noexcept { return !(left < right); }
+    ///@}
 
 private:
     std::uint32_t m_type = IP_4;

@@ -19,20 +19,24 @@ class KQCOMMON_API STRINGS : public std::vector<String>
 public:
     using std::vector<String>::vector;
 
-    /// Splits at "," and ";".
+    /// Splits at "," and ";", or at the separator, or at any character of separators (none: the whole line is one
+    /// item).
+    ///@{
     void AddByLine(const String& line);
     void AddByLine(const String& line, unsigned char separator);
-    /// Splits at any character of separators (none: the whole line is one item).
     void AddByLine(const String& line, const String& separators);
     void AddByLine(const String& line, bool skipEmpty, bool trim);
     void AddByLine(const String& line, unsigned char separator, bool skipEmpty, bool trim);
     void AddByLine(const String& line, const String& separators, bool skipEmpty, bool trim);
+    ///@}
 
     /// Joins the items with "," (or the separator), no blank between; no items give an empty text.
+    ///@{
     void GetLine(String& out) const;
     void GetLine(String& out, unsigned char separator) const;
     String GetLine() const;
     String GetLine(unsigned char separator) const;
+    ///@}
 };
 
 } // namespace kqlib

@@ -21,23 +21,29 @@ public:
     virtual void Reset() = 0;
     /// A new object of the same class, a copy when copy is true, else a default one. The caller deletes it.
     [[nodiscard]] virtual SettingsTransferable* Spawn(bool copy) const = 0;
-    /// Adds all fields to the set; takes over from it those that it holds. They call the x forms.
+    /// Adds all fields to the set, through xWriteTo; what the set held before stays.
     virtual bool WriteTo(SettingsTransportSet& set) const;
+    /// Takes over those fields that the set holds, through xReadFrom.
     virtual bool ReadFrom(const SettingsTransportSet& set);
-    /// Append the codes of what is wrong, or doubtful, with the values.
+    /// Appends the codes of what is wrong with the values, through xCheckErrors. True: none.
     virtual bool CheckErrors(Messages& messages) const;
+    /// Appends the codes of what is doubtful, through xCheckWarnings. True: none.
     virtual bool CheckWarnings(Messages& messages) const;
 
 protected:
+    /// For derived classes; there is no data.
     SettingsTransferable() = default;
     SettingsTransferable(const SettingsTransferable&) = default;
     SettingsTransferable& operator=(const SettingsTransferable&) = default;
 
-    /// What the four operations above do in a derived class; the base versions do nothing and answer true.
+    /// What the four operations above do in a derived class, which overrides those that it needs. These versions
+    /// do nothing and answer true.
+    ///@{
     virtual bool xWriteTo(SettingsTransportSet& set) const;
     virtual bool xReadFrom(const SettingsTransportSet& set);
     virtual void xCheckErrors(Messages& messages) const;
     virtual void xCheckWarnings(Messages& messages) const;
+    ///@}
 
 public:
     /// True when other is of the same class and equal.

@@ -31,39 +31,49 @@ public:
     /// The key of list items: "".
     static const char* const UNNAMED;
 
+    /// Empty, or a copy of items and sub-sets; a set moved from is empty.
+    ///@{
     SettingsTransportSet();
     SettingsTransportSet(const SettingsTransportSet& other);
     SettingsTransportSet(SettingsTransportSet&& other) noexcept;
     SettingsTransportSet& operator=(const SettingsTransportSet& other);
     SettingsTransportSet& operator=(SettingsTransportSet&& other) noexcept;
+    ///@}
+    /// Destroys the sub-sets: pointers to them end here.
     ~SettingsTransportSet();
 
     /// Removes all items and sub-sets.
     void Reset();
 
     /// Append an item; always true. AddULONG stores 32 bits on every system, its higher bits are cut off.
+    ///@{
     bool AddUSHORT(const String& key, USHORT value);
     bool AddULONG(const String& key, ULONG value);
     bool AddBool(const String& key, bool value);
     bool AddString(const String& key, const String& value);
     bool AddTimePos(const String& key, const TimePos& value);
     bool AddBinaryStore(const String& key, const BinaryStore& value);
+    ///@}
 
     /// Give the first item of that key and type. False: none, out is untouched.
+    ///@{
     bool GetUSHORT(const String& key, USHORT& out) const;
     bool GetULONG(const String& key, ULONG& out) const;
     bool GetBool(const String& key, bool& out) const;
     bool GetString(const String& key, String& out) const;
     bool GetTimePos(const String& key, TimePos& out) const;
     bool GetBinaryStore(const String& key, BinaryStore& out) const;
+    ///@}
 
     /// Appends an empty sub-set, owned by this set and valid until it changes or ends; never null.
     SettingsTransportSet* AddSet(const String& key);
     /// Number of sub-sets, named or not, in order.
     ULONG GetSetCount() const;
-    /// A sub-set, and its key. An index past the end: std::out_of_range.
+    /// A sub-set, and its key. An index at or past the count: std::out_of_range.
+    ///@{
     const SettingsTransportSet& GetSet(ULONG index) const;
     const String& GetSetKey(ULONG index) const;
+    ///@}
     /// The first sub-set of that key, null when there is none.
     const SettingsTransportSet* FindSet(const String& key) const;
     /// Appends a sub-set and lets the object write itself into it.
@@ -73,7 +83,7 @@ public:
 
     /// Number of data items, in order.
     ULONG GetDataCount() const;
-    /// An index past the end: std::out_of_range.
+    /// The key of an item. An index at or past the count: std::out_of_range.
     const String& GetDataKey(ULONG index) const;
     /// The item at index as text: numbers decimal, Bool 1 or 0, TimePos as its milliseconds, BinaryStore in
     /// hexadecimal. False past the end.
@@ -91,6 +101,7 @@ public:
     /// Replaces the content. False: the file cannot be read or is damaged, nothing changed.
     bool LoadFromFile(const FilePath& path);
 
+    /// The same keys, types, values and sub-sets in the same order.
     friend KQCOMMON_API bool operator==(const SettingsTransportSet& left, const SettingsTransportSet& right);
 
 private:

@@ -15,6 +15,7 @@ namespace kqlib {
 class KQCOMMON_API SingleThread
 {
 public:
+    /// The thread must have ended (checked in debug builds).
     virtual ~SingleThread();
     SingleThread(const SingleThread&) = delete;
     SingleThread& operator=(const SingleThread&) = delete;
@@ -24,6 +25,7 @@ private:
     virtual void xThread() = 0;
 
 protected:
+    /// Nothing runs yet.
     SingleThread();
 
     /// Starts the thread; threadId receives the system's id of it. True at once when it runs already. False: the system

@@ -20,6 +20,7 @@ class ThreadPool;
 class KQCOMMON_API SingleThreadByPool
 {
 public:
+    /// The thread must have ended (checked in debug builds).
     virtual ~SingleThreadByPool();
     SingleThreadByPool(const SingleThreadByPool&) = delete;
     SingleThreadByPool& operator=(const SingleThreadByPool&) = delete;

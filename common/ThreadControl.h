@@ -25,8 +25,12 @@ public:
     /// Own thread, after the body: not running any more. The object is not touched from here on.
     void LeaveBody();
 
+    /// The end request: made once, kept until the next Start.
+    ///@{
     void RequestEnd() { m_endRequested.store(true); }
     bool IsEndRequested() const { return m_endRequested.load(); }
+    ///@}
+    /// True from Start until LeaveBody or CancelStart.
     bool IsRunning() const { return m_running.load(); }
     /// Waits until it does not run. Returns at once, although it runs, on its own thread.
     void WaitUntilEnded();

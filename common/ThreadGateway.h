@@ -11,12 +11,14 @@ namespace kqlib {
 class KQCOMMON_API ThreadGateway
 {
 public:
+    /// Held by nobody.
     ThreadGateway() = default;
     ThreadGateway(const ThreadGateway&) = delete;
     ThreadGateway& operator=(const ThreadGateway&) = delete;
 
     /// Waits until no other thread holds it.
     void Lock() const { m_mutex.lock(); }
+    /// Takes one Lock of the same thread back; others get in once all of them are.
     void Unlock() const { m_mutex.unlock(); }
 
 private:
@@ -27,11 +29,13 @@ private:
 class ThreadGatewayGuard
 {
 public:
+    /// Locks, after waiting as Lock does. Borrows the gateway, which must outlive this object.
     explicit ThreadGatewayGuard(const ThreadGateway& gateway)
         : m_gateway(gateway)
     {
         m_gateway.Lock();
     }
+    /// Unlocks; on the thread that made it.
     ~ThreadGatewayGuard() { m_gateway.Unlock(); }
     ThreadGatewayGuard(const ThreadGatewayGuard&) = delete;
     ThreadGatewayGuard& operator=(const ThreadGatewayGuard&) = delete;

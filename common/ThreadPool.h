@@ -20,6 +20,7 @@ class KQCOMMON_API ThreadPool
 public:
     /// maxThreads: 0 = no limit.
     explicit ThreadPool(ULONG maxThreads = 0);
+    /// Waits for the jobs that still run.
     ~ThreadPool();
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;

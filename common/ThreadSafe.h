@@ -9,17 +9,21 @@ namespace kqlib {
 class KQCOMMON_API ThreadSafe
 {
 protected:
+    /// The mutex is held by nobody.
     ThreadSafe() = default;
     ~ThreadSafe() = default;
 
     /// As ThreadGateway: each xLock needs its xUnlock.
+    ///@{
     void xLock() const { m_gateway.Lock(); }
     void xUnlock() const { m_gateway.Unlock(); }
+    ///@}
 
     /// Holds the lock of an object for a scope.
     class Guard
     {
     public:
+        /// Locks. Borrows the object, which must outlive the guard.
         explicit Guard(const ThreadSafe& object)
             : m_guard(object.m_gateway)
         {

@@ -17,6 +17,7 @@ namespace kqlib {
 template <class T> class Vector
 {
 public:
+    /// Empty.
     Vector() = default;
     Vector(const Vector&) = default;
     Vector(Vector&&) = default;
@@ -35,9 +36,14 @@ public:
 
     /// Destroys every element.
     virtual void Reset() { m_items.clear(); }
+    /// How many elements there are.
     virtual ULONG GetCount() const { return static_cast<ULONG>(m_items.size()); }
+    /// The element at index; the reference is valid until an element is added or removed.
+    ///@{
     virtual const T& Get(ULONG index) const { return m_items.at(index); }
     virtual T& Get(ULONG index) { return m_items.at(index); }
+    ///@}
+    /// Appends a copy.
     virtual void Add(const T& item) { m_items.push_back(item); }
     /// Erases one element; later ones move down.
     virtual void Delete(ULONG index) { m_items.erase(m_items.begin() + static_cast<std::ptrdiff_t>(index)); }
@@ -49,12 +55,16 @@ public:
     }
     virtual ~Vector() = default;
 
+    /// For range loops; iterators are those of std::vector.
+    ///@{
     auto begin() { return m_items.begin(); }
     auto end() { return m_items.end(); }
     auto begin() const { return m_items.begin(); }
     auto end() const { return m_items.end(); }
+    ///@}
 
 protected:
+    /// The elements, for derived classes that walk them.
     std::vector<T> m_items;
 };
 

@@ -17,6 +17,7 @@ namespace kqlib {
 template <class T> class VectorPtr
 {
 public:
+    /// Empty.
     VectorPtr() = default;
     VectorPtr(VectorPtr&&) noexcept = default;
     VectorPtr& operator=(VectorPtr&&) noexcept = default;
@@ -26,9 +27,13 @@ public:
 
     /// Deletes every element.
     void Reset() { m_items.clear(); }
+    /// How many elements there are.
     ULONG GetCount() const { return static_cast<ULONG>(m_items.size()); }
+    /// The element at index, which stays owned by the array; valid until it is deleted or given away.
+    ///@{
     const T& Get(ULONG index) const { return *m_items.at(index); }
     T& Get(ULONG index) { return *m_items.at(index); }
+    ///@}
     /// Takes ownership of item and appends it; null is ignored.
     void Give(T* item)
     {
@@ -36,7 +41,7 @@ public:
         if (owned)
             m_items.push_back(std::move(owned));
     }
-    /// Takes ownership of item and puts it before the element at index.
+    /// Takes ownership of item and puts it before the element at index; index is at most the count. Null is ignored.
     void GiveAt(ULONG index, T* item)
     {
         std::unique_ptr<T> owned(item);
@@ -66,6 +71,7 @@ public:
     }
 
 protected:
+    /// The elements, never null; for derived classes.
     std::vector<std::unique_ptr<T>> m_items;
 };
 

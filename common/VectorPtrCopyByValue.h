@@ -11,7 +11,10 @@ namespace kqlib {
 template <class T> class VectorPtrCopyByValue : public VectorPtr<T>
 {
 public:
+    /// Empty.
     VectorPtrCopyByValue() = default;
+    /// New objects with the values of other's, in their order; an assignment deletes what was there.
+    ///@{
     VectorPtrCopyByValue(const VectorPtrCopyByValue& other)
         : VectorPtr<T>()
     {
@@ -26,6 +29,7 @@ public:
         }
         return *this;
     }
+    ///@}
     VectorPtrCopyByValue& operator=(VectorPtrCopyByValue&&) noexcept = default;
 
     /// Appends a copy.

@@ -16,6 +16,7 @@ template <class T> class VectorTransferable : public Vector<T>, public SettingsT
 {
 public:
     using Vector<T>::Vector;
+    /// Empty.
     VectorTransferable() = default;
     VectorTransferable(const VectorTransferable&) = default;
     VectorTransferable& operator=(const VectorTransferable&) = default;
@@ -27,6 +28,7 @@ public:
         return copy ? new VectorTransferable(*this) : new VectorTransferable();
     }
     /// Same count and each element IsSame its partner.
+    ///@{
     bool IsSame(const SettingsTransferable& other) const override
     {
         const auto* list = dynamic_cast<const VectorTransferable*>(&other);
@@ -45,6 +47,7 @@ public:
     {
         return left.IsSame(right);
     }
+    ///@}
 
 protected:
     bool xWriteTo(SettingsTransportSet& set) const override

@@ -12,6 +12,7 @@ namespace kqlib {
 template <class T> class VectorTransferablePtr : public VectorPtrCopyByValue<T>, public SettingsTransferable
 {
 public:
+    /// Empty.
     VectorTransferablePtr() = default;
     VectorTransferablePtr(const VectorTransferablePtr&) = default;
     VectorTransferablePtr& operator=(const VectorTransferablePtr&) = default;
@@ -26,6 +27,8 @@ public:
         const auto* list = dynamic_cast<const VectorTransferablePtr*>(&other);
         return list != nullptr && IsSame(*list);
     }
+    /// Same count and each element IsSame its partner.
+    ///@{
     bool IsSame(const VectorTransferablePtr& other) const
     {
         if (this->GetCount() != other.GetCount())
@@ -39,6 +42,7 @@ public:
     {
         return left.IsSame(right);
     }
+    ///@}
 
 protected:
     bool xWriteTo(SettingsTransportSet& set) const override

@@ -1,6 +1,12 @@
-// The export marks of the two libraries: the one place outside the platform sources where the system matters.
+/// @file
+/// The export marks of the two libraries: the one place outside the platform sources where the system matters.
 #pragma once
 
+/// @def KQLIB_EXPORT
+/// What a library is built with: the symbol can be seen from outside. Nothing with KQLIB_STATIC, which is defined for
+/// static libraries, in their own build and in their users'.
+/// @def KQLIB_IMPORT
+/// What the users of a library are built with: the symbol is in another library. Nothing with KQLIB_STATIC.
 #if defined(KQLIB_STATIC)
 #define KQLIB_EXPORT
 #define KQLIB_IMPORT

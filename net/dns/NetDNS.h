@@ -38,12 +38,12 @@ public:
     /// Types of resource records, numbered as on the wire (RFC 1035 section 3.2.2; 99: RFC 4408).
     enum RRTYPE : std::uint16_t
     {
-        RR_A = 1,
+        RR_A = 1,     ///< an IPv4 address
         RR_CNAME = 5, ///< followed, never asked for
-        RR_PTR = 12,
-        RR_MX = 15,
-        RR_TXT = 16,
-        RR_SPF = 99
+        RR_PTR = 12,  ///< the name of an address
+        RR_MX = 15,   ///< a mail exchanger
+        RR_TXT = 16,  ///< texts
+        RR_SPF = 99   ///< a policy for mail senders
     };
 
     /// Message codes of look-ups. Their texts belong to the host.
@@ -57,18 +57,20 @@ public:
         MSG_REFUSED = 56          ///< response code 5
     };
 
-    /// A mail exchanger. priority: the 16-bit preference of the record, the lowest is to be used first.
+    /// A mail exchanger (RFC 1035 section 3.3.9).
     struct MX_RECORD
     {
-        ULONG priority = 0;
-        String name;
+        ULONG priority = 0; ///< the record's preference, 16 bits; the lowest is to be used first
+        String name;        ///< of the host, without a dot at its end
     };
 
     /// A resolver without a cache. mode is handed to the sockets it makes; nothing depends on its value.
     explicit NetDNS(NetIP::IPLOOKUPMODE mode);
+    /// With a cache that is asked before the servers and stores their answers; it must outlive this object.
     NetDNS(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache);
     NetDNS(const NetDNS&) = delete;
     NetDNS& operator=(const NetDNS&) = delete;
+    /// Ends the records that the Get functions gave; what the cache holds stays.
     virtual ~NetDNS();
 
     /// Look-ups of one type. Each clears the records of its type, asks the cache, then the servers in their order until
@@ -76,45 +78,59 @@ public:
     /// row, which add none.
     /// A server that fails otherwise than by "no records" or "no such name" is taken off this object's list for good.
     /// domain: at most 255 characters, without a dot at its end.
+    ///@{
     bool DoALookup(const String& domain, Messages& msgs);
     bool DoMXLookup(const String& domain, Messages& msgs);
-    /// domain: the reverse name, as in "4.3.2.1.in-addr.arpa".
+    /// As the others. domain: the reverse name, as in "4.3.2.1.in-addr.arpa".
     bool DoPTRLookup(const String& domain, Messages& msgs);
     bool DoTXTLookup(const String& domain, Messages& msgs);
     bool DoSPFLookup(const String& domain, Messages& msgs);
+    ///@}
 
     /// The same, but asking only the given server (an address or a host name); the server list is neither used nor
     /// changed. The cache is asked first all the same.
+    ///@{
     bool DoALookup(const String& domain, const String& server, Messages& msgs);
     bool DoMXLookup(const String& domain, const String& server, Messages& msgs);
     bool DoPTRLookup(const String& domain, const String& server, Messages& msgs);
     bool DoTXTLookup(const String& domain, const String& server, Messages& msgs);
     bool DoSPFLookup(const String& domain, const String& server, Messages& msgs);
+    ///@}
 
     /// Records of the last look-up of each type. An index at or past the count throws std::out_of_range.
-    /// A: dotted addresses in the order of the answer.
+    /// A and PTR: dotted addresses, and names, in the order of the answer.
+    ///@{
     ULONG GetARecordCount() const;
     const String& GetARecord(ULONG index) const;
     ULONG GetPTRRecordCount() const;
     const String& GetPTRRecord(ULONG index) const;
+    ///@}
     /// TXT and SPF: the first character-string of each record only, kept on purpose.
+    ///@{
     ULONG GetTXTRecordCount() const;
     const String& GetTXTRecord(ULONG index) const;
     ULONG GetSPFRecordCount() const;
     const String& GetSPFRecord(ULONG index) const;
+    ///@}
     /// MX: ascending by priority; among equal ones a later answer stands first, kept on purpose.
+    ///@{
     ULONG GetMXRecordCount() const;
     const String& GetMXRecord(ULONG index) const;
     ULONG GetMXRecordPriority(ULONG index) const;
+    ///@}
 
     /// The addresses of a host, cleared first. acceptAddress: an address text gives that address without any query;
     /// false refuses such a text with MSG_NAME_ERROR, as is an empty host. Single form: the first address; false also
     /// when the look-up succeeded without any.
+    ///@{
     bool ResolveHost(const String& host, bool acceptAddress, Vector<NetIP>& addresses, Messages& msgs);
     bool ResolveHost(const String& host, bool acceptAddress, NetIP& address, Messages& msgs);
+    ///@}
     /// The names of an address, cleared first (single form: the first name).
+    ///@{
     bool ResolveIP(const NetIP& ip, STRINGS& names, Messages& msgs);
     bool ResolveIP(const NetIP& ip, String& name, Messages& msgs);
+    ///@}
 
     /// Drops the server list and fills it from the system's configuration, each server once. True when at least one was
     /// found and the settings could be read. A look-up does this by itself when the list is empty.
@@ -122,18 +138,27 @@ public:
     /// Takes the servers (addresses or host names) as they are, in their order, repeats kept. An empty list brings
     /// discovery back.
     void SetDNSServers(const STRINGS& servers);
+    /// Empties the list, which brings discovery back.
     void ClearDNSServers();
+    /// The list as it is now: empty before the first look-up, without the servers that failed since. An index at or
+    /// past the count throws std::out_of_range.
+    ///@{
     ULONG GetDNSServerCount() const;
     const String& GetDNSServer(ULONG index) const;
+    ///@}
 
     /// The cache given at construction; may be null.
     NetDNSCache* GetCache() const { return m_cache; }
+    /// The mode given at construction or set since; for sockets made from then on.
+    ///@{
     NetIP::IPLOOKUPMODE GetIPLookupMode() const { return m_lookupMode; }
     void SetIPLookupMode(NetIP::IPLOOKUPMODE mode) { m_lookupMode = mode; }
+    ///@}
 
     /// The earliest tick (milliseconds, 32 bits) at which an answer that this object received goes stale; 0xFFFFFFFF
     /// before the first answer and after a reset. Answers from the cache do not count.
     ULONG GetFirstExpiryTime() const { return m_firstExpiry; }
+    /// Forgets the answers received so far.
     void ResetFirstExpiryTime();
 
 private:

@@ -31,40 +31,46 @@ public:
     /// A cached A, PTR, TXT or SPF answer.
     struct A_LOOKUP
     {
-        String name;              ///< the name that was asked for
-        std::uint32_t expiry = 0; ///< tick in milliseconds
-        VectorPtr<String> records;
+        String name;               ///< the name that was asked for
+        std::uint32_t expiry = 0;  ///< tick in milliseconds
+        VectorPtr<String> records; ///< in the order given; none when the answer had none
     };
 
     /// A cached MX answer.
     struct MX_LOOKUP
     {
-        String name;
-        std::uint32_t expiry = 0;
+        String name;                          ///< as in A_LOOKUP
+        std::uint32_t expiry = 0;             ///< as in A_LOOKUP
         VectorPtr<NetDNS::MX_RECORD> records; ///< in the order given
     };
 
+    /// Empty.
     NetDNSCache();
     NetDNSCache(const NetDNSCache&) = delete;
     NetDNSCache& operator=(const NetDNSCache&) = delete;
+    /// No resolver may use it any more.
     virtual ~NetDNSCache();
 
     /// Stores an answer (copies of all records, in order) until the tick expiry, of which the low 32 bits count. An
     /// expiry before now or more than 24 hours ahead becomes 24 hours ahead. Does nothing when the type holds the name
     /// already or the five types together hold 10000 entries.
+    ///@{
     void CacheALookup(const String& name, ULONG expiry, const VectorPtr<String>& records);
     void CachePtrLookup(const String& name, ULONG expiry, const VectorPtr<String>& records);
     void CacheMxLookup(const String& name, ULONG expiry, const VectorPtr<NetDNS::MX_RECORD>& records);
     void CacheTxtLookup(const String& name, ULONG expiry, const VectorPtr<String>& records);
     void CacheSpfLookup(const String& name, ULONG expiry, const VectorPtr<String>& records);
+    ///@}
 
     /// True when an answer for the name, without regard to case, is held: copies of its records are appended to
     /// records, which the caller clears first. An answer without records counts. False: records is unchanged.
+    ///@{
     bool IsALookupCached(const String& name, VectorPtr<String>& records);
     bool IsPtrLookupCached(const String& name, VectorPtr<String>& records);
     bool IsMxLookupCached(const String& name, VectorPtr<NetDNS::MX_RECORD>& records);
     bool IsTxtLookupCached(const String& name, VectorPtr<String>& records);
     bool IsSpfLookupCached(const String& name, VectorPtr<String>& records);
+    ///@}
 
 private:
     /// Finds the places of names in one list. A cell holds the hash and the place of a name but not the name, so that

@@ -16,24 +16,31 @@ namespace kqlib {
 class KQNET_API NetDNSReader
 {
 public:
+    /// At the first of length bytes; message may be null when length is 0.
     NetDNSReader(const BYTE* message, ULONG length);
 
+    /// Both in bytes; the position is at most the length.
+    ///@{
     ULONG GetLength() const { return m_length; }
     ULONG GetPosition() const { return m_position; }
+    ///@}
     /// Bytes from the position to the end.
     ULONG GetRemaining() const { return m_length - m_position; }
 
     /// Moves to a place inside the message or to its end.
     [[nodiscard]] bool Seek(ULONG position);
+    /// Moves on by count bytes, at most to the end.
     [[nodiscard]] bool Skip(ULONG count);
     /// The byte at the position, which stays.
     [[nodiscard]] bool Peek8(std::uint8_t& value) const;
     /// Two bytes at the position in network order; the position stays.
     [[nodiscard]] bool Peek16(std::uint16_t& value) const;
     /// Numbers in network order.
+    ///@{
     [[nodiscard]] bool Read8(std::uint8_t& value);
     [[nodiscard]] bool Read16(std::uint16_t& value);
     [[nodiscard]] bool Read32(std::uint32_t& value);
+    ///@}
     /// Appends count bytes to text.
     [[nodiscard]] bool ReadText(ULONG count, String& text);
     /// Decodes a domain name, following compression pointers (RFC 1035 section 4.1.4), and appends it to name without a

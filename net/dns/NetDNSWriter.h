@@ -16,14 +16,19 @@ namespace kqlib {
 class KQNET_API NetDNSWriter
 {
 public:
+    /// Append a number of one byte, or of two.
+    ///@{
     void Write8(std::uint8_t value);
     void Write16(std::uint16_t value);
-    /// The bytes of the text, without a length or an end.
+    ///@}
+    /// Appends the bytes of the text, without a length or an end.
     void WriteText(const String& text);
 
-    /// Valid until the next write.
+    /// The message so far, GetLength() bytes; valid until the next write.
+    ///@{
     const BYTE* GetData() const { return m_bytes.data(); }
     ULONG GetLength() const { return static_cast<ULONG>(m_bytes.size()); }
+    ///@}
 
 private:
     std::vector<BYTE> m_bytes;

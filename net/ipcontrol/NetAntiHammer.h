@@ -32,13 +32,15 @@ class NetDNSCache;
 class KQNET_API NetAntiHammer : public ThreadSafe
 {
 public:
+    /// An address that is held.
     struct ENTRY
     {
-        NetIP ip;
+        NetIP ip;    ///< of the client
         ULONG time;  ///< tick of the last failure, or of the blocking
         ULONG count; ///< failures so far, 0 when blocked
     };
 
+    /// The most addresses held at a time, failed and blocked ones together.
     static constexpr ULONG MAX_ENTRIES = 1747626;
 
     /// Five attempts, a window of 300 s, blocks of 1800 s, no exemptions.
@@ -46,6 +48,7 @@ public:
     /// As above but for the exemptions: the three numbers are ignored, kept on purpose; SetData sets them.
     NetAntiHammer(NetDNSCache& cache, ULONG ignoredAttempts, ULONG ignoredWindow, ULONG ignoredBlock,
                   bool useExemptions, const NetIPControl& exemptions);
+    /// Forgets every address.
     ~NetAntiHammer();
     NetAntiHammer(const NetAntiHammer&) = delete;
     NetAntiHammer& operator=(const NetAntiHammer&) = delete;

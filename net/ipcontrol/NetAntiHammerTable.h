@@ -18,10 +18,15 @@ namespace kqlib {
 template <class T, unsigned SHIFT> class NetChunkedArray
 {
 public:
+    /// Elements of one chunk.
     static constexpr std::uint32_t CHUNK_SIZE = 1U << SHIFT;
 
+    /// The element at index, which stays where it is until Clear.
+    ///@{
     T& operator[](std::uint32_t index) { return m_chunks[index >> SHIFT][index & (CHUNK_SIZE - 1)]; }
     const T& operator[](std::uint32_t index) const { return m_chunks[index >> SHIFT][index & (CHUNK_SIZE - 1)]; }
+    ///@}
+    /// Elements made so far.
     std::uint32_t GetCount() const { return m_count; }
     /// Appends a default element and returns its index.
     std::uint32_t Add()
@@ -30,6 +35,7 @@ public:
             m_chunks.push_back(std::make_unique<T[]>(CHUNK_SIZE));
         return m_count++;
     }
+    /// Destroys the elements and gives their memory back.
     void Clear()
     {
         m_chunks.clear();
@@ -55,20 +61,22 @@ private:
 class NetAntiHammerTable
 {
 public:
+    /// Which list an address is in.
     enum class LIST : std::uint8_t
     {
-        FAILED,
-        BLOCKED
+        FAILED, ///< with failures, not blocked
+        BLOCKED ///< blocked
     };
 
+    /// An address that is held, at a place of its own. list, older, newer and chained are the table's own to change.
     struct SLOT
     {
-        NetIP ip;
-        std::uint32_t time;  ///< tick
-        std::uint32_t count; ///< failures; 0 when blocked
-        LIST list;
-        std::uint32_t older; ///< neighbours in the list's order of age; the free list uses newer
-        std::uint32_t newer;
+        NetIP ip;              ///< of the client
+        std::uint32_t time;    ///< tick
+        std::uint32_t count;   ///< failures; 0 when blocked
+        LIST list;             ///< the list that it is in
+        std::uint32_t older;   ///< neighbour in the list's order of age
+        std::uint32_t newer;   ///< the other one; the free list uses it, too
         std::uint32_t chained; ///< next slot of those that their bucket had no cell for
     };
 
@@ -84,6 +92,7 @@ public:
     void Advance(std::uint32_t now, std::uint64_t failedLife, std::uint64_t blockedLife);
     /// Erases everything that had run out at the last Advance, so that a longer life time does not bring it back.
     void DropExpired();
+    /// Erases everything.
     void Clear();
 
     /// The entry of an address that has not run out, or null. Valid until the next call that changes the table.
@@ -92,6 +101,7 @@ public:
     void Add(const NetIP& ip, LIST list, std::uint32_t count);
     /// Moves an entry to the end of a list with the present time.
     void Renew(SLOT& slot, LIST list, std::uint32_t count);
+    /// Erases the entry; slot means nothing afterwards.
     void Remove(SLOT& slot);
 
     /// True while as many entries as the capacity are held, those that wait for removal not counted.

@@ -18,6 +18,7 @@ namespace kqlib {
 class KQNET_API NetIPControl : public SettingsTransferable
 {
 public:
+    /// No rules: everything is allowed.
     NetIPControl() = default;
     NetIPControl(const NetIPControl&) = default;
     NetIPControl& operator=(const NetIPControl&) = default;
@@ -26,23 +27,33 @@ public:
     void Reset() override;
     [[nodiscard]] SettingsTransferable* Spawn(bool copy) const override;
 
+    /// Appends a copy of the rule, which is evaluated last.
     void Add(const NetIPControlEntry& entry);
     /// Appends copies of all rules of other, in their order.
     void Append(const NetIPControl& other);
+    /// Removes the rule; later ones move up by one.
     void Remove(ULONG index);
+    /// Puts a copy of entry in the place of the rule.
     void Update(ULONG index, const NetIPControlEntry& entry);
+    /// The rule at index, valid until the list changes.
     const NetIPControlEntry& Get(ULONG index) const;
+    /// How many rules there are.
     ULONG GetCount() const;
 
     /// Moves return the rule's new index. At the end already: nothing happens.
+    ///@{
     ULONG MoveUp(ULONG index);
     ULONG MoveDown(ULONG index);
     ULONG MoveTop(ULONG index);
     ULONG MoveBottom(ULONG index);
+    ///@}
 
     bool IsSame(const SettingsTransferable& other) const override;
+    /// The same rules in the same order.
+    ///@{
     bool IsSame(const NetIPControl& other) const;
     friend bool operator==(const NetIPControl& left, const NetIPControl& right) { return left.IsSame(right); }
+    ///@}
 
 protected:
     bool xWriteTo(SettingsTransportSet& set) const override;

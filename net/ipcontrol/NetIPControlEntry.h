@@ -21,6 +21,7 @@ namespace kqlib {
 class KQNET_API NetIPControlEntry : public SettingsTransferable
 {
 public:
+    /// What a rule matches: the keyword of its text form, and the fields that it uses.
     enum ENTRYTYPE : std::uint32_t
     {
         ET_IP = 0,      ///< "ip": IP
@@ -36,9 +37,9 @@ public:
     /// Message codes of CheckErrors. Their texts belong to the host.
     enum MESSAGE : int
     {
-        MSG_RANGE_UPSIDE_DOWN = 84,
-        MSG_HOST_EMPTY = 85,
-        MSG_REVERSE_HOST_EMPTY = 86,
+        MSG_RANGE_UPSIDE_DOWN = 84,   ///< the low end is above the high end
+        MSG_HOST_EMPTY = 85,          ///< no text in a host rule
+        MSG_REVERSE_HOST_EMPTY = 86,  ///< no text in a reverse-host rule
         MSG_SENDER_IS_ADDRESS = 87,   ///< complete where a pattern is expected
         MSG_RECIPIENT_IS_ADDRESS = 88 ///< likewise
     };
@@ -52,52 +53,77 @@ public:
     [[nodiscard]] SettingsTransferable* Spawn(bool copy) const override;
 
     // --- the fields: each call reads or writes one and never touches another
+
+    /// The sign: true allows what the rule matches, false denies it.
+    ///@{
     bool GetAllow() const { return m_allow; }
     void SetAllow(bool allow) { m_allow = allow; }
+    ///@}
+    /// Changing it leaves the other fields as they are.
+    ///@{
     ENTRYTYPE GetType() const { return m_type; }
     void SetType(ENTRYTYPE type) { m_type = type; }
+    ///@}
     /// The address, or the network address of a mask rule.
+    ///@{
     const NetIP& GetIP() const { return m_ip; }
     void SetIP(const NetIP& ip) { m_ip = ip; }
+    ///@}
     /// The same field as the low end of a range.
+    ///@{
     const NetIP& GetIPLow() const { return m_ip; }
     void SetIPLow(const NetIP& ip) { m_ip = ip; }
+    ///@}
     /// The high end of a range.
+    ///@{
     const NetIP& GetIPHigh() const { return m_ipHigh; }
     void SetIPHigh(const NetIP& ip) { m_ipHigh = ip; }
+    ///@}
     /// The same field as the mask.
+    ///@{
     const NetIP& GetSubnetMask() const { return m_ipHigh; }
     void SetSubnetMask(const NetIP& mask) { m_ipHigh = mask; }
+    ///@}
     /// Host name or host name pattern.
+    ///@{
     const String& GetHost() const { return m_text; }
     void SetHost(const String& host) { m_text = host; }
+    ///@}
     /// The same field as the mail address pattern.
+    ///@{
     const String& GetAddress() const { return m_text; }
     void SetAddress(const String& address) { m_text = address; }
+    ///@}
 
-    /// Makes this the rule that matches every address: ET_IPMASK with no bit of the mask set.
+    /// Make this the rule that matches every address: ET_IPMASK with no bit of the mask set.
+    ///@{
     void SetAllowAll();
     void SetDenyAll();
+    ///@}
 
     /// Reads the text form; keywords in any case, no blank skipped anywhere. False: not a rule. The entry is then in
     /// its default state, but for the sign if there was one, and for the first address of a mask or range whose second
     /// part does not parse.
     bool SetByString(const String& text);
+    /// The text form, as SetByString reads it: the sign alone for a type out of range.
     String GetAsString() const;
+    /// The sign and a description in English, as "+10.0.0.1 -> 10.0.0.99" or "-Host = mailhost".
     String GetDisplayText() const;
 
     bool IsSame(const SettingsTransferable& other) const override;
     /// All five fields equal, the text by case.
+    ///@{
     bool IsSame(const NetIPControlEntry& other) const;
     friend bool operator==(const NetIPControlEntry& left, const NetIPControlEntry& right)
     {
         return left.IsSame(static_cast<const SettingsTransferable&>(right));
     }
+    ///@}
 
 protected:
     /// "entry": the display text.
     bool xWriteTo(SettingsTransportSet& set) const override;
-    /// "entry": the text form; one that does not parse is ignored.
+    /// "entry": the text form. One that does not parse is no failure and leaves what SetByString leaves.
     bool xReadFrom(const SettingsTransportSet& set) override;
     /// 84: range upside down. 85, 86: empty host text. 87, 88: sender or recipient text is a complete mail address (a
     /// pattern is expected; kept on purpose).

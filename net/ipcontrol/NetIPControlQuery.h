@@ -29,21 +29,29 @@ class NetIPControlEntry;
 class KQNET_API NetIPControlQuery
 {
 public:
+    /// Borrows the cache, which its name look-ups ask first.
     explicit NetIPControlQuery(NetDNSCache& cache);
+    /// The cache keeps what was looked up.
     virtual ~NetIPControlQuery();
 
+    /// The verdict of the first rule that matches. A name look-up is only made for a rule that no earlier match has
+    /// made needless.
+    ///@{
     bool IsAllowed(const NetIPControl& rules, const NetIP& local, const NetIP& peer) const;
     bool IsDenied(const NetIPControl& rules, const NetIP& local, const NetIP& peer) const;
     bool IsAllowed(const NetIPControl& rules, const NetIP& local, const NetIP& peer, const EmailAddress& sender,
                    const ADDRESSES& recipients) const;
     bool IsDenied(const NetIPControl& rules, const NetIP& local, const NetIP& peer, const EmailAddress& sender,
                   const ADDRESSES& recipients) const;
+    ///@}
 
     /// Whether one rule matches, for tools that explain a decision. The form without mail addresses never matches
     /// sender and recipient rules.
+    ///@{
     bool DoesMatch(const NetIPControlEntry& rule, const NetIP& local, const NetIP& peer) const;
     bool DoesMatch(const NetIPControlEntry& rule, const NetIP& local, const NetIP& peer, const EmailAddress& sender,
                    const ADDRESSES& recipients) const;
+    ///@}
 
 private:
     enum class VERDICT : std::uint8_t

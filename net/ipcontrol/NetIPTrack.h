@@ -14,13 +14,16 @@ namespace kqlib {
 class KQNET_API NetIPTrack : public ThreadSafe
 {
 public:
+    /// An address that was added more often than removed.
     struct ENTRY
     {
-        NetIP ip;
+        NetIP ip;    ///< no other entry has it
         ULONG count; ///< at least 1 while the entry is held
     };
 
+    /// Knows no address.
     NetIPTrack() = default;
+    /// Forgets every address.
     virtual ~NetIPTrack();
     NetIPTrack(const NetIPTrack&) = delete;
     NetIPTrack& operator=(const NetIPTrack&) = delete;

@@ -39,15 +39,21 @@ protected:
 public:
     bool IsSame(const SettingsTransferable& other) const override;
     /// Equal ports and equal host texts; nothing is resolved, so "localhost" and "127.0.0.1" differ.
+    ///@{
     bool IsSame(const NetPortBind& other) const;
     friend bool operator==(const NetPortBind& left, const NetPortBind& right) { return left.IsSame(right); }
+    ///@}
 
     /// In host order, 0 = random.
+    ///@{
     unsigned short GetPort() const { return m_port; }
     void SetPort(unsigned short port) { m_port = port; }
+    ///@}
     /// Host name or dotted address, empty = every local address. Any text is taken.
+    ///@{
     const String& GetHost() const { return m_host; }
     void SetHost(const String& host) { m_host = host; }
+    ///@}
     /// True when the system chooses the port (port 0).
     bool IsPortRandom() const { return m_port == 0; }
 

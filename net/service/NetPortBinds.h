@@ -17,6 +17,7 @@ namespace kqlib {
 class KQNET_API NetPortBinds : public VectorTransferable<NetPortBind>
 {
 public:
+    /// No bindings: a service with them listens nowhere.
     NetPortBinds() = default;
     /// A list of that one binding.
     explicit NetPortBinds(const NetPortBind& bind);
@@ -26,18 +27,22 @@ public:
     [[nodiscard]] SettingsTransferable* Spawn(bool copy) const override;
 
     /// Split the line as the STRINGS operations of the same arguments do, and append one binding per item.
+    ///@{
     void AddByLine(const String& line);
     void AddByLine(const String& line, unsigned char separator);
     void AddByLine(const String& line, const String& separators);
     void AddByLine(const String& line, bool skipEmpty, bool trim);
     void AddByLine(const String& line, unsigned char separator, bool skipEmpty, bool trim);
     void AddByLine(const String& line, const String& separators, bool skipEmpty, bool trim);
+    ///@}
 
     /// Join one item per binding as the STRINGS operations of the same arguments do.
+    ///@{
     void GetLine(String& out) const;
     void GetLine(String& out, unsigned char separator) const;
     String GetLine() const;
     String GetLine(unsigned char separator) const;
+    ///@}
 
     /// True when at least one binding has port 0.
     bool IsAnyPortRandom() const;

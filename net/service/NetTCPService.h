@@ -98,11 +98,15 @@ public:
     /// Sends a message to every session.
     void SendControlMsgAll(unsigned long code, const String& text);
     /// Code 1: end the connection.
+    ///@{
     void SendControlMsgDisconnect(const EventLogSessionID& id, const String& text);
     void SendControlMsgDisconnectAll(const String& text);
+    ///@}
     /// Code 2: stop the running transfer.
+    ///@{
     void SendControlMsgStopTransfer(const EventLogSessionID& id, const String& text);
     void SendControlMsgStopTransferAll(const String& text);
+    ///@}
 
     /// An id that no other session of this service has.
     EventLogSessionID GenSessionID();
@@ -113,11 +117,15 @@ public:
     /// Logs into a log of somebody else, which is borrowed and not null; an own one is closed. Before Init.
     void SetLogModeShared(EventLog* const eventLog, bool logEvents);
     /// The event log in use; never null.
+    ///@{
     EventLog& GetEventLog() { return *m_eventLog; }
     const EventLog& GetEventLog() const { return *m_eventLog; }
+    ///@}
     /// The activity log, for the sessions, which add to it.
+    ///@{
     DataLogTime& GetActivityLog() { return m_activityLog; }
     const DataLogTime& GetActivityLog() const { return m_activityLog; }
+    ///@}
     /// Keeps both data logs in files `<folder>/<prefix><name>.db`, looked through for old entries once an hour.
     void SetMonitoringEnabled(const FilePath& folder, const String& prefix, const String& activityName,
                               const String& sessionName);
@@ -131,8 +139,10 @@ public:
     /// Replaces ports by the addresses and ports that listen, as the sockets tell them (an IPv6 one: 0.0.0.0 port 0).
     void GetListeningPorts(Vector<NetServiceStatus::ACTIVEPORT>& ports) const;
     /// As many sessions as the limit, or more.
+    ///@{
     bool GetIsMaxIncomingConnectionsReached() const;
     bool GetIsMaxOutgoingConnectionsReached() const;
+    ///@}
     /// Appends one entry per session to out, incoming ones first.
     void GetLiveSessions(NetServiceLiveStatus& out);
     /// Totals of finished sessions and of the running ones so far (these lag by up to one time unit), with the numbers

@@ -50,17 +50,17 @@ public:
     /// The two ends of a connection, for log lines. Ports in host order.
     struct NETSTATE
     {
-        NetIP localIP;
-        USHORT localPort = 0;
-        NetIP remoteIP;
-        USHORT remotePort = 0;
+        NetIP localIP;         ///< this end; empty when not connected, or over IPv6
+        USHORT localPort = 0;  ///< 0 likewise
+        NetIP remoteIP;        ///< the peer's end, likewise
+        USHORT remotePort = 0; ///< likewise
     };
 
     /// A message to the session.
     struct CTRLMSG
     {
         ULONG code = 0; ///< MSG_DISCONNECT, or the host's meaning
-        String text;
+        String text;    ///< free text for the handler
     };
 
     /// The control message that ends the connection; all other codes are the host's.
@@ -71,6 +71,8 @@ public:
     /// counts one incoming connection. Its block time becomes 2 ms. Nothing runs before xConstrStartSession.
     NetTCPSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& dataLog, EventLog& eventLog,
                   const EventLogSessionID& id, ULONG timeOutSecs, NetTCP* const socket);
+    /// Ends the thread only for a derived destructor that forgot to; too late for what the thread uses of it. The main
+    /// socket is closed.
     ~NetTCPSession() override;
 
 private:
@@ -162,15 +164,19 @@ protected:
     void xDeconstrEndSession();
     /// As ForceCompleteAsync.
     void xSetSessionCompleted();
-    /// An end was asked for.
+    /// An end was asked for, or not; every loop of the host polls one of them.
+    ///@{
     bool xShouldSessionEnd() const;
     bool xShouldSessionContinue() const;
+    ///@}
 
     /// Never null; stays owned by the session.
     NetTCP* xGetMainSocket() const { return m_mainSocket.get(); }
     /// The ends of the main socket as of the last xAccept, xSelfAccept, xConnect or xListen on it, or of construction.
     const NETSTATE& xGetMainNetState() const { return m_mainState; }
+    /// The id given at construction, as control messages and logs name the session.
     EventLogSessionID xGetSessionID() const { return m_sessionID; }
+    /// A resolver of the session's own over the cache given at construction; session thread only.
     NetDNS& xGetResolver() { return m_resolver; }
     /// The ends of a socket as they are now.
     static NETSTATE xsGetNetState(const NetTCP* const socket);
@@ -184,13 +190,17 @@ protected:
     bool xSelfAccept(NetTCP* const socket);
     /// Closes a connected socket, then connects it to host:port; localHost and localPort: the end to connect from,
     /// empty and 0 leave the choice to the system. False: closed, its last error tells.
+    ///@{
     bool xConnect(NetTCP* const socket, const String& host, USHORT port);
     bool xConnect(NetTCP* const socket, const String& host, USHORT port, const String& localHost);
     bool xConnect(NetTCP* const socket, const String& host, USHORT port, const String& localHost, USHORT localPort);
+    ///@}
     /// Listens on one address (or that of a host name), or on all IPv4 addresses. logFailure: whether a failure is
     /// logged. False: closed, its last error tells.
+    ///@{
     bool xListen(NetTCP* const socket, bool logFailure, USHORT port, const String& address);
     bool xListen(NetTCP* const socket, bool logFailure, USHORT port);
+    ///@}
     /// Closes the socket, whatever its state.
     void xClose(NetTCP* const socket);
     /// The same, a connection being shut down in both directions first.
@@ -201,14 +211,21 @@ protected:
     /// Changes the time without restarting it; 0 has passed at once. Milliseconds are kept in 32 bits.
     void xSetTimeOutSecs(ULONG seconds);
     /// Whether the time has passed. The time-out closes nothing by itself: waits give up, and xHandleSession returns.
+    ///@{
     bool xIsTimedOut() const;
     bool xIsTimedOut(ULONG now) const;
+    ///@}
+    /// Starts the time anew.
+    ///@{
     void xResetTimeOut();
     void xResetTimeOut(ULONG now);
+    ///@}
     /// Whether received commands and data restart it (xRecvCommand always does), and whether sent bytes do; both true
     /// at first.
+    ///@{
     void xSetResetTimeOutOnRecv(bool reset) { m_resetTimeOutOnRecv = reset; }
     void xSetResetTimeOutOnSend(bool reset) { m_resetTimeOutOnSend = reset; }
+    ///@}
 
     // --- exchange
 
@@ -230,16 +247,21 @@ protected:
     /// that reads nothing holds them for ever.
     bool xSendCommandForce(NetTCP* const socket, const String& text);
     /// Sends bytes; results as above.
+    ///@{
     bool xSendAllData(NetTCP* const socket, const unsigned char* data, ULONG length);
     bool xSendAllDataForce(NetTCP* const socket, const unsigned char* data, ULONG length);
+    ///@}
     /// Sends what the send buffer holds and empties it, also after a failure. True: nothing to send, or all sent.
+    ///@{
     bool xSendPurgeSendBuf(NetTCP* const socket);
     bool xSendPurgeSendBufForce(NetTCP* const socket);
+    ///@}
 
     /// On: makes the send buffer, as large as the system's one of a connected socket but at least 1024 bytes, 8192
     /// without a connection; another size than before discards what it holds. Off: discards what it holds. Neither
     /// touches the flag that xIsBufMode tells and that decides about sending, kept on purpose: that is m_bufferedMode.
     void xSetBufMode(NetTCP* const socket, bool on);
+    /// Whether sends are gathered in the buffer, if there is one.
     bool xIsBufMode() const { return m_bufferedMode; }
 
     /// Chooses the pass of xMonitorNet, from its next cycle on: data or, at first, commands.
@@ -265,21 +287,29 @@ protected:
     /// that is connected. None waits afterwards.
     void xPerformDisconnectMsg();
 
-    // --- log lines; text is the event. Addresses: given, the socket's at the time of the call, or none
+    // --- log lines; text is the event
 
-    /// Also go to the log that is hooked.
+    /// A normal line; it also goes to the log that is hooked. Addresses: given, the socket's at the time of the call,
+    /// or none.
+    ///@{
     void xPrintLogNormal(const NETSTATE& state, const String& text, const String& detail, const String& comment) const;
     void xPrintLogNormal(const NetTCP* const socket, const String& text, const String& detail,
                          const String& comment) const;
     void xPrintLogNormal(const String& text, const String& detail, const String& comment) const;
+    ///@}
+    /// A debug line, addresses likewise; dropped unless the log takes debug lines.
+    ///@{
     void xPrintLogDebug(const NETSTATE& state, const String& text, const String& detail, const String& comment) const;
     void xPrintLogDebug(const NetTCP* const socket, const String& text, const String& detail,
                         const String& comment) const;
     void xPrintLogDebug(const String& text, const String& detail, const String& comment) const;
+    ///@}
     /// Bytes: one line for each 76 of them, with "%" and two hexadecimal digits for 8-bit characters, control
     /// characters other than TAB, and "%". No bytes, no line.
+    ///@{
     void xPrintLogDebug(const NETSTATE& state, const String& text, const unsigned char* data, ULONG length) const;
     void xPrintLogDebug(const NetTCP* const socket, const String& text, const unsigned char* data, ULONG length) const;
+    ///@}
 
     /// Copies normal lines to a second log from here on; log is borrowed until it is turned off or the session is gone.
     /// The first one hooked in a session receives a line "Connection Accepted" with the socket's addresses; later ones
@@ -288,29 +318,34 @@ protected:
     /// Ends the copying. socket: not used.
     void xSetLogHookNormalOff(NetTCP* const socket);
 
-    // --- what the client did: one log line, and one more in a counter when it succeeded. state: the connection that
-    // the action belongs to; reason: the comment of a failure
+    // --- what the client did
 
     /// Logs "first: second"; comment: of a failure. third is not logged, kept on purpose. Failures are counted too.
     void xRecordLoginAttempt(const NETSTATE& state, bool success, const String& first, const String& second,
                              const String& third, const String& comment);
     /// Logs user; counts nothing. second is not logged.
     void xRecordLogout(const NETSTATE& state, const String& user, const String& second);
+    /// What the client did with directories and files: one normal log line with the paths, and one more in the counter
+    /// of that name when it succeeded. state: the connection that the action belongs to; reason: the comment of a
+    /// failure's line, unused for a success. A move to an empty path logs the source alone.
+    ///@{
     void xRecordDirCreated(const NETSTATE& state, bool success, const FilePath& path, const String& reason);
     void xRecordDirDeleted(const NETSTATE& state, bool success, const FilePath& path, const String& reason);
-    /// A move to an empty path logs the source alone.
     void xRecordDirMoved(const NETSTATE& state, bool success, const FilePath& from, const FilePath& to,
                          const String& reason);
-    /// Counts as a directory read, kept on purpose; a download as a file read, an upload as a file created.
+    /// The same, counted as a directory read, kept on purpose.
     void xRecordDirViewed(const NETSTATE& state, bool success, const FilePath& path, const String& reason);
     void xRecordFileAppended(const NETSTATE& state, bool success, const FilePath& path, const String& reason);
     void xRecordFileCreated(const NETSTATE& state, bool success, const FilePath& path, const String& reason);
     void xRecordFileDeleted(const NETSTATE& state, bool success, const FilePath& path, const String& reason);
+    /// The same, counted as a file read.
     void xRecordFileDownloaded(const NETSTATE& state, bool success, const FilePath& path, const String& reason);
     void xRecordFileMoved(const NETSTATE& state, bool success, const FilePath& from, const FilePath& to,
                           const String& reason);
     void xRecordFileRead(const NETSTATE& state, bool success, const FilePath& path, const String& reason);
+    /// The same, counted as a file created.
     void xRecordFileUploaded(const NETSTATE& state, bool success, const FilePath& path, const String& reason);
+    ///@}
     /// A TLS handshake, of either direction; failures are counted too. detail: of the log line.
     void xRecordSSLHandshake(const NETSTATE& state, bool success, const String& detail);
 

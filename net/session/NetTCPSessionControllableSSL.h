@@ -32,10 +32,10 @@ public:
     /// What GetState reports.
     struct STATE
     {
-        bool connected;
-        bool secured; ///< connected, and whoever updated the state said so
-        NETSTATE netState;
-        ULONG action; ///< the current action's code
+        bool connected;    ///< the socket was, when the state was updated
+        bool secured;      ///< connected, and whoever updated the state said so
+        NETSTATE netState; ///< the ends of the socket
+        ULONG action;      ///< the current action's code
     };
 
     /// As NetTCPSessionSSL's.
@@ -92,15 +92,20 @@ protected:
     virtual void xHandleCtrlTimeOutPrevent();
 
     /// The control lock; the thread that holds it may take it again.
+    ///@{
     void xLockCtrlData() const { m_controlLock.Lock(); }
     void xUnlockCtrlData() const { m_controlLock.Unlock(); }
+    ///@}
     /// alreadyLocked: the caller holds the control lock.
     bool xIsCurrentReqCancelled(bool alreadyLocked) const;
     /// Neither the session is to end nor the running request cancelled; and the opposite.
+    ///@{
     bool xShouldReqContinue() const { return !xShouldReqEnd(); }
     bool xShouldReqEnd() const;
+    ///@}
 
-    // The session's own operations, as derived classes call them.
+    /// The session's own operations, as derived classes call them.
+    ///@{
     void xSetCurrentAction(const ULONG& action) { NetTCPSession::xSetCurrentAction(action); }
     void xSetCurrentActionDetail(const ULONG& action, const String& detail)
     {
@@ -110,6 +115,7 @@ protected:
     void xSetCurrentUser(const String& user) { NetTCPSession::xSetCurrentUser(user); }
     bool xShouldSessionContinue() const { return NetTCPSession::xShouldSessionContinue(); }
     bool xShouldSessionEnd() const { return NetTCPSession::xShouldSessionEnd(); }
+    ///@}
 
 private:
     struct REQUEST

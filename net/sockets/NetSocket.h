@@ -55,8 +55,10 @@ public:
 
     /// Starts and ends the system's socket library. True when sockets can be used; each success is paired with one
     /// sEndSockets.
+    ///@{
     static bool sStartSockets();
     static void sEndSockets();
+    ///@}
 
     /// Closes an open handle.
     virtual ~NetSocket();
@@ -75,21 +77,27 @@ public:
     /// Takes effect with the next operation. More than 32 bits hold counts as the largest such value.
     void SetBlockTime(unsigned long ms) noexcept;
     /// The mode given at construction. Setting it does not touch the resolver made then.
+    ///@{
     NetIP::IPLOOKUPMODE GetIPLookupMode() const noexcept { return m_lookupMode; }
     void SetIPLookupMode(NetIP::IPLOOKUPMODE mode) noexcept { m_lookupMode = mode; }
+    ///@}
 
     /// Bytes received and sent by this object in its whole life, over all its connections; they wrap at 2^32.
+    ///@{
     unsigned long GetInDataBytes() const noexcept { return m_bytesIn; }
     unsigned long GetOutDataBytes() const noexcept { return m_bytesOut; }
+    ///@}
     /// The ERRORCODE of the last failure.
     int GetLastError() const noexcept { return m_lastError; }
 
     /// The addresses of both ends while open, empty (IPv4 0.0.0.0) with port 0 otherwise; ports in host order. Only
     /// IPv4 connections have them: over IPv6 they stay empty, kept on purpose.
+    ///@{
     NetIP GetLocalIP() const noexcept { return m_localIP; }
     unsigned short GetLocalPort() const noexcept { return m_localPort; }
     NetIP GetRemoteIP() const noexcept { return m_remoteIP; }
     unsigned short GetRemotePort() const noexcept { return m_remotePort; }
+    ///@}
     /// True when both addresses are equal: the peer connected from the very address that it connected to. Not a test
     /// for loopback, and true as well while both are empty (a closed socket, any IPv6 connection): never let it decide
     /// about rights alone.
@@ -97,8 +105,10 @@ public:
 
     /// Sizes of the system's buffers of this socket in bytes, as the system reports them (it may well report more than
     /// was set); 0 without a handle.
+    ///@{
     unsigned long GetBufRecvSize() const;
     unsigned long GetBufSendSize() const;
+    ///@}
 
 protected:
     /// Without a handle. The mode is stored and handed on; nothing depends on its value.
@@ -117,24 +127,31 @@ protected:
     /// treated as broken; timedOut is not set then.
     [[nodiscard]] bool xApplyBlockTime(bool forRead, bool& timedOut);
     /// Asks the system for buffers of this size in bytes. False: no handle, or refused.
+    ///@{
     bool xSetSockBufRecvSize(unsigned long bytes);
     bool xSetSockBufSendSize(unsigned long bytes);
+    ///@}
     /// Resolves host, a name or the text of an address, with this socket's resolver. The mode is not used: the
     /// resolver's own one rules, kept on purpose. False: code 41, out untouched.
     [[nodiscard]] bool xConvert(NetIP::IPLOOKUPMODE mode, const String& host, NetIP& out);
     /// Between the system's form of an address and ours; ports in host order on our side. The forms into the system's
     /// structure fill it whole: family, port, 4 or 16 address bytes, everything else zero.
+    ///@{
     static void xsConvert(const sockaddr_in& from, NetIP& ip, unsigned short& port);
     static void xsConvert(const sockaddr_in6& from, NetIP& ip, unsigned short& port);
     static void xsConvert(const NetIP& ip, unsigned short port, sockaddr_in& to);
     static void xsConvert(const NetIP& ip, unsigned short port, sockaddr_in6& to);
+    ///@}
     /// Reads the addresses and ports of both ends from the system. Each end stays as it is when the system does not
     /// know it or it is not IPv4.
     void xSetIPData();
+    /// Sets the code alone and closes nothing; ERR_NONE clears it.
     void xSetLastError(int code) noexcept { m_lastError = code; }
     /// Add to the byte counters.
+    ///@{
     void xIncreaseIn(unsigned long bytes) noexcept;
     void xIncreaseOut(unsigned long bytes) noexcept;
+    ///@}
 
     /// The shape of every failure that ends the socket: closes it, sets the code, returns false.
     bool xFailAndClose(int code);
@@ -142,6 +159,7 @@ protected:
     std::uint32_t xGetHandle() const noexcept { return m_socket; }
     /// Takes over the handle (there must be none) and sets the last error to 0.
     void xTakeHandle(std::uint32_t handle) noexcept;
+    /// The resolver made at construction, owned by this object.
     NetDNS& xGetResolver() noexcept { return m_resolver; }
     /// ip:port as an address of the given type, whatever the type of ip: its first 4 or its 16 bytes.
     static platform::Endpoint xsMakeEndpoint(NetIP::IPTYPE type, const NetIP& ip, unsigned short port);
@@ -153,8 +171,10 @@ protected:
     /// Send or receive once and count the bytes, within the block time. len: in, bytes offered or room; out, bytes
     /// moved (0 unless DONE), but left as it was when the waiting itself failed. WOULD_BLOCK: also when the time has
     /// passed.
+    ///@{
     platform::IoResult xSendOnce(const unsigned char* data, unsigned long& len);
     platform::IoResult xRecvOnce(unsigned char* buf, unsigned long& len);
+    ///@}
 
 private:
     template <class ATTEMPT>

@@ -20,11 +20,12 @@ namespace kqlib {
 class KQNET_API NetTCP : public NetSocket
 {
 public:
+    /// The role that the socket is in.
     enum TCP_STATE
     {
-        TS_CLOSED = 0,
-        TS_CONNECTED = 1,
-        TS_LISTENING = 2
+        TS_CLOSED = 0,    ///< none; no handle
+        TS_CONNECTED = 1, ///< a connection; that the peer is gone is only seen by receiving or sending
+        TS_LISTENING = 2  ///< a listener
     };
 
     /// The receive buffer of the command reception, owned by the caller, who sets capacity and buffer and leaves the
@@ -42,6 +43,7 @@ public:
     explicit NetTCP(NetIP::IPLOOKUPMODE mode);
     /// With a cache for name look-ups, which must outlive this object and every socket that it accepts.
     NetTCP(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache);
+    /// Closes an open handle, without the shutting down of ShutdownAndClose.
     ~NetTCP() override;
 
     /// Takes one waiting connection within the block time as a new connected object with this one's lookup mode and
@@ -52,12 +54,16 @@ public:
     /// Receives once, waiting at most the block time. len: in, room in buf (0 is not allowed: it would read as the end
     /// of the connection); out, bytes stored. True with len 0: nothing came in time, the connection is fine.
     /// False: len is 0. Code 47: was not connected. 48: failed or closed by the peer, socket now closed.
+    ///@{
     virtual bool Recv(unsigned char* buf, unsigned long& len);
     virtual bool Recv(char* buf, unsigned long& len);
+    ///@}
     /// Sends once, waiting at most the block time. len: in, bytes at data; out, bytes taken over by the system, often
     /// fewer. True with len 0: no room in time, the connection is fine. False: as Recv.
+    ///@{
     virtual bool Send(const unsigned char* data, unsigned long& len);
     virtual bool Send(const char* data, unsigned long& len);
+    ///@}
 
     /// Empties the receive buffer and prepares for the first command of a connection.
     virtual void RecvPrepForFirstCmd(RECVBUF& rb, String& cmd, bool& done);
@@ -80,30 +86,38 @@ public:
 
     /// Connects to remote:port from local:localPort (0: the system chooses) and waits until the system reports success
     /// or failure, which may take minutes. False, closed: code 40, 41 (names), 42 refused or failed, 44 local end.
+    ///@{
     bool Connect(const NetIP& remote, unsigned short port, const NetIP& local, unsigned short localPort);
     bool Connect(const NetIP& remote, unsigned short port, const NetIP& local);
     bool Connect(const NetIP& remote, unsigned short port);
+    ///@}
     /// The same by name (or address text); an empty localHost means any address.
+    ///@{
     bool Connect(const String& host, unsigned short port, const String& localHost, unsigned short localPort);
     bool Connect(const String& host, unsigned short port, const String& localHost);
     bool Connect(const String& host, unsigned short port);
+    ///@}
 
     /// Listens on all IPv4 addresses (never on IPv6). Port 0: the system chooses, see GetLocalPort. False, closed:
     /// code 40, 43, 44.
     bool ListenAll(unsigned short port);
     /// Listens on one address, IPv4 or IPv6, or on that of a host name (code 41 when it cannot be resolved).
+    ///@{
     bool ListenSpecific(unsigned short port, const NetIP& ip);
     bool ListenSpecific(unsigned short port, const String& host);
+    ///@}
 
     /// Takes one waiting connection within the block time as this object itself, which stops listening. False: as
     /// Accept; with code 46 the object still listens.
     bool SelfAccept();
 
     /// The state, and questions for it; active means not closed.
+    ///@{
     TCP_STATE GetState() const noexcept { return m_state; }
     bool IsActive() const noexcept { return m_state != TS_CLOSED; }
     bool IsConnected() const noexcept { return m_state == TS_CONNECTED; }
     bool IsListening() const noexcept { return m_state == TS_LISTENING; }
+    ///@}
 
 protected:
     void xSetStateClosed() override;

@@ -34,8 +34,11 @@ public:
     static void sStartSSL();
 
     /// Closed, TLS off. Arguments as NetTCP.
+    ///@{
     explicit NetTCPSSL(NetIP::IPLOOKUPMODE mode);
     NetTCPSSL(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache);
+    ///@}
+    /// As Close.
     ~NetTCPSSL() override;
 
     /// As NetTCP while TLS is off. Over TLS, len 0 with true also means that TLS itself waits for the peer. Bytes that
@@ -76,10 +79,11 @@ protected:
     /// What the last Recv or Send over TLS came to.
     enum WAIT_STATE : std::int32_t
     {
-        WS_NONE = 0,
+        WS_NONE = 0,       ///< bytes were moved, or it failed; also before the first call
         WS_WANTS_READ = 1, ///< TLS must read before it can go on
         WS_WANTS_WRITE = 2 ///< TLS must write before it can go on
     };
+    /// WS_NONE while TLS is off.
     WAIT_STATE xGetWaitState() const noexcept { return m_waitState; }
 
     /// As xFreeSSLData(false).

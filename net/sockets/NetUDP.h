@@ -15,27 +15,33 @@ namespace kqlib {
 class KQNET_API NetUDP : public NetSocket
 {
 public:
+    /// Whether there is a peer to exchange datagrams with.
     enum UDP_STATE
     {
-        US_CLOSED = 0,
-        US_OPEN = 1
+        US_CLOSED = 0, ///< no handle
+        US_OPEN = 1    ///< both ends are fixed; whether anybody is there is unknown
     };
 
     /// Closed. Mode as NetSocket.
     explicit NetUDP(NetIP::IPLOOKUPMODE mode);
     /// With a cache for name look-ups, which must outlive this object.
     NetUDP(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache);
+    /// Closes an open handle.
     ~NetUDP() override;
 
     /// Opens a socket at local:localPort (0: the system chooses) that exchanges datagrams with remote:port alone.
     /// Nothing is sent. False, closed: code 40, 41 (names), 42, 44.
+    ///@{
     bool OpenClient(const NetIP& remote, unsigned short port, const NetIP& local, unsigned short localPort);
     bool OpenClient(const NetIP& remote, unsigned short port, const NetIP& local);
     bool OpenClient(const NetIP& remote, unsigned short port);
+    ///@}
     /// The same by name (or address text); an empty localHost means any address.
+    ///@{
     bool OpenClient(const String& host, unsigned short port, const String& localHost, unsigned short localPort);
     bool OpenClient(const String& host, unsigned short port, const String& localHost);
     bool OpenClient(const String& host, unsigned short port);
+    ///@}
 
     /// Sends one datagram, waiting at most the block time. len: in, bytes at data; out, bytes sent. True with len 0: no
     /// room in time, or an empty datagram was sent. False: code 47, was not open; 48, failed; 49, an earlier datagram
@@ -46,8 +52,10 @@ public:
     bool RecvClient(unsigned char* buf, unsigned long& len);
 
     /// The state, and the question for it.
+    ///@{
     UDP_STATE GetState() const noexcept { return m_state; }
     bool IsOpen() const noexcept { return m_state == US_OPEN; }
+    ///@}
 
 protected:
     void xSetStateClosed() override;

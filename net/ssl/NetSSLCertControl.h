@@ -25,27 +25,33 @@ public:
     /// What a failure adds to the caller's messages.
     enum MESSAGE : int
     {
-        MSG_OBJECT = 57,
-        MSG_KEY_WRITE = 60,
-        MSG_CERTIFICATE = 61,
-        MSG_REQUEST = 62,
-        MSG_KEY_READ = 63,
-        MSG_KEY_ENCRYPTED = 64,
-        MSG_CERTIFICATE_READ = 65,
-        MSG_KEY_REFUSED = 67,
-        MSG_CERTIFICATE_REFUSED = 68,
-        MSG_MISMATCH = 70
+        MSG_OBJECT = 57,              ///< an object of the TLS library cannot be made or begun
+        MSG_KEY_WRITE = 60,           ///< the key cannot be generated or written
+        MSG_CERTIFICATE = 61,         ///< the certificate cannot be completed or written
+        MSG_REQUEST = 62,             ///< the signing request cannot
+        MSG_KEY_READ = 63,            ///< a key cannot be read
+        MSG_KEY_ENCRYPTED = 64,       ///< a key to import has a pass phrase
+        MSG_CERTIFICATE_READ = 65,    ///< a certificate to import cannot be read
+        MSG_KEY_REFUSED = 67,         ///< TLS cannot use a key of this kind
+        MSG_CERTIFICATE_REFUSED = 68, ///< TLS cannot use the certificate
+        MSG_MISMATCH = 70             ///< the key is not that of the certificate
     };
 
+    /// Bytes that one sSeed mixes in.
     static constexpr ULONG SEED_BLOCK_SIZE = 2344;
 
+    /// There is nothing to set up or to clean up.
+    ///@{
     NetSSLCertControl();
     virtual ~NetSSLCertControl();
+    ///@}
 
     /// ".crt", ".key" and ".csr": what such files are called.
+    ///@{
     static const FilePath& sExtCertificate();
     static const FilePath& sExtPrivateKey();
     static const FilePath& sExtSigningRequest();
+    ///@}
 
     /// Writes a new RSA key of that many bits, exponent 65537, as an unencrypted "RSA PRIVATE KEY". Below 512 bits: 60,
     /// and the file is left empty. Large keys take minutes.
@@ -82,6 +88,7 @@ protected:
     /// other, to the BIO at arg and flushes it. Null: nothing.
     static void xCallback(int stage, int count, void* arg);
 
+    /// What sSeed mixes in.
     using SEED_BLOCK = std::array<unsigned char, SEED_BLOCK_SIZE>;
     /// Lays out what sSeed mixes in. Bytes that no field covers are zero.
     static void xsBuildSeedBlock(const unsigned char* data, unsigned long size, SEED_BLOCK& block);

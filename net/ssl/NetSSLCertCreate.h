@@ -25,17 +25,17 @@ public:
     /// What CheckErrors adds, one code per field.
     enum MESSAGE : int
     {
-        MSG_NAME = 71,
-        MSG_COMMON_NAME = 72,
-        MSG_UNIT = 73,
-        MSG_ORGANIZATION = 74,
-        MSG_EMAIL = 75,
-        MSG_CITY = 76,
-        MSG_STATE = 77,
-        MSG_COUNTRY = 78,
-        MSG_EXPIRE = 79,
-        MSG_SEED_EMPTY = 80,
-        MSG_SEED_TOO_LONG = 81
+        MSG_NAME = 71,         ///< empty, or with a character that it must not hold (GetCommonName)
+        MSG_COMMON_NAME = 72,  ///< likewise
+        MSG_UNIT = 73,         ///< likewise
+        MSG_ORGANIZATION = 74, ///< likewise
+        MSG_EMAIL = 75,        ///< likewise
+        MSG_CITY = 76,         ///< likewise
+        MSG_STATE = 77,        ///< likewise
+        MSG_COUNTRY = 78,      ///< likewise, or no code of ISO 3166-1
+        MSG_EXPIRE = 79,       ///< past, or less than a whole day ahead
+        MSG_SEED_EMPTY = 80,   ///< no random data
+        MSG_SEED_TOO_LONG = 81 ///< more than 2000 bytes
     };
 
     /// Texts and seed empty, expiry 730 days from now, 2048 bits.
@@ -47,10 +47,18 @@ public:
     [[nodiscard]] SettingsTransferable* Spawn(bool copy) const override;
 
     /// A name for the set of files; it goes into no certificate.
+    ///@{
     const String& GetName() const { return m_name; }
     void SetName(const String& name) { m_name = name; }
+    ///@}
+    /// CN, the host name that clients ask for. CheckErrors refuses a text field that is empty or holds a CR, LF, TAB or
+    /// any of `<>~!#$%^*\/?,&`, this one and the name also with an "@"; at most 99 characters go into a certificate.
+    ///@{
     const String& GetCommonName() const { return m_commonName; }
     void SetCommonName(const String& name) { m_commonName = name; }
+    ///@}
+    /// OU, O, emailAddress, L and ST of the subject, in this order.
+    ///@{
     const String& GetUnit() const { return m_unit; }
     void SetUnit(const String& unit) { m_unit = unit; }
     const String& GetOrganization() const { return m_organization; }
@@ -61,24 +69,39 @@ public:
     void SetCity(const String& city) { m_city = city; }
     const String& GetState() const { return m_state; }
     void SetState(const String& state) { m_state = state; }
-    /// Two-letter code of ISO 3166-1.
+    ///@}
+    /// C of the subject: two-letter code of ISO 3166-1.
+    ///@{
     const String& GetCountry() const { return m_country; }
     void SetCountry(const String& country) { m_country = country; }
+    ///@}
+    /// When the certificate becomes invalid. Its distance from now counts when the certificate is made, in signed
+    /// 32-bit seconds: about 68 years.
+    ///@{
     const TimePos& GetExpire() const { return m_expire; }
     void SetExpire(const TimePos& expire) { m_expire = expire; }
-    /// RSA key size in bits.
+    ///@}
+    /// RSA key size in bits; the low 32 bits of the number count.
+    ///@{
     ULONG GetBits() const { return m_bits; }
     void SetBits(ULONG bits) { m_bits = static_cast<std::uint32_t>(bits); }
+    ///@}
     /// The user's random data, 1 to 2000 bytes.
+    ///@{
     const BinaryStore& GetSeed() const { return m_seed; }
     BinaryStore& GetSeed() { return m_seed; }
     void SetSeed(const BinaryStore& seed) { m_seed = seed; }
+    ///@}
 
     bool IsSame(const SettingsTransferable& other) const override;
+    /// All eleven fields are equal.
+    ///@{
     bool IsSame(const NetSSLCertCreate& other) const;
     friend bool operator==(const NetSSLCertCreate& left, const NetSSLCertCreate& right) { return left.IsSame(right); }
+    ///@}
 
 protected:
+    /// What Reset does, without a virtual call.
     void xReset();
     bool xWriteTo(SettingsTransportSet& set) const override;
     bool xReadFrom(const SettingsTransportSet& set) override;

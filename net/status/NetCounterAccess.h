@@ -17,113 +17,95 @@ template <class RECORD> class NetCounterAccess
     using enum NetCounterBlock::COUNTER;
 
 public:
-    /// Incoming connections open now.
+    /// The counters in their order, each under its name; NetCounterBlock::COUNTER tells what they count. Get… gives the
+    /// value, Set… replaces it, Increase… adds to it.
+    ///@{
     ULONG GetCurrentConnectionsIn() const { return xGet(CURRENT_CONNECTIONS_IN); }
     void SetCurrentConnectionsIn(ULONG value) { xSet(CURRENT_CONNECTIONS_IN, value); }
 
-    /// Outgoing connections open now.
     ULONG GetCurrentConnectionsOut() const { return xGet(CURRENT_CONNECTIONS_OUT); }
     void SetCurrentConnectionsOut(ULONG value) { xSet(CURRENT_CONNECTIONS_OUT, value); }
 
-    /// Incoming connections accepted.
     ULONG GetConnectionsIn() const { return xGet(CONNECTIONS_IN); }
     void SetConnectionsIn(ULONG value) { xSet(CONNECTIONS_IN, value); }
     void IncreaseConnectionsIn(ULONG amount) { xIncrease(CONNECTIONS_IN, amount); }
 
-    /// Outgoing connections made.
     ULONG GetConnectionsOutSuccesses() const { return xGet(CONNECTIONS_OUT_SUCCESSES); }
     void SetConnectionsOutSuccesses(ULONG value) { xSet(CONNECTIONS_OUT_SUCCESSES, value); }
     void IncreaseConnectionsOutSuccesses(ULONG amount) { xIncrease(CONNECTIONS_OUT_SUCCESSES, amount); }
 
-    /// Outgoing connections that failed.
     ULONG GetConnectionsOutFails() const { return xGet(CONNECTIONS_OUT_FAILS); }
     void SetConnectionsOutFails(ULONG value) { xSet(CONNECTIONS_OUT_FAILS, value); }
     void IncreaseConnectionsOutFails(ULONG amount) { xIncrease(CONNECTIONS_OUT_FAILS, amount); }
 
-    /// Bytes received.
     ULONG8 GetDataInBytes() const { return xGetWide(DATA_IN_BYTES); }
     void SetDataInBytes(const ULONG8& value) { xSet(DATA_IN_BYTES, value); }
     void IncreaseDataInBytes(ULONG amount) { xIncrease(DATA_IN_BYTES, amount); }
 
-    /// Bytes sent.
     ULONG8 GetDataOutBytes() const { return xGetWide(DATA_OUT_BYTES); }
     void SetDataOutBytes(const ULONG8& value) { xSet(DATA_OUT_BYTES, value); }
     void IncreaseDataOutBytes(ULONG amount) { xIncrease(DATA_OUT_BYTES, amount); }
 
-    /// Commands received.
     ULONG8 GetCommandsIn() const { return xGetWide(COMMANDS_IN); }
     void SetCommandsIn(const ULONG8& value) { xSet(COMMANDS_IN, value); }
     void IncreaseCommandsIn(ULONG amount) { xIncrease(COMMANDS_IN, amount); }
 
-    /// Commands (replies) sent.
     ULONG8 GetCommandsOut() const { return xGetWide(COMMANDS_OUT); }
     void SetCommandsOut(const ULONG8& value) { xSet(COMMANDS_OUT, value); }
     void IncreaseCommandsOut(ULONG amount) { xIncrease(COMMANDS_OUT, amount); }
 
-    /// TLS handshakes that succeeded.
     ULONG GetSSLSuccesses() const { return xGet(SSL_SUCCESSES); }
     void SetSSLSuccesses(ULONG value) { xSet(SSL_SUCCESSES, value); }
     void IncreaseSSLSuccesses(ULONG amount) { xIncrease(SSL_SUCCESSES, amount); }
 
-    /// TLS handshakes that failed.
     ULONG GetSSLFails() const { return xGet(SSL_FAILS); }
     void SetSSLFails(ULONG value) { xSet(SSL_FAILS, value); }
     void IncreaseSSLFails(ULONG amount) { xIncrease(SSL_FAILS, amount); }
 
-    /// Successful logins.
     ULONG GetLoginSuccesses() const { return xGet(LOGIN_SUCCESSES); }
     void SetLoginSuccesses(ULONG value) { xSet(LOGIN_SUCCESSES, value); }
     void IncreaseLoginSuccesses(ULONG amount) { xIncrease(LOGIN_SUCCESSES, amount); }
 
-    /// Failed logins.
     ULONG GetLoginFails() const { return xGet(LOGIN_FAILS); }
     void SetLoginFails(ULONG value) { xSet(LOGIN_FAILS, value); }
     void IncreaseLoginFails(ULONG amount) { xIncrease(LOGIN_FAILS, amount); }
 
-    /// Directories created.
     ULONG GetDirsCreated() const { return xGet(DIRS_CREATED); }
     void SetDirsCreated(ULONG value) { xSet(DIRS_CREATED, value); }
     void IncreaseDirsCreated(ULONG amount) { xIncrease(DIRS_CREATED, amount); }
 
-    /// Directories deleted.
     ULONG GetDirsDeleted() const { return xGet(DIRS_DELETED); }
     void SetDirsDeleted(ULONG value) { xSet(DIRS_DELETED, value); }
     void IncreaseDirsDeleted(ULONG amount) { xIncrease(DIRS_DELETED, amount); }
 
-    /// Directories moved to another name or place.
     ULONG GetDirsMoved() const { return xGet(DIRS_MOVED); }
     void SetDirsMoved(ULONG value) { xSet(DIRS_MOVED, value); }
     void IncreaseDirsMoved(ULONG amount) { xIncrease(DIRS_MOVED, amount); }
 
-    /// Directory listings.
     ULONG GetDirsRead() const { return xGet(DIRS_READ); }
     void SetDirsRead(ULONG value) { xSet(DIRS_READ, value); }
     void IncreaseDirsRead(ULONG amount) { xIncrease(DIRS_READ, amount); }
 
-    /// Files created.
     ULONG GetFilesCreated() const { return xGet(FILES_CREATED); }
     void SetFilesCreated(ULONG value) { xSet(FILES_CREATED, value); }
     void IncreaseFilesCreated(ULONG amount) { xIncrease(FILES_CREATED, amount); }
 
-    /// Files appended to.
     ULONG GetFilesAppended() const { return xGet(FILES_APPENDED); }
     void SetFilesAppended(ULONG value) { xSet(FILES_APPENDED, value); }
     void IncreaseFilesAppended(ULONG amount) { xIncrease(FILES_APPENDED, amount); }
 
-    /// Files deleted.
     ULONG GetFilesDeleted() const { return xGet(FILES_DELETED); }
     void SetFilesDeleted(ULONG value) { xSet(FILES_DELETED, value); }
     void IncreaseFilesDeleted(ULONG amount) { xIncrease(FILES_DELETED, amount); }
 
-    /// Files moved to another name or place.
     ULONG GetFilesMoved() const { return xGet(FILES_MOVED); }
     void SetFilesMoved(ULONG value) { xSet(FILES_MOVED, value); }
     void IncreaseFilesMoved(ULONG amount) { xIncrease(FILES_MOVED, amount); }
 
-    /// Files read.
     ULONG GetFilesRead() const { return xGet(FILES_READ); }
     void SetFilesRead(ULONG value) { xSet(FILES_READ, value); }
     void IncreaseFilesRead(ULONG amount) { xIncrease(FILES_READ, amount); }
+    ///@}
 
     /// Any counter by its place, for walks over all of them.
     ULONG8 GetCounter(NetCounterBlock::COUNTER counter) const { return xGetWide(counter); }
@@ -131,6 +113,7 @@ public:
     void IncreaseCounter(NetCounterBlock::COUNTER counter, ULONG amount) { xIncrease(counter, amount); }
 
 protected:
+    /// For RECORD alone; there is no data.
     NetCounterAccess() = default;
     NetCounterAccess(const NetCounterAccess&) = default;
     NetCounterAccess& operator=(const NetCounterAccess&) = default;

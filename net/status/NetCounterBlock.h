@@ -20,29 +20,29 @@ public:
     /// A counter's place in every record, setting and walk. Part of the stored formats: never reordered.
     enum COUNTER : std::uint32_t
     {
-        CURRENT_CONNECTIONS_IN = 0,
-        CURRENT_CONNECTIONS_OUT = 1,
-        CONNECTIONS_IN = 2,
-        CONNECTIONS_OUT_SUCCESSES = 3,
-        CONNECTIONS_OUT_FAILS = 4,
-        DATA_IN_BYTES = 5,
-        DATA_OUT_BYTES = 6,
-        COMMANDS_IN = 7,
-        COMMANDS_OUT = 8,
-        SSL_SUCCESSES = 9,
-        SSL_FAILS = 10,
-        LOGIN_SUCCESSES = 11,
-        LOGIN_FAILS = 12,
-        DIRS_CREATED = 13,
-        DIRS_DELETED = 14,
-        DIRS_MOVED = 15,
-        DIRS_READ = 16,
-        FILES_CREATED = 17,
-        FILES_APPENDED = 18,
-        FILES_DELETED = 19,
-        FILES_MOVED = 20,
-        FILES_READ = 21,
-        COUNTER_COUNT = 22 ///< how many there are
+        CURRENT_CONNECTIONS_IN = 0,    ///< incoming connections open now
+        CURRENT_CONNECTIONS_OUT = 1,   ///< outgoing connections open now
+        CONNECTIONS_IN = 2,            ///< incoming connections accepted
+        CONNECTIONS_OUT_SUCCESSES = 3, ///< outgoing connections made
+        CONNECTIONS_OUT_FAILS = 4,     ///< outgoing connections that failed
+        DATA_IN_BYTES = 5,             ///< bytes received; 64 bits
+        DATA_OUT_BYTES = 6,            ///< bytes sent; 64 bits
+        COMMANDS_IN = 7,               ///< commands received; 64 bits
+        COMMANDS_OUT = 8,              ///< commands (replies) sent; 64 bits
+        SSL_SUCCESSES = 9,             ///< TLS handshakes that succeeded
+        SSL_FAILS = 10,                ///< TLS handshakes that failed
+        LOGIN_SUCCESSES = 11,          ///< successful logins
+        LOGIN_FAILS = 12,              ///< failed logins
+        DIRS_CREATED = 13,             ///< directories created
+        DIRS_DELETED = 14,             ///< directories deleted
+        DIRS_MOVED = 15,               ///< directories moved to another name or place
+        DIRS_READ = 16,                ///< directory listings
+        FILES_CREATED = 17,            ///< files created, uploads included
+        FILES_APPENDED = 18,           ///< files appended to
+        FILES_DELETED = 19,            ///< files deleted
+        FILES_MOVED = 20,              ///< files moved to another name or place
+        FILES_READ = 21,               ///< files read, downloads included
+        COUNTER_COUNT = 22             ///< how many there are
     };
 
     /// How two values of a counter become one.

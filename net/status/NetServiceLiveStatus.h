@@ -34,21 +34,25 @@ protected:
 public:
     bool IsSame(const SettingsTransferable& other) const override;
     /// The same entries in the same order, and the same flag.
+    ///@{
     bool IsSame(const NetServiceLiveStatus& other) const;
     friend bool operator==(const NetServiceLiveStatus& left, const NetServiceLiveStatus& right)
     {
         return left.IsSame(right);
     }
+    ///@}
 
     /// Takes ownership and appends, after putting a reversed list back into natural order. Null is ignored.
     void GiveStatus(NetSessionLiveStatus* entry);
     /// Reverses the entries when reversed differs from the order they are held in.
     void ReverseContents(bool reversed);
+    /// How many entries there are.
     ULONG GetCount() const { return m_entries.GetCount(); }
     /// The entry at index in the current order; valid until the list changes.
     const NetSessionLiveStatus& GetStatus(unsigned long index) const { return m_entries.Get(index); }
 
 protected:
+    /// What Reset does, without a virtual call.
     void xReset();
 
 private:

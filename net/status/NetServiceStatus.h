@@ -25,8 +25,8 @@ public:
     /// A local end that the service listens on; port in host order.
     struct ACTIVEPORT
     {
-        NetIP ip;
-        USHORT port;
+        NetIP ip;    ///< 0.0.0.0: every local IPv4 address; with port 0: an IPv6 one
+        USHORT port; ///< 0 for an IPv6 address only
     };
 
     /// As after Reset.
@@ -49,8 +49,10 @@ protected:
 public:
     bool IsSame(const SettingsTransferable& other) const override;
     /// Equal create times, the same ports in the same order, equal counters.
+    ///@{
     bool IsSame(const NetServiceStatus& other) const;
     friend bool operator==(const NetServiceStatus& left, const NetServiceStatus& right) { return left.IsSame(right); }
+    ///@}
 
     /// Appends the other's ports, duplicates included, and adds every counter, the two current-connection counters
     /// included. The create time stays.
@@ -59,31 +61,32 @@ public:
     void AddDataFrom(const NetSessionStatus& session);
 
     /// When the totals were started; unset in a new record.
+    ///@{
     const TimePos& GetCreateTime() const { return m_createTime; }
     void SetCreateTime(const TimePos& time) { m_createTime = time; }
     void SetCreateTimeNow() { m_createTime.SetNow(); }
+    ///@}
 
     /// In the order in which they were given or read.
+    ///@{
     const Vector<ACTIVEPORT>& GetActivePorts() const { return m_activePorts; }
     void SetActivePorts(const Vector<ACTIVEPORT>& ports) { m_activePorts = ports; }
+    ///@}
 
-    // The counters. Increase… adds the low 32 bits of the amount to the 64-bit total, without saturation; the two
-    // current-connection counters are only set.
-
-    /// Incoming connections open now.
+    /// The totals in their order, each under its name; NetCounterBlock::COUNTER tells what they count. The references
+    /// are valid as long as the object. Increase… adds the low 32 bits of the amount to the 64-bit total, which wraps;
+    /// the two current-connection counters are only set.
+    ///@{
     const ULONG8& GetCurrentConnectionsIn() const { return m_counters[NetCounterBlock::CURRENT_CONNECTIONS_IN]; }
     void SetCurrentConnectionsIn(const ULONG8& value) { m_counters[NetCounterBlock::CURRENT_CONNECTIONS_IN] = value; }
 
-    /// Outgoing connections open now.
     const ULONG8& GetCurrentConnectionsOut() const { return m_counters[NetCounterBlock::CURRENT_CONNECTIONS_OUT]; }
     void SetCurrentConnectionsOut(const ULONG8& value) { m_counters[NetCounterBlock::CURRENT_CONNECTIONS_OUT] = value; }
 
-    /// Incoming connections accepted.
     const ULONG8& GetConnectionsIn() const { return m_counters[NetCounterBlock::CONNECTIONS_IN]; }
     void SetConnectionsIn(const ULONG8& value) { m_counters[NetCounterBlock::CONNECTIONS_IN] = value; }
     void IncreaseConnectionsIn(ULONG amount) { xIncrease(NetCounterBlock::CONNECTIONS_IN, amount); }
 
-    /// Outgoing connections made.
     const ULONG8& GetConnectionsOutSuccesses() const { return m_counters[NetCounterBlock::CONNECTIONS_OUT_SUCCESSES]; }
     void SetConnectionsOutSuccesses(const ULONG8& value)
     {
@@ -94,97 +97,81 @@ public:
         xIncrease(NetCounterBlock::CONNECTIONS_OUT_SUCCESSES, amount);
     }
 
-    /// Outgoing connections that failed.
     const ULONG8& GetConnectionsOutFails() const { return m_counters[NetCounterBlock::CONNECTIONS_OUT_FAILS]; }
     void SetConnectionsOutFails(const ULONG8& value) { m_counters[NetCounterBlock::CONNECTIONS_OUT_FAILS] = value; }
     void IncreaseConnectionsOutFails(ULONG amount) { xIncrease(NetCounterBlock::CONNECTIONS_OUT_FAILS, amount); }
 
-    /// Bytes received.
     const ULONG8& GetDataInBytes() const { return m_counters[NetCounterBlock::DATA_IN_BYTES]; }
     void SetDataInBytes(const ULONG8& value) { m_counters[NetCounterBlock::DATA_IN_BYTES] = value; }
     void IncreaseDataInBytes(ULONG amount) { xIncrease(NetCounterBlock::DATA_IN_BYTES, amount); }
 
-    /// Bytes sent.
     const ULONG8& GetDataOutBytes() const { return m_counters[NetCounterBlock::DATA_OUT_BYTES]; }
     void SetDataOutBytes(const ULONG8& value) { m_counters[NetCounterBlock::DATA_OUT_BYTES] = value; }
     void IncreaseDataOutBytes(ULONG amount) { xIncrease(NetCounterBlock::DATA_OUT_BYTES, amount); }
 
-    /// Commands received.
     const ULONG8& GetCommandsIn() const { return m_counters[NetCounterBlock::COMMANDS_IN]; }
     void SetCommandsIn(const ULONG8& value) { m_counters[NetCounterBlock::COMMANDS_IN] = value; }
     void IncreaseCommandsIn(ULONG amount) { xIncrease(NetCounterBlock::COMMANDS_IN, amount); }
 
-    /// Commands (replies) sent.
     const ULONG8& GetCommandsOut() const { return m_counters[NetCounterBlock::COMMANDS_OUT]; }
     void SetCommandsOut(const ULONG8& value) { m_counters[NetCounterBlock::COMMANDS_OUT] = value; }
     void IncreaseCommandsOut(ULONG amount) { xIncrease(NetCounterBlock::COMMANDS_OUT, amount); }
 
-    /// TLS handshakes that succeeded.
     const ULONG8& GetSSLSuccesses() const { return m_counters[NetCounterBlock::SSL_SUCCESSES]; }
     void SetSSLSuccesses(const ULONG8& value) { m_counters[NetCounterBlock::SSL_SUCCESSES] = value; }
     void IncreaseSSLSuccesses(ULONG amount) { xIncrease(NetCounterBlock::SSL_SUCCESSES, amount); }
 
-    /// TLS handshakes that failed.
     const ULONG8& GetSSLFails() const { return m_counters[NetCounterBlock::SSL_FAILS]; }
     void SetSSLFails(const ULONG8& value) { m_counters[NetCounterBlock::SSL_FAILS] = value; }
     void IncreaseSSLFails(ULONG amount) { xIncrease(NetCounterBlock::SSL_FAILS, amount); }
 
-    /// Successful logins.
     const ULONG8& GetLoginSuccesses() const { return m_counters[NetCounterBlock::LOGIN_SUCCESSES]; }
     void SetLoginSuccesses(const ULONG8& value) { m_counters[NetCounterBlock::LOGIN_SUCCESSES] = value; }
     void IncreaseLoginSuccesses(ULONG amount) { xIncrease(NetCounterBlock::LOGIN_SUCCESSES, amount); }
 
-    /// Failed logins.
     const ULONG8& GetLoginFails() const { return m_counters[NetCounterBlock::LOGIN_FAILS]; }
     void SetLoginFails(const ULONG8& value) { m_counters[NetCounterBlock::LOGIN_FAILS] = value; }
     void IncreaseLoginFails(ULONG amount) { xIncrease(NetCounterBlock::LOGIN_FAILS, amount); }
 
-    /// Directories created.
     const ULONG8& GetDirsCreated() const { return m_counters[NetCounterBlock::DIRS_CREATED]; }
     void SetDirsCreated(const ULONG8& value) { m_counters[NetCounterBlock::DIRS_CREATED] = value; }
     void IncreaseDirsCreated(ULONG amount) { xIncrease(NetCounterBlock::DIRS_CREATED, amount); }
 
-    /// Directories deleted.
     const ULONG8& GetDirsDeleted() const { return m_counters[NetCounterBlock::DIRS_DELETED]; }
     void SetDirsDeleted(const ULONG8& value) { m_counters[NetCounterBlock::DIRS_DELETED] = value; }
     void IncreaseDirsDeleted(ULONG amount) { xIncrease(NetCounterBlock::DIRS_DELETED, amount); }
 
-    /// Directories moved to another name or place.
     const ULONG8& GetDirsMoved() const { return m_counters[NetCounterBlock::DIRS_MOVED]; }
     void SetDirsMoved(const ULONG8& value) { m_counters[NetCounterBlock::DIRS_MOVED] = value; }
     void IncreaseDirsMoved(ULONG amount) { xIncrease(NetCounterBlock::DIRS_MOVED, amount); }
 
-    /// Directory listings.
     const ULONG8& GetDirsRead() const { return m_counters[NetCounterBlock::DIRS_READ]; }
     void SetDirsRead(const ULONG8& value) { m_counters[NetCounterBlock::DIRS_READ] = value; }
     void IncreaseDirsRead(ULONG amount) { xIncrease(NetCounterBlock::DIRS_READ, amount); }
 
-    /// Files created.
     const ULONG8& GetFilesCreated() const { return m_counters[NetCounterBlock::FILES_CREATED]; }
     void SetFilesCreated(const ULONG8& value) { m_counters[NetCounterBlock::FILES_CREATED] = value; }
     void IncreaseFilesCreated(ULONG amount) { xIncrease(NetCounterBlock::FILES_CREATED, amount); }
 
-    /// Files appended to.
     const ULONG8& GetFilesAppended() const { return m_counters[NetCounterBlock::FILES_APPENDED]; }
     void SetFilesAppended(const ULONG8& value) { m_counters[NetCounterBlock::FILES_APPENDED] = value; }
     void IncreaseFilesAppended(ULONG amount) { xIncrease(NetCounterBlock::FILES_APPENDED, amount); }
 
-    /// Files deleted.
     const ULONG8& GetFilesDeleted() const { return m_counters[NetCounterBlock::FILES_DELETED]; }
     void SetFilesDeleted(const ULONG8& value) { m_counters[NetCounterBlock::FILES_DELETED] = value; }
     void IncreaseFilesDeleted(ULONG amount) { xIncrease(NetCounterBlock::FILES_DELETED, amount); }
 
-    /// Files moved to another name or place.
     const ULONG8& GetFilesMoved() const { return m_counters[NetCounterBlock::FILES_MOVED]; }
     void SetFilesMoved(const ULONG8& value) { m_counters[NetCounterBlock::FILES_MOVED] = value; }
     void IncreaseFilesMoved(ULONG amount) { xIncrease(NetCounterBlock::FILES_MOVED, amount); }
 
-    /// Files read.
     const ULONG8& GetFilesRead() const { return m_counters[NetCounterBlock::FILES_READ]; }
     void SetFilesRead(const ULONG8& value) { m_counters[NetCounterBlock::FILES_READ] = value; }
     void IncreaseFilesRead(ULONG amount) { xIncrease(NetCounterBlock::FILES_READ, amount); }
+    ///@}
 
 protected:
+    /// What Reset does, without a virtual call.
     void xReset();
 
 private:

@@ -26,6 +26,7 @@ public:
     NetSessionActivity& operator=(const NetSessionActivity&) = default;
 
     [[nodiscard]] NetSessionActivity* Spawn(bool copy) const override;
+    /// The same bytes: time unit, counters and reserved ones.
     friend bool operator==(const NetSessionActivity& left, const NetSessionActivity& right)
     {
         return left.IsSame(right);

@@ -33,23 +33,32 @@ protected:
 public:
     bool IsSame(const SettingsTransferable& other) const override;
     /// The same record, action and detail.
+    ///@{
     bool IsSame(const NetSessionLiveStatus& other) const;
     friend bool operator==(const NetSessionLiveStatus& left, const NetSessionLiveStatus& right)
     {
         return left.IsSame(right);
     }
+    ///@}
 
     /// The session's identity and counters.
+    ///@{
     NetSessionStatus& GetStatus() { return m_status; }
     const NetSessionStatus& GetStatus() const { return m_status; }
+    ///@}
+    /// The host's code for what the session is doing. Setting it keeps the low 32 bits.
+    ///@{
     ULONG GetAction() const { return m_action; }
-    /// Keeps the low 32 bits.
     void SetAction(unsigned long action) { m_action = static_cast<std::uint32_t>(action); }
+    ///@}
     /// Free text about the action: a file's name, a command.
+    ///@{
     const String& GetDetail() const { return m_detail; }
     void SetDetail(const String& detail) { m_detail = detail; }
+    ///@}
 
 protected:
+    /// What Reset does, without a virtual call.
     void xReset();
 
 private:

@@ -42,6 +42,7 @@ public:
     NetSessionStatus& operator=(const NetSessionStatus&) = default;
 
     [[nodiscard]] NetSessionStatus* Spawn(bool copy) const override;
+    /// The same bytes, times and reserved ones included.
     friend bool operator==(const NetSessionStatus& left, const NetSessionStatus& right) { return left.IsSame(right); }
 
 protected:
@@ -57,19 +58,24 @@ public:
     [[nodiscard]] DataLogEntryRecord* SpawnEntry(unsigned long unused, bool copy) const override;
 
     /// The session's number in its service and the listener's thread id.
+    ///@{
     EventLogSessionID GetSessionID() const;
     void SetSessionID(const EventLogSessionID& id);
-    /// The service's end of the connection.
+    ///@}
+    /// The service's end of the connection; the port in host order.
+    ///@{
     NetIP GetLocalIP() const;
     void SetLocalIP(NetIP ip);
-    /// Ports in host order.
     USHORT GetLocalPort() const;
     void SetLocalPort(unsigned short port);
-    /// The peer's end of the connection.
+    ///@}
+    /// The peer's end of the connection; the port in host order.
+    ///@{
     NetIP GetRemoteIP() const;
     void SetRemoteIP(NetIP ip);
     USHORT GetRemotePort() const;
     void SetRemotePort(unsigned short port);
+    ///@}
     /// Empty when nobody has logged in; never longer than the field, whatever bytes were stored.
     String GetUser() const;
     /// Keeps at most the first 31 characters.

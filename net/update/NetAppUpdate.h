@@ -29,31 +29,33 @@ class FileAccess;
 class KQNET_API NetAppUpdate : public SingleThreadByPool
 {
 public:
+    /// How far the work is. A state that ends it is set just before the thread ends: IsBusy may still be true then.
     enum STATE : std::uint32_t
     {
-        ST_IDLE = 0,
-        ST_CHECKING = 1,
-        ST_NO_UPDATE = 2,
-        ST_UPDATE_AVAILABLE = 3,
-        ST_DOWNLOADING = 4,
-        ST_DOWNLOADED = 5,
-        ST_FAILED = 6
+        ST_IDLE = 0,             ///< nothing was asked for, or it was cancelled
+        ST_CHECKING = 1,         ///< CheckForUpdate works
+        ST_NO_UPDATE = 2,        ///< the version file names no version above the current one
+        ST_UPDATE_AVAILABLE = 3, ///< it does: DownloadUpdate may be called
+        ST_DOWNLOADING = 4,      ///< DownloadUpdate works
+        ST_DOWNLOADED = 5,       ///< the installer is there whole: RunUpdate may be called
+        ST_FAILED = 6            ///< check or download failed, or was ended; CheckForUpdate starts anew
     };
 
     /// The version file: five lines in this order.
     struct VERSIONFILE
     {
-        std::uint32_t version;
-        String description;
-        String host; ///< of the installer
-        USHORT port;
-        FilePath path;
+        std::uint32_t version; ///< decimal; 0 is not valid
+        String description;    ///< for people; not empty
+        String host;           ///< of the installer, not empty
+        USHORT port;           ///< of the installer's server, not 0
+        FilePath path;         ///< of the installer on that server, not empty
     };
 
     /// currentVersion: a found version must be greater. referer: product text of every request. fileNamePrefix: start
     /// of the installer's file name.
     NetAppUpdate(ThreadPool& pool, const FilePath& downloadFolder, unsigned long currentVersion, const String& referer,
                  const String& fileNamePrefix);
+    /// Ends what runs; a download under way is deleted.
     ~NetAppUpdate() override;
 
     /// Ends what runs, forgets what was found and starts looking for the version file. checkDetail: added to the
@@ -68,15 +70,20 @@ public:
     /// Ends what runs and forgets what was found; a download under way is deleted.
     void CancelAndReset();
 
+    /// ST_IDLE at first.
     STATE GetStatus() const;
     /// Bytes of the installer received, and expected by the last Content-Length; both below 2^32.
+    ///@{
     ULONG GetReceivedAmount() const;
     ULONG GetMaxReceivingAmount() const;
+    ///@}
+    /// The description of the version found, empty when none was.
     String GetUpdateDescription() const;
     /// The version found, 0 when none was.
     ULONG GetUpdateVersion() const;
     /// Full path of the installer, empty unless a download is under way or complete.
     FilePath GetDownloadedUpdatePath() const;
+    /// The thread runs.
     bool IsBusy() const;
 
     /// out: folder, prefix, version in decimal, ".exe".
@@ -86,11 +93,11 @@ protected:
     /// The receive buffer of one thread run.
     struct RECVBUF
     {
-        static constexpr ULONG SIZE = 4096;
-        NetTCP::RECVBUF received;
-        unsigned char bytes[SIZE];
-        String line;
-        bool done;
+        static constexpr ULONG SIZE = 4096; ///< of bytes
+        NetTCP::RECVBUF received;           ///< the command reception's, over bytes
+        unsigned char bytes[SIZE];          ///< what came and is not consumed
+        String line;                        ///< the line under way
+        bool done;                          ///< it is complete
     };
 
     /// Splits "http://host[:port][/path]". Anything else changes nothing.
