@@ -180,8 +180,15 @@ public:
     bool SendLine(const std::string& line)
     {
         const std::string bytes = line + "\r\n";
-        unsigned long size = static_cast<unsigned long>(bytes.size());
-        return m_socket.Send(bytes.data(), size) && size == bytes.size();
+        std::size_t sent = 0;
+        WaitFor([&] {
+            unsigned long size = static_cast<unsigned long>(bytes.size() - sent);
+            if (!m_socket.Send(bytes.data() + sent, size))
+                return true;
+            sent += size;
+            return sent == bytes.size();
+        });
+        return sent == bytes.size();
     }
     /// The next line without its end; empty when none came in time or the connection ended.
     std::string ReadLine(unsigned ms = 5000)
