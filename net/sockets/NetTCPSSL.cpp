@@ -273,8 +273,9 @@ int NetTCPSSL::xReadOnce(unsigned char* buf, unsigned long len)
     return xNoteOutcome(SSL_read(m_ssl, buf, ToInt(len)));
 }
 
-/// Writes record after record until all is written, TLS waits for the peer, or the limit of one call is reached. Result
-/// as xNoteOutcome.
+/// Writes record after record until all is written, TLS waits for the peer, or the limit of one call is reached. Each
+/// is offered alone: with more at hand TLS would finish a begun one, begin another and tell of neither. Result as
+/// xNoteOutcome.
 int NetTCPSSL::xWriteOnce(const unsigned char* data, unsigned long len)
 {
     len = std::min(len, MAX_SEND_SIZE);
@@ -283,11 +284,13 @@ int NetTCPSSL::xWriteOnce(const unsigned char* data, unsigned long len)
         return finished;
     unsigned long written = 0;
     while (written < len) {
+        const unsigned long record =
+            m_begunRecord.empty() ? std::min(len - written, MAX_RECORD_SIZE) : m_begunRecord.size();
         ERR_clear_error();
-        const int moved = xNoteOutcome(SSL_write(m_ssl, data + written, ToInt(len - written)));
+        const int moved = xNoteOutcome(SSL_write(m_ssl, data + written, ToInt(record)));
         if (moved <= 0) {
             if (m_waitState == WS_WANTS_WRITE && m_begunRecord.empty())
-                m_begunRecord.assign(data + written, data + std::min(len, written + MAX_RECORD_SIZE));
+                m_begunRecord.assign(data + written, data + written + record);
             return written > 0 ? ToInt(written) : moved;
         }
         m_begunRecord.clear();
