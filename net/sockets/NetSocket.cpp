@@ -172,6 +172,14 @@ void NetSocket::xSetIPData()
         FromEndpoint(end, m_localIP, m_localPort);
 }
 
+void NetSocket::xCopyIPData(const NetSocket& from)
+{
+    m_remoteIP = from.m_remoteIP;
+    m_remotePort = from.m_remotePort;
+    m_localIP = from.m_localIP;
+    m_localPort = from.m_localPort;
+}
+
 void NetSocket::xIncreaseIn(unsigned long bytes) noexcept
 {
     m_bytesIn += static_cast<std::uint32_t>(bytes);
@@ -193,6 +201,7 @@ void NetSocket::xTakeHandle(std::uint32_t handle) noexcept
 {
     m_socket = handle;
     m_lastError = ERR_NONE;
+    m_recvFlowing = true;
 }
 
 platform::Endpoint NetSocket::xsMakeEndpoint(NetIP::IPTYPE type, const NetIP& ip, unsigned short port)

@@ -145,6 +145,8 @@ protected:
     /// Reads the addresses and ports of both ends from the system. Each end stays as it is when the system does not
     /// know it or it is not IPv4.
     void xSetIPData();
+    /// Takes the addresses and ports of both ends over from another socket.
+    void xCopyIPData(const NetSocket& from);
     /// Sets the code alone and closes nothing; ERR_NONE clears it.
     void xSetLastError(int code) noexcept { m_lastError = code; }
     /// Add to the byte counters.
@@ -157,7 +159,8 @@ protected:
     bool xFailAndClose(int code);
     /// The handle, all bits set when there is none; stays owned by this object.
     std::uint32_t xGetHandle() const noexcept { return m_socket; }
-    /// Takes over the handle (there must be none) and sets the last error to 0.
+    /// Takes over the handle (there must be none) and sets the last error to 0. Whoever connects often speaks at once:
+    /// the first receive does not wait before it tries.
     void xTakeHandle(std::uint32_t handle) noexcept;
     /// The resolver made at construction, owned by this object.
     NetDNS& xGetResolver() noexcept { return m_resolver; }

@@ -237,6 +237,14 @@ void NetTCP::xAttach(unsigned int handle, TCP_STATE state)
     xSetIPData();
 }
 
+void NetTCP::xAttachFrom(NetTCP& other)
+{
+    Close();
+    xCopyIPData(other);
+    m_state = other.m_state;
+    xTakeHandle(other.Detach());
+}
+
 /// Takes one waiting connection. False: code 45 (not listening, or failed and closed) or 46 (nothing came in time).
 bool NetTCP::xAcceptHandle(std::uint32_t& handle)
 {

@@ -123,6 +123,9 @@ protected:
     void xSetStateClosed() override;
     /// Closes what is open and takes over a non-blocking handle in the given state; last error 0, addresses read.
     void xAttach(unsigned int handle, TCP_STATE state);
+    /// As xAttach with handle and state of another socket, which is left closed and empty. Its addresses are taken over
+    /// too: they need not be asked for again.
+    void xAttachFrom(NetTCP& other);
 
 private:
     bool xAcceptHandle(std::uint32_t& handle);

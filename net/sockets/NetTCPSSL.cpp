@@ -85,10 +85,10 @@ void NetTCPSSL::ShutdownAndClose()
 
 void NetTCPSSL::Upgrade(NetTCP& plain)
 {
-    Close();
-    const TCP_STATE state = plain.GetState();
-    if (state != TS_CLOSED)
-        xAttach(plain.Detach(), state);
+    if (plain.GetState() == TS_CLOSED)
+        Close();
+    else
+        xAttachFrom(plain);
 }
 
 bool NetTCPSSL::SSLAccept(const FilePath& certFile, const FilePath& keyFile)

@@ -53,8 +53,8 @@ public:
     /// 48 afterwards, kept on purpose.
     void ShutdownAndClose() override;
 
-    /// Takes over the handle and the state of plain, which is left closed and empty; this object is closed first. TLS
-    /// is off. A closed plain leaves both closed.
+    /// Takes over handle, state and addresses of plain, which is left closed and empty; this object is closed first.
+    /// TLS is off. A closed plain leaves both closed.
     void Upgrade(NetTCP& plain);
     /// True while connected with TLS on.
     bool IsSSLOn() const noexcept { return IsConnected() && m_ssl != nullptr; }

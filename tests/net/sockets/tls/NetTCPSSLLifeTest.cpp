@@ -1,4 +1,5 @@
 // Tests of what becomes of a NetTCPSSL: upgrading, accepting, closing, farewells.
+#include "platform/Sockets.h"
 #include "tests/net/sockets/tls/TLSFixture.h"
 
 namespace kqlib::test {
@@ -19,6 +20,28 @@ TEST_F(NetTCPSSLLife, Upgrade_Connected_TakesHandleAndAddresses)
     EXPECT_FALSE(other.IsSSLOn());
     EXPECT_EQ(other.GetRemotePort(), port);
     ExpectTalk(m_client, other);
+}
+
+TEST_F(NetTCPSSLLife, Upgrade_BrokenOffMeanwhile_AddressesAreKnown)
+{
+    NetTCP plain(NetIP::LOOKUP_ANY);
+    ASSERT_TRUE(plain.Connect(LOOPBACK(), m_listener.GetLocalPort()));
+    const std::unique_ptr<NetTCP> accepted(m_listener.Accept());
+    ASSERT_NE(accepted, nullptr);
+    const USHORT port = plain.GetLocalPort();
+    platform::AbortSocket(plain.Detach());
+    TestTCPSSL other;
+    other.Upgrade(*accepted);
+    EXPECT_EQ(other.GetRemoteIP(), LOOPBACK());
+    EXPECT_EQ(other.GetRemotePort(), port);
+    EXPECT_EQ(other.GetLocalIP(), LOOPBACK());
+    EXPECT_EQ(other.GetLocalPort(), m_listener.GetLocalPort());
+    unsigned char byte = 0;
+    EXPECT_TRUE(WaitFor([&] {
+        unsigned long len = 1;
+        return !other.Recv(&byte, len);
+    }));
+    EXPECT_FALSE(other.IsConnected());
 }
 
 TEST_F(NetTCPSSLLife, Upgrade_Listening_ListensHere)
