@@ -19,6 +19,9 @@ find_program(KQNET_CCACHE ccache)
 if(KQNET_CCACHE)
     set(CMAKE_CXX_COMPILER_LAUNCHER "${KQNET_CCACHE}")
     set(CMAKE_C_COMPILER_LAUNCHER "${KQNET_CCACHE}")
+    if(KQNET_PRECOMPILE) # without this ccache leaves out whatever uses a precompiled header
+        set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros "${KQNET_CCACHE}")
+    endif()
 endif()
 
 set(THREADS_PREFER_PTHREAD_FLAG ON)

@@ -12,7 +12,7 @@ namespace kqlib::test {
 inline std::vector<std::vector<std::string>> ReadDataTable(const std::string& name)
 {
     std::vector<std::vector<std::string>> rows;
-    std::ifstream file(std::string(KQ_TEST_DATA) + "/" + name, std::ios::binary);
+    std::ifstream file(std::string(KQ_TEST_DATA "/") + name, std::ios::binary);
     for (std::string line; std::getline(file, line);) {
         if (line.starts_with('#'))
             continue;

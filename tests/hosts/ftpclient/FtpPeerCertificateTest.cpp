@@ -54,7 +54,7 @@ TEST_F(FtpPeerCertificateTest, NothingToReadOrNothingShown_Refused)
 class FtpPeerCertificateChainTest : public FtpPeerCertificateTest
 {
 protected:
-    FilePath Path(const char* name) const { return FilePath(String(std::string(KQ_TEST_DATA) + "/chain/" + name)); }
+    FilePath Path(const char* name) const { return FilePath(String(std::string(KQ_TEST_DATA "/chain/") + name)); }
     /// Whether a server that shows its certificate and the intermediate one is trusted by the authority.
     bool IsShown(const char* certificate, const char* host)
     {
