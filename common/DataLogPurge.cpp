@@ -2,6 +2,7 @@
 
 #include "common/DataLogEntryTime.h"
 #include "common/DataLogState.h"
+#include "common/WithinMemory.h"
 #include "platform/Clock.h"
 
 #include <algorithm>
@@ -246,7 +247,7 @@ void DataLogPurge::xThread()
         int foldedAt = 0;
     };
     std::vector<LOOK> looks; // one per log
-    while (!xShouldThreadEnd()) {
+    const auto lookAtAll = [&] {
         const std::vector<DataLog*> logs = xGetLogs();
         looks.resize(logs.size());
         for (std::size_t index = 0; index < logs.size(); ++index) {
@@ -259,6 +260,10 @@ void DataLogPurge::xThread()
             pass.Run();
             look.last = Clock::now();
         }
+    };
+    while (!xShouldThreadEnd()) {
+        // A look that finds no memory is made again.
+        static_cast<void>(RunWithinMemory(lookAtAll));
         m_stop.Wait(PAUSE_MS);
     }
 }

@@ -7,6 +7,7 @@
 #include "common/NativePath.h"
 #include "common/TimePos.h"
 #include "common/TimedEvent.h"
+#include "common/WithinMemory.h"
 #include "platform/Clock.h"
 
 #include <spdlog/logger.h>
@@ -124,7 +125,7 @@ std::unique_ptr<spdlog::logger> OpenLogger(const EventLogSettings& settings)
 struct EventLog::STATE
 {
     bool OpenPreLocked();
-    void Write(const std::string& fields);
+    template <class MAKE_FIELDS> void Write(const MAKE_FIELDS& makeFields);
 
     std::atomic<bool> enabled = false; ///< as in settings: a line that nobody keeps is not even put together
     std::mutex mutex;
@@ -132,6 +133,33 @@ struct EventLog::STATE
     std::unique_ptr<spdlog::logger> logger;     ///< null when the file is not open
     TimedEvent retry{0, REOPEN_PAUSE_MS, true}; ///< whether opening may be tried; restarted when it failed
 };
+
+/// True when lines can be written.
+bool EventLog::STATE::OpenPreLocked()
+{
+    if (logger || !settings.GetEnabled())
+        return logger != nullptr;
+    if (!retry.IsTriggered(TimedEvent::sGetNow()))
+        return false;
+    logger = OpenLogger(settings);
+    if (!logger)
+        retry.Restart(TimedEvent::sGetNow());
+    return logger != nullptr;
+}
+
+/// Writes what makeFields gives, or nothing where there is no memory for it.
+template <class MAKE_FIELDS> void EventLog::STATE::Write(const MAKE_FIELDS& makeFields)
+{
+    static_cast<void>(RunWithinMemory([&] {
+        const std::string fields = makeFields();
+        std::lock_guard lock(mutex);
+        if (!OpenPreLocked())
+            return;
+        const std::string line = GetTimeText() + fields;
+        // This form takes the text as it is: it is no format.
+        logger->log(spdlog::level::info, spdlog::string_view_t(line));
+    }));
+}
 
 EventLog::EventLog()
     : m_state(std::make_unique<STATE>())
@@ -143,15 +171,17 @@ EventLog::~EventLog() = default;
 void EventLog::PrintServiceNormal(const String& event, const String& detail, const String& comment)
 {
     if (m_state->enabled)
-        m_state->Write(MakeFields("Service", {}, {}, {}, event, detail, comment));
+        m_state->Write([&] { return MakeFields("Service", {}, {}, {}, event, detail, comment); });
 }
 
 void EventLog::PrintIPNormal(const EventLogSessionID& id, NetIP remote, USHORT remotePort, NetIP local,
                              USHORT localPort, const String& event, const String& detail, const String& comment)
 {
     if (m_state->enabled)
-        m_state->Write(MakeFields("Normal", GetSessionText(id), GetEndText(remote, remotePort),
-                                  GetEndText(local, localPort), event, detail, comment));
+        m_state->Write([&] {
+            return MakeFields("Normal", GetSessionText(id), GetEndText(remote, remotePort),
+                              GetEndText(local, localPort), event, detail, comment);
+        });
 }
 
 void EventLog::PrintIPDebug(const EventLogSessionID& id, NetIP remote, USHORT remotePort, NetIP local, USHORT localPort,
@@ -164,8 +194,10 @@ void EventLog::PrintIPDebug(const EventLogSessionID& id, NetIP remote, USHORT re
         if (!m_state->settings.GetUsePrintDebug())
             return;
     }
-    m_state->Write(MakeFields("Debug", GetSessionText(id), GetEndText(remote, remotePort), GetEndText(local, localPort),
-                              event, detail, comment));
+    m_state->Write([&] {
+        return MakeFields("Debug", GetSessionText(id), GetEndText(remote, remotePort), GetEndText(local, localPort),
+                          event, detail, comment);
+    });
 }
 
 void EventLog::PrintPurge()
@@ -189,29 +221,6 @@ void EventLog::GetSettings(EventLogSettings& out) const
 {
     std::lock_guard lock(m_state->mutex);
     out = m_state->settings;
-}
-
-/// True when lines can be written.
-bool EventLog::STATE::OpenPreLocked()
-{
-    if (logger || !settings.GetEnabled())
-        return logger != nullptr;
-    if (!retry.IsTriggered(TimedEvent::sGetNow()))
-        return false;
-    logger = OpenLogger(settings);
-    if (!logger)
-        retry.Restart(TimedEvent::sGetNow());
-    return logger != nullptr;
-}
-
-void EventLog::STATE::Write(const std::string& fields)
-{
-    std::lock_guard lock(mutex);
-    if (!OpenPreLocked())
-        return;
-    const std::string line = GetTimeText() + fields;
-    // This form takes the text as it is: it is no format.
-    logger->log(spdlog::level::info, spdlog::string_view_t(line));
 }
 
 } // namespace kqlib

@@ -2,6 +2,7 @@
 
 #include "common/ThreadControl.h"
 #include "common/ThreadPool.h"
+#include "common/WithinMemory.h"
 
 #include <cassert>
 
@@ -26,12 +27,15 @@ bool SingleThreadByPool::xRunThread()
 {
     if (!m_control->Start())
         return true;
-    const bool had = m_pool.Run(
-        [this, control = m_control] {
-            control->EnterBody();
-            xThread();
-        },
-        [control = m_control] { control->LeaveBody(); });
+    bool had = false;
+    static_cast<void>(RunWithinMemory([this, &had] {
+        had = m_pool.Run(
+            [this, control = m_control] {
+                control->EnterBody();
+                xThread();
+            },
+            [control = m_control] { control->LeaveBody(); });
+    }));
     if (!had)
         m_control->CancelStart();
     return had;

@@ -4,6 +4,7 @@
 #include "common/Types.h"
 
 #include <cstddef>
+#include <iterator>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -34,6 +35,12 @@ public:
     const T& Get(ULONG index) const { return *m_items.at(index); }
     T& Get(ULONG index) { return *m_items.at(index); }
     ///@}
+    /// Makes sure that the next Give needs no memory.
+    void ReserveOne()
+    {
+        if (m_items.size() == m_items.capacity())
+            m_items.reserve(2 * m_items.size() + 4);
+    }
     /// Takes ownership of item and appends it; null is ignored.
     void Give(T* item)
     {
@@ -65,8 +72,8 @@ public:
     /// Takes over all elements of other, in order, behind those here; other is left empty.
     void TakeAll(VectorPtr& other)
     {
-        for (auto& item : other.m_items)
-            m_items.push_back(std::move(item));
+        m_items.insert(m_items.end(), std::make_move_iterator(other.m_items.begin()),
+                       std::make_move_iterator(other.m_items.end()));
         other.m_items.clear();
     }
 

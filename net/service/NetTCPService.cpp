@@ -4,8 +4,10 @@
 #include "platform/Threads.h"
 
 #include "common/EventLogSettings.h"
+#include "common/WithinMemory.h"
 #include "net/session/NetTCPSession.h"
 #include "net/sockets/NetTCP.h"
+#include "net/sockets/SocketWatch.h"
 #include "net/status/NetServiceLiveStatus.h"
 #include "net/status/NetSessionStatus.h"
 
@@ -54,6 +56,24 @@ struct NetTCPService::THREADSTATE
     NetSessionActivity activity;
     TimePos now;
     ULONG timeUnit = 0;
+};
+
+/// Takes the listeners from the listener thread; it has them back when the scope is left, however that happens. No lock
+/// held by then.
+class NetTCPService::ListenerAccess
+{
+public:
+    explicit ListenerAccess(NetTCPService& service)
+        : m_service(service)
+    {
+        m_service.xLockListenerAccess();
+    }
+    ~ListenerAccess() { m_service.xUnlockListenerAccess(); }
+    ListenerAccess(const ListenerAccess&) = delete;
+    ListenerAccess& operator=(const ListenerAccess&) = delete;
+
+private:
+    NetTCPService& m_service;
 };
 
 // ---------------------------------------------------------------------------------------------- life and settings
@@ -159,16 +179,13 @@ void NetTCPService::StartListen(NetPortBinds& failed)
     std::vector<WANTED> wanted;
     xResolveBinds(binds, wanted, failed);
 
-    xLockListenerAccess();
-    {
-        const ThreadGatewayGuard guard(m_lock);
-        xCloseUnwantedPreLocked(wanted);
-        for (const WANTED& place : wanted)
-            if (!xIsServedPreLocked(place) && !xOpenListenerPreLocked(place))
-                failed.Add(*place.bind);
-        xPublishPortsPreLocked();
-    }
-    xUnlockListenerAccess();
+    const ListenerAccess access(*this);
+    const ThreadGatewayGuard guard(m_lock);
+    xCloseUnwantedPreLocked(wanted);
+    for (const WANTED& place : wanted)
+        if (!xIsServedPreLocked(place) && !xOpenListenerPreLocked(place))
+            failed.Add(*place.bind);
+    xPublishPortsPreLocked();
 }
 
 void NetTCPService::StopListen()
@@ -179,13 +196,10 @@ void NetTCPService::StopListen()
 void NetTCPService::xStopListen()
 {
     const ThreadGatewayGuard alone(m_listenGateway);
-    xLockListenerAccess();
-    {
-        const ThreadGatewayGuard guard(m_lock);
-        xCloseUnwantedPreLocked({});
-        xPublishPortsPreLocked();
-    }
-    xUnlockListenerAccess();
+    const ListenerAccess access(*this);
+    const ThreadGatewayGuard guard(m_lock);
+    xCloseUnwantedPreLocked({});
+    xPublishPortsPreLocked();
 }
 
 void NetTCPService::xResolveBinds(const NetPortBinds& binds, std::vector<WANTED>& wanted, NetPortBinds& failed)
@@ -304,12 +318,17 @@ void NetTCPService::xThread()
         m_listenerThreadId = platform::CurrentThreadId();
     }
     THREADSTATE state;
-    while (!xShouldThreadEnd()) {
+    const auto pass = [this, &state] {
         if (xPreparePass(state))
             xServeWaitingConnections(state);
         else
             platform::SleepMs(IDLE_MS);
         xRecordActivity(state);
+    };
+    while (!xShouldThreadEnd()) {
+        // A pass that finds no memory has dropped the connections it had accepted; the ports stay.
+        if (!RunWithinMemory(pass))
+            platform::SleepMs(IDLE_MS);
     }
     if (state.holding) {
         // They stay open: whoever asked for them, or the destructor, closes them.
@@ -352,7 +371,7 @@ void NetTCPService::xServeWaitingConnections(THREADSTATE& state)
             xsExamineListeners(state.listeners, state.nextListener, 0, next);
     }
     for (std::unique_ptr<NetTCP>& connection : accepted)
-        xServeConnection(connection.release(), state);
+        xServeConnection(std::move(connection), state);
 }
 
 NetTCP* NetTCPService::xAcceptConnection(LISTENERS& listeners, ULONG& index)
@@ -383,14 +402,18 @@ bool NetTCPService::xsExamineListeners(LISTENERS& listeners, ULONG& index, ULONG
     return anyListens;
 }
 
-void NetTCPService::xServeConnection(NetTCP* connection, THREADSTATE& state)
+void NetTCPService::xServeConnection(std::unique_ptr<NetTCP> connection, THREADSTATE& state)
 {
     const ThreadGatewayGuard guard(m_lock);
-    NetTCPSession* session = xCreateSession(connection, xGenSessionIDPreLocked());
-    if (session == nullptr) {
-        delete connection;
+    m_incoming.ReserveOne();
+    const SocketWatch watch(*connection);
+    NetTCPSession* session = nullptr;
+    // A session that finds no memory may have taken the connection over, and down with it.
+    static_cast<void>(RunWithinMemory([&] { session = xCreateSession(connection.get(), xGenSessionIDPreLocked()); }));
+    if (session != nullptr || !watch.IsAlive())
+        static_cast<void>(connection.release());
+    if (session == nullptr)
         return;
-    }
     xAddSessionPreLocked(m_incoming, session);
     ++state.incoming;
 }
@@ -428,8 +451,10 @@ bool NetTCPService::AddOutgoingConnection(NetTCPSession* session)
     if (!xIsThreadRunning())
         return false;
     const ThreadGatewayGuard guard(m_lock);
-    if (m_outgoing.GetCount() < m_maxOutgoing)
+    if (m_outgoing.GetCount() < m_maxOutgoing) {
+        m_outgoing.ReserveOne();
         xAddSessionPreLocked(m_outgoing, session);
+    }
     return true; // also when it was not taken, kept on purpose
 }
 
@@ -454,8 +479,14 @@ unsigned long NetTCPService::xRemoveDone()
         return 0;
     m_endedAtLook = endedCount;
     m_cameSinceLook = false;
-    const ULONG removed = xRemoveDonePreLocked(m_outgoing);
-    return removed + xRemoveDonePreLocked(m_incoming);
+    ULONG removed = 0;
+    const bool all = RunWithinMemory([this, &removed] {
+        removed = xRemoveDonePreLocked(m_outgoing);
+        removed += xRemoveDonePreLocked(m_incoming);
+    });
+    if (!all)
+        m_cameSinceLook = true; // the next look finds those that are left
+    return removed;
 }
 
 ULONG NetTCPService::xRemoveDonePreLocked(SESSIONS& sessions)
@@ -479,7 +510,7 @@ void NetTCPService::xRetirePreLocked(const NetTCPSession& session)
     session.GetStatus(live);
     m_status.AddDataFrom(live.GetStatus());
     Messages ignored; // a record that cannot be written, or no log, does not keep the session
-    m_sessionLog.AddEntry(live.GetStatus(), ignored);
+    static_cast<void>(RunWithinMemory([&] { m_sessionLog.AddEntry(live.GetStatus(), ignored); }));
 }
 
 void NetTCPService::xAddSessionPreLocked(SESSIONS& sessions, NetTCPSession* session)

@@ -65,7 +65,8 @@ protected:
     /// Makes the session of an accepted connection. Called on the listener thread with the service lock held, once per
     /// connection; it may call operations that take the lock again, such as GenSessionID, but must not wait for a
     /// thread that does. The session returned owns connection, and the service owns the session. Null: the service
-    /// deletes connection, which closes it; nothing is logged.
+    /// deletes connection, which closes it; nothing is logged. std::bad_alloc counts as null, whether the session had
+    /// taken connection over by then or not.
     virtual NetTCPSession* xCreateSession(NetTCP* const connection, EventLogSessionID id) = 0;
 
 public:
@@ -173,6 +174,7 @@ private:
     };
     /// What the listener thread keeps to itself.
     struct THREADSTATE;
+    class ListenerAccess;
 
     // The hand-over of the listeners between the listener thread and StartListen or StopListen.
     /// Asks for the listeners and waits until the thread has put them back into m_listeners, or does not run.
@@ -187,7 +189,7 @@ private:
     // Listener thread only.
     bool xPreparePass(THREADSTATE& state);
     void xServeWaitingConnections(THREADSTATE& state);
-    void xServeConnection(NetTCP* connection, THREADSTATE& state);
+    void xServeConnection(std::unique_ptr<NetTCP> connection, THREADSTATE& state);
     void xRecordActivity(THREADSTATE& state);
     /// One connection of the listeners, examined in turn from index on; null when none came within 2 ms, or after a
     /// pause of 50 ms when none listens. Caller deletes.

@@ -24,6 +24,7 @@ protected:
 
     /// Makes the session of one accepted connection. Called on the listener thread with the service lock held; must not
     /// wait. The returned session owns connection. Null: connection is deleted, which closes it; nothing is logged.
+    /// std::bad_alloc counts as null.
     virtual NetTCPSession* xCreateSessionSSL(NetTCPSSL* const connection, EventLogSessionID id) = 0;
 };
 

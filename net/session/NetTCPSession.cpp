@@ -4,6 +4,7 @@
 #include "platform/Threads.h"
 
 #include "common/EventLog.h"
+#include "common/WithinMemory.h"
 #include "net/status/NetSessionLiveStatus.h"
 
 #include <utility>
@@ -75,8 +76,17 @@ NetTCPSession::~NetTCPSession()
 }
 
 // 1. Seed the generator that spreads the writes of many sessions. 2. Log the start. 3. to 5. The host's part. 6. Close
-// what is still open. 7. Log the end. 8. Store the records.
+// what is still open. 7. Log the end. 8. Store the records. A part that finds no memory ends there and the next one
+// follows: one session then ends early, and no other is touched.
 void NetTCPSession::xThread()
+{
+    static_cast<void>(RunWithinMemory([this] { xStartAndHandle(); }));
+    static_cast<void>(RunWithinMemory([this] { xEventSessionEnd(); }));
+    static_cast<void>(RunWithinMemory([this] { xCloseAtEnd(); }));
+    xStoreFinalRecords();
+}
+
+void NetTCPSession::xStartAndHandle()
 {
     platform::RandSeed(platform::CurrentThreadId() +
                        static_cast<std::uint32_t>(TimePos::sNow().GetMilliSeconds() / 1000));
@@ -89,25 +99,29 @@ void NetTCPSession::xThread()
     xEventSessionStart();
     if (xShouldSessionContinue())
         xHandleSession();
-    xEventSessionEnd();
+}
 
+void NetTCPSession::xCloseAtEnd()
+{
     if (m_mainSocket->IsConnected())
         xShutdownAndClose(m_mainSocket.get());
     if (!m_acceptedAtConstruction)
         xPrintLogNormal("Session Ended", "", "");
-    xStoreFinalRecords();
 }
 
 void NetTCPSession::xStoreFinalRecords()
 {
-    if (m_pendingActivity.GetTimeUnit() != 0)
-        xStoreActivity(m_pendingActivity);
-    xStoreActivity(m_currentActivity);
-
-    const ThreadGatewayGuard guard(m_lock);
-    xMergeIncrementsPreLocked();
-    m_status.SetEndTimeNow();
-    m_status.SetUser(m_currentUser); // last, for merging takes over the increments' empty user
+    static_cast<void>(RunWithinMemory([this] {
+        if (m_pendingActivity.GetTimeUnit() != 0)
+            xStoreActivity(m_pendingActivity);
+        xStoreActivity(m_currentActivity);
+    }));
+    static_cast<void>(RunWithinMemory([this] {
+        const ThreadGatewayGuard guard(m_lock);
+        xMergeIncrementsPreLocked();
+        m_status.SetEndTimeNow();
+        m_status.SetUser(m_currentUser); // last, for merging takes over the increments' empty user
+    }));
 }
 
 void NetTCPSession::xHandleSession()

@@ -41,9 +41,11 @@ class NetSessionLiveStatus;
 /// locks held (construction and destruction: one thread, while the session's own does not run). One lock guards the
 /// control messages, the live status and the session record.
 ///
-/// Errors: nothing throws. Network failures are logged and answered by false or null. A failed receive or send has
-/// closed the socket; an end request, a time-out or a waiting disconnect only makes an operation return false.
-/// The order of the virtual functions is part of the binary interface; new ones go last.
+/// Errors: nothing throws, but for an allocation that fails: std::bad_alloc then leaves the operation, also a handler
+/// of the host, and ends xHandleSession; what follows it is still done. Network failures are logged and answered by
+/// false or null. A failed receive or send has closed the socket; an end request, a time-out or a waiting disconnect
+/// only makes an operation return false. The order of the virtual functions is part of the binary interface; new ones
+/// go last.
 class KQNET_API NetTCPSession : public SingleThreadByPool
 {
 public:
@@ -379,6 +381,8 @@ private:
         BYTES
     };
 
+    void xStartAndHandle();
+    void xCloseAtEnd();
     void xStoreFinalRecords();
     void xRefreshMainState(const NetTCP* const socket);
     bool xLogListen(NetTCP* const socket, bool listening, bool logFailure, const String& detail);

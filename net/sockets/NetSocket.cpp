@@ -3,6 +3,7 @@
 #include "platform/Sockets.h"
 
 #include "common/Messages.h"
+#include "net/sockets/SocketWatch.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -56,6 +57,7 @@ NetSocket::NetSocket(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache)
 
 NetSocket::~NetSocket()
 {
+    SocketWatch::sNoteEnd(*this);
     // Not Close: the derived class, whose state it would clear, is gone already.
     platform::CloseSocket(m_socket);
 }

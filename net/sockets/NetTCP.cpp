@@ -3,6 +3,8 @@
 #include "platform/Clock.h"
 #include "platform/Sockets.h"
 
+#include "common/WithinMemory.h"
+
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -36,8 +38,17 @@ NetTCP* NetTCP::Accept()
     if (!xAcceptHandle(handle))
         return nullptr;
     NetDNSCache* const cache = xGetResolver().GetCache();
-    auto connection = cache != nullptr ? std::make_unique<NetTCP>(GetIPLookupMode(), *cache)
-                                       : std::make_unique<NetTCP>(GetIPLookupMode());
+    std::unique_ptr<NetTCP> connection;
+    const bool made = RunWithinMemory([&] {
+        connection = cache != nullptr ? std::make_unique<NetTCP>(GetIPLookupMode(), *cache)
+                                      : std::make_unique<NetTCP>(GetIPLookupMode());
+    });
+    if (!made) {
+        // As when the system has none: it says nothing about the listener.
+        platform::CloseSocket(handle);
+        xSetLastError(ERR_NOTHING);
+        return nullptr;
+    }
     connection->xAttach(handle, TS_CONNECTED);
     return connection.release();
 }

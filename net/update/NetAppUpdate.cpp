@@ -2,11 +2,13 @@
 
 #include "common/FileAccess.h"
 #include "common/STRINGS.h"
+#include "common/WithinMemory.h"
 #include "platform/Clock.h"
 #include "platform/Processes.h"
 
 #include <algorithm>
 #include <memory>
+#include <tuple>
 #include <vector>
 
 namespace kqlib {
@@ -197,13 +199,17 @@ void NetAppUpdate::xSetState(STATE state)
 
 void NetAppUpdate::xThread()
 {
-    NetTCP socket(NetIP::LOOKUP_ANY, m_cache);
-    socket.SetBlockTime(SOCKET_BLOCK_TIME_MS);
-    const auto buffer = std::make_unique<RECVBUF>();
-    if (GetStatus() == ST_CHECKING)
-        xCheck(socket, *buffer);
-    else
-        xDownload(socket, *buffer);
+    const bool ended = RunWithinMemory([this] {
+        NetTCP socket(NetIP::LOOKUP_ANY, m_cache);
+        socket.SetBlockTime(SOCKET_BLOCK_TIME_MS);
+        const auto buffer = std::make_unique<RECVBUF>();
+        if (GetStatus() == ST_CHECKING)
+            xCheck(socket, *buffer);
+        else
+            xDownload(socket, *buffer);
+    });
+    if (!ended)
+        xSetState(ST_FAILED);
 }
 
 void NetAppUpdate::xCheck(NetTCP& socket, RECVBUF& buffer)
@@ -230,11 +236,10 @@ void NetAppUpdate::xCheck(NetTCP& socket, RECVBUF& buffer)
 
 void NetAppUpdate::xDownload(NetTCP& socket, RECVBUF& buffer)
 {
-    m_lock.Lock();
-    const String host = m_downloadHost;
-    const USHORT port = m_downloadPort;
-    const FilePath path = m_downloadPath;
-    m_lock.Unlock();
+    const auto [host, port, path] = [this] {
+        const ThreadGatewayGuard guard(m_lock);
+        return std::tuple(m_downloadHost, m_downloadPort, m_downloadPath);
+    }();
     const bool received =
         xConnectAndRequestFile(socket, buffer, false, host, port, path) && xReceiveFile(socket, buffer);
     xSetState(received ? ST_DOWNLOADED : ST_FAILED);

@@ -13,6 +13,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <new>
 #include <thread>
 
 namespace kqlib::test {
@@ -62,7 +63,9 @@ public:
 
     std::atomic<bool> refuse{false}; ///< the factory returns null
     std::atomic<USHORT> goTo{0};     ///< unless 0, the factory first connects its socket to this port of "peer.example"
-    Trace trace;                     ///< what the factory was given
+    std::atomic<bool> failsEarly{false}; ///< the next one finds no memory before it makes its session, or afterwards
+    std::atomic<bool> failsLate{false};
+    Trace trace; ///< what the factory was given
 
 protected:
     NetTCPSession* xCreateSessionSSL(NetTCPSSL* const connection, EventLogSessionID id) override
@@ -72,7 +75,13 @@ protected:
                   (connection->GetIPLookupMode() == NetIP::LOOKUP_ANY ? "" : ", wrong mode"));
         if (goTo != 0)
             trace.Add(connection->Connect(String("peer.example"), goTo) ? "resolved" : "not resolved");
-        return refuse ? nullptr : new TLSServiceSession(*this, connection, id);
+        const bool late = failsLate.exchange(false);
+        if (failsEarly.exchange(false))
+            throw std::bad_alloc();
+        std::unique_ptr<TLSServiceSession> session(refuse ? nullptr : new TLSServiceSession(*this, connection, id));
+        if (late)
+            throw std::bad_alloc(); // the session goes, with its connection
+        return session.release();
     }
 };
 
@@ -150,6 +159,17 @@ protected:
     std::unique_ptr<TLSService> m_service;
     USHORT m_port = 0;
 };
+
+TEST_F(NetTCPServiceSSLTest, CreateSession_NoMemory_ConnectionClosedOthersServed)
+{
+    m_service->failsEarly = true;
+    EXPECT_TRUE(TestClient(m_port).WaitClosed());
+    m_service->failsLate = true;
+    EXPECT_TRUE(TestClient(m_port).WaitClosed());
+    NetTCPSSL client(NetIP::LOOKUP_ANY);
+    ASSERT_TRUE(client.Connect(NetIP(String("127.0.0.1")), m_port));
+    EXPECT_TRUE(client.SSLConnect());
+}
 
 TEST_F(NetTCPServiceSSLTest, Session_MadeOverAConnectedPlainTLSSocket_ThenServedOverTLS)
 {

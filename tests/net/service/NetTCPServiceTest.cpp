@@ -15,6 +15,7 @@
 #include <iterator>
 #include <list>
 #include <mutex>
+#include <new>
 #include <set>
 #include <thread>
 
@@ -438,6 +439,54 @@ TEST_F(NetTCPServiceTest, Accept_SeveralWaitAtEachPort_PortsServedInTurn)
         return served.size() == 6;
     }));
     EXPECT_THAT(served, ElementsAre(ports[0], ports[1], ports[2], ports[0], ports[2], ports[0]));
+}
+
+/// A session that finds no memory after it has taken its connection over.
+class LateFailingSession : public TestSession
+{
+public:
+    LateFailingSession(TestService& service, NetTCP* connection, const EventLogSessionID& id)
+        : TestSession(service, connection, id, {})
+    {
+        throw std::bad_alloc();
+    }
+};
+
+// A factory without memory for its session once ended the process.
+TEST_F(NetTCPServiceTest, CreateSession_NoMemory_ConnectionClosedOthersServed)
+{
+    m_service->SetFactory([this](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+        if (id.GetSession() == 0)
+            throw std::bad_alloc();
+        if (id.GetSession() == 1)
+            return new LateFailingSession(*m_service, connection, id);
+        return new TestSession(*m_service, connection, id, {});
+    });
+    const USHORT port = Start();
+    EXPECT_TRUE(TestClient(port).WaitClosed());
+    EXPECT_TRUE(TestClient(port).WaitClosed());
+    EXPECT_TRUE(TestClient(port).Talk("hello"));
+}
+
+// A session without memory for its work once ended the process.
+TEST_F(NetTCPServiceTest, Session_NoMemoryInItsWork_EndsAloneAndIsCounted)
+{
+    m_service->SetFactory([this](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+        TestSession::HOOKS hooks;
+        if (id.GetSession() == 0) {
+            hooks.handle = [](TestSession&) { throw std::bad_alloc(); };
+            hooks.atEnd = [this](TestSession&) { m_service->GetTrace()->Add("end"); };
+        }
+        return new TestSession(*m_service, connection, id, hooks);
+    });
+    const USHORT port = Start();
+    EXPECT_TRUE(TestClient(port).WaitClosed());
+    EXPECT_TRUE(TestClient(port).Talk("hello"));
+    ASSERT_TRUE(WaitForSessions(0));
+    EXPECT_THAT(m_service->GetTrace()->Get(), ElementsAre("end"));
+    NetServiceStatus status;
+    m_service->GetStatus(status);
+    EXPECT_EQ(status.GetConnectionsIn(), 2U);
 }
 
 TEST_F(NetTCPServiceTest, CreateSession_Null_ConnectionClosedNothingLogged)
