@@ -31,8 +31,10 @@ using KIND = FaultPlan::KIND;
 class FaultPlanTest : public testing::Test
 {
 protected:
+    void SetUp() override { FaultPlan::sSetFailEverywhere(true); }
     void TearDown() override
     {
+        FaultPlan::sSetFailEverywhere(false);
         FaultPlan::sStop();
         FaultPlan::sRestoreClocks();
     }

@@ -69,6 +69,7 @@ struct STATE
     std::atomic<std::uint32_t> wraps{0};
     std::atomic<std::int64_t> wallOffset{0};
     std::atomic<bool> holdsClocks{false};
+    std::atomic<bool> failsEverywhere{false};
     std::atomic<bool> scripted{false};
 };
 
@@ -152,10 +153,22 @@ std::uint64_t FaultPlan::sGetSeed()
     return state.seed;
 }
 
+void FaultPlan::sSetFailEverywhere(bool everywhere)
+{
+    state.failsEverywhere = everywhere;
+}
+
+bool FaultPlan::sFailsEverywhere()
+{
+    return state.failsEverywhere.load(std::memory_order_relaxed);
+}
+
 FaultPlan::DRAW FaultPlan::sDraw(FAULT fault)
 {
     const KIND kind = sGetKind();
     if (kind == KIND::NONE)
+        return {};
+    if (fault >= FAULT::SOCKETS_FAIL && !IsLibraryThread() && !sFailsEverywhere())
         return {};
     const std::size_t index = ToIndex(fault);
     const std::uint32_t rate = kind == KIND::GENTLE ? RATES[index].gentle : RATES[index].harsh;

@@ -23,7 +23,9 @@ enum class FAULT : std::uint8_t
     SLEEP_LONG,    ///< a pause is some milliseconds longer
     CALL_LATE,     ///< the thread is put aside before a call
     WALL_SHIFTED,  ///< the calendar clock is up to 20 ms off, from here on
-                  // These make a call fail, or a clock leap.
+
+    // These make a call fail, or a clock leap. On threads of the libraries, so that the peers and the checks of a test
+    // go on; elsewhere too where a test says so.
     SOCKETS_FAIL, ///< the system's sockets cannot be started
     OPEN_FAILS,   ///< no descriptor for a socket
     BIND_FAILS,   ///< the address cannot be had
@@ -86,6 +88,10 @@ public:
     static KIND sGetKind();
     static std::uint64_t sGetSeed();
 
+    /// Whether calls fail on every thread, not on those of the libraries alone.
+    static void sSetFailEverywhere(bool everywhere);
+    static bool sFailsEverywhere();
+
     /// The answer of a draw: whether the fault strikes, and what it may use to choose among its forms.
     struct DRAW
     {
@@ -96,7 +102,7 @@ public:
         /// 0 to bound - 1.
         [[nodiscard]] std::uint64_t Below(std::uint64_t bound) const { return random % bound; }
     };
-    /// The next draw of a kind of fault. No strike when the plan has none of that kind.
+    /// The next draw of a kind of fault. No strike when the plan has none of that kind on this thread.
     static DRAW sDraw(FAULT fault);
     /// A fault that was drawn has been done: counts it.
     static void sCount(FAULT fault);
