@@ -6,15 +6,9 @@ namespace {
 
 platform::FileMode ToFileMode(FileAccess::ACCESS_MODE mode)
 {
-    switch (mode) {
-    case FileAccess::AM_READ:
-        return platform::FileMode::READ;
-    case FileAccess::AM_WRITE:
+    if (mode == FileAccess::AM_WRITE)
         return platform::FileMode::WRITE;
-    case FileAccess::AM_READWRITE:
-        return platform::FileMode::READWRITE;
-    }
-    return platform::FileMode::READ;
+    return mode == FileAccess::AM_READWRITE ? platform::FileMode::READWRITE : platform::FileMode::READ;
 }
 
 } // namespace

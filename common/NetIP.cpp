@@ -20,6 +20,11 @@ using Groups = std::array<std::uint16_t, IP6_GROUPS>;
 bool ParseIP4(std::string_view text, unsigned char* bytes)
 {
     for (std::size_t part = 0; part < IP4_SIZE; ++part) {
+        if (part > 0) {
+            if (text.empty() || text.front() != '.')
+                return false;
+            text.remove_prefix(1);
+        }
         const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
         if (digits == 0 || digits > 3)
             return false;
@@ -30,13 +35,8 @@ bool ParseIP4(std::string_view text, unsigned char* bytes)
             return false;
         bytes[part] = static_cast<unsigned char>(value);
         text.remove_prefix(digits);
-        if (part + 1 == IP4_SIZE)
-            return text.empty();
-        if (text.empty() || text.front() != '.')
-            return false;
-        text.remove_prefix(1);
     }
-    return false;
+    return text.empty();
 }
 
 bool ParseGroup(std::string_view text, std::uint16_t& group)

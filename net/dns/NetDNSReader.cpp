@@ -59,11 +59,9 @@ bool NetDNSReader::Read16(std::uint16_t& value)
 
 bool NetDNSReader::Read32(std::uint32_t& value)
 {
-    if (GetRemaining() < 4)
-        return false;
     std::uint16_t high = 0;
     std::uint16_t low = 0;
-    if (!Read16(high) || !Read16(low))
+    if (GetRemaining() < 4 || !Read16(high) || !Read16(low))
         return false;
     value = (static_cast<std::uint32_t>(high) << 16) | low;
     return true;

@@ -8,7 +8,6 @@ namespace kqlib {
 namespace {
 
 constexpr ULONG HEADER_SIZE = 12;
-constexpr ULONG RECORD_FIXED_SIZE = 10;        ///< TYPE, CLASS, TTL, RDLENGTH
 constexpr std::uint32_t SHORTEST_TTL_S = 5000; ///< kept on purpose: answers live long
 
 /// The code of a response code (RFC 1035 section 4.1.1); codes from 6 on count as a server failure.
@@ -79,13 +78,11 @@ bool NetDNSResponse::xSkipQuestion(NetDNSReader& reader)
 bool NetDNSResponse::xReadAnswer(NetDNSReader& reader)
 {
     String owner;
-    if (!reader.ReadName(owner) || reader.GetRemaining() < RECORD_FIXED_SIZE)
-        return false;
-
     std::uint16_t type = 0;
     std::uint32_t ttl = 0;
     std::uint16_t dataLength = 0;
-    if (!reader.Read16(type) || !reader.Skip(2) || !reader.Read32(ttl) || !reader.Read16(dataLength))
+    if (!reader.ReadName(owner) || !reader.Read16(type) || !reader.Skip(2) || !reader.Read32(ttl) ||
+        !reader.Read16(dataLength))
         return false;
     if (type != m_type && type != NetDNS::RR_CNAME)
         return false;

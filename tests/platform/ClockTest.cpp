@@ -92,6 +92,20 @@ TEST(ClockTest, ToLocalTime_ThisMoment_WithinADayOfUtcAndSameMillisecond)
     EXPECT_LE(std::abs(local.year - utc.year), 1);
 }
 
+TEST(ClockTest, ToLocalTime_PartOfASecondBefore1970_CountsUpwards)
+{
+    // Far enough from 1970 that no zone's offset leads past it.
+    constexpr std::int64_t threeDays = 3 * 86400000;
+    CalendarTime local{};
+    CalendarTime wholeSecond{};
+    ASSERT_TRUE(ToLocalTime(-threeDays + 250, local));
+    ASSERT_TRUE(ToLocalTime(-threeDays, wholeSecond));
+    EXPECT_EQ(local.year, 1969);
+    EXPECT_EQ(local.millisecond, 250);
+    EXPECT_EQ(local.second, wholeSecond.second);
+    EXPECT_EQ(wholeSecond.millisecond, 0);
+}
+
 TEST(ClockTest, WallClockMs_Now_AgreesWithTheStandardClock)
 {
     const auto standard =

@@ -135,6 +135,15 @@ TEST_F(SocketsTest, BindSocket_PortOfALivingListener_False)
     EXPECT_FALSE(MakeListener(LocalPort(first)).IsOpen());
 }
 
+TEST_F(SocketsTest, BindSocket_ClosedHandle_False)
+{
+    OwnedSocket socket = MakeDatagramSocket();
+    const SocketHandle handle = socket.Get();
+    socket.Close();
+    EXPECT_FALSE(BindSocket(handle, Loopback(0), true));
+    EXPECT_FALSE(BindSocket(handle, Loopback(0), false));
+}
+
 TEST_F(SocketPairTest, BindSocket_PortOfAnEndedListenerWhoseConnectionLives_True)
 {
     const std::uint16_t port = LocalPort(listener);
@@ -545,6 +554,41 @@ TEST_F(SocketsTest, SendSocketTo_NoFixedPeer_OtherEndAnswersTheSender)
     EXPECT_EQ(RecvSocketFrom(client.Get(), buffer, size, from), IoResult::DONE);
     EXPECT_EQ(size, 0U);
     EXPECT_EQ(from.port, LocalPort(server));
+}
+
+TEST_F(SocketsTest, RecvSocketFrom_NothingThere_WouldBlock)
+{
+    const OwnedSocket socket = MakeDatagramSocket();
+    unsigned char buffer[10];
+    std::size_t size = sizeof(buffer);
+    Endpoint from;
+    EXPECT_EQ(RecvSocketFrom(socket.Get(), buffer, size, from), IoResult::WOULD_BLOCK);
+    EXPECT_EQ(size, 0U);
+}
+
+TEST_F(SocketsTest, RecvSocketFrom_DatagramOneByteLongerThanTheRoom_FailedAndGone)
+{
+    const DatagramPair pair;
+    ASSERT_TRUE(pair.connected);
+    ASSERT_EQ(SendOnce(pair.one, 11), IoResult::DONE);
+    ASSERT_EQ(WaitSocket(pair.two.Get(), true, 5000), WaitResult::READY);
+    unsigned char buffer[10];
+    std::size_t size = sizeof(buffer);
+    Endpoint from;
+    EXPECT_EQ(RecvSocketFrom(pair.two.Get(), buffer, size, from), IoResult::FAILED);
+    EXPECT_EQ(size, 0U);
+    EXPECT_EQ(from.port, 0U);
+    size = sizeof(buffer);
+    EXPECT_EQ(RecvSocketFrom(pair.two.Get(), buffer, size, from), IoResult::WOULD_BLOCK);
+}
+
+TEST_F(SocketsTest, SendSocketTo_DatagramBeyondTheLargest_FailedAndNothingSent)
+{
+    const OwnedSocket socket = MakeDatagramSocket();
+    const std::vector<unsigned char> bytes(65508);
+    std::size_t size = bytes.size();
+    EXPECT_EQ(SendSocketTo(socket.Get(), bytes.data(), size, Loopback(LocalPort(socket))), IoResult::FAILED);
+    EXPECT_EQ(size, 0U);
 }
 
 // --- addresses, buffers, names

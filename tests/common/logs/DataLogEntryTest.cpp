@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -237,6 +238,29 @@ TEST(DataLogEntry, SetRawData_TextWithoutEndAndWithControlBytes_IsMadeSafe)
     ASSERT_TRUE(entry.SetRawData(raw.GetRawData(), raw.GetRawSize()));
     EXPECT_EQ(entry.GetText(), "a_b_\x80"
                                "cdefghijkl");
+}
+
+/// Calls for the making safe of places that are not, or not wholly, inside its block.
+class MisplacedTextEntry : public NameEntry
+{
+protected:
+    void xMakeStringsSafe() override
+    {
+        xMakeStringSafe(TEXT_OFFSET, 0);
+        xMakeStringSafe(BLOCK_SIZE, 1);
+        xMakeStringSafe(BLOCK_SIZE - 1, 2);
+        xMakeStringSafe(TEXT_OFFSET, std::numeric_limits<ULONG>::max());
+    }
+};
+
+TEST(DataLogEntry, SetRawData_TextFieldOutsideTheBlock_NothingChanged)
+{
+    NameEntry raw(1, 2);
+    raw.SetText("a\nb\x7F"
+                "cdefghijklmnop");
+    MisplacedTextEntry entry;
+    ASSERT_TRUE(entry.SetRawData(raw.GetRawData(), raw.GetRawSize()));
+    EXPECT_EQ(entry.GetText(), raw.GetText());
 }
 
 TEST(DataLogEntry, Settings_RoundTripUnderOneKey)

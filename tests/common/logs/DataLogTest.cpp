@@ -50,6 +50,11 @@ protected:
     }
 
     std::filesystem::path xGetFile() const { return m_folder / "srv-log.db"; }
+    std::string xReadFile() const
+    {
+        std::ifstream file(xGetFile(), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    }
 
     TempFolder m_folder;
     ThreadEvent m_cancel;
@@ -288,6 +293,38 @@ TEST_F(DataLogTest, Query_Cancelled_FalseAndNothing)
     EXPECT_EQ(m_results.GetCount(), 1U);
 }
 
+/// A record that cancels the query when the third one is read.
+class CancellingEntry : public NameEntry
+{
+public:
+    explicit CancellingEntry(ThreadEvent& cancel)
+        : m_cancel(cancel)
+    {
+    }
+    CancellingEntry* SpawnEntry(unsigned long, bool) const override
+    {
+        if (++m_spawned == 3)
+            m_cancel.Set();
+        return new CancellingEntry(m_cancel);
+    }
+
+private:
+    ThreadEvent& m_cancel;
+    mutable int m_spawned = 0;
+};
+
+TEST_F(DataLogTest, Query_CancelledWhileItReads_FalseAndNothing)
+{
+    DataLogRecord log;
+    xOpen(log);
+    for (std::uint64_t number = 1; number <= 5; ++number)
+        ASSERT_TRUE(xAdd(log, NameEntry(1, number)));
+    Messages messages;
+    EXPECT_FALSE(log.Query(DataLogQuery(), m_cancel, CancellingEntry(m_cancel), m_results, messages));
+    EXPECT_TRUE(m_cancel.IsSet());
+    EXPECT_EQ(m_results.GetCount(), 0U);
+}
+
 TEST_F(DataLogTest, Query_StoredTextUnsafe_IsMadeSafe)
 {
     DataLogRecord log;
@@ -390,10 +427,7 @@ TEST_F(DataLogTest, FileDamaged_FalseNothingIsOverwrittenAndGoesOnWhenItIsReplac
     xOpen(log);
     EXPECT_FALSE(xAdd(log, NameEntry(1, 1)));
     EXPECT_FALSE(xQuery<NameEntry>(log));
-    std::ifstream file(xGetFile(), std::ios::binary);
-    const std::string after((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    file.close();
-    EXPECT_EQ(after, damage);
+    EXPECT_EQ(xReadFile(), damage);
     std::filesystem::remove(xGetFile());
     EXPECT_TRUE(xAdd(log, NameEntry(2, 2)));
     EXPECT_TRUE(xQuery<NameEntry>(log));
@@ -444,6 +478,66 @@ TEST_F(DataLogTest, FileOfSomethingElse_IsLeftAlone)
     xOpen(log);
     EXPECT_FALSE(xAdd(log, NameEntry(2, 2)));
     EXPECT_FALSE(xQuery<NameEntry>(log));
+}
+
+TEST_F(DataLogTest, FileOfAnotherProgram_IsLeftAlone)
+{
+    {
+        DataLogRecord log;
+        xOpen(log);
+        ASSERT_TRUE(xAdd(log, NameEntry(1, 1)));
+    }
+    {
+        // Without the version of its content and the mark of its program (bytes 68 to 71) it is anybody's database.
+        std::fstream file(xGetFile(), std::ios::binary | std::ios::in | std::ios::out);
+        file.seekp(60);
+        file << std::string(4, '\0');
+        file.seekp(68);
+        file << std::string(4, '\0');
+    }
+    const std::string before = xReadFile();
+    DataLogRecord log;
+    xOpen(log);
+    EXPECT_FALSE(xAdd(log, NameEntry(2, 2)));
+    EXPECT_FALSE(xQuery<NameEntry>(log));
+    EXPECT_EQ(xReadFile(), before);
+}
+
+TEST_F(DataLogTest, FileWithoutItsTable_FalseAndLeftAlone)
+{
+    {
+        DataLogRecord log;
+        xOpen(log);
+        ASSERT_TRUE(xAdd(log, NameEntry(1, 1)));
+    }
+    std::string bytes = xReadFile();
+    const std::string name = "records";
+    for (std::size_t at = bytes.find(name); at != std::string::npos; at = bytes.find(name, at))
+        bytes.replace(at, name.size(), "strange");
+    std::ofstream(xGetFile(), std::ios::binary) << bytes;
+    DataLogRecord log;
+    xOpen(log);
+    EXPECT_FALSE(xAdd(log, NameEntry(2, 2)));
+    EXPECT_FALSE(xQuery<NameEntry>(log));
+    EXPECT_EQ(xReadFile(), bytes);
+}
+
+TEST_F(DataLogTest, AddEntry_NobodyElseFoldsIn_DatabaseGrowsAtLast)
+{
+    DataLogRecord log;
+    xOpen(log);
+    const auto atFirst = std::filesystem::file_size(xGetFile());
+    // Each entry writes a page or two; what the purger would have folded in long before stays for a while.
+    std::uint64_t number = 0;
+    while (number < 2500)
+        ASSERT_TRUE(xAdd(log, NameEntry(1, ++number)));
+    EXPECT_EQ(std::filesystem::file_size(xGetFile()), atFirst);
+    while (number < 20000 && std::filesystem::file_size(xGetFile()) == atFirst)
+        ASSERT_TRUE(xAdd(log, NameEntry(1, ++number)));
+    EXPECT_GT(std::filesystem::file_size(xGetFile()), atFirst);
+    DataLogQuery all;
+    ASSERT_TRUE(xQuery<NameEntry>(log, all));
+    EXPECT_EQ(m_results.GetCount(), number);
 }
 
 TEST_F(DataLogTest, FileDeletedWhileOpen_GoesOnInANewOne)

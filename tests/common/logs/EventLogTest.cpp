@@ -279,6 +279,20 @@ TEST_F(EventLogTest, FolderMissing_IsMade)
     EXPECT_TRUE(std::filesystem::exists(m_folder.GetPath() / "a" / "b" / "events.log"));
 }
 
+TEST_F(EventLogTest, FolderEmpty_FileIsInTheCurrentFolder)
+{
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(m_folder.GetPath());
+    EventLogSettings settings = xSettings();
+    settings.SetFolder(FilePath());
+    EventLog log;
+    log.SetSettings(settings);
+    log.PrintServiceNormal("E", "", "");
+    std::filesystem::current_path(before);
+    EXPECT_EQ(xLines().size(), 1U);
+    log.SetSettings(EventLogSettings());
+}
+
 TEST_F(EventLogTest, FolderUnusable_LinesAreDroppedNothingThrows)
 {
     std::ofstream(m_folder / "file") << "no folder";

@@ -167,6 +167,30 @@ TEST(NetDNSResponse, Parse_TextLengthPastTheEnd_Fails53)
     EXPECT_THAT(outcome.codes, ElementsAre(53));
 }
 
+TEST(NetDNSResponse, Parse_DataThatEndsTooEarly_Fails53AndDropsEarlierRecords)
+{
+    for (const auto& [type, data] : std::vector<std::pair<NetDNS::RRTYPE, Bytes>>{
+             {NetDNS::RR_A, {10, 0, 0}},
+             {NetDNS::RR_A, {}},
+             {NetDNS::RR_MX, {0}},
+             {NetDNS::RR_MX, {0, 10}},
+             {NetDNS::RR_PTR, {3, 'a', 'b'}},
+             {NetDNS::RR_TXT, {}},
+             {NetDNS::RR_SPF, {1}},
+         })
+    {
+        SCOPED_TRACE(std::to_string(type) + ", " + std::to_string(data.size()) + " bytes");
+        const auto code = static_cast<unsigned>(type);
+        const OUTCOME outcome =
+            Parse(type, Question(code).AddRecord(DNSMessage::Pointer(12), code, 60, data).Build(), {"earlier"});
+        EXPECT_FALSE(outcome.ok);
+        EXPECT_THAT(outcome.codes, ElementsAre(53));
+        if (type != NetDNS::RR_MX) {
+            EXPECT_THAT(outcome.records, IsEmpty());
+        }
+    }
+}
+
 TEST(NetDNSResponse, Parse_TTLBelowFloor_5000_KeptOnPurpose)
 {
     for (const std::uint32_t ttl : {0U, 60U, 4999U, 5000U})

@@ -246,6 +246,13 @@ TEST_F(NetDNSOfflineTest, Lookup_ServerThatCannotBeResolved_53)
     EXPECT_THAT(Codes(m_msgs), ElementsAre(53, 53));
 }
 
+TEST_F(NetDNSOfflineTest, Lookup_ServerThatCannotBeAsked_53)
+{
+    NetDNS dns(MODE);
+    EXPECT_FALSE(dns.DoALookup("host.example", "255.255.255.255", m_msgs));
+    EXPECT_THAT(Codes(m_msgs), ElementsAre(53));
+}
+
 TEST_F(NetDNSOfflineTest, SetDNSServers_AnyTexts_TakenAsTheyAre)
 {
     NetDNS dns(MODE);

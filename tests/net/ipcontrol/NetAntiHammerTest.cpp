@@ -257,6 +257,32 @@ TEST_F(NetAntiHammerTest, Expiry_OnlyOnACheck_KeptOnPurpose)
     EXPECT_EQ(failed.GetCount(), 0U);
 }
 
+TEST_F(NetAntiHammerTest, Expiry_ThousandsRunOutOneByOne_AllForgottenAndNewOnesHeld)
+{
+    SetNumbers(2, 300, 1800);
+    const auto failAll = [&] {
+        for (std::uint32_t i = 0; i < 3000; ++i)
+            ASSERT_FALSE(m_hammer.AddFailedAttempt(Numbered(i), LOCAL));
+    };
+    const auto count = [&] {
+        Vector<NetAntiHammer::ENTRY> failed;
+        Vector<NetAntiHammer::ENTRY> blocked;
+        m_hammer.GetEntries(failed, blocked);
+        EXPECT_EQ(blocked.GetCount(), 0U);
+        return failed.GetCount();
+    };
+    failAll();
+    EXPECT_EQ(count(), 3000U);
+    m_clock.AdvanceSecs(301);
+    // Each check forgets a few.
+    for (int check = 0; check < 3000; ++check)
+        EXPECT_FALSE(IsBlocked());
+    EXPECT_EQ(count(), 0U);
+    failAll();
+    EXPECT_EQ(count(), 3000U);
+    EXPECT_TRUE(m_hammer.AddFailedAttempt(Numbered(2999), LOCAL));
+}
+
 TEST_F(NetAntiHammerTest, Tick_Wraps_AgesGoOn)
 {
     m_clock.AdvanceMs(0xFFFFFFFFU - m_clock.Get()); // the last tick there is

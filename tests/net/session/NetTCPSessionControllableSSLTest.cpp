@@ -158,6 +158,35 @@ private:
     TEXTS m_notes;
 };
 
+/// A host that has only what it must have.
+class PlainRequestHost : public Controllable
+{
+public:
+    PlainRequestHost(ThreadPool& pool, NetDNSCache& cache, DataLogTime& dataLog, EventLog& log, EventLogSessionID id,
+                     NetTCPSSL* socket)
+        : NetTCPSessionControllableSSL(pool, cache, dataLog, log, id, 0, socket)
+    {
+    }
+    ~PlainRequestHost() override { xDeconstrEndSession(); }
+
+    using Controllable::xAddReq;
+    using Controllable::xConstrStartSession;
+    using Controllable::xLockCtrlData;
+    using Controllable::xSetCurrentAction;
+    using Controllable::xSetCurrentDetail;
+    using Controllable::xSetTimeOutPrevent;
+    using Controllable::xShouldSessionContinue;
+    using Controllable::xUnlockCtrlData;
+
+    std::atomic<ULONG> handled{0};
+    std::atomic<bool> timedOut{false};
+
+protected:
+    void xHandleCtrlReq(ULONG, ULONG, bool&) override { ++handled; }
+    void xHandleCtrlReqCancelled(ULONG, ULONG, bool&) override {}
+    void xHandleCtrlTimedOut() override { timedOut = true; }
+};
+
 class NetTCPSessionControllableSSLTest : public SessionFixture
 {
 protected:
@@ -498,6 +527,43 @@ TEST_F(NetTCPSessionControllableSSLTest, TimeOutPrevent_TimeOutPassedTogether_Th
     }
     EXPECT_TRUE(m_host->IsBusy());
     EXPECT_THAT(m_host->GetNotes(), IsEmpty());
+}
+
+// Its time-out has passed from the start: only the ticks keep it from looking.
+TEST_F(NetTCPSessionControllableSSLTest, TimeOutPrevent_IntervalZeroAndNoHandler_RequestsGoOnUntilItIsOff)
+{
+    PlainRequestHost host(m_pool, m_cache, m_dataLog, m_log, ID, new NetTCPSSL(NetIP::LOOKUP_ANY));
+    host.xSetTimeOutPrevent(true, 0);
+    ASSERT_TRUE(host.xConstrStartSession());
+    for (ULONG done = 1; done <= 3; ++done) {
+        host.xLockCtrlData();
+        host.xAddReq(1, true);
+        host.xUnlockCtrlData();
+        EXPECT_TRUE(WaitFor([&] { return host.handled == done; }));
+    }
+    host.WaitForAllReqsDone();
+    EXPECT_TRUE(host.IsBusy());
+    EXPECT_FALSE(host.timedOut);
+    host.xSetTimeOutPrevent(false, 0);
+    EXPECT_TRUE(WaitFor([&] { return host.IsComplete(); }, 20000));
+    EXPECT_TRUE(host.timedOut);
+}
+
+TEST_F(NetTCPSessionControllableSSLTest, SetCurrentActionAndDetail_EachAlone_TheOtherAsTheSessionHasIt)
+{
+    PlainRequestHost host(m_pool, m_cache, m_dataLog, m_log, ID, new NetTCPSSL(NetIP::LOOKUP_ANY));
+    NetSessionLiveStatus live;
+    host.xSetCurrentDetail("a file");
+    host.GetStatus(live);
+    EXPECT_EQ(live.GetDetail(), "a file");
+    EXPECT_EQ(live.GetAction(), 0U);
+    host.xSetCurrentAction(5);
+    host.GetStatus(live);
+    EXPECT_EQ(live.GetAction(), 5U);
+    EXPECT_EQ(live.GetDetail(), "a file");
+    EXPECT_TRUE(host.xShouldSessionContinue());
+    host.ForceCompleteAsync();
+    EXPECT_FALSE(host.xShouldSessionContinue());
 }
 
 TEST_F(NetTCPSessionControllableSSLTest, DisconnectMessage_Idle_DoesNothing_KeptOnPurpose)

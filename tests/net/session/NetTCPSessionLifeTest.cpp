@@ -34,6 +34,24 @@ protected:
     };
 };
 
+/// A session of a host that handles nothing.
+class BareSession : public NetTCPSession
+{
+public:
+    BareSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& dataLog, EventLog& eventLog,
+                const EventLogSessionID& id, NetTCP* const socket)
+        : NetTCPSession(pool, cache, dataLog, eventLog, id, 60, socket)
+    {
+    }
+    ~BareSession() override { xDeconstrEndSession(); }
+
+    using NetTCPSession::xConstrStartSession;
+    using NetTCPSession::xGetMainSocket;
+    using NetTCPSession::xSetDataMode;
+    using NetTCPSession::xSetMaxCmdSize;
+    using NetTCPSession::xSetPeriodicMilliSecs;
+};
+
 } // namespace
 
 // --- construction
@@ -196,6 +214,36 @@ TEST_F(NetTCPSessionLife, Thread_BaseProtocol_MonitorsAConnectedMainSocketUntilT
     EXPECT_EQ(session.GetNotes(),
               (TEXTS{"start", "handle", "command:A", "command:B", "mainNetClosed", "closing", "closed", "end"}));
     EXPECT_EQ(Lines(), (TEXTS{Line(state, "Connection Accepted"), Line(state, "Connection Closed")}));
+}
+
+TEST_F(NetTCPSessionLife, Thread_HostThatHandlesNothing_ReadsCommandsUntilThePeerGoes)
+{
+    const std::string bytes = "A\r\nmuch too long a line\r\nB\r\n";
+    const NETSTATE state = TestHostSession::xsGetNetState(m_served.get());
+    BareSession session(m_pool, m_cache, m_dataLog, m_log, ID, m_served.release());
+    session.xSetMaxCmdSize(8);
+    ClientSends(bytes);
+    m_client->ShutdownAndClose();
+    ASSERT_TRUE(session.xConstrStartSession());
+    EXPECT_TRUE(WaitFor([&] { return session.IsComplete(); }, 20000));
+    EXPECT_EQ(session.xGetMainSocket()->GetInDataBytes(), bytes.size());
+    EXPECT_EQ(Lines(), (TEXTS{Line(state, "Connection Accepted"), Line(state, "Connection Closed")}));
+}
+
+TEST_F(NetTCPSessionLife, Thread_HostThatHandlesNothing_DataIsTakenAndMessagesAreDropped)
+{
+    const std::string bytes(5000, 'x');
+    BareSession session(m_pool, m_cache, m_dataLog, m_log, ID, m_served.release());
+    session.xSetDataMode(true);
+    session.xSetPeriodicMilliSecs(1);
+    ClientSends(bytes);
+    ASSERT_TRUE(session.xConstrStartSession());
+    EXPECT_TRUE(WaitFor([&] { return session.xGetMainSocket()->GetInDataBytes() == bytes.size(); }));
+    session.SendControlMsg(7, "of the host's own");
+    EXPECT_TRUE(session.IsBusy());
+    session.SendControlMsg(NetTCPSession::MSG_DISCONNECT, "");
+    EXPECT_TRUE(WaitFor([&] { return session.IsComplete(); }, 20000));
+    EXPECT_TRUE(ClientSeesEnd());
 }
 
 TEST_F(NetTCPSessionLife, Thread_OutgoingSession_ClosesBeforeItLogsItsEnd)

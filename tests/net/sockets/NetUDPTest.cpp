@@ -125,6 +125,13 @@ TEST_F(NetUDPTest, OpenClient_LocalPortInUse_Error44)
     ExpectClosed(44);
 }
 
+// Nobody may send to everybody unasked.
+TEST_F(NetUDPTest, OpenClient_AddressOfEverybody_Error42)
+{
+    EXPECT_FALSE(client.OpenClient(NetIP("255.255.255.255"), 53));
+    ExpectClosed(42);
+}
+
 TEST_F(NetUDPTest, OpenClient_UnknownNames_Error41)
 {
     EXPECT_FALSE(client.OpenClient(String(), 53));

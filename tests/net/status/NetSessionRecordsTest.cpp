@@ -39,6 +39,18 @@ TEST(NetSessionStatusTest, GetRawSize_BothRecords_BasePlusBlock)
     EXPECT_EQ(NetSessionActivity().GetRawSize(), 4U + 136U);
 }
 
+/// A record whose protected size can be asked for.
+template <class RECORD> struct Sized : RECORD
+{
+    using RECORD::xGetSizeReq;
+};
+
+TEST(NetSessionStatusTest, GetSizeReq_BothRecords_BasePlusBlock)
+{
+    EXPECT_EQ(Sized<NetSessionStatus>().xGetSizeReq(), 16U + 292U);
+    EXPECT_EQ(Sized<NetSessionActivity>().xGetSizeReq(), 4U + 136U);
+}
+
 TEST(NetSessionStatusTest, Identity_SetAll_ReadBackAndAtTheirOffsets)
 {
     NetSessionStatus record;

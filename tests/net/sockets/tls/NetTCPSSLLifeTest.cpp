@@ -2,6 +2,8 @@
 #include "platform/Sockets.h"
 #include "tests/net/sockets/tls/TLSFixture.h"
 
+#include <vector>
+
 namespace kqlib::test {
 namespace {
 
@@ -155,6 +157,34 @@ TEST_F(NetTCPSSLLife, SSLEndSending_PeerWithTicketsReadsLate_NothingLost)
     }));
     EXPECT_EQ(peer.ReceiveFrom(m_server).size(), bytes.size());
     EXPECT_EQ(Receive(m_client, 16), "unread until now");
+}
+
+TEST_F(NetTCPSSLLife, SSLEndSending_SystemsBuffersFull_FarewellGoesOutBehindTheirBytes)
+{
+    Secure();
+    // Bytes beside TLS fill the system's buffers, so that no record has begun.
+    m_client.SetBlockTime(20);
+    const std::vector<unsigned char> bytes(65536);
+    unsigned long filled = 0;
+    for (const std::size_t size : {bytes.size(), std::size_t{1}}) {
+        for (unsigned long sent = size; sent > 0; filled += sent) {
+            sent = size;
+            ASSERT_TRUE(m_client.NetTCP::Send(bytes.data(), sent));
+        }
+    }
+    std::future<bool> ended = std::async(std::launch::async, [this] { return m_client.SSLEndSending(); });
+    unsigned long read = 0;
+    std::vector<unsigned char> buffer(1 << 20);
+    EXPECT_TRUE(WaitFor([&] {
+        unsigned long len = 0;
+        do {
+            len = buffer.size();
+            EXPECT_TRUE(m_server.NetTCP::Recv(buffer.data(), len));
+            read += len;
+        } while (len > 0);
+        return read > filled;
+    }));
+    EXPECT_TRUE(ended.get());
 }
 
 TEST_F(NetTCPSSLLife, ShutdownAndClose_SaysFarewellAndDoesNotWaitForThePeers_LastError48KeptOnPurpose)
