@@ -405,7 +405,7 @@ bool NetTCPService::xsExamineListeners(LISTENERS& listeners, ULONG& index, ULONG
 void NetTCPService::xServeConnection(std::unique_ptr<NetTCP> connection, THREADSTATE& state)
 {
     const ThreadGatewayGuard guard(m_lock);
-    m_incoming.ReserveOne();
+    xReserveSessionPreLocked(m_incoming);
     const SocketWatch watch(*connection);
     NetTCPSession* session = nullptr;
     // A session that finds no memory may have taken the connection over, and down with it.
@@ -452,7 +452,7 @@ bool NetTCPService::AddOutgoingConnection(NetTCPSession* session)
         return false;
     const ThreadGatewayGuard guard(m_lock);
     if (m_outgoing.GetCount() < m_maxOutgoing) {
-        m_outgoing.ReserveOne();
+        xReserveSessionPreLocked(m_outgoing);
         xAddSessionPreLocked(m_outgoing, session);
     }
     return true; // also when it was not taken, kept on purpose
@@ -511,6 +511,13 @@ void NetTCPService::xRetirePreLocked(const NetTCPSession& session)
     m_status.AddDataFrom(live.GetStatus());
     Messages ignored; // a record that cannot be written, or no log, does not keep the session
     static_cast<void>(RunWithinMemory([&] { m_sessionLog.AddEntry(live.GetStatus(), ignored); }));
+}
+
+/// Room for one more, so that adding it cannot fail.
+void NetTCPService::xReserveSessionPreLocked(SESSIONS& sessions)
+{
+    const ThreadGatewayGuard guard(m_sessionsGateway);
+    sessions.ReserveOne();
 }
 
 void NetTCPService::xAddSessionPreLocked(SESSIONS& sessions, NetTCPSession* session)

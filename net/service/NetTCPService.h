@@ -213,6 +213,7 @@ private:
     ULONG xRemoveDonePreLocked(SESSIONS& sessions);
     /// Counts the finished session in the status and keeps its record in the session log.
     void xRetirePreLocked(const NetTCPSession& session);
+    void xReserveSessionPreLocked(SESSIONS& sessions);
     void xAddSessionPreLocked(SESSIONS& sessions, NetTCPSession* session);
     void xDeleteSessionPreLocked(SESSIONS& sessions, ULONG index);
     void xCloseSessions();

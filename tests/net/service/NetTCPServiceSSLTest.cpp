@@ -63,7 +63,7 @@ public:
 
     std::atomic<bool> refuse{false}; ///< the factory returns null
     std::atomic<USHORT> goTo{0};     ///< unless 0, the factory first connects its socket to this port of "peer.example"
-    std::atomic<bool> failsEarly{false}; ///< the next one finds no memory before it makes its session, or afterwards
+    std::atomic<bool> failsEarly{false}; ///< the factory finds no memory, before or after the session has its socket
     std::atomic<bool> failsLate{false};
     Trace trace; ///< what the factory was given
 
@@ -75,13 +75,9 @@ protected:
                   (connection->GetIPLookupMode() == NetIP::LOOKUP_ANY ? "" : ", wrong mode"));
         if (goTo != 0)
             trace.Add(connection->Connect(String("peer.example"), goTo) ? "resolved" : "not resolved");
-        const bool late = failsLate.exchange(false);
         if (failsEarly.exchange(false))
             throw std::bad_alloc();
-        std::unique_ptr<TLSServiceSession> session(refuse ? nullptr : new TLSServiceSession(*this, connection, id));
-        if (late)
-            throw std::bad_alloc(); // the session goes, with its connection
-        return session.release();
+        return refuse ? nullptr : new TLSServiceSession(*this, connection, id);
     }
 };
 
@@ -89,6 +85,8 @@ TLSServiceSession::TLSServiceSession(TLSService& service, NetTCPSSL* connection,
     : NetTCPSessionSSL(service.xGetPool(), *service.xGetResolver().GetCache(), service.GetActivityLog(),
                        service.GetEventLog(), id, 60, connection)
 {
+    if (service.failsLate.exchange(false))
+        throw std::bad_alloc(); // the session goes, with its connection
     xConstrStartSession();
 }
 

@@ -739,8 +739,7 @@ TEST_F(NetTCPSessionExchange, Monitor_OfASecondSocket_LeavesTheMainOneOpen)
     Pair(second, secondClient);
     TestHostSession& session = MakeServed();
     session.hooks.handle = [&](TestHostSession& self) { self.xMonitorNet(second.get()); };
-    unsigned long length = 3;
-    ASSERT_TRUE(secondClient->Send("X\r\n", length));
+    SendAll(*secondClient, "X\r\n");
     secondClient->ShutdownAndClose();
     Run();
     EXPECT_EQ(session.GetNotes(), (TEXTS{"start", "handle", "command:X", "closing", "closed", "end", "mainNetClosed"}));

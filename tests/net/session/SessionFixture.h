@@ -88,14 +88,15 @@ protected:
         ASSERT_TRUE(WaitFor([this] { return m_session->IsComplete(); }, 20000));
     }
 
-    void ClientSends(const std::string& bytes)
+    static void SendAll(NetTCP& socket, const std::string& bytes)
     {
         for (unsigned long done = 0; done < bytes.size();) {
             unsigned long length = bytes.size() - done;
-            ASSERT_TRUE(m_client->Send(bytes.data() + done, length));
+            ASSERT_TRUE(socket.Send(bytes.data() + done, length));
             done += length;
         }
     }
+    void ClientSends(const std::string& bytes) { SendAll(*m_client, bytes); }
     /// What the client receives until it has count bytes or the connection ends, at most 5 seconds.
     std::string ClientReceives(std::size_t count)
     {
