@@ -442,11 +442,12 @@ TEST_F(NetTCPServiceTest, Accept_SeveralWaitAtEachPort_PortsServedInTurn)
 }
 
 /// A session that finds no memory after it has taken its connection over.
-class LateFailingSession : public TestSession
+class LateFailingSession : public NetTCPSession
 {
 public:
     LateFailingSession(TestService& service, NetTCP* connection, const EventLogSessionID& id)
-        : TestSession(service, connection, id, {})
+        : NetTCPSession(service.GetPool(), service.GetCache(), service.GetActivityLog(), service.GetEventLog(), id, 60,
+                        connection)
     {
         throw std::bad_alloc();
     }
