@@ -65,8 +65,8 @@ public:
     /// The common name of the other end's certificate; empty when it showed none.
     std::string GetPeerName() const;
 
-    /// Makes the handshake over a plain connection whose opposite end makes its own meanwhile, at most five seconds;
-    /// sends size bytes at a time (0: all at once). True: done.
+    /// Makes the handshake over a plain connection whose opposite end makes its own meanwhile, at most the time of
+    /// WaitFor; sends size bytes at a time (0: all at once). True: done.
     bool HandshakeOver(NetTCP& connection, std::size_t size = 0);
     /// Sends bytes over the connection, all of them. False: it ended.
     static bool sSendAll(NetTCP& connection, const std::string& bytes);

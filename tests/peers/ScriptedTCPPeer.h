@@ -60,7 +60,8 @@ public:
     // --- running
     /// Only listens, for steps that need to know the port; StartServer goes on from here. False: no port could be had.
     bool Listen();
-    /// Listens, unless it does so already (the port stands when this returns), and plays the script. False: no port could be had.
+    /// Listens, unless it does so already (the port stands when this returns), and plays the script. False: no port
+    /// could be had.
     bool StartServer();
     /// Connects to a port of 127.0.0.1 and plays the script. False: no socket could be had.
     bool StartClient(std::uint16_t port);

@@ -94,7 +94,7 @@ inline std::uint16_t UnservedPort(bool stream = true)
     return 1;
 }
 
-/// Connects to a port of 127.0.0.1, within five seconds; not open when that fails.
+/// Connects to a port of 127.0.0.1, within the time of WaitFor; not open when that fails.
 inline OwnedSocket ConnectTo(std::uint16_t port)
 {
     using namespace platform;
@@ -110,7 +110,7 @@ inline OwnedSocket ConnectTo(std::uint16_t port)
     return result == IoResult::DONE ? std::move(client) : OwnedSocket();
 }
 
-/// Takes a connection from a listener, within five seconds; not open when none came.
+/// Takes a connection from a listener, within the time of WaitFor; not open when none came.
 inline OwnedSocket AcceptFrom(const OwnedSocket& listener)
 {
     using namespace platform;
@@ -119,7 +119,7 @@ inline OwnedSocket AcceptFrom(const OwnedSocket& listener)
     return OwnedSocket(handle);
 }
 
-/// Sends all bytes, within five seconds.
+/// Sends all bytes, within the time of WaitFor.
 inline bool SendAll(const OwnedSocket& socket, const std::string& bytes)
 {
     using namespace platform;
@@ -132,7 +132,7 @@ inline bool SendAll(const OwnedSocket& socket, const std::string& bytes)
     });
 }
 
-/// Receives until count bytes are there (or five seconds have passed); what has come.
+/// Receives until count bytes are there (or the time of WaitFor has passed); what has come.
 inline std::string ReceiveBytes(const OwnedSocket& socket, std::size_t count)
 {
     using namespace platform;

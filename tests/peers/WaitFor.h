@@ -4,8 +4,9 @@
 #include <chrono>
 #include <thread>
 
-/// Asks cond until it is true, at most ms milliseconds. False: it never was.
-template <class F> bool WaitFor(F cond, unsigned ms = 5000)
+/// Asks cond until it is true, at most ms milliseconds. False: it never was. The time is one that a machine busy with
+/// other things does not need either: only a test that fails waits so long.
+template <class F> bool WaitFor(F cond, unsigned ms = 20000)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     while (!cond()) {

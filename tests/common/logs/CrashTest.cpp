@@ -52,7 +52,7 @@ TEST_P(CrashTest, ProcessDiesWhileAdding_EverythingThatWasTakenIsThere)
         std::string("\"") + KQ_LOG_WRITER + "\" \"" + folder.GetPath().string() + "\" " + std::to_string(GetParam());
     ASSERT_EQ(std::system(command.c_str()), 0);
     const std::set<std::uint64_t> done = ReadNumbers(folder / "done");
-    ASSERT_FALSE(done.empty());
+    ASSERT_GE(done.size(), static_cast<std::size_t>(GetParam()));
 
     ThreadEvent cancel;
     DataLogResults results;
@@ -84,7 +84,7 @@ TEST_P(CrashTest, ProcessDiesWhileAdding_EverythingThatWasTakenIsThere)
 #endif
 }
 
-INSTANTIATE_TEST_SUITE_P(Lifetimes, CrashTest, ::testing::Values(60, 137, 251, 400));
+INSTANTIATE_TEST_SUITE_P(Numbers, CrashTest, ::testing::Values(1, 37, 150, 400));
 
 } // namespace
 } // namespace kqlib::test

@@ -58,7 +58,7 @@ protected:
         ASSERT_NE(server, nullptr);
     }
 
-    /// The next connection of a listener, within five seconds; null when none came.
+    /// The next connection of a listener, within the time of WaitFor; null when none came.
     static std::unique_ptr<NetTCP> Accept(NetTCP& from)
     {
         std::unique_ptr<NetTCP> connection;
@@ -69,7 +69,7 @@ protected:
         return connection;
     }
 
-    /// Sends all of text, within five seconds.
+    /// Sends all of text, within the time of WaitFor.
     static bool SendAll(NetTCP& socket, const std::string& text)
     {
         std::size_t sent = 0;

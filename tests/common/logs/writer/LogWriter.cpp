@@ -1,14 +1,15 @@
 // A program that adds to two data logs and an event log until it drops dead, for the tests of what is left then.
 //
-// kqtest_log_writer <folder> <milliseconds>: four threads add; each number goes to the file "done" after the logs have
-// taken it. After the given time the process ends in the middle of whatever its threads do: no destructor runs, nothing
-// is flushed or closed, just as if it had been killed from outside.
+// kqtest_log_writer <folder> <numbers>: four threads add; each number goes to the file "done" after the logs have taken
+// it. When so many have, the process ends in the middle of whatever its threads do: no destructor runs, nothing is
+// flushed or closed, just as if it had been killed from outside.
 
 #include "common/DataLogRecord.h"
 #include "common/DataLogTime.h"
 #include "common/EventLog.h"
 #include "tests/common/logs/TestEntries.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -29,6 +30,7 @@ struct Logs
     EventLog events;
     std::FILE* done = nullptr;
     std::mutex doneMutex;
+    std::atomic<int> taken = 0;
 };
 
 void Write(Logs& logs, int thread)
@@ -43,6 +45,7 @@ void Write(Logs& logs, int thread)
         const std::lock_guard lock(logs.doneMutex);
         std::fprintf(logs.done, "%llu\n", static_cast<unsigned long long>(number));
         std::fflush(logs.done);
+        ++logs.taken;
     }
 }
 
@@ -68,6 +71,7 @@ int main(int argc, char** argv)
     std::vector<std::thread> threads;
     for (int thread = 0; thread < THREADS; ++thread)
         threads.emplace_back([&logs, thread] { Write(logs, thread); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(std::atoi(argv[2])));
+    while (logs.taken < std::atoi(argv[2]))
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
     std::_Exit(0);
 }

@@ -92,9 +92,9 @@ protected:
         ASSERT_TRUE(connected.get());
     }
 
-    /// Sends all of text, within five seconds.
+    /// Sends all of text, within the time of WaitFor.
     static bool SendAll(NetTCP& socket, const std::string& text) { return HalfTLSPeer::sSendAll(socket, text); }
-    /// Receives until count bytes are there, the connection ends or five seconds have passed; size bytes at a time.
+    /// Receives until count bytes are there, the connection ends or the time of WaitFor has passed; size bytes at a time.
     static std::string Receive(NetTCP& socket, std::size_t count, unsigned long size = 4096)
     {
         std::string received;
