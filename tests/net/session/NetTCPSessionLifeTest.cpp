@@ -3,6 +3,8 @@
 
 #include "tests/net/session/SessionFixture.h"
 
+#include <atomic>
+#include <cstddef>
 #include <thread>
 
 namespace kqlib::test {
@@ -32,6 +34,27 @@ protected:
         }
         std::string Text() const { return "127.0.0.1:" + std::to_string(GetLocalPort()); }
     };
+};
+
+/// Takes a connection over and tells, on any thread, how much it has received.
+class TellingSocket : public NetTCP
+{
+public:
+    explicit TellingSocket(NetTCP& connected)
+        : NetTCP(NetIP::LOOKUP_ANY)
+    {
+        xAttachFrom(connected);
+    }
+
+    using NetTCP::Recv;
+    bool Recv(unsigned char* buf, unsigned long& len) override
+    {
+        const bool done = NetTCP::Recv(buf, len);
+        received += len;
+        return done;
+    }
+
+    std::atomic<std::size_t> received{0};
 };
 
 /// A session of a host that handles nothing.
@@ -233,12 +256,13 @@ TEST_F(NetTCPSessionLife, Thread_HostThatHandlesNothing_ReadsCommandsUntilThePee
 TEST_F(NetTCPSessionLife, Thread_HostThatHandlesNothing_DataIsTakenAndMessagesAreDropped)
 {
     const std::string bytes(5000, 'x');
-    BareSession session(m_pool, m_cache, m_dataLog, m_log, ID, m_served.release());
+    auto* const socket = new TellingSocket(*m_served); // the session owns it
+    BareSession session(m_pool, m_cache, m_dataLog, m_log, ID, socket);
     session.xSetDataMode(true);
     session.xSetPeriodicMilliSecs(1);
     ClientSends(bytes);
     ASSERT_TRUE(session.xConstrStartSession());
-    EXPECT_TRUE(WaitFor([&] { return session.xGetMainSocket()->GetInDataBytes() == bytes.size(); }));
+    EXPECT_TRUE(WaitFor([&] { return socket->received == bytes.size(); }));
     session.SendControlMsg(7, "of the host's own");
     EXPECT_TRUE(session.IsBusy());
     session.SendControlMsg(NetTCPSession::MSG_DISCONNECT, "");
