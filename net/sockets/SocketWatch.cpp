@@ -4,25 +4,25 @@ namespace kqlib {
 
 namespace {
 
-thread_local SocketWatch* innermost = nullptr;
+thread_local SocketWatch* t_innermost = nullptr;
 
 } // namespace
 
 SocketWatch::SocketWatch(const NetSocket& socket)
     : m_socket(&socket)
-    , m_outer(innermost)
+    , m_outer(t_innermost)
 {
-    innermost = this;
+    t_innermost = this;
 }
 
 SocketWatch::~SocketWatch()
 {
-    innermost = m_outer;
+    t_innermost = m_outer;
 }
 
 void SocketWatch::sNoteEnd(const NetSocket& socket)
 {
-    for (SocketWatch* watch = innermost; watch != nullptr; watch = watch->m_outer)
+    for (SocketWatch* watch = t_innermost; watch != nullptr; watch = watch->m_outer)
         if (watch->m_socket == &socket)
             watch->m_socket = nullptr;
 }

@@ -71,6 +71,9 @@ struct STATE
     std::atomic<bool> holdsClocks{false};
     std::atomic<bool> failsEverywhere{false};
     std::atomic<bool> scripted{false};
+    std::atomic<bool> memoryScripted{false};
+    std::atomic<std::int64_t> blocksToGo{0}; // below zero: the one has been met
+    std::atomic<std::size_t> smallestBlock{LARGE_BLOCK};
 };
 
 /// Constant at first and never destroyed: calls come before and after every static object lives.
@@ -237,6 +240,29 @@ bool FaultPlan::sTakeScriptedSend(std::size_t& size)
     script.pop_front();
     state.scripted = !script.empty();
     return true;
+}
+
+void FaultPlan::sScriptMemory(std::uint32_t passing, std::size_t smallest)
+{
+    state.blocksToGo = passing;
+    state.smallestBlock = smallest;
+    state.memoryScripted = true;
+}
+
+bool FaultPlan::sEndMemoryScript()
+{
+    state.memoryScripted = false;
+    return state.blocksToGo < 0;
+}
+
+bool FaultPlan::sIsMemoryScripted(std::size_t size)
+{
+    return state.memoryScripted.load(std::memory_order_relaxed) && size >= state.smallestBlock;
+}
+
+bool FaultPlan::sTakeScriptedMemory()
+{
+    return state.memoryScripted && state.blocksToGo-- == 0;
 }
 
 std::uint32_t FaultPlan::sGetTickOffset()

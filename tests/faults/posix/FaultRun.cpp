@@ -25,6 +25,10 @@ using KIND = FaultPlan::KIND;
 
 constexpr const char* PLAN_VARIABLE = "KQ_FAULT_PLAN";
 constexpr const char* SEED_VARIABLE = "KQ_FAULT_SEED";
+/// How long a test's threads and descriptors may take to go.
+constexpr unsigned LEAVE_MS = 20000;
+/// WaitFor's time under the harsh plan, where many a wait is in vain.
+constexpr unsigned HARSH_WAIT_MS = 3000;
 
 std::size_t CountEntries(const char* folder)
 {
@@ -139,6 +143,7 @@ int RunUnderPlan(const std::string& program, KIND kind, std::uint64_t seed)
     if (kind == KIND::HARSH) {
         delete listeners.Release(listeners.default_result_printer());
         listeners.Append(new Notes());
+        waitForMs = HARSH_WAIT_MS;
     }
     const EXCLUSIONS exclusions = EXCLUSIONS::sRead(program, kind);
     LeaveOut(exclusions.leftOut);
@@ -168,10 +173,12 @@ HOLDINGS HOLDINGS::sCount()
 
 bool HOLDINGS::IsBackTo() const
 {
-    return WaitFor([this] {
-        const HOLDINGS now = sCount();
-        return now.descriptors <= descriptors && now.threads <= threads;
-    });
+    return WaitFor(
+        [this] {
+            const HOLDINGS now = sCount();
+            return now.descriptors <= descriptors && now.threads <= threads;
+        },
+        LEAVE_MS);
 }
 
 int RunTestsWithFaults(int argc, char** argv)

@@ -16,7 +16,7 @@ struct HOLDINGS
     std::size_t threads = 0;
 
     static HOLDINGS sCount();
-    /// Whether, within the time of WaitFor, the process holds no more than this any longer.
+    /// Whether, within twenty seconds, the process holds no more than this any longer.
     [[nodiscard]] bool IsBackTo() const;
 };
 

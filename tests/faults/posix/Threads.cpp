@@ -30,6 +30,8 @@ void* RunLibraryThread(void* start)
 /// Whether an allocation is to fail.
 bool IsMemoryShort(std::size_t size)
 {
+    if (FaultPlan::sIsMemoryScripted(size))
+        return isLibraryThread && !IsUndisturbed() && IsCalledByLibraries() && FaultPlan::sTakeScriptedMemory();
     if (size < LARGE_BLOCK || FaultPlan::sGetKind() != FaultPlan::KIND::HARSH || IsUndisturbed() ||
         !FaultPlan::sDraw(FAULT::NO_MEMORY) || !IsCalledByLibraries())
         return false;
@@ -51,7 +53,7 @@ pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body
 {
     using namespace kqlib::test;
     const auto real = Real<&pthread_create>();
-    if (FaultPlan::sGetKind() == FaultPlan::KIND::NONE || IsUndisturbed() || !IsCalledByLibraries())
+    if (IsUndisturbed() || !IsCalledByLibraries())
         return real(thread, attributes, body, argument);
     if (FaultPlan::sDraw(FAULT::NO_THREAD)) {
         FaultPlan::sCount(FAULT::NO_THREAD);

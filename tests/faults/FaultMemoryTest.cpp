@@ -1,0 +1,162 @@
+// Memory: each block that a piece of work asks for is not there once, in turn.
+#include "tests/faults/FaultServiceFixture.h"
+
+#include "common/DataLogPurge.h"
+#include "common/DataLogTime.h"
+#include "common/EventLog.h"
+#include "net/update/NetAppUpdate.h"
+#include "tests/common/logs/TestEntries.h"
+#include "tests/peers/FakeHTTPServer.h"
+
+#include <fstream>
+#include <iterator>
+
+namespace kqlib::test {
+namespace {
+
+/// Does the work again and again, each time without the next block of smallest bytes or more, until there is none any
+/// more. How many there were.
+template <class WORK> std::uint32_t WithoutEachBlock(const WORK& work, std::size_t smallest = 1)
+{
+    constexpr std::uint32_t MORE_THAN_EVER = 2000;
+    for (std::uint32_t passing = 0; passing < MORE_THAN_EVER; ++passing) {
+        SCOPED_TRACE("without block " + std::to_string(passing));
+        FaultPlan::sScriptMemory(passing, smallest);
+        work();
+        if (!FaultPlan::sEndMemoryScript() || testing::Test::HasFailure()) {
+            testing::Test::RecordProperty("blocks", static_cast<int>(passing));
+            return passing;
+        }
+    }
+    ADD_FAILURE() << "it asks for ever more";
+    return MORE_THAN_EVER;
+}
+
+class FaultMemoryTest : public FaultServiceFixture
+{
+protected:
+    void TearDown() override
+    {
+        FaultPlan::sEndMemoryScript();
+        FaultServiceFixture::TearDown();
+    }
+
+    ULONG CountLiveSessions()
+    {
+        NetServiceLiveStatus live;
+        m_service->GetLiveSessions(live);
+        return live.GetCount();
+    }
+    /// A client comes, talks as far as it can, and goes; so does its session.
+    bool Visit(bool secured)
+    {
+        FaultClient client;
+        std::string number;
+        return client.Connect(secured ? m_securedPort : m_plainPort, secured) && client.Talk(2, number);
+    }
+    void ExpectOneSessionEnds(bool secured)
+    {
+        const std::uint32_t blocks = WithoutEachBlock([&] {
+            Visit(secured);
+            EXPECT_TRUE(WaitFor([this] { return CountLiveSessions() == 0; }));
+            FaultPlan::sEndMemoryScript();
+            EXPECT_TRUE(Visit(secured)) << "the next one is served";
+            EXPECT_TRUE(WaitFor([this] { return CountLiveSessions() == 0; }));
+        });
+        EXPECT_GT(blocks, 5U);
+        m_service->StopListen();
+        m_service->CloseSessions();
+        EXPECT_EQ(Status().GetCurrentConnectionsIn(), 0U);
+        const std::map<ULONG, NetSessionStatus> records = Records();
+        EXPECT_LE(records.size(), m_service->made);
+        EXPECT_GE(records.size() + blocks, m_service->made) << "at most one is lost for each block";
+        EXPECT_GE(records.size(), blocks + 1) << "those in between are all there";
+    }
+};
+
+TEST_F(FaultMemoryTest, Session_EachBlockMissingOnce_ItEndsAndTheNextIsServed)
+{
+    ExpectOneSessionEnds(false);
+}
+
+TEST_F(FaultMemoryTest, SessionWithTLS_EachBlockMissingOnce_ItEndsAndTheNextIsServed)
+{
+    ExpectOneSessionEnds(true);
+}
+
+TEST_F(FaultMemoryTest, EventLine_NoMemoryForItsText_LeftOutAndTheNextIsWritten)
+{
+    EventLog& log = m_service->GetEventLog();
+    const String large(std::string(2000, 'x'));
+    const std::uint32_t blocks = WithoutEachBlock(
+        [&] {
+            ThreadEvent done;
+            ASSERT_TRUE(m_pool->Run([&] {
+                log.PrintServiceNormal("Struck", large, "");
+                done.Set();
+            }));
+            ASSERT_TRUE(done.Wait(20000));
+        },
+        LARGE_BLOCK);
+    EXPECT_GT(blocks, 0U);
+    log.PrintPurge();
+    std::ifstream file(m_folder / "events.log");
+    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::size_t count = 0;
+    for (std::size_t at = text.find("Struck"); at != std::string::npos; at = text.find("Struck", at + 1))
+        ++count;
+    EXPECT_EQ(count, 1U) << "the last one, which had its text";
+}
+
+TEST_F(FaultMemoryTest, Purge_EachBlockMissingOnce_TheNextLookMakesUpForIt)
+{
+    FakeCalendar calendar(1699999200000); // 2023-11-14 22:00:00 UTC
+    constexpr SLONG8 OLD = 1699999200 - 500 * 86400LL;
+    DataLogTime units;
+    units.SetSettings(true, 1, m_folder.GetFilePath(), "purged-", "units");
+    DataLogPurge purge(*m_pool);
+    purge.InitMonitorLog(units);
+    const std::uint32_t blocks = WithoutEachBlock([&] {
+        Messages messages;
+        ASSERT_TRUE(units.AddEntry(CountEntry(static_cast<ULONG>(OLD), 0, 1), messages));
+        ASSERT_TRUE(purge.Start());
+        EXPECT_TRUE(WaitFor([&] {
+            DataLogResults results;
+            return units.Query(DataLogQuery(), ThreadEvent(), CountEntry(), results, messages) &&
+                   results.GetCount() == 0;
+        }));
+        purge.Stop();
+    });
+    EXPECT_GT(blocks, 0U);
+}
+
+TEST_F(FaultMemoryTest, Update_EachBlockMissingOnce_FailsOrSucceedsAndCanBeTriedAgain)
+{
+    NetAppUpdate update(*m_pool, m_folder.GetFilePath(), 200, "Product 2.0", "setup");
+    const auto run = [&] {
+        FakeHTTPServer server;
+        server.Answer(FakeHTTPServer::sOk("201\r\nNews\r\n127.0.0.1\r\n" + std::to_string(server.GetPort()) +
+                                          "\r\n/files/setup.bin\r\n"));
+        server.Answer(FakeHTTPServer::sOk(std::string(100000, 'i')));
+        ASSERT_TRUE(server.Start());
+        const auto ended = [&] { return !update.IsBusy(); };
+        static_cast<void>(update.CheckForUpdate("detail", "127.0.0.1", server.GetPort(), "/version.txt"));
+        EXPECT_TRUE(WaitFor(ended));
+        if (update.GetStatus() == NetAppUpdate::ST_UPDATE_AVAILABLE) {
+            EXPECT_TRUE(update.DownloadUpdate());
+            EXPECT_TRUE(WaitFor(ended));
+        }
+    };
+    const std::uint32_t blocks = WithoutEachBlock([&] {
+        run();
+        EXPECT_TRUE(update.GetStatus() == NetAppUpdate::ST_FAILED || update.GetStatus() == NetAppUpdate::ST_DOWNLOADED)
+            << update.GetStatus();
+        FaultPlan::sEndMemoryScript();
+        run();
+        EXPECT_EQ(update.GetStatus(), NetAppUpdate::ST_DOWNLOADED);
+    });
+    EXPECT_GT(blocks, 0U);
+}
+
+} // namespace
+} // namespace kqlib::test
