@@ -2,8 +2,8 @@
 #pragma once
 
 #include "hosts/ftp/FtpPassword.h"
-#include "hosts/ftpcommon/FtpPaths.h"
 #include "hosts/ftp/FtpServer.h"
+#include "hosts/ftpcommon/FtpPaths.h"
 #include "net/status/NetServiceLiveStatus.h"
 #include "tests/hosts/ftp/FtpTestClient.h"
 #include "tests/peers/TempFolder.h"
@@ -105,9 +105,10 @@ protected:
         m_server.GetService().GetLiveSessions(live);
         return live.GetCount();
     }
+    /// Waits longer than WaitFor does: a session may have much to do before it notices that it is to end.
     bool WaitNoSessions()
     {
-        return WaitFor([this] { return SessionCount() == 0; }, 10000);
+        return WaitFor([this] { return SessionCount() == 0; }, 60000);
     }
 
     /// The event log, complete.

@@ -101,7 +101,7 @@ TEST_F(FtpServerInput, HangUp_AtEveryByteOfADialogue_ServerGoesOn)
         client.Send(dialogue.substr(0, size));
         client.Close();
     }
-    EXPECT_TRUE(WaitFor([this] { return SessionCount() == 0; }, 60000));
+    EXPECT_TRUE(WaitNoSessions());
     EXPECT_EQ(LogIn().Code("NOOP"), 200);
 }
 

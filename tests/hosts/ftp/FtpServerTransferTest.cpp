@@ -2,7 +2,6 @@
 #include "tests/hosts/ftp/FtpServerFixture.h"
 
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <iostream>
 #include <set>
@@ -240,14 +239,13 @@ TEST_F(FtpServerTransfer, Stat_WithPath_ListsOnTheControlConnection)
     EXPECT_EQ(client.Code("STAT missing"), 550);
 }
 
-TEST_F(FtpServerTransfer, Listings_10000Files_CompleteAndFast)
+TEST_F(FtpServerTransfer, Listings_10000Files_Complete)
 {
     constexpr int COUNT = 10000;
     for (int i = 0; i < COUNT; ++i)
         WriteHomeFile("file-" + std::to_string(i), "");
     Start();
     FtpTestClient client = LogIn();
-    const auto start = std::chrono::steady_clock::now();
     for (const char* line : {"LIST", "NLST", "MLSD"}) {
         std::string listing;
         EXPECT_EQ(client.Download(line, listing), 226);
@@ -255,7 +253,6 @@ TEST_F(FtpServerTransfer, Listings_10000Files_CompleteAndFast)
         EXPECT_NE(listing.find("file-9999\r\n"), std::string::npos);
     }
     EXPECT_EQ(client.Code("STAT /"), 212);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 }
 
 // --- transfers that break off

@@ -8,7 +8,6 @@ namespace kqlib::test {
 
 namespace {
 
-constexpr unsigned LIMIT_MS = 10000;
 constexpr const char* LOCALHOST = "127.0.0.1";
 
 } // namespace
@@ -84,7 +83,7 @@ int FtpTLSTestClient::Begin(NetTCPSSL& data, const std::string& command, MODE mo
     if (!Prepare(data, mode))
         return 0;
     const int code = Code(command);
-    if (code == 150 && mode == ACTIVE && !WaitFor([&data] { return data.SelfAccept(); }, LIMIT_MS))
+    if (code == 150 && mode == ACTIVE && !WaitFor([&data] { return data.SelfAccept(); }))
         return 0;
     return code;
 }
@@ -119,14 +118,12 @@ bool FtpTLSTestClient::sSend(NetTCP& socket, const std::string& bytes)
 {
     std::size_t sent = 0;
     bool isOpen = true;
-    WaitFor(
-        [&] {
-            auto length = static_cast<unsigned long>(bytes.size() - sent);
-            isOpen = length == 0 || socket.Send(bytes.data() + sent, length);
-            sent += length;
-            return !isOpen || sent == bytes.size();
-        },
-        LIMIT_MS);
+    WaitFor([&] {
+        auto length = static_cast<unsigned long>(bytes.size() - sent);
+        isOpen = length == 0 || socket.Send(bytes.data() + sent, length);
+        sent += length;
+        return !isOpen || sent == bytes.size();
+    });
     return isOpen && sent == bytes.size();
 }
 
@@ -135,13 +132,11 @@ bool FtpTLSTestClient::sReceive(NetTCP& socket, std::string& bytes)
     std::string buffer(65536, '\0');
     unsigned long got = 0;
     bool isOpen = true;
-    WaitFor(
-        [&] {
-            got = static_cast<unsigned long>(buffer.size());
-            isOpen = socket.Recv(buffer.data(), got);
-            return !isOpen || got != 0;
-        },
-        LIMIT_MS);
+    WaitFor([&] {
+        got = static_cast<unsigned long>(buffer.size());
+        isOpen = socket.Recv(buffer.data(), got);
+        return !isOpen || got != 0;
+    });
     bytes.append(buffer, 0, got);
     return isOpen && got != 0;
 }

@@ -49,7 +49,7 @@ bool FtpTestSocket::Connect(std::uint16_t port, unsigned char lastByte)
     if (!platform::BindSocket(m_handle, LoopbackEnd(0, lastByte), false))
         return false;
     IoResult result = platform::ConnectSocket(m_handle, LoopbackEnd(port));
-    const auto deadline = CLOCK::now() + std::chrono::seconds(5);
+    const auto deadline = CLOCK::now() + std::chrono::milliseconds(waitForMs);
     while (result == IoResult::IN_PROGRESS && CLOCK::now() < deadline)
         result = platform::PollConnect(m_handle, 10000);
     return result == IoResult::DONE;

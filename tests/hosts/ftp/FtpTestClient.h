@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/Sockets.h"
+#include "tests/peers/WaitFor.h"
 
 #include <cstdint>
 #include <string>
@@ -22,19 +23,19 @@ public:
     /// Listens on a port of 127.0.0.1 that the system chooses; 0 on failure.
     std::uint16_t Listen();
     /// Takes the connection that waits as this socket.
-    bool Accept(unsigned ms = 5000);
+    bool Accept(unsigned ms = waitForMs);
     void Close();
     bool IsOpen() const { return m_handle != platform::INVALID_SOCKET_HANDLE; }
 
-    bool Send(const std::string& bytes, unsigned ms = 10000);
+    bool Send(const std::string& bytes, unsigned ms = waitForMs);
     /// Sends until the other end takes no more for a while; returns how many bytes went out.
     std::size_t SendUntilStuck(const std::string& bytes);
     /// Appends what comes next. False: nothing in time, or the end.
-    bool Receive(std::string& bytes, unsigned ms = 5000);
+    bool Receive(std::string& bytes, unsigned ms = waitForMs);
     /// Everything up to the end of the connection.
-    std::string ReceiveAll(unsigned ms = 20000);
+    std::string ReceiveAll(unsigned ms = waitForMs);
     /// True when the other end closes within ms; what came before is thrown away.
-    bool WaitClosed(unsigned ms = 5000);
+    bool WaitClosed(unsigned ms = waitForMs);
     bool IsEnded() const { return m_isEnded; }
 
 private:
@@ -53,8 +54,8 @@ public:
 
     void Send(const std::string& bytes) { m_socket.Send(bytes); }
     /// The next whole reply, its lines ending in "\n"; empty: none came.
-    std::string ReadReply(unsigned ms = 10000);
-    int ReadCode(unsigned ms = 10000);
+    std::string ReadReply(unsigned ms = waitForMs);
+    int ReadCode(unsigned ms = waitForMs);
     /// Sends a line and reads its reply.
     std::string Ask(const std::string& line);
     int Code(const std::string& line);

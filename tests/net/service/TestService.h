@@ -191,7 +191,7 @@ public:
         return sent == bytes.size();
     }
     /// The next line without its end; empty when none came in time or the connection ended.
-    std::string ReadLine(unsigned ms = 5000)
+    std::string ReadLine(unsigned ms = waitForMs)
     {
         WaitFor([this] { return xReceive() || m_received.find("\r\n") != std::string::npos; }, ms);
         const std::size_t end = m_received.find("\r\n");
@@ -204,7 +204,7 @@ public:
     /// Sends a command and checks the answer.
     bool Talk(const std::string& command) { return SendLine(command) && ReadLine() == "OK " + command; }
     /// True when the service ends the connection within ms.
-    bool WaitClosed(unsigned ms = 5000)
+    bool WaitClosed(unsigned ms = waitForMs)
     {
         return WaitFor([this] { return xReceive(); }, ms);
     }

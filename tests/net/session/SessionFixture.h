@@ -97,12 +97,13 @@ protected:
         }
     }
     void ClientSends(const std::string& bytes) { SendAll(*m_client, bytes); }
-    /// What the client receives until it has count bytes or the connection ends, at most 5 seconds.
+    /// What the client receives until it has count bytes or the connection ends, at most the time of
+    /// WaitFor.
     std::string ClientReceives(std::size_t count)
     {
         std::string received;
         std::vector<char> buffer(65536);
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitForMs);
         while (received.size() < count && std::chrono::steady_clock::now() < deadline) {
             unsigned long length = buffer.size();
             const bool connected = m_client->Recv(buffer.data(), length);
@@ -112,7 +113,7 @@ protected:
         }
         return received;
     }
-    /// Whether the client finds the connection ended within 5 seconds.
+    /// Whether the client finds the connection ended within the time of WaitFor.
     bool ClientSeesEnd()
     {
         ClientReceives(std::string::npos);
