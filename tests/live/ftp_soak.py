@@ -28,6 +28,9 @@ from ftp_smoke import ImplicitFTP
 from kqftpd import ADMIN, Kqftpd, PASSWORD, USER, free_port, total, wait_for
 
 SAMPLE_SECS = 5
+# A run of at least this long has three phases, with a rest after each: while clients are inside, one log-in more or less
+# at a time makes 16 MiB, the memory of its password check.
+PHASES_FROM_SECS = 300
 SLOW_BYTES = 400000
 # What a client may meet without anybody being at fault: an administrator ended its session or its transfer, or the
 # port that it came by has just been taken away.
@@ -237,10 +240,10 @@ class World:
         self.stop = threading.Event()
         self.ports = [server.port]
         self.second_port = free_port()
-        self.samples = []  # (seconds since the start, descriptors, threads, resident KiB)
-        numbers = iter(range(1, 1 << 30))
-        self.workers = [kind(next(numbers), self) for kind, count in self.CLIENTS
-                        for _ in range(count * options.scale)]
+        self.scale = options.scale
+        self.numbers = iter(range(1, 1 << 30))
+        self.samples = []  # (descriptors, threads), while clients are inside
+        self.rests = []    # resident KiB, after each phase
 
     def change_ports(self, second):
         """Lets the server read its settings again, with or without a second port."""
@@ -266,24 +269,39 @@ class World:
             return False
 
     def run(self, seconds):
-        for worker in self.workers:
+        phases = 3 if seconds >= PHASES_FROM_SECS else 1
+        for _ in range(phases):
+            self.run_phase(seconds / phases)
+            wait_for(lambda: sessions_now(self.server) == 1, 60, "the sessions to end")
+            self.rests.append(self.resident_at_rest())
+
+    def run_phase(self, seconds):
+        """All clients come, stay for so long, and go."""
+        self.stop.clear()
+        workers = [kind(next(self.numbers), self) for kind, count in self.CLIENTS for _ in range(count * self.scale)]
+        for worker in workers:
             worker.start()
-        start = time.monotonic()
-        second = False
-        while time.monotonic() < start + seconds and not self.notes.errors:
+        end = time.monotonic() + seconds
+        while time.monotonic() < end and not self.notes.errors:
             time.sleep(SAMPLE_SECS)
-            self.samples.append((time.monotonic() - start, self.server.descriptors(), self.server.threads(),
-                                 self.server.resident_kib()))
+            self.samples.append((self.server.descriptors(), self.server.threads()))
             if len(self.samples) % 4 == 0:
-                second = not second
-                self.change_ports(second)
+                self.change_ports(second=len(self.samples) % 8 == 4)
         self.stop.set()
-        for worker in self.workers:
+        for worker in workers:
             worker.join(120)
             if worker.is_alive():
                 self.notes.error("a client does not end: " + type(worker).__name__)
         if self.notes.errors:
             raise AssertionError("%d clients failed, the first: %s" % (len(self.notes.errors), self.notes.errors[0]))
+
+    def resident_at_rest(self):
+        """The least of a second, in which whoever asked for the sessions has gone, too."""
+        least = self.server.resident_kib()
+        for _ in range(10):
+            time.sleep(0.1)
+            least = min(least, self.server.resident_kib())
+        return least
 
 
 def check_flat(samples, what, place, share, allowance):
@@ -335,14 +353,15 @@ def report(world, count, sums):
 def soak(server, options):
     world = World(server, options)
     world.run(options.minutes * 60)
-    wait_for(lambda: sessions_now(server) == 1, 60, "the sessions to end")
     totals = site(server, "SITE STAT")
     took = server.stop()
     count, sums = check_books(server, totals)
     report(world, count, sums)
-    check_flat(world.samples, "descriptors", 1, 0.2, 20)
-    check_flat(world.samples, "threads", 2, 0.2, 10)
-    check_flat(world.samples, "resident KiB", 3, 0.1, 4096)
+    check_flat(world.samples, "descriptors", 0, 0.2, 20)
+    check_flat(world.samples, "threads", 1, 0.2, 10)
+    print("  resident KiB   at rest " + ", ".join(str(rest) for rest in world.rests))
+    if world.rests[-1] > world.rests[0] * 1.1 + 4096:
+        raise AssertionError("resident KiB grew")
     print("  stopped in %.2f s" % took)
 
 
