@@ -227,7 +227,8 @@ TEST_F(NetTCPServiceSSLTest, PlainTextClient_ClosedWithExactLines)
 {
     const std::unique_ptr<NetTCP> socket = Connect();
     const USHORT port = socket->GetLocalPort();
-    EXPECT_TRUE(HalfTLSPeer::sSendAll(*socket, "USER anonymous\r\n"));
+    // What is sent in pieces may not get through: the first ones are enough for the service to end it.
+    static_cast<void>(HalfTLSPeer::sSendAll(*socket, "USER anonymous\r\n"));
     EXPECT_TRUE(SeesEnd(*socket));
     EXPECT_TRUE(WaitFor([&] { return m_service->GetSessionCount() == 0; }));
     const std::vector<std::string> lines = LinesOf(port);
