@@ -125,7 +125,7 @@ String DottedText(const unsigned char* bytes)
     for (std::size_t index = 0; index < IP4_SIZE; ++index) {
         if (index != 0)
             *end++ = '.';
-        end = std::to_chars(end, std::end(text), bytes[index]).ptr;
+        end = std::to_chars(end, end + 3, bytes[index]).ptr;
     }
     *end = '\0';
     return text;

@@ -34,7 +34,7 @@ TEST_F(FtpServerInput, Line_OversizedWithACommandInItsRest_NotRun)
 {
     Start();
     FtpTestClient client = LogIn();
-    EXPECT_EQ(client.Code(std::string(MAX_COMMAND, 'x') + "QUIT"), 500);
+    EXPECT_EQ(client.Code(std::string(MAX_COMMAND, 'x').append("QUIT")), 500);
     EXPECT_EQ(client.Code("NOOP"), 200);
 }
 

@@ -94,7 +94,7 @@ TEST_F(FtpClientDialogue, Password_Refused_NoLogin)
 TEST_F(FtpClientDialogue, WrongReplies_ConfusedAndClosed)
 {
     for (const std::string& reply : {std::string("SSH-2.0-OpenSSH\r\n"), std::string("\r\n"), std::string("999 x\r\n"),
-                                     std::string(20000, 'x') + "\r\n", std::string("\0\0\0\0\r\n", 6)})
+                                     std::string(20000, 'x').append("\r\n"), std::string("\0\0\0\0\r\n", 6)})
     {
         ScriptedTCPPeer peer;
         peer.Send(reply).ReceiveToEnd();
