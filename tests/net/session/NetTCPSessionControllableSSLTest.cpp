@@ -474,6 +474,7 @@ TEST_F(NetTCPSessionControllableSSLTest, TimeOut_RequestsQueued_HandledFirst_Kep
     ASSERT_TRUE(m_host->Start());
     EXPECT_TRUE(WaitComplete());
     EXPECT_EQ(m_host->handled, 3U);
+    ASSERT_FALSE(m_host->GetNotes().empty());
     EXPECT_EQ(m_host->GetNotes().back(), "timed out 0");
 }
 

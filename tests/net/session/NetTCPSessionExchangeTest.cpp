@@ -452,6 +452,7 @@ TEST_F(NetTCPSessionExchange, DataPass_OfferingStops_UnconsumedBytesAreDropped_K
         session.hooks.shouldWait = nullptr;
         session.xSetTimeOutSecs(60);
         EXPECT_TRUE(DataPass());
+        ASSERT_FALSE(session.GetNotes().empty());
         EXPECT_EQ(session.GetNotes().back(), "data:next");
     }
     EXPECT_TRUE(session.xShouldSessionEnd());

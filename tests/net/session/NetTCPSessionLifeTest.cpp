@@ -184,6 +184,7 @@ TEST_F(NetTCPSessionLife, Thread_EndAskedForByAnotherThreadRightAway_StillStarts
     session.ForceComplete();
     EXPECT_TRUE(session.IsComplete());
     const TEXTS notes = session.GetNotes();
+    ASSERT_FALSE(notes.empty());
     EXPECT_EQ(notes.front(), "start");
     EXPECT_EQ(notes[notes.size() - 2], "end");
     EXPECT_TRUE(ClientSeesEnd());
