@@ -38,6 +38,7 @@ protected:
     void TearDown() override
     {
         FaultPlan::sEndMemoryScript();
+        FaultPlan::sSetFailEverywhere(false);
         FaultServiceFixture::TearDown();
     }
 
@@ -82,6 +83,29 @@ TEST_F(FaultMemoryTest, Session_EachBlockMissingOnce_ItEndsAndTheNextIsServed)
 TEST_F(FaultMemoryTest, SessionWithTLS_EachBlockMissingOnce_ItEndsAndTheNextIsServed)
 {
     ExpectOneSessionEnds(true);
+}
+
+TEST_F(FaultMemoryTest, CloseSessions_EachBlockOfTheCallerMissingOnce_AllEndAndNothingThrows)
+{
+    std::uint32_t passing = 0;
+    for (bool isStruck = true; isStruck && !HasFailure(); ++passing) {
+        FaultClient clients[3];
+        for (FaultClient& client : clients) {
+            std::string answer;
+            ASSERT_TRUE(client.Connect(m_plainPort, false));
+            ASSERT_TRUE(client.Ask("ECHO x", 0, answer));
+        }
+        ASSERT_EQ(CountLiveSessions(), 3U);
+        FaultPlan::sScriptMemory(passing, 1); // from here on: the clients came undisturbed
+        FaultPlan::sSetFailEverywhere(true);
+        EXPECT_NO_THROW(m_service->CloseSessions());
+        FaultPlan::sSetFailEverywhere(false);
+        isStruck = FaultPlan::sEndMemoryScript();
+        EXPECT_EQ(CountLiveSessions(), 0U);
+        EXPECT_TRUE(Visit(false)) << "the service goes on";
+        EXPECT_TRUE(WaitFor([this] { return CountLiveSessions() == 0; }));
+    }
+    EXPECT_GT(passing, 3U);
 }
 
 TEST_F(FaultMemoryTest, EventLine_NoMemoryForItsText_LeftOutAndTheNextIsWritten)

@@ -116,8 +116,8 @@ public:
     static void sScriptSends(std::vector<std::size_t> sizes);
     /// Takes the next step of that script. False: none is left.
     static bool sTakeScriptedSend(std::size_t& size);
-    /// Without a plan too: of the blocks of smallest bytes or more that the libraries ask for on their threads, passing
-    /// are had, the next is not, and the others are.
+    /// Without a plan too: of the blocks of smallest bytes or more that the libraries ask for on their threads (on
+    /// every thread after sSetFailEverywhere), passing are had, the next is not, and the others are.
     static void sScriptMemory(std::uint32_t passing, std::size_t smallest = LARGE_BLOCK);
     /// Ends that script. True: there has been such a block.
     static bool sEndMemoryScript();

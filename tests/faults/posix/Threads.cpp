@@ -31,7 +31,8 @@ void* RunLibraryThread(void* start)
 bool IsMemoryShort(std::size_t size)
 {
     if (FaultPlan::sIsMemoryScripted(size))
-        return isLibraryThread && !IsUndisturbed() && IsCalledByLibraries() && FaultPlan::sTakeScriptedMemory();
+        return (isLibraryThread || FaultPlan::sFailsEverywhere()) && !IsUndisturbed() && IsCalledByLibraries() &&
+               FaultPlan::sTakeScriptedMemory();
     if (size < LARGE_BLOCK || FaultPlan::sGetKind() != FaultPlan::KIND::HARSH || IsUndisturbed() ||
         !FaultPlan::sDraw(FAULT::NO_MEMORY) || !IsCalledByLibraries())
         return false;
