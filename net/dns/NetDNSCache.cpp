@@ -2,17 +2,19 @@
 
 #include "common/TimedEvent.h"
 
-#include <algorithm>
-#include <memory>
+#include <cstddef>
+#include <random>
+#include <unordered_set>
+#include <utility>
 
 namespace kqlib {
 
 namespace {
 
 constexpr std::uint32_t PURGE_INTERVAL_MS = 30000;
-constexpr std::uint32_t LONGEST_LIFE_MS = 86400000; ///< 24 hours
-constexpr ULONG MOST_ENTRIES = 10000;               ///< of the five lists together
-constexpr std::size_t FEWEST_CELLS = 16;
+constexpr std::uint32_t LONGEST_LIFE_MS = 86400000;      ///< 24 hours
+constexpr std::size_t MOST_ENTRIES = 10000;              ///< of the five lists together
+constexpr std::size_t MOST_BYTES = 64UL * 1024UL * 1024; ///< of the five lists together; some 6.7 KB for each entry
 
 constexpr unsigned char Fold(char character)
 {
@@ -20,13 +22,65 @@ constexpr unsigned char Fold(char character)
     return byte >= 'A' && byte <= 'Z' ? static_cast<unsigned char>(byte + ('a' - 'A')) : byte;
 }
 
-/// FNV-1a over the folded bytes: names that String::MatchesI takes as equal have the same hash.
-std::uint32_t HashOf(const String& name)
+/// FNV-1a over the folded bytes: names that String::MatchesI takes as equal have the same hash. Each cache starts at a
+/// number of its own, so that nobody can think out names that all fall into one place.
+class NAME_HASH
 {
-    std::uint32_t hash = 0x811C9DC5U;
-    for (const char character : name)
-        hash = (hash ^ Fold(character)) * 0x01000193U;
-    return hash;
+public:
+    using is_transparent = void;
+
+    // Not noexcept: the standard tables then keep each entry's hash, instead of making it anew at every comparison.
+    std::size_t operator()(const String& name) const
+    {
+        std::uint32_t hash = m_start;
+        for (const char character : name)
+            hash = (hash ^ Fold(character)) * 0x01000193U;
+        return hash;
+    }
+    template <class LOOKUP> std::size_t operator()(const LOOKUP& lookup) const { return (*this)(lookup.name); }
+
+private:
+    std::uint32_t m_start = std::random_device{}();
+};
+
+struct SAME_NAME
+{
+    using is_transparent = void;
+
+    template <class LOOKUP> bool operator()(const LOOKUP& left, const LOOKUP& right) const
+    {
+        return left.name.MatchesI(right.name);
+    }
+    template <class LOOKUP> bool operator()(const String& left, const LOOKUP& right) const
+    {
+        return left.MatchesI(right.name);
+    }
+    template <class LOOKUP> bool operator()(const LOOKUP& left, const String& right) const
+    {
+        return left.name.MatchesI(right);
+    }
+};
+
+/// The entries of one type, one for each name.
+template <class LOOKUP> using LIST = std::unordered_set<LOOKUP, NAME_HASH, SAME_NAME>;
+
+const String& TextOf(const String& record)
+{
+    return record;
+}
+
+const String& TextOf(const NetDNS::MX_RECORD& record)
+{
+    return record.name;
+}
+
+/// About what an entry takes of memory.
+template <class RECORD> std::size_t BytesOf(const String& name, const VectorPtr<RECORD>& records)
+{
+    std::size_t bytes = sizeof(NetDNSCache::A_LOOKUP) + name.size();
+    for (ULONG i = 0; i < records.GetCount(); ++i)
+        bytes += sizeof(RECORD*) + sizeof(RECORD) + TextOf(records.Get(i)).size();
+    return bytes;
 }
 
 template <class RECORD> void AppendCopies(const VectorPtr<RECORD>& from, VectorPtr<RECORD>& to)
@@ -35,204 +89,145 @@ template <class RECORD> void AppendCopies(const VectorPtr<RECORD>& from, VectorP
         to.Give(new RECORD(from.Get(i)));
 }
 
-template <class LOOKUP, class RECORD>
-bool CopyOut(ULONG found, const VectorPtr<LOOKUP>& lookups, VectorPtr<RECORD>& records)
-{
-    if (found == ALL_BITS_32)
-        return false;
-    AppendCopies(lookups.Get(found).records, records);
-    return true;
-}
-
 } // namespace
 
-template <class IS_NAMED> ULONG NetDNSCache::NAME_INDEX::Find(std::uint32_t hash, IS_NAMED isNamed) const
+/// All that the cache holds. Each operation wants to see that the lock is held.
+struct NetDNSCache::TABLES
 {
-    if (m_cells.empty())
-        return ALL_BITS_32;
-    for (std::size_t at = hash & (m_cells.size() - 1); m_cells[at].number != 0; at = (at + 1) & (m_cells.size() - 1)) {
-        if (m_cells[at].hash == hash && isNamed(m_cells[at].number - 1))
-            return m_cells[at].number - 1;
-    }
-    return ALL_BITS_32;
-}
+    LIST<A_LOOKUP> a;
+    LIST<A_LOOKUP> ptr;
+    LIST<MX_LOOKUP> mx;
+    LIST<A_LOOKUP> txt;
+    LIST<A_LOOKUP> spf;
+    std::size_t bytes = 0; ///< of all entries, by BytesOf
+    std::uint32_t lastTick = 0;
+    std::uint32_t lastPurge = 0; ///< shared by all five lists, kept on purpose
 
-void NetDNSCache::NAME_INDEX::Add(std::uint32_t hash, std::uint32_t place)
-{
-    if (++m_used * 4 > m_cells.size() * 3) {
-        std::vector<CELL> before(std::max(FEWEST_CELLS, m_cells.size() * 2));
-        before.swap(m_cells);
-        for (const CELL& cell : before) {
-            if (cell.number != 0)
-                xPut(cell);
+    /// Adds an entry, unless the list has the name already or the cache is full.
+    template <class LOOKUP, class RECORD>
+    void Store(const Guard& guard, LIST<LOOKUP>& list, const String& name, ULONG expiry,
+               const VectorPtr<RECORD>& records)
+    {
+        if (Find(guard, list, name) != list.end())
+            return;
+        const std::size_t size = BytesOf(name, records);
+        if (a.size() + ptr.size() + mx.size() + txt.size() + spf.size() >= MOST_ENTRIES || bytes + size > MOST_BYTES)
+            return;
+        LOOKUP lookup;
+        lookup.name = name;
+        lookup.expiry = ValidateExpiry(static_cast<std::uint32_t>(expiry));
+        AppendCopies(records, lookup.records);
+        list.insert(std::move(lookup));
+        bytes += size;
+    }
+
+    /// Appends copies of the records of the entry with the name. False: there is none.
+    template <class LOOKUP, class RECORD>
+    bool Read(const Guard& guard, LIST<LOOKUP>& list, const String& name, VectorPtr<RECORD>& records)
+    {
+        const auto found = Find(guard, list, name);
+        if (found == list.end())
+            return false;
+        AppendCopies(found->records, records);
+        return true;
+    }
+
+private:
+    /// The entry with the name, or the end. Purges the list first when 30 s have gone by; what is found then is not
+    /// held against its expiry again, kept on purpose.
+    template <class LOOKUP>
+    typename LIST<LOOKUP>::const_iterator Find(const Guard&, LIST<LOOKUP>& list, const String& name)
+    {
+        const std::uint32_t now = StampNow();
+        // The sum may wrap: plain 32-bit numbers are compared, kept on purpose.
+        if (now > static_cast<std::uint32_t>(lastPurge + PURGE_INTERVAL_MS)) {
+            lastPurge = now;
+            Purge(now, list);
         }
+        return list.find(name);
     }
-    xPut(CELL{hash, place + 1});
-}
 
-void NetDNSCache::NAME_INDEX::Clear()
+    /// Deletes the entries of one list whose expiry is at or before now.
+    template <class LOOKUP> void Purge(std::uint32_t now, LIST<LOOKUP>& list)
+    {
+        std::erase_if(list, [this, now](const LOOKUP& lookup) {
+            if (now < lookup.expiry)
+                return false;
+            bytes -= BytesOf(lookup.name, lookup.records);
+            return true;
+        });
+    }
+
+    /// The expiry, or 24 hours ahead when it lies before now or beyond that. The sum may wrap, kept on purpose.
+    std::uint32_t ValidateExpiry(std::uint32_t expiry)
+    {
+        const std::uint32_t now = StampNow();
+        const auto latest = static_cast<std::uint32_t>(now + LONGEST_LIFE_MS);
+        return expiry > latest || expiry < now ? latest : expiry;
+    }
+
+    std::uint32_t StampNow()
+    {
+        lastTick = static_cast<std::uint32_t>(TimedEvent::sGetNow());
+        return lastTick;
+    }
+};
+
+NetDNSCache::NetDNSCache()
+    : m_tables(std::make_unique<TABLES>())
 {
-    m_cells.clear();
-    m_used = 0;
 }
-
-void NetDNSCache::NAME_INDEX::xPut(CELL cell)
-{
-    std::size_t at = cell.hash & (m_cells.size() - 1);
-    while (m_cells[at].number != 0)
-        at = (at + 1) & (m_cells.size() - 1);
-    m_cells[at] = cell;
-}
-
-NetDNSCache::NetDNSCache() = default;
 
 NetDNSCache::~NetDNSCache() = default;
 
 void NetDNSCache::CacheALookup(const String& name, ULONG expiry, const VectorPtr<String>& records)
 {
-    const Guard guard(*this);
-    xStore(name, expiry, records, m_aLookups, m_aIndex);
+    m_tables->Store(Guard(*this), m_tables->a, name, expiry, records);
 }
 
 void NetDNSCache::CachePtrLookup(const String& name, ULONG expiry, const VectorPtr<String>& records)
 {
-    const Guard guard(*this);
-    xStore(name, expiry, records, m_ptrLookups, m_ptrIndex);
+    m_tables->Store(Guard(*this), m_tables->ptr, name, expiry, records);
 }
 
 void NetDNSCache::CacheMxLookup(const String& name, ULONG expiry, const VectorPtr<NetDNS::MX_RECORD>& records)
 {
-    const Guard guard(*this);
-    xStore(name, expiry, records, m_mxLookups, m_mxIndex);
+    m_tables->Store(Guard(*this), m_tables->mx, name, expiry, records);
 }
 
 void NetDNSCache::CacheTxtLookup(const String& name, ULONG expiry, const VectorPtr<String>& records)
 {
-    const Guard guard(*this);
-    xStore(name, expiry, records, m_txtLookups, m_txtIndex);
+    m_tables->Store(Guard(*this), m_tables->txt, name, expiry, records);
 }
 
 void NetDNSCache::CacheSpfLookup(const String& name, ULONG expiry, const VectorPtr<String>& records)
 {
-    const Guard guard(*this);
-    xStore(name, expiry, records, m_spfLookups, m_spfIndex);
+    m_tables->Store(Guard(*this), m_tables->spf, name, expiry, records);
 }
 
 bool NetDNSCache::IsALookupCached(const String& name, VectorPtr<String>& records)
 {
-    const Guard guard(*this);
-    return CopyOut(xIsALookupCached(name), m_aLookups, records);
+    return m_tables->Read(Guard(*this), m_tables->a, name, records);
 }
 
 bool NetDNSCache::IsPtrLookupCached(const String& name, VectorPtr<String>& records)
 {
-    const Guard guard(*this);
-    return CopyOut(xIsPtrLookupCached(name), m_ptrLookups, records);
+    return m_tables->Read(Guard(*this), m_tables->ptr, name, records);
 }
 
 bool NetDNSCache::IsMxLookupCached(const String& name, VectorPtr<NetDNS::MX_RECORD>& records)
 {
-    const Guard guard(*this);
-    return CopyOut(xIsMxLookupCached(name), m_mxLookups, records);
+    return m_tables->Read(Guard(*this), m_tables->mx, name, records);
 }
 
 bool NetDNSCache::IsTxtLookupCached(const String& name, VectorPtr<String>& records)
 {
-    const Guard guard(*this);
-    return CopyOut(xIsTxtLookupCached(name), m_txtLookups, records);
+    return m_tables->Read(Guard(*this), m_tables->txt, name, records);
 }
 
 bool NetDNSCache::IsSpfLookupCached(const String& name, VectorPtr<String>& records)
 {
-    const Guard guard(*this);
-    return CopyOut(xIsSpfLookupCached(name), m_spfLookups, records);
-}
-
-ULONG NetDNSCache::xIsALookupCached(const String& name)
-{
-    return xFind(name, m_aLookups, m_aIndex);
-}
-
-ULONG NetDNSCache::xIsPtrLookupCached(const String& name)
-{
-    return xFind(name, m_ptrLookups, m_ptrIndex);
-}
-
-ULONG NetDNSCache::xIsMxLookupCached(const String& name)
-{
-    return xFind(name, m_mxLookups, m_mxIndex);
-}
-
-ULONG NetDNSCache::xIsTxtLookupCached(const String& name)
-{
-    return xFind(name, m_txtLookups, m_txtIndex);
-}
-
-ULONG NetDNSCache::xIsSpfLookupCached(const String& name)
-{
-    return xFind(name, m_spfLookups, m_spfIndex);
-}
-
-/// The place of the first entry with the name, or 0xFFFFFFFF. Purges the list first when 30 s have gone by. A list
-/// never holds a name twice, so the index answers what a walk from the front would.
-template <class LOOKUP> ULONG NetDNSCache::xFind(const String& name, VectorPtr<LOOKUP>& lookups, NAME_INDEX& index)
-{
-    const std::uint32_t now = xStampNow();
-    // The sum may wrap: plain 32-bit numbers are compared, kept on purpose.
-    if (now > static_cast<std::uint32_t>(m_lastPurge + PURGE_INTERVAL_MS)) {
-        m_lastPurge = now;
-        xPurge(now, lookups, index);
-    }
-    return index.Find(HashOf(name), [&](std::uint32_t place) { return lookups.Get(place).name.MatchesI(name); });
-}
-
-/// Deletes the entries of one list whose expiry is at or before now, and numbers the others anew.
-template <class LOOKUP> void NetDNSCache::xPurge(std::uint32_t now, VectorPtr<LOOKUP>& lookups, NAME_INDEX& index)
-{
-    const ULONG before = lookups.GetCount();
-    lookups.DeleteIf([now](const LOOKUP& lookup) { return now >= lookup.expiry; });
-    if (lookups.GetCount() == before)
-        return;
-    index.Clear();
-    for (ULONG i = 0; i < lookups.GetCount(); ++i)
-        index.Add(HashOf(lookups.Get(i).name), static_cast<std::uint32_t>(i));
-}
-
-/// Appends an entry, unless the list has the name already or the cache is full.
-template <class LOOKUP, class RECORD>
-void NetDNSCache::xStore(const String& name, ULONG expiry, const VectorPtr<RECORD>& records, VectorPtr<LOOKUP>& lookups,
-                         NAME_INDEX& index)
-{
-    if (xFind(name, lookups, index) != ALL_BITS_32)
-        return;
-    if (xGetTotalCacheSize() >= MOST_ENTRIES)
-        return;
-    auto lookup = std::make_unique<LOOKUP>();
-    lookup->name = name;
-    lookup->expiry = xValidateExpiry(static_cast<std::uint32_t>(expiry));
-    AppendCopies(records, lookup->records);
-    lookups.Give(lookup.release());
-    index.Add(HashOf(name), static_cast<std::uint32_t>(lookups.GetCount() - 1));
-}
-
-/// The expiry, or 24 hours ahead when it lies before now or beyond that. The sum may wrap, kept on purpose.
-std::uint32_t NetDNSCache::xValidateExpiry(std::uint32_t expiry)
-{
-    const std::uint32_t now = xStampNow();
-    const auto latest = static_cast<std::uint32_t>(now + LONGEST_LIFE_MS);
-    return expiry > latest || expiry < now ? latest : expiry;
-}
-
-ULONG NetDNSCache::xGetTotalCacheSize() const
-{
-    return m_aLookups.GetCount() + m_ptrLookups.GetCount() + m_mxLookups.GetCount() + m_txtLookups.GetCount() +
-           m_spfLookups.GetCount();
-}
-
-std::uint32_t NetDNSCache::xStampNow()
-{
-    m_lastTick = static_cast<std::uint32_t>(TimedEvent::sGetNow());
-    return m_lastTick;
+    return m_tables->Read(Guard(*this), m_tables->spf, name, records);
 }
 
 } // namespace kqlib

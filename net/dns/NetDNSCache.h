@@ -4,9 +4,8 @@
 #include "common/ThreadSafe.h"
 #include "net/dns/NetDNS.h"
 
-#include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 namespace kqlib {
 
@@ -17,8 +16,8 @@ namespace kqlib {
 ///
 /// An answer is never refreshed or replaced while its entry lives. Entries go when a purge finds them expired; that
 /// happens at most every 30 seconds, in the list of the type that is searched just then, and puts off the purge of the
-/// other lists too (kept on purpose). Until then an expired answer is still given. All ticks are compared as plain
-/// unsigned 32-bit numbers.
+/// other lists too (kept on purpose). Until then an expired answer is still given, which may be days later when nobody
+/// asks for anything of its type. All ticks are compared as plain unsigned 32-bit numbers.
 ///
 /// Ownership: owns its entries; everything is copied in and out.
 ///
@@ -53,7 +52,7 @@ public:
 
     /// Stores an answer (copies of all records, in order) until the tick expiry, of which the low 32 bits count. An
     /// expiry before now or more than 24 hours ahead becomes 24 hours ahead. Does nothing when the type holds the name
-    /// already or the five types together hold 10000 entries.
+    /// already, when the five types together hold 10000 entries, or when they would hold more than 64 MiB with it.
     ///@{
     void CacheALookup(const String& name, ULONG expiry, const VectorPtr<String>& records);
     void CachePtrLookup(const String& name, ULONG expiry, const VectorPtr<String>& records);
@@ -73,57 +72,9 @@ public:
     ///@}
 
 private:
-    /// Finds the places of names in one list. A cell holds the hash and the place of a name but not the name, so that
-    /// the cells are few cache lines and a search reads, as a rule, one of them and the entry that it is after.
-    class NAME_INDEX
-    {
-    public:
-        /// The place with this hash that isNamed(place) is true for, or 0xFFFFFFFF.
-        template <class IS_NAMED> ULONG Find(std::uint32_t hash, IS_NAMED isNamed) const;
-        void Add(std::uint32_t hash, std::uint32_t place);
-        void Clear();
+    struct TABLES;
 
-    private:
-        struct CELL
-        {
-            std::uint32_t hash = 0;
-            std::uint32_t number = 0; ///< the place plus one; 0 when the cell is empty
-        };
-
-        void xPut(CELL cell);
-
-        std::vector<CELL> m_cells; ///< none or a power of two, at most three quarters in use; probed one after another
-        std::size_t m_used = 0;
-    };
-
-    // The lock is held by the caller of all of these.
-    ULONG xIsALookupCached(const String& name);
-    ULONG xIsPtrLookupCached(const String& name);
-    ULONG xIsMxLookupCached(const String& name);
-    ULONG xIsTxtLookupCached(const String& name);
-    ULONG xIsSpfLookupCached(const String& name);
-    template <class LOOKUP> ULONG xFind(const String& name, VectorPtr<LOOKUP>& lookups, NAME_INDEX& index);
-    template <class LOOKUP> void xPurge(std::uint32_t now, VectorPtr<LOOKUP>& lookups, NAME_INDEX& index);
-    template <class LOOKUP, class RECORD>
-    void xStore(const String& name, ULONG expiry, const VectorPtr<RECORD>& records, VectorPtr<LOOKUP>& lookups,
-                NAME_INDEX& index);
-    std::uint32_t xValidateExpiry(std::uint32_t expiry);
-    ULONG xGetTotalCacheSize() const;
-    std::uint32_t xStampNow();
-
-    // All data is guarded by the lock.
-    VectorPtr<A_LOOKUP> m_aLookups;
-    VectorPtr<A_LOOKUP> m_ptrLookups;
-    VectorPtr<MX_LOOKUP> m_mxLookups;
-    VectorPtr<A_LOOKUP> m_txtLookups;
-    VectorPtr<A_LOOKUP> m_spfLookups;
-    std::uint32_t m_lastTick = 0;
-    std::uint32_t m_lastPurge = 0; ///< shared by all five lists, kept on purpose
-    NAME_INDEX m_aIndex;
-    NAME_INDEX m_ptrIndex;
-    NAME_INDEX m_mxIndex;
-    NAME_INDEX m_txtIndex;
-    NAME_INDEX m_spfIndex;
+    const std::unique_ptr<TABLES> m_tables; ///< guarded by the lock
 };
 
 } // namespace kqlib

@@ -1,5 +1,6 @@
 #include "net/dns/NetDNSCache.h"
 #include "common/TimedEvent.h"
+#include "tests/peers/WaitFor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -333,6 +334,62 @@ TEST_F(NetDNSCacheTest, Cache_FullThenPurged_HasRoomAgain)
     EXPECT_FALSE(HasA("name9999"));
 }
 
+/// A text of so many bytes, under a name of its own.
+void CacheLongText(NetDNSCache& cache, int number, std::size_t size)
+{
+    cache.CacheTxtLookup("text" + std::to_string(number), g_tick + 60000, Texts({std::string(size, 't')}));
+}
+
+bool HasText(NetDNSCache& cache, int number)
+{
+    VectorPtr<String> records;
+    return cache.IsTxtLookupCached("text" + std::to_string(number), records);
+}
+
+TEST_F(NetDNSCacheTest, Cache_MoreThan64MiB_FurtherOnesDroppedInEveryType)
+{
+    HasA("n");
+    constexpr std::size_t MIB = 1024 * 1024;
+    for (int i = 0; i < 63; ++i)
+        CacheLongText(m_cache, i, MIB);
+    EXPECT_TRUE(HasText(m_cache, 62));
+    CacheLongText(m_cache, 63, MIB); // the 64th: what surrounds the texts is counted too
+    EXPECT_FALSE(HasText(m_cache, 63));
+    CacheLongText(m_cache, 64, MIB / 2);
+    EXPECT_TRUE(HasText(m_cache, 64));
+    CacheA("a", g_tick + 60000, {std::string(MIB / 2, 'a')});
+    EXPECT_FALSE(HasA("a"));
+    VectorPtr<NetDNS::MX_RECORD> exchangers;
+    exchangers.Give(new NetDNS::MX_RECORD{1, String(MIB / 2, 'm')});
+    m_cache.CacheMxLookup("m", g_tick + 60000, exchangers);
+    EXPECT_FALSE(m_cache.IsMxLookupCached("m", exchangers));
+    CacheA("small", g_tick + 60000);
+    EXPECT_TRUE(HasA("small"));
+}
+
+TEST_F(NetDNSCacheTest, Cache_64MiBThenPurged_HasRoomAgain)
+{
+    HasA("n");
+    constexpr std::size_t MIB = 1024 * 1024;
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 64; ++i)
+            CacheLongText(m_cache, i, MIB);
+        EXPECT_TRUE(HasText(m_cache, 62));
+        EXPECT_FALSE(HasText(m_cache, 63));
+        g_tick += 60001; // expired, and a purge is due
+    }
+}
+
+TEST_F(NetDNSCacheTest, Cache_10000AnswersOfAWholeDatagramEach_AllKept)
+{
+    // What honest servers fill a cache with at most: four exchangers or texts of 250 bytes in each answer.
+    const std::string text(250, 't');
+    for (int i = 0; i < 10000; ++i)
+        m_cache.CacheTxtLookup("text" + std::to_string(i), g_tick + 60000, Texts({text, text, text, text}));
+    for (const int number : {0, 5000, 9999})
+        EXPECT_TRUE(HasText(m_cache, number));
+}
+
 /// The cache as plain lists that are walked from the front: what the real one must answer like.
 class LINEARCACHE
 {
@@ -484,6 +541,61 @@ TEST_F(NetDNSCacheTest, RandomOperations_ClockRunsThroughTheWrap_AnswersLikeALin
 TEST_F(NetDNSCacheTest, RandomOperations_ManyNamesUpToTheLimit_AnswersLikeALinearSearch)
 {
     EXPECT_TRUE(CompareWithLinear(30, 80000, 20000, 100000, 20));
+}
+
+/// A cache whose lock a test can hold.
+class LOCKABLE_CACHE : public NetDNSCache
+{
+public:
+    void Lock() { xLock(); }
+    void Unlock() { xUnlock(); }
+};
+
+TEST(NetDNSCacheThreads, EachOperation_LockHeldByAnother_WaitsForIt)
+{
+    using Operation = void (*)(NetDNSCache&);
+    const Operation operations[] = {
+        [](NetDNSCache& cache) { cache.CacheALookup("n", 0, Texts({})); },
+        [](NetDNSCache& cache) { cache.CachePtrLookup("n", 0, Texts({})); },
+        [](NetDNSCache& cache) { cache.CacheMxLookup("n", 0, {}); },
+        [](NetDNSCache& cache) { cache.CacheTxtLookup("n", 0, Texts({})); },
+        [](NetDNSCache& cache) { cache.CacheSpfLookup("n", 0, Texts({})); },
+        [](NetDNSCache& cache) {
+            VectorPtr<String> out;
+            cache.IsALookupCached("n", out);
+        },
+        [](NetDNSCache& cache) {
+            VectorPtr<String> out;
+            cache.IsPtrLookupCached("n", out);
+        },
+        [](NetDNSCache& cache) {
+            VectorPtr<NetDNS::MX_RECORD> out;
+            cache.IsMxLookupCached("n", out);
+        },
+        [](NetDNSCache& cache) {
+            VectorPtr<String> out;
+            cache.IsTxtLookupCached("n", out);
+        },
+        [](NetDNSCache& cache) {
+            VectorPtr<String> out;
+            cache.IsSpfLookupCached("n", out);
+        },
+    };
+    LOCKABLE_CACHE cache;
+    for (const Operation operation : operations) {
+        std::atomic<bool> begun{false};
+        std::atomic<bool> done{false};
+        cache.Lock();
+        std::thread thread([&] {
+            begun = true;
+            operation(cache);
+            done = true;
+        });
+        EXPECT_TRUE(WaitFor([&] { return begun.load(); }));
+        EXPECT_FALSE(WaitFor([&] { return done.load(); }, 30)) << &operation - operations;
+        cache.Unlock();
+        thread.join();
+    }
 }
 
 TEST(NetDNSCacheThreads, OneCacheUnder16Threads_EveryHitIsWhole)
