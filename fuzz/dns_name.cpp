@@ -25,6 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     String name;
     if (reader.ReadName(name)) {
+        KQ_FUZZ_CHECK(name.size() <= NetDNSReader::LONGEST_NAME);
         KQ_FUZZ_CHECK(reader.GetPosition() >= offset + 2UL);
         KQ_FUZZ_CHECK(reader.GetPosition() <= reader.GetLength());
     }

@@ -17,10 +17,24 @@ void CheckCodes(const Messages& msgs, bool ok)
         KQ_FUZZ_CHECK(msgs.Get(i) >= NetDNS::MSG_NO_RECORDS && msgs.Get(i) <= NetDNS::MSG_REFUSED);
 }
 
-void CheckSuccess(const NetDNSResponse& response, ULONG records)
+/// What an answer may unfold to, in bytes.
+constexpr std::size_t MOST_TEXT = 65536;
+
+void CheckSuccess(const NetDNSResponse& response, ULONG records, std::size_t textBytes)
 {
+    KQ_FUZZ_CHECK(textBytes <= MOST_TEXT);
     KQ_FUZZ_CHECK(!response.GetCName().empty() || records > 0);
     KQ_FUZZ_CHECK(response.GetMinimumTTL() >= 5000);
+}
+
+std::size_t TextBytes(const VectorPtr<String>& texts, const VectorPtr<NetDNS::MX_RECORD>& exchangers)
+{
+    std::size_t bytes = 0;
+    for (ULONG i = 0; i < texts.GetCount(); ++i)
+        bytes += texts.Get(i).size();
+    for (ULONG i = 0; i < exchangers.GetCount(); ++i)
+        bytes += exchangers.Get(i).name.size();
+    return bytes;
 }
 
 } // namespace
@@ -38,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const bool ok = response.Parse(data + 1, static_cast<ULONG>(size - 1), msgs);
     CheckCodes(msgs, ok);
     if (ok)
-        CheckSuccess(response, texts.GetCount() + exchangers.GetCount());
+        CheckSuccess(response, texts.GetCount() + exchangers.GetCount(), TextBytes(texts, exchangers));
     for (ULONG i = 1; i < exchangers.GetCount(); ++i)
         KQ_FUZZ_CHECK(exchangers.Get(i - 1).priority <= exchangers.Get(i).priority);
     return 0;

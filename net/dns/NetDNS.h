@@ -27,8 +27,9 @@ class NetUDP;
 ///
 /// Ownership: owns its records and server texts; borrows the cache, which must outlive this object; may have none.
 ///
-/// Threads: one thread at a time, no lock. A look-up blocks its thread: up to 5 seconds for each of three attempts at
-/// each address of each server. NetDNSCache locks itself and is never locked while the network is waited for.
+/// Threads: one thread at a time, no lock. A look-up blocks its thread: up to three attempts at each address of each
+/// server, each up to 5 seconds for each of at most five names along a chain of aliases. NetDNSCache locks itself and
+/// is never locked while the network is waited for.
 ///
 /// Errors: false, and codes (MESSAGE) added to the given list, which is never cleared. A code may be added once per
 /// attempt. Nothing is thrown.
@@ -73,11 +74,13 @@ public:
     /// Ends the records that the Get functions gave; what the cache holds stays.
     virtual ~NetDNS();
 
-    /// Look-ups of one type. Each clears the records of its type, asks the cache, then the servers in their order until
-    /// one gives records. True: the records can be read. False: codes were added, except after five CNAME records in a
-    /// row, which add none.
-    /// A server that fails otherwise than by "no records" or "no such name" is taken off this object's list for good.
-    /// domain: at most 255 characters, without a dot at its end.
+    /// Look-ups of one type. Each asks the cache, then the servers in their order until one gives records. True: the
+    /// records can be read. False: codes were added, except after five CNAME records in a row, which add none.
+    /// The records of the type are cleared by asking the cache, and again by asking each server. Without a cache, and
+    /// without a server to ask, those of the look-up before stay.
+    /// A server that fails otherwise than by "no records" or "no such name" is taken off this object's list. When none
+    /// is left, the next look-up finds the servers of the system, also where others had been set. domain: at most 255
+    /// characters, without a dot at its end.
     ///@{
     bool DoALookup(const String& domain, Messages& msgs);
     bool DoMXLookup(const String& domain, Messages& msgs);
@@ -136,7 +139,7 @@ public:
     /// found and the settings could be read. A look-up does this by itself when the list is empty.
     bool GetDNSServers();
     /// Takes the servers (addresses or host names) as they are, in their order, repeats kept. An empty list brings
-    /// discovery back.
+    /// discovery back, and so does one whose servers have all failed.
     void SetDNSServers(const STRINGS& servers);
     /// Empties the list, which brings discovery back.
     void ClearDNSServers();

@@ -99,7 +99,7 @@ bool NetDNSReader::xQNameToDomain(String& name, unsigned depth)
         // Any other first byte is a length, 64 to 191 included, and 0 at the very start of a name too: the byte behind
         // it is then looked at like the one behind a label. Kept on purpose.
         std::uint8_t next = 0;
-        if (!Skip(1) || !ReadText(length, name) || !Peek8(next))
+        if (!Skip(1) || !ReadText(length, name) || name.size() > LONGEST_NAME || !Peek8(next))
             return false;
         if (next == 0)
             return Skip(1);

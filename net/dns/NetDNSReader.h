@@ -16,6 +16,11 @@ namespace kqlib {
 class KQNET_API NetDNSReader
 {
 public:
+    /// A decoded name that grows longer than this many bytes is refused. 255 are the most that a name may have (RFC
+    /// 1035 section 2.3.4); they are not insisted on, kept on purpose. But pointers let a short message unfold without
+    /// end.
+    static constexpr ULONG LONGEST_NAME = 65536;
+
     /// At the first of length bytes; message may be null when length is 0.
     NetDNSReader(const BYTE* message, ULONG length);
 
@@ -44,9 +49,12 @@ public:
     /// Appends count bytes to text.
     [[nodiscard]] bool ReadText(ULONG count, String& text);
     /// Decodes a domain name, following compression pointers (RFC 1035 section 4.1.4), and appends it to name without a
-    /// dot at its end. Labels and pointers followed count together: more than 200 fail, so that a loop of pointers
-    /// ends. True: the position is behind the name, or behind its first pointer. False: the position and what was
-    /// appended mean nothing.
+    /// dot at its end. The pointers followed so far and the labels since the last of them count together: more than 200
+    /// fail, so that a loop of pointers ends. True: the position is behind the name, or behind its first pointer.
+    /// False: the position and what was appended mean nothing.
+    ///
+    /// The root name, one byte 0, is read as a label without text: the name goes on with whatever stands behind it, and
+    /// fails when nothing does. Kept on purpose; no byte behind the message is ever read.
     [[nodiscard]] bool ReadName(String& name);
 
 private:

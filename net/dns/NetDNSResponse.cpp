@@ -9,6 +9,9 @@ namespace {
 
 constexpr ULONG HEADER_SIZE = 12;
 constexpr std::uint32_t SHORTEST_TTL_S = 5000; ///< kept on purpose: answers live long
+/// What an answer may unfold to, in bytes. An honest one of 1024 bytes holds 71 records at most, with two names of at
+/// most 255 bytes each.
+constexpr String::size_type MOST_TEXT = 65536;
 
 /// The code of a response code (RFC 1035 section 4.1.1); codes from 6 on count as a server failure.
 int ResponseCodeMessage(unsigned code)
@@ -81,8 +84,8 @@ bool NetDNSResponse::xReadAnswer(NetDNSReader& reader)
     std::uint16_t type = 0;
     std::uint32_t ttl = 0;
     std::uint16_t dataLength = 0;
-    if (!reader.ReadName(owner) || !reader.Read16(type) || !reader.Skip(2) || !reader.Read32(ttl) ||
-        !reader.Read16(dataLength))
+    if (!reader.ReadName(owner) || !xCountText(owner) || !reader.Read16(type) || !reader.Skip(2) ||
+        !reader.Read32(ttl) || !reader.Read16(dataLength))
         return false;
     if (type != m_type && type != NetDNS::RR_CNAME)
         return false;
@@ -92,8 +95,15 @@ bool NetDNSResponse::xReadAnswer(NetDNSReader& reader)
     if (reader.GetRemaining() < dataLength)
         return false;
     if (type == NetDNS::RR_CNAME)
-        return reader.ReadName(m_cname) && !m_cname.empty();
+        return reader.ReadName(m_cname) && xCountText(m_cname) && !m_cname.empty();
     return xReadData(reader);
+}
+
+/// Adds to what the answer has unfolded to so far. False: that is too much.
+bool NetDNSResponse::xCountText(const String& text)
+{
+    m_textBytes += text.size();
+    return m_textBytes <= MOST_TEXT;
 }
 
 /// The data of a record of the asked type, up to the end of what is used of it.
@@ -106,17 +116,17 @@ bool NetDNSResponse::xReadData(NetDNSReader& reader)
             return false;
         break;
     case NetDNS::RR_PTR:
-        if (!reader.ReadName(*text))
+        if (!reader.ReadName(*text) || !xCountText(*text))
             return false;
         break;
     case NetDNS::RR_TXT:
     case NetDNS::RR_SPF:
-        if (!xExtractText(reader, *text))
+        if (!xExtractText(reader, *text) || !xCountText(*text))
             return false;
         break;
     case NetDNS::RR_MX: {
         std::uint16_t preference = 0;
-        if (!reader.Read16(preference) || !reader.ReadName(*text))
+        if (!reader.Read16(preference) || !reader.ReadName(*text) || !xCountText(*text))
             return false;
         xInsertExchanger(preference, *text);
         return true;

@@ -16,7 +16,8 @@ namespace kqlib {
 /// targets.
 ///
 /// Lenient by design: the id, the question's name, the owner names, the classes and the truncation flag are never
-/// compared with anything.
+/// compared with anything. One bound is not described by any RFC: the names and texts of one answer, owner names
+/// included, may unfold to 64 KiB, which is twice what an honest answer of 1024 bytes can. More is malformed.
 ///
 /// Ownership: borrows the lists that records are added to; they must outlive this object. Threads: one at a time.
 /// Errors: false, with a code of NetDNS::MESSAGE added.
@@ -44,6 +45,7 @@ private:
     [[nodiscard]] bool xReadData(NetDNSReader& reader);
     [[nodiscard]] static bool xExtractIP(NetDNSReader& reader, String& text);
     [[nodiscard]] static bool xExtractText(NetDNSReader& reader, String& text);
+    [[nodiscard]] bool xCountText(const String& text);
     void xInsertExchanger(std::uint16_t preference, const String& name);
     void xClearList();
 
@@ -51,6 +53,7 @@ private:
     VectorPtr<String>* const m_texts;                 ///< null for RR_MX
     VectorPtr<NetDNS::MX_RECORD>* const m_exchangers; ///< null for any other type
     String m_cname;
+    String::size_type m_textBytes = 0; ///< unfolded so far
     std::uint32_t m_minimumTTL = 0xFFFFFFFFU;
 };
 

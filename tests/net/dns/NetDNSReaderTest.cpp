@@ -197,6 +197,34 @@ TEST(NetDNSReader, ReadName_PointerTo200Labels_FailsForThePointerCounts)
     EXPECT_NE(Decode(bytes, end + 2), "false");
 }
 
+/// Labels of 191 bytes each; the second run ends in a pointer to the first, whose labels count anew.
+Bytes TwoRuns(int first, int second)
+{
+    Bytes bytes;
+    const auto append = [&bytes](int count) {
+        for (int i = 0; i < count; ++i) {
+            bytes.push_back(191);
+            bytes.insert(bytes.end(), 191, 'x');
+        }
+    };
+    append(first);
+    bytes.push_back(0);
+    append(second);
+    bytes.insert(bytes.end(), {0xC0, 0});
+    return bytes;
+}
+
+TEST(NetDNSReader, ReadName_UnfoldingTo64KiB_ReadAndMoreIsFalse)
+{
+    constexpr int FIRST = 190;
+    // Each label takes 192 bytes of text, with its dot; the last one has none.
+    for (const int second : {100, 151, 152, 190}) {
+        const auto start = static_cast<ULONG>(FIRST * 192 + 1);
+        const std::size_t text = static_cast<std::size_t>(FIRST + second) * 192 - 1;
+        EXPECT_EQ(Decode(TwoRuns(FIRST, second), start) != "false", text <= 65536) << second;
+    }
+}
+
 TEST(NetDNSWriter, Write_NumbersAndText_NetworkOrder)
 {
     NetDNSWriter writer;

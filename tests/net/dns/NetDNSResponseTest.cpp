@@ -386,6 +386,132 @@ TEST(NetDNSResponse, Parse_FailureBeforeTheRecords_KeepsTheRecordsOfAnEarlierPas
     EXPECT_THAT(Parse(NetDNS::RR_A, Question(1).AddPtr("x").Build(), {"10.9.9.9"}).records, IsEmpty());
 }
 
+/// PTR or MX records whose names are all pointers to the first one: the text of each unfolds again.
+DNSMessage Unfolding(unsigned type, unsigned labels, unsigned records)
+{
+    const Bytes priority = type == DNSMessage::MX ? Bytes{0, 1} : Bytes();
+    Bytes data = priority;
+    for (unsigned i = 0; i < labels; ++i) {
+        data.push_back(100);
+        data.insert(data.end(), 100, 'x');
+    }
+    data.push_back(0);
+    const auto name = static_cast<unsigned>(12 + 14 + 4 + 2 + 10 + priority.size());
+    Bytes again = priority;
+    again.push_back(static_cast<BYTE>(0xC0 | name >> 8));
+    again.push_back(static_cast<BYTE>(name & 0xFF));
+    DNSMessage message = Question(type);
+    message.AddRecord(DNSMessage::Pointer(12), type, 6000, data);
+    for (unsigned i = 1; i < records; ++i)
+        message.AddRecord(DNSMessage::Pointer(12), type, 6000, again);
+    return message;
+}
+
+TEST(NetDNSResponse, Parse_RecordsThatUnfoldTo64KiB_TakenAndMoreFails53)
+{
+    // With its owner each record has 12 + 10 * 101 - 1 bytes of text.
+    for (const unsigned type : {DNSMessage::PTR, DNSMessage::MX}) {
+        for (const unsigned records : {60U, 64U, 65U, 200U}) {
+            const OUTCOME outcome = Parse(static_cast<NetDNS::RRTYPE>(type), Unfolding(type, 10, records).Build());
+            EXPECT_EQ(outcome.ok, records * 1021 <= 65536) << records;
+            EXPECT_EQ(outcome.records.size(), outcome.ok ? records : 0U);
+            EXPECT_EQ(outcome.codes, outcome.ok ? std::vector<int>{} : std::vector<int>{53});
+        }
+    }
+}
+
+TEST(NetDNSResponse, Parse_TextsOwnersAndAliasesThatUnfoldTo64KiB_CountTogether)
+{
+    DNSMessage texts = Question(16);
+    for (int i = 0; i < 245; ++i) // 245 * (255 + 12) = 65415
+        texts.AddText(16, {std::string(255, 't')});
+    EXPECT_TRUE(Parse(NetDNS::RR_TXT, texts.Build()).ok);
+    EXPECT_FALSE(Parse(NetDNS::RR_TXT, texts.AddText(16, {std::string(255, 't')}).Build()).ok);
+
+    const std::string alias(100, 'a');                    // the owner of the alias counts, and so does its target
+    DNSMessage fits = Unfolding(DNSMessage::PTR, 10, 64); // 65344
+    EXPECT_TRUE(Parse(NetDNS::RR_PTR, fits.AddCName(alias).Build()).ok);
+    DNSMessage tooLong = Unfolding(DNSMessage::PTR, 10, 64);
+    EXPECT_FALSE(Parse(NetDNS::RR_PTR, tooLong.AddCName(alias + "." + alias).Build()).ok);
+}
+
+TEST(NetDNSResponse, Parse_FullestHonestAnswersOfADatagram_Taken)
+{
+    // As many records as 1024 bytes hold, each naming the longest name there is.
+    Bytes data;
+    for (int i = 0; i < 4; ++i) {
+        const unsigned char length = i < 3 ? 63 : 61;
+        data.push_back(length);
+        data.insert(data.end(), length, 'n');
+    }
+    data.push_back(0);
+    const unsigned name = 12 + 14 + 4 + 2 + 10;
+    DNSMessage message = Question(12);
+    message.AddRecord(DNSMessage::Pointer(12), 12, 6000, data);
+    unsigned records = 1;
+    while (message.Build().size() + 14 <= 1024) {
+        message.AddRecord(DNSMessage::Pointer(name), 12, 6000, DNSMessage::Pointer(name));
+        ++records;
+    }
+    const OUTCOME outcome = Parse(NetDNS::RR_PTR, message.Build());
+    EXPECT_TRUE(outcome.ok);
+    EXPECT_EQ(outcome.records.size(), records);
+}
+
+TEST(NetDNSResponse, Parse_AliasWithALengthOfItsOwn_OnlyHeldAgainstTheMessage_KeptOnPurpose)
+{
+    const Bytes target = DNSMessage::EncodeName("real.example");
+    for (const long length : {0L, 3L, static_cast<long>(target.size())}) {
+        const OUTCOME outcome =
+            Parse(NetDNS::RR_A, Question(1).AddRecord(DNSMessage::Pointer(12), 5, 60, target, length).Build());
+        EXPECT_TRUE(outcome.ok) << length;
+        EXPECT_EQ(outcome.cname, "real.example");
+    }
+    for (const long length : {static_cast<long>(target.size()) + 1, 0xFFFFL}) {
+        const OUTCOME outcome =
+            Parse(NetDNS::RR_A, Question(1).AddRecord(DNSMessage::Pointer(12), 5, 60, target, length).Build());
+        EXPECT_FALSE(outcome.ok) << length;
+        EXPECT_THAT(outcome.codes, ElementsAre(53));
+        EXPECT_EQ(outcome.cname, "");
+    }
+}
+
+TEST(NetDNSResponse, Parse_RootExchangerAtTheEnd_Fails53_KeptOnPurpose)
+{
+    // RFC 7505: a domain without mail. The root name is one byte, and a name needs two.
+    const Bytes null{0, 0, 0};
+    const OUTCOME outcome = Parse(NetDNS::RR_MX, Question(15).AddRecord(DNSMessage::Pointer(12), 15, 60, null).Build());
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_THAT(outcome.codes, ElementsAre(53));
+    EXPECT_THAT(outcome.records, IsEmpty());
+}
+
+TEST(NetDNSResponse, Parse_RootExchangerInFrontOfSomething_NameGoesOnThere_KeptOnPurpose)
+{
+    const Bytes null{0, 0, 0};
+    // The owner of the record behind it, a pointer, is taken for the rest of the name: that record is then broken.
+    EXPECT_FALSE(
+        Parse(NetDNS::RR_MX, Question(15).AddRecord(DNSMessage::Pointer(12), 15, 60, null).AddMx(5, "mx").Build()).ok);
+    // One that stands behind the answers (an authority, say) does no such harm, but the name is made of its owner.
+    const OUTCOME followed = Parse(
+        NetDNS::RR_MX, Question(15).AddRecord(DNSMessage::Pointer(12), 15, 60, null).AddMx(5, "mx").Claim(1).Build());
+    EXPECT_TRUE(followed.ok);
+    EXPECT_THAT(followed.records, ElementsAre("0 .host.example"));
+    // A zero byte behind it ends the name, which is empty: the OPT record of EDNS begins with one.
+    const OUTCOME edns = Parse(NetDNS::RR_MX, Question(15)
+                                                  .AddRecord(DNSMessage::Pointer(12), 15, 60, null)
+                                                  .Raw({0, 0, 41, 4, 0xD0, 0, 0, 0, 0, 0, 0})
+                                                  .Build());
+    EXPECT_TRUE(edns.ok);
+    EXPECT_THAT(edns.records, ElementsAre("0 "));
+    // Nothing behind the message is read: the sanitizers watch each of these copies.
+    const Bytes whole =
+        Question(15).AddRecord(DNSMessage::Pointer(12), 15, 60, null).Raw({3, 'o', 'r', 'g', 0}).Build();
+    for (std::size_t size = whole.size() - 5; size < whole.size(); ++size)
+        EXPECT_FALSE(Parse(NetDNS::RR_MX, Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size))).ok);
+    EXPECT_THAT(Parse(NetDNS::RR_MX, whole).records, ElementsAre("0 .org"));
+}
+
 TEST(NetDNSResponse, Parse_EveryByteChangedToEveryValue_NeverReadsOutside)
 {
     const Bytes good = Question(15).AddMx(10, "a.example").AddMx(20, "b.example").Build();
