@@ -212,15 +212,13 @@ bool NetDNS::GetDNSServers()
 {
     xClearDNSServers();
     xGetDNSServersViaWSA();
-    std::vector<std::string> texts;
+    std::vector<std::string> servers;
     // Settings that cannot be opened fail the discovery even when the name service gave servers. These stay on the list
     // for the next look-up. Kept on purpose.
-    if (!platform::AppendServerSettings(texts))
+    if (!platform::AppendServerSettings(servers))
         return false;
-    for (const std::string& text : texts) {
-        const String bytes(text);
-        xExtractDNSServers(reinterpret_cast<const BYTE*>(bytes.data()), static_cast<ULONG>(bytes.size()));
-    }
+    for (const std::string& server : servers)
+        xAddDNS(server);
     return m_servers.GetCount() > 0;
 }
 
@@ -529,27 +527,9 @@ void NetDNS::xGetDNSServersViaWSA()
         xAddDNS(address);
 }
 
-/// Adds the servers of a settings text, up to its first zero byte.
-void NetDNS::xExtractDNSServers(const BYTE* data, ULONG length)
-{
-    String server;
-    for (ULONG i = 0; i < length && data[i] != 0; ++i) {
-        const auto character = static_cast<char>(data[i]);
-        if (character != ' ' && character != '\t' && character != ',' && character != ';') {
-            server += character;
-            continue;
-        }
-        xAddDNS(server);
-        server.clear();
-    }
-    xAddDNS(server);
-}
-
-/// Appends a server, unless it is empty or on the list already in whatever case.
+/// Appends a server, unless it is on the list already in whatever case.
 void NetDNS::xAddDNS(const String& server)
 {
-    if (server.empty())
-        return;
     for (ULONG i = 0; i < m_servers.GetCount(); ++i) {
         if (m_servers.Get(i).MatchesI(server))
             return;

@@ -183,7 +183,6 @@ private:
     static bool xsConvertHost(const String& host, Vector<NetIP>& addresses);
 
     void xGetDNSServersViaWSA();
-    void xExtractDNSServers(const BYTE* data, ULONG length);
     void xAddDNS(const String& server);
     void xClearDNSServers();
 

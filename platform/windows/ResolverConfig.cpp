@@ -4,7 +4,7 @@
 
 #include <svcguid.h>
 
-#include <algorithm>
+#include <atomic>
 #include <cstddef>
 
 namespace kqlib::platform {
@@ -18,6 +18,7 @@ constexpr std::size_t RESULT_SIZE = 2048;
 constexpr DWORD RETURN_ALL = 0x0FF0; ///< LUP_RETURN_ALL: every part of a result
 constexpr unsigned short DNS_PORT = 53;
 
+std::atomic<std::uint32_t> g_reads{0};
 std::string g_root; ///< a key below HKEY_CURRENT_USER in place of the interfaces' key; set before other threads run
 
 /// Closes a registry key at the end of a scope.
@@ -61,17 +62,14 @@ void AppendAddresses(const WSAQUERYSETA& result, std::vector<std::string>& addre
     }
 }
 
-/// Appends the text of a value up to its first zero byte. One byte alone is the end of an empty text.
-void AppendValue(HKEY key, const char* name, std::vector<std::string>& texts)
+/// Appends the servers of a value. One byte alone is the end of an empty text.
+void AppendValue(HKEY key, const char* name, std::vector<std::string>& servers)
 {
     char buffer[VALUE_SIZE];
     DWORD length = sizeof(buffer);
     if (RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(buffer), &length) != 0 || length <= 1)
         return;
-    std::string text(buffer, length);
-    text.erase(std::min(text.find('\0'), text.size()));
-    if (!text.empty())
-        texts.push_back(text);
+    SplitServers(std::string_view(buffer, length), servers);
 }
 
 } // namespace
@@ -96,8 +94,9 @@ void AppendNameServiceServers(std::vector<std::string>& addresses)
     WSALookupServiceEnd(handle);
 }
 
-bool AppendServerSettings(std::vector<std::string>& texts)
+bool AppendServerSettings(std::vector<std::string>& servers)
 {
+    ++g_reads;
     const HKEY hive = g_root.empty() ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
     const std::string path = g_root.empty() ? INTERFACES_KEY : g_root;
     const KEY interfaces(hive, path);
@@ -111,9 +110,14 @@ bool AppendServerSettings(std::vector<std::string>& texts)
         const KEY interfaceKey(hive, path + "\\" + name);
         if (!interfaceKey.IsOpen())
             continue;
-        AppendValue(interfaceKey.Get(), "NameServer", texts);
-        AppendValue(interfaceKey.Get(), "DhcpNameServer", texts);
+        AppendValue(interfaceKey.Get(), "NameServer", servers);
+        AppendValue(interfaceKey.Get(), "DhcpNameServer", servers);
     }
+}
+
+std::uint32_t GetServerSettingsReads()
+{
+    return g_reads;
 }
 
 void SetServerSettingsRoot(const char* root)

@@ -1,6 +1,7 @@
 #include "platform/ResolverConfig.h"
 #include "net/dns/NetDNS.h"
 #include "tests/peers/TempFolder.h"
+#include "tests/peers/WaitFor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -95,7 +96,7 @@ TEST_F(ResolverConfigTest, Leases_SeveralOfOneInterface_NewestCounts)
           "lease {\n  interface \"eth0\";\n  option domain-name-servers 10.0.0.1;\n}\n"
           "lease {\n  interface \"eth1\";\n  option domain-name-servers 10.1.0.1, 10.1.0.2;\n}\n"
           "lease {\n  interface \"eth0\";\n  option routers 10.0.0.254;\n  option domain-name-servers 10.0.0.2;\n}\n");
-    EXPECT_THAT(Texts(), ElementsAre("10.0.0.2", "10.1.0.1 10.1.0.2"));
+    EXPECT_THAT(Texts(), ElementsAre("10.0.0.2", "10.1.0.1", "10.1.0.2"));
 }
 
 TEST_F(ResolverConfigTest, Leases_NewestWithoutServers_Nothing)
@@ -142,6 +143,99 @@ TEST_F(ResolverConfigTest, Discovery_CalledAgain_StartsAnew)
     EXPECT_TRUE(dns.GetDNSServers());
     ASSERT_EQ(dns.GetDNSServerCount(), 1U);
     EXPECT_EQ(dns.GetDNSServer(0), "10.0.0.2");
+}
+
+TEST_F(ResolverConfigTest, Folders_FilesThatAreNoLeases_NotRead)
+{
+    // The network manager keeps its keys beside its leases.
+    Write("var/lib/NetworkManager/secret_key", "DNS=10.9.9.1\n");
+    Write("var/lib/NetworkManager/timestamps", "DNS=10.9.9.2\n");
+    Write("var/lib/NetworkManager/internal.lease.key", "DNS=10.9.9.3\n");
+    Write("var/lib/dhcp/dhclient.conf", "lease {\n  option domain-name-servers 10.9.9.4;\n}\n");
+    Write("run/systemd/netif/leases/state", "DNS=10.9.9.5\n");
+    Write("run/systemd/netif/leases/3", "DNS=10.0.0.3\n");
+    Write("var/lib/NetworkManager/dhclient-eth0.lease", "lease {\n  option domain-name-servers 10.0.0.4;\n}\n");
+    EXPECT_THAT(Texts(), ElementsAre("10.0.0.3", "10.0.0.4"));
+}
+
+TEST_F(ResolverConfigTest, ResolvConf_LinesOfUpTo4096Bytes_ReadAndLongerOnesLeftOut)
+{
+    const std::string first = "nameserver 10.0.0.1";
+    const std::string second = "nameserver 10.0.0.2";
+    Write("etc/resolv.conf", first + std::string(4096 - first.size(), ' ') + "\n" + second +
+                                 std::string(4097 - second.size(), ' ') + "\nnameserver 10.0.0.3\n");
+    EXPECT_THAT(Texts(), ElementsAre("10.0.0.1", "10.0.0.3"));
+}
+
+TEST_F(ResolverConfigTest, ResolvConf_WithoutEndBehindTheFirstMiB_ReadThatFar)
+{
+    std::string text = "nameserver 10.0.0.1\n";
+    while (text.size() < 1024 * 1024)
+        text += "# a line of the file that says nothing\n";
+    Write("etc/resolv.conf", text + "nameserver 10.0.0.2\n");
+    EXPECT_THAT(Texts(), ElementsAre("10.0.0.1"));
+}
+
+TEST_F(ResolverConfigTest, Discovery_ZeroByteWithinAValue_EndsIt)
+{
+    const std::string zero(1, '\0');
+    Write("etc/resolv.conf", "nameserver 10.0.0.1" + zero + "9\nnameserver 10.0.0.2," + zero + "10.0.0.3\n");
+    Write("run/systemd/netif/leases/2", "DNS=10.0.0.4 " + zero + " 10.0.0.5\n");
+    EXPECT_THAT(Discovered(), ElementsAre("10.0.0.1", "10.0.0.2", "10.0.0.4"));
+}
+
+TEST(SplitServers, EachSeparatorAndRunsOfThem_ServersBetweenThem)
+{
+    std::vector<std::string> servers{"before"};
+    platform::SplitServers(" 10.0.0.1,10.0.0.2;;10.0.0.3\t10.0.0.1 ,", servers);
+    EXPECT_THAT(servers, ElementsAre("before", "10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.1"));
+    platform::SplitServers("", servers);
+    platform::SplitServers(" ,;\t", servers);
+    platform::SplitServers(std::string_view("\0 10.0.0.4", 10), servers);
+    EXPECT_EQ(servers.size(), 5U);
+    platform::SplitServers("x", servers);
+    EXPECT_EQ(servers.back(), "x");
+}
+
+/// Asks until what was found is kept. True: the last question read no file.
+bool WaitUntilKept()
+{
+    return WaitFor([] {
+        std::vector<std::string> servers;
+        platform::AppendServerSettings(servers);
+        const std::uint32_t before = platform::GetServerSettingsReads();
+        platform::AppendServerSettings(servers);
+        return platform::GetServerSettingsReads() == before;
+    });
+}
+
+TEST_F(ResolverConfigTest, AppendServerSettings_NothingChanged_KeptAndReadAnewAfterEachKindOfChange)
+{
+    Write("etc/resolv.conf", "nameserver 10.0.0.1\n");
+    Write("var/lib/dhcp/dhclient.eth0.leases", "lease {\n  option domain-name-servers 10.0.0.2;\n}\n");
+    EXPECT_THAT(Texts(), ElementsAre("10.0.0.1", "10.0.0.2"));
+    ASSERT_TRUE(WaitUntilKept());
+    EXPECT_THAT(Texts(), ElementsAre("10.0.0.1", "10.0.0.2"));
+    EXPECT_THAT(Discovered(), ElementsAre("10.0.0.1", "10.0.0.2"));
+
+    Write("etc/resolv.conf", "nameserver 10.0.0.3\n"); // of the same size
+    EXPECT_THAT(Texts(), ElementsAre("10.0.0.3", "10.0.0.2"));
+    ASSERT_TRUE(WaitUntilKept());
+    Write("var/lib/dhcp/dhclient.eth1.leases", "lease {\n  option domain-name-servers 10.0.0.4;\n}\n");
+    EXPECT_THAT(Texts(), ElementsAre("10.0.0.3", "10.0.0.2", "10.0.0.4"));
+    ASSERT_TRUE(WaitUntilKept());
+    Write("run/systemd/resolve/resolv.conf", "nameserver 10.0.0.5\n"); // was missing
+    fs::remove(m_root / "etc/resolv.conf");
+    EXPECT_THAT(Texts(), ElementsAre("10.0.0.5", "10.0.0.2", "10.0.0.4"));
+}
+
+TEST_F(ResolverConfigTest, AppendServerSettings_ChangedTwiceAtOnce_EachChangeSeen)
+{
+    for (int i = 10; i < 60; ++i) {
+        const std::string server = "10.0.0." + std::to_string(i);
+        Write("etc/resolv.conf", "nameserver " + server + "\n");
+        EXPECT_THAT(Texts(), ElementsAre(server));
+    }
 }
 
 TEST_F(ResolverConfigTest, Discovery_FoldersInPlaceOfFiles_Nothing)

@@ -58,7 +58,7 @@ TEST_F(ResolverConfigTest, AppendServerSettings_TwoInterfaces_ConfiguredBeforeSu
     Write("b", "DhcpNameServer", "10.0.0.5 10.0.0.6");
     std::vector<std::string> texts;
     EXPECT_TRUE(platform::AppendServerSettings(texts));
-    EXPECT_THAT(texts, ElementsAre("10.0.0.1", "10.0.0.2", "10.0.0.3,10.0.0.4", "10.0.0.5 10.0.0.6"));
+    EXPECT_THAT(texts, ElementsAre("10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4", "10.0.0.5", "10.0.0.6"));
 }
 
 TEST_F(ResolverConfigTest, AppendServerSettings_EmptyValue_Ignored)
