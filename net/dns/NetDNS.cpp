@@ -9,6 +9,8 @@
 #include "net/dns/NetDNSWriter.h"
 #include "net/sockets/NetUDP.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -23,6 +25,7 @@ constexpr int MOST_ATTEMPTS = 3;               ///< at each address, while nothi
 constexpr int MOST_PASSES = 5;                 ///< queries of one attempt, one for each name of a CNAME chain
 constexpr ULONG ANSWER_SIZE = 1024;            ///< a longer answer is no answer
 constexpr String::size_type DOMAIN_LIMIT = 256;
+constexpr String::size_type LONGEST_LABEL = 255;  ///< not held against the 63 of the RFC, kept on purpose
 constexpr std::size_t MOST_SERVER_ADDRESSES = 50; ///< of one server given by its host name
 
 constexpr std::uint16_t QUERY_ID = 0xFFFF;    ///< the same for every query and never compared, kept on purpose
@@ -259,27 +262,36 @@ bool NetDNS::xLookup(const String& domain, const String& server, RRTYPE type, Me
     return xIsLookupCached(domain, type) || xDoLookup(domain, server, type, msgs);
 }
 
+/// What this object and the cache have for a type whose records are texts.
+struct NetDNS::TEXT_TYPE
+{
+    RRTYPE type;
+    VectorPtr<String> NetDNS::*records;
+    bool (NetDNSCache::*isCached)(const String& name, VectorPtr<String>& records);
+    void (NetDNSCache::*store)(const String& name, ULONG expiry, const VectorPtr<String>& records);
+};
+
+/// For any type that is asked for but RR_MX.
+const NetDNS::TEXT_TYPE& NetDNS::xsGetTextType(RRTYPE type)
+{
+    static constexpr TEXT_TYPE TYPES[] = {
+        {RR_A, &NetDNS::m_aRecords, &NetDNSCache::IsALookupCached, &NetDNSCache::CacheALookup},
+        {RR_PTR, &NetDNS::m_ptrRecords, &NetDNSCache::IsPtrLookupCached, &NetDNSCache::CachePtrLookup},
+        {RR_TXT, &NetDNS::m_txtRecords, &NetDNSCache::IsTxtLookupCached, &NetDNSCache::CacheTxtLookup},
+        {RR_SPF, &NetDNS::m_spfRecords, &NetDNSCache::IsSpfLookupCached, &NetDNSCache::CacheSpfLookup}};
+    return *std::find_if(std::begin(TYPES), std::end(TYPES) - 1,
+                         [type](const TEXT_TYPE& item) { return item.type == type; });
+}
+
 /// Clears the type's list and fills it from the cache. False without a cache (the list stays) or a cached answer.
 bool NetDNS::xIsLookupCached(const String& domain, RRTYPE type)
 {
     if (!m_cache)
         return false;
     xClearList(type);
-    switch (type) {
-    case RR_A:
-        return m_cache->IsALookupCached(domain, m_aRecords);
-    case RR_PTR:
-        return m_cache->IsPtrLookupCached(domain, m_ptrRecords);
-    case RR_MX:
+    if (type == RR_MX)
         return m_cache->IsMxLookupCached(domain, m_mxRecords);
-    case RR_TXT:
-        return m_cache->IsTxtLookupCached(domain, m_txtRecords);
-    case RR_SPF:
-        return m_cache->IsSpfLookupCached(domain, m_spfRecords);
-    case RR_CNAME:
-        break;
-    }
-    return false;
+    return (m_cache->*xsGetTextType(type).isCached)(domain, xGetTextList(type));
 }
 
 /// Asks the servers of the list in their order, finding them first when there are none.
@@ -356,7 +368,7 @@ bool NetDNS::xSendDNSRequest(const String& domain, NetUDP& udp, RRTYPE type, Mes
     query.Write16(0); // no answers,
     query.Write16(0); // authorities
     query.Write16(0); // or additional records
-    if (domain.size() >= DOMAIN_LIMIT || !xDomainToQName(domain, query)) {
+    if (domain.size() >= DOMAIN_LIMIT || !query.WriteName(domain, LONGEST_LABEL)) {
         msgs.AddMessage(MSG_NAME_ERROR);
         return false;
     }
@@ -368,26 +380,6 @@ bool NetDNS::xSendDNSRequest(const String& domain, NetUDP& udp, RRTYPE type, Mes
         msgs.AddMessage(MSG_SERVER_FAILURE);
         return false;
     }
-    return true;
-}
-
-/// Encodes a name with its zero byte. False when a label is empty: a dot at the start or the end, or two in a row. The
-/// length of a label is not held against the 63 of the RFC, kept on purpose.
-bool NetDNS::xDomainToQName(const String& domain, NetDNSWriter& writer)
-{
-    String label;
-    for (String::size_type i = 0; i <= domain.size(); ++i) {
-        if (i < domain.size() && domain[i] != '.') {
-            label += domain[i];
-            continue;
-        }
-        if (label.empty())
-            return false;
-        writer.Write8(static_cast<std::uint8_t>(label.size()));
-        writer.WriteText(label);
-        label.clear();
-    }
-    writer.Write8(0);
     return true;
 }
 
@@ -444,52 +436,23 @@ bool NetDNS::xProcessResponse(const String& domain, NetUDP& udp, RRTYPE type, St
     const auto expiry = static_cast<std::uint32_t>(m_timeOutStart + response.GetMinimumTTL() * 1000U);
     if (expiry < m_firstExpiry)
         m_firstExpiry = expiry;
-    if (m_cache && !xStoreInCache(domain, type, expiry)) {
-        xClearList(type);
-        msgs.AddMessage(MSG_SERVER_FAILURE);
-        return false;
-    }
+    if (m_cache)
+        xStoreInCache(domain, type, expiry);
     return true;
 }
 
-/// False for a type that the cache does not hold.
-bool NetDNS::xStoreInCache(const String& domain, RRTYPE type, std::uint32_t expiry)
+void NetDNS::xStoreInCache(const String& domain, RRTYPE type, std::uint32_t expiry)
 {
-    switch (type) {
-    case RR_A:
-        m_cache->CacheALookup(domain, expiry, m_aRecords);
-        return true;
-    case RR_PTR:
-        m_cache->CachePtrLookup(domain, expiry, m_ptrRecords);
-        return true;
-    case RR_MX:
+    if (type == RR_MX)
         m_cache->CacheMxLookup(domain, expiry, m_mxRecords);
-        return true;
-    case RR_TXT:
-        m_cache->CacheTxtLookup(domain, expiry, m_txtRecords);
-        return true;
-    case RR_SPF:
-        m_cache->CacheSpfLookup(domain, expiry, m_spfRecords);
-        return true;
-    case RR_CNAME:
-        break;
-    }
-    return false;
+    else
+        (m_cache->*xsGetTextType(type).store)(domain, expiry, xGetTextList(type));
 }
 
 /// The list of any type whose records are texts (all but RR_MX).
 VectorPtr<String>& NetDNS::xGetTextList(RRTYPE type)
 {
-    switch (type) {
-    case RR_PTR:
-        return m_ptrRecords;
-    case RR_TXT:
-        return m_txtRecords;
-    case RR_SPF:
-        return m_spfRecords;
-    default:
-        return m_aRecords;
-    }
+    return this->*xsGetTextType(type).records;
 }
 
 void NetDNS::xClearList(RRTYPE type)

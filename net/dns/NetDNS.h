@@ -15,7 +15,6 @@
 namespace kqlib {
 
 class NetDNSCache;
-class NetDNSWriter;
 class NetUDP;
 
 /// Asks DNS servers for addresses, names, mail exchangers and texts, and turns host names into addresses.
@@ -165,6 +164,9 @@ public:
     void ResetFirstExpiryTime();
 
 private:
+    struct TEXT_TYPE;
+
+    static const TEXT_TYPE& xsGetTextType(RRTYPE type);
     bool xLookup(const String& domain, RRTYPE type, Messages& msgs);
     bool xLookup(const String& domain, const String& server, RRTYPE type, Messages& msgs);
     bool xIsLookupCached(const String& domain, RRTYPE type);
@@ -172,12 +174,11 @@ private:
     bool xDoLookup(const String& domain, const String& server, RRTYPE type, Messages& msgs);
     bool xAttempt(const String& domain, NetUDP& udp, RRTYPE type, bool& retry, Messages& msgs);
     bool xSendDNSRequest(const String& domain, NetUDP& udp, RRTYPE type, Messages& msgs);
-    static bool xDomainToQName(const String& domain, NetDNSWriter& writer);
     bool xRecv(NetUDP& udp, BYTE* buffer, ULONG& length);
     bool xIsTimeOut() const;
     void xResetTimeOut();
     bool xProcessResponse(const String& domain, NetUDP& udp, RRTYPE type, String& cname, bool& retry, Messages& msgs);
-    bool xStoreInCache(const String& domain, RRTYPE type, std::uint32_t expiry);
+    void xStoreInCache(const String& domain, RRTYPE type, std::uint32_t expiry);
     VectorPtr<String>& xGetTextList(RRTYPE type);
     void xClearList(RRTYPE type);
     static bool xsConvertHost(const String& host, Vector<NetIP>& addresses);

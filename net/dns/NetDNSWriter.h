@@ -23,6 +23,10 @@ public:
     ///@}
     /// Appends the bytes of the text, without a length or an end.
     void WriteText(const String& text);
+    /// Appends a domain name with its zero byte (RFC 1035 section 3.1). False: a label is longer than longestLabel (63
+    /// by the RFC, at most 255) or empty, as by a dot at the start or the end, or two in a row; what was appended means
+    /// nothing.
+    [[nodiscard]] bool WriteName(const String& domain, String::size_type longestLabel);
 
     /// The message so far, GetLength() bytes; valid until the next write.
     ///@{

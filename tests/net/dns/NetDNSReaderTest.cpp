@@ -232,6 +232,14 @@ TEST(NetDNSWriter, Write_NumbersAndText_NetworkOrder)
     writer.Write8(7);
     writer.Write16(0x1234);
     writer.WriteText(String("a\0b", 3));
+    // and a name:
+    EXPECT_FALSE(NetDNSWriter().WriteName("a.toolong", 6));
+    EXPECT_FALSE(NetDNSWriter().WriteName("", 63) || NetDNSWriter().WriteName("a.", 63) ||
+                 NetDNSWriter().WriteName(".a", 63) || NetDNSWriter().WriteName("a..b", 63));
+    NetDNSWriter name;
+    EXPECT_TRUE(name.WriteName("ab.c", 2));
+    const Bytes encoded{2, 'a', 'b', 1, 'c', 0};
+    EXPECT_EQ(Bytes(name.GetData(), name.GetData() + name.GetLength()), encoded);
     const Bytes expected{7, 0x12, 0x34, 'a', 0, 'b'};
     EXPECT_EQ(Bytes(writer.GetData(), writer.GetData() + writer.GetLength()), expected);
 }

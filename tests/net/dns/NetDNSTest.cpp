@@ -402,6 +402,22 @@ TEST_F(NetDNSTest, Lookup_RecordIndexPastTheCount_Throws)
     EXPECT_THROW((void)dns.GetDNSServer(0), std::out_of_range);
 }
 
+/// Answers after so many milliseconds by the test's clock have gone by.
+TEST_F(NetDNSTest, FirstExpiry_AnswerThatKeptWaiting_CountsFromItsArrival)
+{
+    static std::atomic<std::uint32_t> tick;
+    tick = 1000000;
+    TimedEvent::sSetSource([] { return tick.load(); });
+    FakeDNSServer server([](const DNSQuery& query, std::size_t) -> Replies {
+        tick += 3000; // the resolver is waiting since before
+        return {{DNSMessage(query).AddA("10.0.0.1", 7000).Build()}};
+    });
+    NetDNSCache cache;
+    NetDNS dns(MODE, cache);
+    ASSERT_TRUE(dns.DoALookup("n", String(server.GetAddress()), m_msgs));
+    EXPECT_EQ(dns.GetFirstExpiryTime(), 1003000U + 7000000U);
+}
+
 TEST_F(NetDNSTest, FirstExpiry_TTLOf60_5000SecondsAhead_KeptOnPurpose)
 {
     FakeDNSServer server([](const DNSQuery& query, std::size_t) -> Replies {
