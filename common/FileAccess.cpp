@@ -28,7 +28,8 @@ bool FileAccess::Open(const FilePath& path, ACCESS_MODE mode, bool create, bool 
 bool FileAccess::OpenOwnerOnly(const FilePath& path, ACCESS_MODE mode, bool create, bool truncate)
 {
     Close();
-    m_handle = platform::OpenFile(path.c_str(), ToFileMode(mode), create, truncate, true);
+    m_handle = platform::OpenFile(path.c_str(), ToFileMode(mode), create, truncate,
+                                  platform::FileRights::OWNER);
     return IsOpen();
 }
 
