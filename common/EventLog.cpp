@@ -232,8 +232,8 @@ void EventLog::PrintIPDebug(const EventLogSessionID& id, NetIP remote, USHORT re
 {
     if (m_state->enabled && m_state->debug)
         m_state->Write([&] {
-            return MakeFields("Debug", GetSessionText(id), GetEndText(remote, remotePort),
-                              GetEndText(local, localPort), event, detail, comment);
+            return MakeFields("Debug", GetSessionText(id), GetEndText(remote, remotePort), GetEndText(local, localPort),
+                              event, detail, comment);
         });
 }
 

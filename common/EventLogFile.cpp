@@ -29,8 +29,7 @@ bool Exists(const FilePath& path)
 
 std::unique_ptr<EventLogFile> EventLogFile::sOpen(const FilePath& path)
 {
-    const platform::FileHandle handle =
-        platform::OpenFileToAppend(path.c_str(), platform::FileRights::OWNER_AND_GROUP);
+    const platform::FileHandle handle = platform::OpenFileToAppend(path.c_str(), platform::FileRights::OWNER_AND_GROUP);
     if (handle == platform::INVALID_FILE_HANDLE)
         return nullptr;
     return std::unique_ptr<EventLogFile>(new EventLogFile(path, handle));

@@ -73,6 +73,15 @@ KQCOMMON_API bool FlushFile(FileHandle handle);
 /// Puts the file `from` in the place of `to`, atomically, on the same volume; `to` may exist. False on failure.
 KQCOMMON_API bool ReplaceFileBy(const char* from, const char* to);
 
+/// Gives the file that is open as `to`, made just now by MakeNewFile, the rights of the file at path `from`, and its
+/// owner and group as far as this process may. A group that cannot be given loses its rights. False: they could not be
+/// read or given.
+KQCOMMON_API bool CopyFileRights(const char* from, FileHandle to);
+
+/// Returns when the names in the path's folder are on the medium, after ReplaceFileBy for example. False when the
+/// system cannot tell.
+KQCOMMON_API bool FlushFolderOf(const char* path);
+
 /// Deletes a file. False when it is not there or cannot be deleted.
 KQCOMMON_API bool RemoveFile(const char* path);
 

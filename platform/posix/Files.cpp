@@ -5,13 +5,13 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <limits>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace kqlib::platform {
 
 namespace {
-
 
 // One call moves at most this much, which every system takes.
 constexpr std::size_t MAX_CHUNK_BYTES = std::size_t{1} << 30;
@@ -181,6 +181,36 @@ bool FlushFile(FileHandle handle)
 bool ReplaceFileBy(const char* from, const char* to)
 {
     return ::rename(from, to) == 0;
+}
+
+bool CopyFileRights(const char* from, FileHandle to)
+{
+    constexpr mode_t groupRights = S_IRWXG;
+    struct stat source = {};
+    struct stat target = {};
+    if (::stat(from, &source) != 0 || ::fstat(ToDescriptor(to), &target) != 0)
+        return false;
+    mode_t mode = source.st_mode & 07777;
+    const bool same = source.st_uid == target.st_uid && source.st_gid == target.st_gid;
+    constexpr auto unchanged = static_cast<uid_t>(-1);
+    if (!same && ::fchown(ToDescriptor(to), source.st_uid, source.st_gid) != 0 && source.st_gid != target.st_gid &&
+        ::fchown(ToDescriptor(to), unchanged, source.st_gid) != 0)
+        mode &= ~groupRights;
+    return ::fchmod(ToDescriptor(to), mode) == 0;
+}
+
+bool FlushFolderOf(const char* path)
+{
+    const std::string text = path;
+    const std::size_t end = text.rfind('/');
+    // The folder of "/name" is "/".
+    const std::string folder = end == std::string::npos ? "." : text.substr(0, std::max<std::size_t>(end, 1));
+    const int descriptor = Uninterrupted([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    if (descriptor < 0)
+        return false;
+    const bool flushed = FlushFile(descriptor);
+    ::close(descriptor);
+    return flushed;
 }
 
 bool RemoveFile(const char* path)

@@ -6,6 +6,7 @@
 #include "platform/windows/WideText.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace kqlib::platform {
 
@@ -75,7 +76,8 @@ FileHandle OpenFileToAppend(const char* path, FileRights rights)
 
 FileHandle MakeNewFile(const char* path, FileRights rights)
 {
-    return Open(path, GENERIC_WRITE, CREATE_NEW, rights);
+    // WRITE_DAC is for CopyFileRights.
+    return Open(path, GENERIC_WRITE | WRITE_DAC, CREATE_NEW, rights);
 }
 
 void CloseFile(FileHandle handle)
@@ -171,6 +173,26 @@ bool ReplaceFileBy(const char* from, const char* to)
     const std::wstring target = ToWide(to);
     return !source.empty() && !target.empty() &&
            MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE;
+}
+
+bool CopyFileRights(const char* from, FileHandle to)
+{
+    // Who owns a file is not copied: only administrators may give files away.
+    const std::wstring name = ToWide(from);
+    DWORD size = 0;
+    if (name.empty())
+        return false;
+    GetFileSecurityW(name.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+    std::vector<unsigned char> descriptor(size);
+    return size != 0 &&
+           GetFileSecurityW(name.c_str(), DACL_SECURITY_INFORMATION, descriptor.data(), size, &size) != FALSE &&
+           SetKernelObjectSecurity(ToNative(to), DACL_SECURITY_INFORMATION, descriptor.data()) != FALSE;
+}
+
+bool FlushFolderOf(const char* /*path*/)
+{
+    // ReplaceFileBy has waited for the medium already.
+    return true;
 }
 
 bool RemoveFile(const char* path)

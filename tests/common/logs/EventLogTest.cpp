@@ -544,8 +544,8 @@ TEST_F(EventLogRotationTest, RotateDaily_FileWrittenYesterdayByAnEarlierRun_Move
         EventLog log;
         log.SetSettings(settings);
         xPrintLetters(log, letter);
-        std::filesystem::last_write_time(m_folder / "events.log", std::filesystem::file_time_type::clock::now() -
-                                                                      std::chrono::hours(24));
+        std::filesystem::last_write_time(m_folder / "events.log",
+                                         std::filesystem::file_time_type::clock::now() - std::chrono::hours(24));
     }
     EXPECT_EQ(xLetters("events.log"), "b");
     EXPECT_EQ(xLetters("events.log.1"), "a");
