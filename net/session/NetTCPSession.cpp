@@ -4,7 +4,6 @@
 #include "platform/Threads.h"
 
 #include "common/EventLog.h"
-#include "common/WithinMemory.h"
 #include "net/status/NetSessionLiveStatus.h"
 
 #include <utility>
@@ -76,14 +75,25 @@ NetTCPSession::~NetTCPSession()
 }
 
 // 1. Seed the generator that spreads the writes of many sessions. 2. Log the start. 3. to 5. The host's part. 6. Close
-// what is still open. 7. Log the end. 8. Store the records. A part that finds no memory ends there and the next one
+// what is still open. 7. Log the end. 8. Store the records. A part that an exception leaves ends there and the next one
 // follows: one session then ends early, and no other is touched.
 void NetTCPSession::xThread()
 {
-    static_cast<void>(RunWithinMemory([this] { xStartAndHandle(); }));
-    static_cast<void>(RunWithinMemory([this] { xEventSessionEnd(); }));
-    static_cast<void>(RunWithinMemory([this] { xCloseAtEnd(); }));
+    m_hasRun = true;
+    xRunPart([this] { xStartAndHandle(); });
+    xRunPart([this] { xEventSessionEnd(); });
+    xRunPart([this] { xCloseAtEnd(); });
     xStoreFinalRecords();
+}
+
+/// Runs a part of the thread's body. No exception leaves it.
+template <class PART> void NetTCPSession::xRunPart(PART&& part)
+{
+    try {
+        std::forward<PART>(part)();
+    } catch (...) {
+        m_hasFailed = true;
+    }
 }
 
 void NetTCPSession::xStartAndHandle()
@@ -111,17 +121,17 @@ void NetTCPSession::xCloseAtEnd()
 
 void NetTCPSession::xStoreFinalRecords()
 {
-    static_cast<void>(RunWithinMemory([this] {
+    xRunPart([this] {
         if (m_pendingActivity.GetTimeUnit() != 0)
             xStoreActivity(m_pendingActivity);
         xStoreActivity(m_currentActivity);
-    }));
-    static_cast<void>(RunWithinMemory([this] {
+    });
+    xRunPart([this] {
         const ThreadGatewayGuard guard(m_lock);
         xMergeIncrementsPreLocked();
         m_status.SetEndTimeNow();
         m_status.SetUser(m_currentUser); // last, for merging takes over the increments' empty user
-    }));
+    });
 }
 
 void NetTCPSession::xHandleSession()

@@ -13,6 +13,7 @@
 #include "net/status/NetSessionActivity.h"
 #include "net/status/NetSessionStatus.h"
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -142,6 +143,11 @@ public:
     bool IsComplete() const;
     /// The thread runs: the opposite.
     bool IsBusy() const;
+    /// The thread was had and has begun, some time ago or just now. False for ever: xConstrStartSession had no thread.
+    bool HasRun() const { return m_hasRun.load(); }
+    /// An exception has left the host's code or the library's on the session's thread; want of memory is one. The
+    /// session has ended, or is about to.
+    bool HasFailed() const { return m_hasFailed.load(); }
     /// Asks the session to end and waits until it is complete. On the session's own thread it only asks.
     void ForceComplete();
     /// Asks the session to end and returns at once.
@@ -381,6 +387,7 @@ private:
         BYTES
     };
 
+    template <class PART> void xRunPart(PART&& part);
     void xStartAndHandle();
     void xCloseAtEnd();
     void xStoreFinalRecords();
@@ -454,6 +461,8 @@ private:
     bool m_cmdEndIncludesLF = false;
     bool m_disconnectPending = false;
     String m_disconnectText;
+    std::atomic<bool> m_hasRun{false};    // set by the session's thread, read by any
+    std::atomic<bool> m_hasFailed{false}; // likewise
 };
 
 } // namespace kqlib
