@@ -3,7 +3,9 @@
 #include "platform/Clock.h"
 #include "platform/Threads.h"
 
+#include "common/CurrentExceptionText.h"
 #include "common/EventLog.h"
+#include "common/RunAllSteps.h"
 #include "net/status/NetSessionLiveStatus.h"
 
 #include <utility>
@@ -82,17 +84,31 @@ void NetTCPSession::xThread()
     m_hasRun = true;
     xRunPart([this] { xStartAndHandle(); });
     xRunPart([this] { xEventSessionEnd(); });
-    xRunPart([this] { xCloseAtEnd(); });
+    xRunPart([this] {
+        if (m_mainSocket->IsConnected())
+            xShutdownAndClose(m_mainSocket.get());
+    });
+    xRunPart([this] {
+        if (!m_acceptedAtConstruction)
+            xPrintLogNormal("Session Ended", "", "");
+    });
     xStoreFinalRecords();
 }
 
-/// Runs a part of the thread's body. No exception leaves it.
+/// Runs a part of the thread's body. No exception leaves it; one is logged with the addresses of the main socket, those
+/// it had when it is closed already.
 template <class PART> void NetTCPSession::xRunPart(PART&& part)
 {
     try {
         std::forward<PART>(part)();
     } catch (...) {
         m_hasFailed = true;
+        try {
+            const NETSTATE state = m_mainSocket->IsConnected() ? xsGetNetState(m_mainSocket.get()) : m_mainState;
+            xPrintLogNormal(state, "Session Failed", "", CurrentExceptionText());
+        } catch (...) {
+            // No memory for the line, or a log of the host's that throws too: HasFailed tells it.
+        }
     }
 }
 
@@ -111,21 +127,13 @@ void NetTCPSession::xStartAndHandle()
         xHandleSession();
 }
 
-void NetTCPSession::xCloseAtEnd()
-{
-    if (m_mainSocket->IsConnected())
-        xShutdownAndClose(m_mainSocket.get());
-    if (!m_acceptedAtConstruction)
-        xPrintLogNormal("Session Ended", "", "");
-}
-
 void NetTCPSession::xStoreFinalRecords()
 {
     xRunPart([this] {
         if (m_pendingActivity.GetTimeUnit() != 0)
             xStoreActivity(m_pendingActivity);
-        xStoreActivity(m_currentActivity);
     });
+    xRunPart([this] { xStoreActivity(m_currentActivity); });
     xRunPart([this] {
         const ThreadGatewayGuard guard(m_lock);
         xMergeIncrementsPreLocked();
@@ -327,28 +335,27 @@ bool NetTCPSession::xLogListen(NetTCP* const socket, bool listening, bool logFai
 
 void NetTCPSession::xClose(NetTCP* const socket)
 {
-    xLogClosing(socket);
-    socket->Close();
-    xUpdateActivityStatus();
+    RunAllSteps([&] { xLogClosing(socket); }, [&] { socket->Close(); }, [&] { xUpdateActivityStatus(); });
 }
 
 void NetTCPSession::xShutdownAndClose(NetTCP* const socket)
 {
-    xLogClosing(socket);
-    socket->ShutdownAndClose();
-    xUpdateActivityStatus();
+    RunAllSteps([&] { xLogClosing(socket); }, [&] { socket->ShutdownAndClose(); }, [&] { xUpdateActivityStatus(); });
 }
 
 /// While the socket still has its addresses.
 void NetTCPSession::xLogClosing(NetTCP* const socket)
 {
-    if (socket->IsConnected()) {
-        if (socket == m_mainSocket.get())
-            xEventMainNetClosed();
-        xPrintLogNormal(socket, "Connection Closed", "", "");
-    }
+    if (socket->IsConnected())
+        RunAllSteps([&] { xTellMainNetClosed(socket); }, [&] { xPrintLogNormal(socket, "Connection Closed", "", ""); });
     if (socket->IsListening())
         xPrintLogNormal(m_mainState, "Closed Listening Port", LocalAddressText(*socket), "");
+}
+
+void NetTCPSession::xTellMainNetClosed(const NetTCP* const socket)
+{
+    if (socket == m_mainSocket.get())
+        xEventMainNetClosed();
 }
 
 void NetTCPSession::xSetTimeOutSecs(ULONG seconds)
@@ -397,11 +404,18 @@ bool NetTCPSession::xProcessMsgsAndTakeNext(CTRLMSG& msg)
 
 void NetTCPSession::xPerformDisconnectMsg()
 {
-    xEventControlMsgDisconnectRecv(m_disconnectText);
-    m_disconnectPending = false;
-    m_disconnectText.clear();
-    if (m_mainSocket->IsConnected())
-        xShutdownAndClose(m_mainSocket.get());
+    RunAllSteps(
+        [this] {
+            // A copy of the handler's own, for it may take the next message, whose text then comes in its place.
+            const String text = m_disconnectText;
+            xEventControlMsgDisconnectRecv(text);
+        },
+        [this] {
+            m_disconnectPending = false;
+            m_disconnectText.clear();
+            if (m_mainSocket->IsConnected())
+                xShutdownAndClose(m_mainSocket.get());
+        });
 }
 
 } // namespace kqlib

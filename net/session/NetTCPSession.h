@@ -42,11 +42,15 @@ class NetSessionLiveStatus;
 /// locks held (construction and destruction: one thread, while the session's own does not run). One lock guards the
 /// control messages, the live status and the session record.
 ///
-/// Errors: nothing throws, but for an allocation that fails: std::bad_alloc then leaves the operation, also a handler
-/// of the host, and ends xHandleSession; what follows it is still done. Network failures are logged and answered by
-/// false or null. A failed receive or send has closed the socket; an end request, a time-out or a waiting disconnect
-/// only makes an operation return false. The order of the virtual functions is part of the binary interface; new ones
-/// go last.
+/// Errors: network failures are logged and answered by false or null. A failed receive or send has closed the socket.
+/// An end request, a time-out or a waiting disconnect only makes an operation return false.
+///
+/// Exceptions: an operation throws std::bad_alloc when memory is wanting, and passes on what a handler throws. Either
+/// way it first finishes what must follow, such as closing a socket. An exception that leaves xHandleSession or another
+/// handler ends this session and no other one: "Session Failed" is logged with its text, and the rest of the thread's
+/// work is done as always.
+///
+/// The order of the virtual functions is part of the binary interface; new ones go last.
 class KQNET_API NetTCPSession : public SingleThreadByPool
 {
 public:
@@ -143,10 +147,11 @@ public:
     bool IsComplete() const;
     /// The thread runs: the opposite.
     bool IsBusy() const;
-    /// The thread was had and has begun, some time ago or just now. False for ever: xConstrStartSession had no thread.
+    /// The thread has begun. It stays true when the thread has ended. A complete session for which this is false never
+    /// had a thread.
     bool HasRun() const { return m_hasRun.load(); }
-    /// An exception has left the host's code or the library's on the session's thread; want of memory is one. The
-    /// session has ended, or is about to.
+    /// An exception has ended a part of the thread's work; want of memory is one. It may come from the host's code or
+    /// from the library's. The session has ended, or is about to.
     bool HasFailed() const { return m_hasFailed.load(); }
     /// Asks the session to end and waits until it is complete. On the session's own thread it only asks.
     void ForceComplete();
@@ -389,12 +394,13 @@ private:
 
     template <class PART> void xRunPart(PART&& part);
     void xStartAndHandle();
-    void xCloseAtEnd();
     void xStoreFinalRecords();
     void xRefreshMainState(const NetTCP* const socket);
     bool xLogListen(NetTCP* const socket, bool listening, bool logFailure, const String& detail);
     void xLogClosing(NetTCP* const socket);
+    void xTellMainNetClosed(const NetTCP* const socket);
 
+    void xMonitorUntilItEnds(NetTCP* const socket, std::unique_ptr<unsigned char[]>& bytes);
     bool xMonitorNetPeriodic(ULONG& wait);
     RECEIVED xReceive(NetTCP* const socket, const NETSTATE& state, NetTCP::RECVBUF& buffer, bool continuing,
                       ULONG& wait);
