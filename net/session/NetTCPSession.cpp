@@ -6,6 +6,7 @@
 #include "common/CurrentExceptionText.h"
 #include "common/EventLog.h"
 #include "common/RunAllSteps.h"
+#include "net/sockets/SocketHandOver.h"
 #include "net/status/NetSessionLiveStatus.h"
 
 #include <utility>
@@ -57,6 +58,7 @@ NetTCPSession::NetTCPSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& 
     , m_timeOut(TimedEvent::sGetNow(), SecondsToMs(timeOutSecs), false)
     , m_printDebug(ReadUsePrintDebug(eventLog))
 {
+    SocketHandOver::sTake(*m_mainSocket);
     m_mainSocket->SetBlockTime(BLOCK_TIME_MS);
     m_currentActivity.SetTimeUnitNow();
     m_status.SetSessionID(m_sessionID);
