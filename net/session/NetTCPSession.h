@@ -24,6 +24,7 @@ class DataLogTime;
 class EventLog;
 class FilePath;
 class NetSessionLiveStatus;
+class SessionRegistry;
 
 /// One connection: a main socket, a thread that runs the protocol over it, a time-out, a queue of control messages, log
 /// lines and statistics. A server derives from it and either overrides xHandleSession or lets the base version run
@@ -391,6 +392,8 @@ private:
         NOTHING,
         BYTES
     };
+
+    friend class SessionRegistry; // has the ends of its sessions counted
 
     template <class PART> void xRunPart(PART&& part);
     void xStartAndHandle();
