@@ -4,10 +4,11 @@
 #include "platform/Threads.h"
 
 #include "common/EventLogSettings.h"
-#include "common/WithinMemory.h"
+#include "common/RunGuarded.h"
+#include "net/service/SessionRegistry.h"
 #include "net/session/NetTCPSession.h"
 #include "net/sockets/NetTCP.h"
-#include "net/sockets/SocketWatch.h"
+#include "net/sockets/SocketHandOver.h"
 #include "net/status/NetServiceLiveStatus.h"
 #include "net/status/NetSessionStatus.h"
 
@@ -29,27 +30,57 @@ constexpr std::uint32_t ACCEPT_BLOCK_MS = 2; // one wait for a connection
 constexpr ULONG ACCEPTED_AT_ONCE = 64;       // connections accepted before sessions are made of them
 constexpr std::uint32_t NO_LISTENER_MS = 50; // while no port is open
 
-/// Calls action with each session, incoming ones first.
-template <class SESSIONS, class ACTION> void ForEachSession(SESSIONS& incoming, SESSIONS& outgoing, ACTION action)
+String EndText(const NetIP& ip, USHORT port)
 {
-    for (SESSIONS* sessions : {&incoming, &outgoing})
-        for (ULONG index = 0; index < sessions->GetCount(); ++index)
-            action(sessions->Get(index));
-}
-
-/// Whether the listener is what a binding of that address and port asks for. One that has failed is closed and is not.
-bool Serves(const NetTCP& listener, const NetIP& ip, USHORT port)
-{
-    return listener.IsListening() && listener.GetLocalIP() == ip && listener.GetLocalPort() == port;
+    return ip.GetText() + ":" + String::sToString(port);
 }
 
 } // namespace
 
+struct NetTCPService::PORTS
+{
+    /// A listening socket, and its end as it was opened: a socket that fails forgets it.
+    struct LISTENER
+    {
+        std::unique_ptr<NetTCP> socket;
+        NetServiceStatus::ACTIVEPORT end;
+
+        /// Whether it is what a binding of that address and port asks for. One that has failed is closed and is not.
+        bool Serves(const WANTED& wanted) const
+        {
+            return socket->IsListening() && end.ip == wanted.ip && end.port == wanted.port;
+        }
+    };
+    /// A connection that was accepted and has no session yet.
+    struct WAITING
+    {
+        std::unique_ptr<NetTCP> connection;
+        const NetTCP* listener; ///< that it came in on
+    };
+
+    /// Closes a listening socket, and what waits behind it, as the system does with its own backlog.
+    auto Close(std::vector<LISTENER>::iterator listener)
+    {
+        std::erase_if(waiting, [&](const WAITING& one) { return one.listener == listener->socket.get(); });
+        return listeners.erase(listener);
+    }
+
+    std::vector<LISTENER> listeners;
+    std::vector<WAITING> waiting; ///< oldest first, ACCEPTED_AT_ONCE at most
+};
+
+/// What came of one look at every listener.
+enum class NetTCPService::ATTEMPT
+{
+    ACCEPTED,
+    NOTHING_CAME,
+    NONE_LISTENS
+};
+
 struct NetTCPService::THREADSTATE
 {
-    LISTENERS listeners;  // while holding
-    bool holding = false; // the listeners are here
-    ULONG nextListener = 0;
+    std::unique_ptr<PORTS> ports; // null: not held
+    std::size_t nextListener = 0;
     ULONG incoming = 0; // sessions in this pass
     ULONG outgoing = 0;
     ULONG room = 0; // incoming sessions that may come in this pass
@@ -83,6 +114,8 @@ NetTCPService::NetTCPService(ThreadPool& pool, NetDNSCache& cache)
     , m_resolver(NetIP::LOOKUP_ANY, cache)
     , m_logPurge(pool)
     , m_eventLog(nullptr)
+    , m_ports(std::make_unique<PORTS>())
+    , m_sessions(std::make_unique<SessionRegistry>())
 {
     m_ownEventLogs.push_back(std::make_unique<EventLog>());
     m_eventLog = m_ownEventLogs.back().get();
@@ -102,7 +135,7 @@ NetTCPService::~NetTCPService()
 
 bool NetTCPService::Init(Messages& messages)
 {
-    const ThreadGatewayGuard alone(m_listenGateway);
+    const ThreadGatewayGuard alone(m_initGateway);
     if (xIsThreadRunning())
         return true;
     if (xRunThread() && m_logPurge.Start()) {
@@ -148,6 +181,12 @@ void NetTCPService::SetLogModeShared(EventLog* const eventLog, bool logEvents)
     m_eventLog = eventLog;
 }
 
+void NetTCPService::SetLogLosses(bool logLosses)
+{
+    const ThreadGatewayGuard guard(m_lock);
+    m_logLosses = logLosses;
+}
+
 void NetTCPService::SetMonitoringEnabled(const FilePath& folder, const String& prefix, const String& activityName,
                                          const String& sessionName)
 {
@@ -185,7 +224,7 @@ void NetTCPService::StartListen(NetPortBinds& failed)
     for (const WANTED& place : wanted)
         if (!xIsServedPreLocked(place) && !xOpenListenerPreLocked(place))
             failed.Add(*place.bind);
-    xPublishPortsPreLocked();
+    xPublishPortsPreLocked(*m_ports);
 }
 
 void NetTCPService::StopListen()
@@ -199,7 +238,7 @@ void NetTCPService::xStopListen()
     const ListenerAccess access(*this);
     const ThreadGatewayGuard guard(m_lock);
     xCloseUnwantedPreLocked({});
-    xPublishPortsPreLocked();
+    xPublishPortsPreLocked(*m_ports);
 }
 
 void NetTCPService::xResolveBinds(const NetPortBinds& binds, std::vector<WANTED>& wanted, NetPortBinds& failed)
@@ -216,25 +255,20 @@ void NetTCPService::xResolveBinds(const NetPortBinds& binds, std::vector<WANTED>
 
 void NetTCPService::xCloseUnwantedPreLocked(const std::vector<WANTED>& wanted)
 {
-    for (ULONG index = 0; index < m_listeners.GetCount();) {
-        const NetTCP& listener = m_listeners.Get(index);
-        if (std::any_of(wanted.begin(), wanted.end(),
-                        [&](const WANTED& place) { return Serves(listener, place.ip, place.port); }))
-        {
-            ++index;
+    for (auto listener = m_ports->listeners.begin(); listener != m_ports->listeners.end();) {
+        if (std::any_of(wanted.begin(), wanted.end(), [&](const WANTED& place) { return listener->Serves(place); })) {
+            ++listener;
             continue;
         }
-        xLogPortPreLocked("Close Listening Port", listener.GetLocalIP(), listener.GetLocalPort());
-        m_listeners.Delete(index);
+        xLogPortPreLocked("Close Listening Port", listener->socket->GetLocalIP(), listener->socket->GetLocalPort());
+        listener = m_ports->Close(listener);
     }
 }
 
 bool NetTCPService::xIsServedPreLocked(const WANTED& wanted) const
 {
-    for (ULONG index = 0; index < m_listeners.GetCount(); ++index)
-        if (Serves(m_listeners.Get(index), wanted.ip, wanted.port))
-            return true;
-    return false;
+    return std::any_of(m_ports->listeners.begin(), m_ports->listeners.end(),
+                       [&](const PORTS::LISTENER& listener) { return listener.Serves(wanted); });
 }
 
 bool NetTCPService::xOpenListenerPreLocked(const WANTED& wanted)
@@ -249,31 +283,33 @@ bool NetTCPService::xOpenListenerPreLocked(const WANTED& wanted)
         xLogPortPreLocked("Open Listening Port Fail", wanted.ip, wanted.port);
         return false;
     }
-    xLogPortPreLocked("Open Listening Port Success", listener->GetLocalIP(), listener->GetLocalPort());
-    m_listeners.Give(listener.release());
+    const NetServiceStatus::ACTIVEPORT end{listener->GetLocalIP(), listener->GetLocalPort()};
+    xLogPortPreLocked("Open Listening Port Success", end.ip, end.port);
+    m_ports->listeners.push_back({std::move(listener), end});
     return true;
 }
 
-void NetTCPService::xPublishPortsPreLocked()
+void NetTCPService::xPublishPortsPreLocked(const PORTS& ports)
 {
-    Vector<NetServiceStatus::ACTIVEPORT> ports;
-    for (ULONG index = 0; index < m_listeners.GetCount(); ++index)
-        ports.Add({m_listeners.Get(index).GetLocalIP(), m_listeners.Get(index).GetLocalPort()});
-    m_status.SetActivePorts(ports);
+    Vector<NetServiceStatus::ACTIVEPORT> active;
+    for (const PORTS::LISTENER& listener : ports.listeners)
+        if (listener.socket->IsListening())
+            active.Add(listener.end);
+    m_status.SetActivePorts(active);
 }
 
 void NetTCPService::xLogPortPreLocked(const char* event, const NetIP& ip, USHORT port)
 {
     if (m_logEvents)
-        GetEventLog().PrintServiceNormal(event, ip.GetText() + ":" + String::sToString(port), String());
+        GetEventLog().PrintServiceNormal(event, EndText(ip, port), String());
 }
 
 // -------------------------------------------------------------------------- the hand-over of the listening sockets
 
 void NetTCPService::xLockListenerAccess()
 {
+    m_accessRequested = true; // before the lock is had: the listener thread looks at it between two sessions
     m_lock.Lock();
-    m_accessRequested = true;
     while (xIsListenerAccessWithThreadPreLocked()) {
         m_lock.Unlock();
         const bool threadRuns = xIsThreadRunning();
@@ -318,104 +354,139 @@ void NetTCPService::xThread()
         m_listenerThreadId = platform::CurrentThreadId();
     }
     THREADSTATE state;
-    const auto pass = [this, &state] {
-        if (xPreparePass(state))
-            xServeWaitingConnections(state);
-        else
-            platform::SleepMs(IDLE_MS);
-        xRecordActivity(state);
-    };
     while (!xShouldThreadEnd()) {
-        // A pass that finds no memory has dropped the connections it had accepted; the ports stay.
-        if (!RunWithinMemory(pass))
+        // A pass that an exception left, want of memory say, has lost nothing: the next one goes on where it was.
+        if (!RunGuarded([this, &state] { xPass(state); }))
             platform::SleepMs(IDLE_MS);
     }
-    if (state.holding) {
+    if (state.ports) {
         // They stay open: whoever asked for them, or the destructor, closes them.
         const ThreadGatewayGuard guard(m_lock);
-        m_listeners.TakeAll(state.listeners);
+        m_ports = std::move(state.ports);
     }
+}
+
+void NetTCPService::xPass(THREADSTATE& state)
+{
+    if (xPreparePass(state)) {
+        xAcceptWaiting(state);
+        xServeWaiting(state);
+    } else {
+        platform::SleepMs(IDLE_MS);
+    }
+    xRecordActivity(state);
 }
 
 /// Takes or hands back the listeners and retires finished sessions. True when a connection may be accepted.
 bool NetTCPService::xPreparePass(THREADSTATE& state)
 {
     const ThreadGatewayGuard guard(m_lock);
-    if (!state.holding && xIsListenerAccessWithThreadPreLocked()) {
-        state.listeners.TakeAll(m_listeners);
-        state.holding = true;
-    }
-    if (state.holding && xIsListenerAccessReqPreLocked()) {
-        m_listeners.TakeAll(state.listeners);
+    if (!state.ports && xIsListenerAccessWithThreadPreLocked())
+        state.ports = std::move(m_ports);
+    if (state.ports && xIsListenerAccessReqPreLocked()) {
+        m_ports = std::move(state.ports);
         xGiveListenerAccessPreLocked();
-        state.holding = false;
     }
     xRemoveDone();
-    state.incoming = m_incoming.GetCount();
-    state.outgoing = m_outgoing.GetCount();
+    state.incoming = m_sessions->GetIncoming().GetCount();
+    state.outgoing = m_sessions->GetOutgoing().GetCount();
     state.room = m_maxIncoming > state.incoming ? m_maxIncoming - state.incoming : 0;
-    return state.holding && state.room > 0;
+    return state.ports && state.room > 0;
 }
 
-/// Accepts what is waiting, then makes the sessions. The backlog of a port is short, and a system may forget a
+/// Accepts what is waiting, before sessions are made of it. The backlog of a port is short, and a system may forget a
 /// connection that finds it full although the client takes it for made; so it is emptied before anything that takes
-/// longer is done.
-void NetTCPService::xServeWaitingConnections(THREADSTATE& state)
+/// longer is done. Waits 2 ms for the first connection, or 50 ms while no port is open.
+void NetTCPService::xAcceptWaiting(THREADSTATE& state)
 {
-    const ULONG most = std::min(state.room, ACCEPTED_AT_ONCE);
-    std::vector<std::unique_ptr<NetTCP>> accepted;
-    std::unique_ptr<NetTCP> next(xAcceptConnection(state.listeners, state.nextListener));
-    while (next) {
-        accepted.push_back(std::move(next));
-        if (accepted.size() < most)
-            xsExamineListeners(state.listeners, state.nextListener, 0, next);
-    }
-    for (std::unique_ptr<NetTCP>& connection : accepted)
-        xServeConnection(std::move(connection), state);
-}
-
-NetTCP* NetTCPService::xAcceptConnection(LISTENERS& listeners, ULONG& index)
-{
-    std::unique_ptr<NetTCP> connection;
-    if (!xsExamineListeners(listeners, index, ACCEPT_BLOCK_MS, connection))
+    std::vector<PORTS::WAITING>& waiting = state.ports->waiting;
+    waiting.reserve(ACCEPTED_AT_ONCE);
+    const auto most = static_cast<std::size_t>(std::min(state.room, ACCEPTED_AT_ONCE));
+    ATTEMPT last = ATTEMPT::ACCEPTED;
+    while (last == ATTEMPT::ACCEPTED && waiting.size() < most)
+        last = xAcceptOne(state, waiting.empty() ? ACCEPT_BLOCK_MS : 0);
+    if (last == ATTEMPT::NONE_LISTENS && waiting.empty())
         platform::SleepMs(NO_LISTENER_MS);
-    return connection.release();
 }
 
-bool NetTCPService::xsExamineListeners(LISTENERS& listeners, ULONG& index, ULONG firstBlockMs,
-                                       std::unique_ptr<NetTCP>& connection)
+/// Examines each listener once, in turn, until one has a connection. firstBlockMs: how long the first that listens may
+/// wait; the others do not.
+NetTCPService::ATTEMPT NetTCPService::xAcceptOne(THREADSTATE& state, std::uint32_t firstBlockMs)
 {
-    bool anyListens = false;
-    for (ULONG examined = 0; examined < listeners.GetCount(); ++examined) {
-        if (index >= listeners.GetCount())
-            index = 0;
-        NetTCP& listener = listeners.Get(index);
-        ++index; // also past one that has a connection, so that the ports are served in turn
+    PORTS& ports = *state.ports;
+    ATTEMPT result = ATTEMPT::NONE_LISTENS;
+    for (std::size_t examined = 0; examined < ports.listeners.size(); ++examined) {
+        if (state.nextListener >= ports.listeners.size())
+            state.nextListener = 0;
+        const PORTS::LISTENER& place = ports.listeners[state.nextListener];
+        NetTCP& listener = *place.socket;
+        ++state.nextListener; // also past one that has a connection, so that the ports are served in turn
         if (!listener.IsListening())
             continue;
-        listener.SetBlockTime(anyListens ? 0 : firstBlockMs);
-        anyListens = true;
-        connection.reset(listener.Accept());
-        if (connection)
-            break;
+        listener.SetBlockTime(result == ATTEMPT::NONE_LISTENS ? firstBlockMs : 0);
+        result = ATTEMPT::NOTHING_CAME;
+        std::unique_ptr<NetTCP> connection(listener.Accept());
+        if (connection) {
+            ports.waiting.push_back({std::move(connection), &listener});
+            return ATTEMPT::ACCEPTED;
+        }
+        if (!listener.IsListening()) {
+            const ThreadGatewayGuard guard(m_lock);
+            xPublishPortsPreLocked(ports);
+            xNoteLostListenerPreLocked(place.end);
+        }
     }
-    return anyListens;
+    return result;
 }
 
-void NetTCPService::xServeConnection(std::unique_ptr<NetTCP> connection, THREADSTATE& state)
+/// Makes sessions of the connections that wait, as long as nothing has changed that forbids it. Those that are left
+/// wait for the next pass; a port that is closed takes its own with it.
+void NetTCPService::xServeWaiting(THREADSTATE& state)
 {
-    const ThreadGatewayGuard guard(m_lock);
-    xReserveSessionPreLocked(m_incoming);
-    const SocketWatch watch(*connection);
-    NetTCPSession* session = nullptr;
-    // A session that finds no memory may have taken the connection over, and down with it.
-    static_cast<void>(RunWithinMemory([&] { session = xCreateSession(connection.get(), xGenSessionIDPreLocked()); }));
-    if (session != nullptr || !watch.IsAlive())
-        static_cast<void>(connection.release());
+    for (bool first = true;; first = false) {
+        const ThreadGatewayGuard guard(m_lock);
+        if (state.ports->waiting.empty() || (!first && !xMayServePreLocked(state)))
+            return;
+        xServeNextPreLocked(state);
+    }
+}
+
+bool NetTCPService::xMayServePreLocked(const THREADSTATE& state) const
+{
+    return !xShouldThreadEnd() && !xIsListenerAccessReqPreLocked() && state.incoming < m_maxIncoming;
+}
+
+void NetTCPService::xServeNextPreLocked(THREADSTATE& state)
+{
+    m_sessions->Reserve(m_sessions->GetIncoming());
+    std::unique_ptr<NetTCP> connection = std::move(state.ports->waiting.front().connection);
+    state.ports->waiting.erase(state.ports->waiting.begin());
+    NetTCPSession* const session = xMakeSessionPreLocked(std::move(connection));
     if (session == nullptr)
         return;
-    xAddSessionPreLocked(m_incoming, session);
+    m_sessions->Add(m_sessions->GetIncoming(), session);
     ++state.incoming;
+}
+
+/// Null: the host wants none, or was left by an exception; the connection is closed then.
+NetTCPSession* NetTCPService::xMakeSessionPreLocked(std::unique_ptr<NetTCP> connection)
+{
+    const EventLogSessionID id = xGenSessionIDPreLocked();
+    const NetTCPSession::NETSTATE ends{connection->GetLocalIP(), connection->GetLocalPort(), connection->GetRemoteIP(),
+                                       connection->GetRemotePort()};
+    NetTCP* const offered = connection.get();
+    SocketHandOver handOver(std::move(connection));
+    NetTCPSession* session = nullptr;
+    String why;
+    if (!RunGuarded([&] { session = xCreateSession(offered, id); }, why)) {
+        ++m_losses.connectionsRefused;
+        GetEventLog().PrintIPNormal(id, ends.remoteIP, ends.remotePort, ends.localIP, ends.localPort,
+                                    "Connection Refused", String(), why);
+        return nullptr;
+    }
+    if (session != nullptr)
+        handOver.GiveUp();
+    return session;
 }
 
 /// Writes one sample of the current connections per time unit.
@@ -451,9 +522,10 @@ bool NetTCPService::AddOutgoingConnection(NetTCPSession* session)
     if (!xIsThreadRunning())
         return false;
     const ThreadGatewayGuard guard(m_lock);
-    if (m_outgoing.GetCount() < m_maxOutgoing) {
-        xReserveSessionPreLocked(m_outgoing);
-        xAddSessionPreLocked(m_outgoing, session);
+    SessionRegistry::LIST& outgoing = m_sessions->GetOutgoing();
+    if (outgoing.GetCount() < m_maxOutgoing) {
+        m_sessions->Reserve(outgoing);
+        m_sessions->Add(outgoing, session);
     }
     return true; // also when it was not taken, kept on purpose
 }
@@ -472,36 +544,7 @@ void NetTCPService::CloseSessionsAsync()
 
 unsigned long NetTCPService::xRemoveDone()
 {
-    // With thousands of sessions a look at each would cost every pass more than its accept: unless some thread has
-    // ended or a session come since the last look, there is nothing to find.
-    const auto endedCount = static_cast<std::uint32_t>(xsGetEndedCount());
-    if (endedCount == m_endedAtLook && !m_cameSinceLook)
-        return 0;
-    m_endedAtLook = endedCount;
-    m_cameSinceLook = false;
-    ULONG removed = 0;
-    const bool all = RunWithinMemory([this, &removed] {
-        removed = xRemoveDonePreLocked(m_outgoing);
-        removed += xRemoveDonePreLocked(m_incoming);
-    });
-    if (!all)
-        m_cameSinceLook = true; // the next look finds those that are left
-    return removed;
-}
-
-ULONG NetTCPService::xRemoveDonePreLocked(SESSIONS& sessions)
-{
-    ULONG removed = 0;
-    for (ULONG index = 0; index < sessions.GetCount();) {
-        if (!sessions.Get(index).IsComplete()) {
-            ++index;
-            continue;
-        }
-        xRetirePreLocked(sessions.Get(index));
-        xDeleteSessionPreLocked(sessions, index);
-        ++removed;
-    }
-    return removed;
+    return m_sessions->RemoveDone([this](const NetTCPSession& session) { xRetirePreLocked(session); });
 }
 
 void NetTCPService::xRetirePreLocked(const NetTCPSession& session)
@@ -511,63 +554,51 @@ void NetTCPService::xRetirePreLocked(const NetTCPSession& session)
     m_status.AddDataFrom(live.GetStatus());
     Messages ignored; // a record that cannot be written, or no log, does not keep the session
     static_cast<void>(RunWithinMemory([&] { m_sessionLog.AddEntry(live.GetStatus(), ignored); }));
+    xNoteLossPreLocked(session, live.GetStatus());
 }
 
-/// Room for one more, so that adding it cannot fail.
-void NetTCPService::xReserveSessionPreLocked(SESSIONS& sessions)
+void NetTCPService::xNoteLossPreLocked(const NetTCPSession& session, const NetSessionStatus& status)
 {
-    const ThreadGatewayGuard guard(m_sessionsGateway);
-    sessions.ReserveOne();
+    if (session.HasRun() && !session.HasFailed())
+        return;
+    ++(session.HasRun() ? m_losses.sessionsFailed : m_losses.sessionsWithoutThread);
+    if (!m_logLosses)
+        return;
+    // A line that cannot be written does not keep the session either.
+    static_cast<void>(RunGuarded([&] {
+        GetEventLog().PrintIPNormal(status.GetSessionID(), status.GetRemoteIP(), status.GetRemotePort(),
+                                    status.GetLocalIP(), status.GetLocalPort(), "Session Lost", String(),
+                                    session.HasRun() ? "Failed" : "No Thread");
+    }));
 }
 
-void NetTCPService::xAddSessionPreLocked(SESSIONS& sessions, NetTCPSession* session)
+void NetTCPService::xNoteLostListenerPreLocked(const NetServiceStatus::ACTIVEPORT& end)
 {
-    const ThreadGatewayGuard guard(m_sessionsGateway);
-    sessions.Give(session);
-    m_cameSinceLook = true; // it may be complete already
-}
-
-void NetTCPService::xDeleteSessionPreLocked(SESSIONS& sessions, ULONG index)
-{
-    std::unique_ptr<NetTCPSession> session; // deleted after the lists are free again
-    const ThreadGatewayGuard guard(m_sessionsGateway);
-    session.reset(sessions.Remove(index));
+    ++m_losses.listenersLost;
+    if (m_logLosses)
+        GetEventLog().PrintServiceNormal("Listening Port Lost", EndText(end.ip, end.port), String());
 }
 
 void NetTCPService::xCloseSessions()
 {
-    xCloseListPreLocked(m_incoming);
-    xCloseListPreLocked(m_outgoing);
-}
-
-void NetTCPService::xCloseListPreLocked(SESSIONS& sessions)
-{
-    while (sessions.GetCount() > 0) {
-        sessions.Get(0).ForceComplete();
-        // There is no next look: where there is no memory for its sums, a session goes without them.
-        static_cast<void>(RunWithinMemory([&] { xRetirePreLocked(sessions.Get(0)); }));
-        xDeleteSessionPreLocked(sessions, 0);
-    }
+    m_sessions->CloseAll([this](const NetTCPSession& session) { xRetirePreLocked(session); });
 }
 
 void NetTCPService::xCloseSessionsAsync()
 {
-    ForEachSession(m_incoming, m_outgoing, [](NetTCPSession& session) { session.ForceCompleteAsync(); });
+    m_sessions->AskAll();
 }
 
 // ----------------------------------------------------------------------------------------------- control messages
 
 void NetTCPService::SendControlMsg(const EventLogSessionID& id, unsigned long code, const String& text)
 {
-    const ThreadGatewayGuard guard(m_sessionsGateway);
-    ForEachSession(m_incoming, m_outgoing,
-                   [&](NetTCPSession& session) { session.SendControlMsgIfYourID(id, code, text); });
+    m_sessions->Tell([&](NetTCPSession& session) { session.SendControlMsgIfYourID(id, code, text); });
 }
 
 void NetTCPService::SendControlMsgAll(unsigned long code, const String& text)
 {
-    const ThreadGatewayGuard guard(m_sessionsGateway);
-    ForEachSession(m_incoming, m_outgoing, [&](NetTCPSession& session) { session.SendControlMsg(code, text); });
+    m_sessions->Tell([&](NetTCPSession& session) { session.SendControlMsg(code, text); });
 }
 
 void NetTCPService::SendControlMsgDisconnect(const EventLogSessionID& id, const String& text)
@@ -612,19 +643,19 @@ void NetTCPService::GetListeningPorts(Vector<NetServiceStatus::ACTIVEPORT>& port
 bool NetTCPService::GetIsMaxIncomingConnectionsReached() const
 {
     const ThreadGatewayGuard guard(m_lock);
-    return m_incoming.GetCount() >= m_maxIncoming;
+    return m_sessions->GetIncoming().GetCount() >= m_maxIncoming;
 }
 
 bool NetTCPService::GetIsMaxOutgoingConnectionsReached() const
 {
     const ThreadGatewayGuard guard(m_lock);
-    return m_outgoing.GetCount() >= m_maxOutgoing;
+    return m_sessions->GetOutgoing().GetCount() >= m_maxOutgoing;
 }
 
 void NetTCPService::GetLiveSessions(NetServiceLiveStatus& out)
 {
     const ThreadGatewayGuard guard(m_lock);
-    ForEachSession(m_incoming, m_outgoing, [&](const NetTCPSession& session) {
+    m_sessions->ForEach([&](const NetTCPSession& session) {
         auto live = std::make_unique<NetSessionLiveStatus>();
         session.GetStatus(*live);
         out.GiveStatus(live.release());
@@ -635,13 +666,19 @@ void NetTCPService::GetStatus(NetServiceStatus& out) const
 {
     const ThreadGatewayGuard guard(m_lock);
     out = m_status;
-    out.SetCurrentConnectionsIn(m_incoming.GetCount());
-    out.SetCurrentConnectionsOut(m_outgoing.GetCount());
-    ForEachSession(m_incoming, m_outgoing, [&](const NetTCPSession& session) {
+    out.SetCurrentConnectionsIn(m_sessions->GetIncoming().GetCount());
+    out.SetCurrentConnectionsOut(m_sessions->GetOutgoing().GetCount());
+    m_sessions->ForEach([&](const NetTCPSession& session) {
         NetSessionLiveStatus live;
         session.GetStatus(live);
         out.AddDataFrom(live.GetStatus());
     });
+}
+
+void NetTCPService::GetLosses(LOSSES& out) const
+{
+    const ThreadGatewayGuard guard(m_lock);
+    out = m_losses;
 }
 
 bool NetTCPService::QueryActivity(const DataLogQuery& query, const ThreadEvent& cancel, DataLogResults& results,

@@ -3,8 +3,10 @@
 #include "platform/Clock.h"
 #include "platform/Threads.h"
 
+#include "common/CurrentExceptionText.h"
 #include "common/EventLog.h"
-#include "common/WithinMemory.h"
+#include "common/RunAllSteps.h"
+#include "net/sockets/SocketHandOver.h"
 #include "net/status/NetSessionLiveStatus.h"
 
 #include <utility>
@@ -56,6 +58,7 @@ NetTCPSession::NetTCPSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& 
     , m_timeOut(TimedEvent::sGetNow(), SecondsToMs(timeOutSecs), false)
     , m_printDebug(ReadUsePrintDebug(eventLog))
 {
+    SocketHandOver::sTake(*m_mainSocket);
     m_mainSocket->SetBlockTime(BLOCK_TIME_MS);
     m_currentActivity.SetTimeUnitNow();
     m_status.SetSessionID(m_sessionID);
@@ -76,14 +79,39 @@ NetTCPSession::~NetTCPSession()
 }
 
 // 1. Seed the generator that spreads the writes of many sessions. 2. Log the start. 3. to 5. The host's part. 6. Close
-// what is still open. 7. Log the end. 8. Store the records. A part that finds no memory ends there and the next one
+// what is still open. 7. Log the end. 8. Store the records. A part that an exception leaves ends there and the next one
 // follows: one session then ends early, and no other is touched.
 void NetTCPSession::xThread()
 {
-    static_cast<void>(RunWithinMemory([this] { xStartAndHandle(); }));
-    static_cast<void>(RunWithinMemory([this] { xEventSessionEnd(); }));
-    static_cast<void>(RunWithinMemory([this] { xCloseAtEnd(); }));
+    m_hasRun = true;
+    xRunPart([this] { xStartAndHandle(); });
+    xRunPart([this] { xEventSessionEnd(); });
+    xRunPart([this] {
+        if (m_mainSocket->IsConnected())
+            xShutdownAndClose(m_mainSocket.get());
+    });
+    xRunPart([this] {
+        if (!m_acceptedAtConstruction)
+            xPrintLogNormal("Session Ended", "", "");
+    });
     xStoreFinalRecords();
+}
+
+/// Runs a part of the thread's body. No exception leaves it; one is logged with the addresses of the main socket, those
+/// it had when it is closed already.
+template <class PART> void NetTCPSession::xRunPart(PART&& part)
+{
+    try {
+        std::forward<PART>(part)();
+    } catch (...) {
+        m_hasFailed = true;
+        try {
+            const NETSTATE state = m_mainSocket->IsConnected() ? xsGetNetState(m_mainSocket.get()) : m_mainState;
+            xPrintLogNormal(state, "Session Failed", "", CurrentExceptionText());
+        } catch (...) {
+            // No memory for the line, or a log of the host's that throws too: HasFailed tells it.
+        }
+    }
 }
 
 void NetTCPSession::xStartAndHandle()
@@ -101,27 +129,19 @@ void NetTCPSession::xStartAndHandle()
         xHandleSession();
 }
 
-void NetTCPSession::xCloseAtEnd()
-{
-    if (m_mainSocket->IsConnected())
-        xShutdownAndClose(m_mainSocket.get());
-    if (!m_acceptedAtConstruction)
-        xPrintLogNormal("Session Ended", "", "");
-}
-
 void NetTCPSession::xStoreFinalRecords()
 {
-    static_cast<void>(RunWithinMemory([this] {
+    xRunPart([this] {
         if (m_pendingActivity.GetTimeUnit() != 0)
             xStoreActivity(m_pendingActivity);
-        xStoreActivity(m_currentActivity);
-    }));
-    static_cast<void>(RunWithinMemory([this] {
+    });
+    xRunPart([this] { xStoreActivity(m_currentActivity); });
+    xRunPart([this] {
         const ThreadGatewayGuard guard(m_lock);
         xMergeIncrementsPreLocked();
         m_status.SetEndTimeNow();
         m_status.SetUser(m_currentUser); // last, for merging takes over the increments' empty user
-    }));
+    });
 }
 
 void NetTCPSession::xHandleSession()
@@ -317,28 +337,27 @@ bool NetTCPSession::xLogListen(NetTCP* const socket, bool listening, bool logFai
 
 void NetTCPSession::xClose(NetTCP* const socket)
 {
-    xLogClosing(socket);
-    socket->Close();
-    xUpdateActivityStatus();
+    RunAllSteps([&] { xLogClosing(socket); }, [&] { socket->Close(); }, [&] { xUpdateActivityStatus(); });
 }
 
 void NetTCPSession::xShutdownAndClose(NetTCP* const socket)
 {
-    xLogClosing(socket);
-    socket->ShutdownAndClose();
-    xUpdateActivityStatus();
+    RunAllSteps([&] { xLogClosing(socket); }, [&] { socket->ShutdownAndClose(); }, [&] { xUpdateActivityStatus(); });
 }
 
 /// While the socket still has its addresses.
 void NetTCPSession::xLogClosing(NetTCP* const socket)
 {
-    if (socket->IsConnected()) {
-        if (socket == m_mainSocket.get())
-            xEventMainNetClosed();
-        xPrintLogNormal(socket, "Connection Closed", "", "");
-    }
+    if (socket->IsConnected())
+        RunAllSteps([&] { xTellMainNetClosed(socket); }, [&] { xPrintLogNormal(socket, "Connection Closed", "", ""); });
     if (socket->IsListening())
         xPrintLogNormal(m_mainState, "Closed Listening Port", LocalAddressText(*socket), "");
+}
+
+void NetTCPSession::xTellMainNetClosed(const NetTCP* const socket)
+{
+    if (socket == m_mainSocket.get())
+        xEventMainNetClosed();
 }
 
 void NetTCPSession::xSetTimeOutSecs(ULONG seconds)
@@ -387,11 +406,18 @@ bool NetTCPSession::xProcessMsgsAndTakeNext(CTRLMSG& msg)
 
 void NetTCPSession::xPerformDisconnectMsg()
 {
-    xEventControlMsgDisconnectRecv(m_disconnectText);
-    m_disconnectPending = false;
-    m_disconnectText.clear();
-    if (m_mainSocket->IsConnected())
-        xShutdownAndClose(m_mainSocket.get());
+    RunAllSteps(
+        [this] {
+            // A copy of the handler's own, for it may take the next message, whose text then comes in its place.
+            const String text = m_disconnectText;
+            xEventControlMsgDisconnectRecv(text);
+        },
+        [this] {
+            m_disconnectPending = false;
+            m_disconnectText.clear();
+            if (m_mainSocket->IsConnected())
+                xShutdownAndClose(m_mainSocket.get());
+        });
 }
 
 } // namespace kqlib

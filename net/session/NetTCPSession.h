@@ -13,6 +13,7 @@
 #include "net/status/NetSessionActivity.h"
 #include "net/status/NetSessionStatus.h"
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -23,6 +24,7 @@ class DataLogTime;
 class EventLog;
 class FilePath;
 class NetSessionLiveStatus;
+class SessionRegistry;
 
 /// One connection: a main socket, a thread that runs the protocol over it, a time-out, a queue of control messages, log
 /// lines and statistics. A server derives from it and either overrides xHandleSession or lets the base version run
@@ -41,11 +43,15 @@ class NetSessionLiveStatus;
 /// locks held (construction and destruction: one thread, while the session's own does not run). One lock guards the
 /// control messages, the live status and the session record.
 ///
-/// Errors: nothing throws, but for an allocation that fails: std::bad_alloc then leaves the operation, also a handler
-/// of the host, and ends xHandleSession; what follows it is still done. Network failures are logged and answered by
-/// false or null. A failed receive or send has closed the socket; an end request, a time-out or a waiting disconnect
-/// only makes an operation return false. The order of the virtual functions is part of the binary interface; new ones
-/// go last.
+/// Errors: network failures are logged and answered by false or null. A failed receive or send has closed the socket.
+/// An end request, a time-out or a waiting disconnect only makes an operation return false.
+///
+/// Exceptions: an operation throws std::bad_alloc when memory is wanting, and passes on what a handler throws. Either
+/// way it first finishes what must follow, such as closing a socket. An exception that leaves xHandleSession or another
+/// handler ends this session and no other one: "Session Failed" is logged with its text, and the rest of the thread's
+/// work is done as always.
+///
+/// The order of the virtual functions is part of the binary interface; new ones go last.
 class KQNET_API NetTCPSession : public SingleThreadByPool
 {
 public:
@@ -142,6 +148,12 @@ public:
     bool IsComplete() const;
     /// The thread runs: the opposite.
     bool IsBusy() const;
+    /// The thread has begun. It stays true when the thread has ended. A complete session for which this is false never
+    /// had a thread.
+    bool HasRun() const { return m_hasRun.load(); }
+    /// An exception has ended a part of the thread's work; want of memory is one. It may come from the host's code or
+    /// from the library's. The session has ended, or is about to.
+    bool HasFailed() const { return m_hasFailed.load(); }
     /// Asks the session to end and waits until it is complete. On the session's own thread it only asks.
     void ForceComplete();
     /// Asks the session to end and returns at once.
@@ -381,13 +393,17 @@ private:
         BYTES
     };
 
+    friend class SessionRegistry; // has the ends of its sessions counted
+
+    template <class PART> void xRunPart(PART&& part);
     void xStartAndHandle();
-    void xCloseAtEnd();
     void xStoreFinalRecords();
     void xRefreshMainState(const NetTCP* const socket);
     bool xLogListen(NetTCP* const socket, bool listening, bool logFailure, const String& detail);
     void xLogClosing(NetTCP* const socket);
+    void xTellMainNetClosed(const NetTCP* const socket);
 
+    void xMonitorUntilItEnds(NetTCP* const socket, std::unique_ptr<unsigned char[]>& bytes);
     bool xMonitorNetPeriodic(ULONG& wait);
     RECEIVED xReceive(NetTCP* const socket, const NETSTATE& state, NetTCP::RECVBUF& buffer, bool continuing,
                       ULONG& wait);
@@ -454,6 +470,8 @@ private:
     bool m_cmdEndIncludesLF = false;
     bool m_disconnectPending = false;
     String m_disconnectText;
+    std::atomic<bool> m_hasRun{false};    // set by the session's thread, read by any
+    std::atomic<bool> m_hasFailed{false}; // likewise
 };
 
 } // namespace kqlib

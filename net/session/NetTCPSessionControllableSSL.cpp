@@ -1,7 +1,9 @@
 #include "net/session/NetTCPSessionControllableSSL.h"
 
-#include "net/sockets/NetTCPSSL.h"
 #include "platform/Clock.h"
+
+#include "common/RunAllSteps.h"
+#include "net/sockets/NetTCPSSL.h"
 
 #include <algorithm>
 #include <optional>
@@ -134,22 +136,30 @@ bool NetTCPSessionControllableSSL::xIdle()
 
 void NetTCPSessionControllableSSL::xCarryOut(const REQUEST& request)
 {
-    bool unused = false;
-    if (request.cancelled)
-        xHandleCtrlReqCancelled(request.id, request.code, unused);
-    else
-        xHandleCtrlReq(request.id, request.code, unused);
-    {
-        const ThreadGatewayGuard guard(m_controlLock);
-        m_requests.pop_front();
-        m_currentReq = INVALID_REQID;
-        m_isHandling = false;
-        m_currentCancelled = false;
-        if (m_timeOutPreventOn)
-            m_timeOutPrevent.Restart(TimedEvent::sGetNow());
-    }
-    if (request.visible)
-        xHandleCtrlReqComplete(request.id, request.code);
+    RunAllSteps(
+        [&] {
+            bool unused = false;
+            if (request.cancelled)
+                xHandleCtrlReqCancelled(request.id, request.code, unused);
+            else
+                xHandleCtrlReq(request.id, request.code, unused);
+        },
+        [this] { xRemoveCurrent(); },
+        [&] {
+            if (request.visible)
+                xHandleCtrlReqComplete(request.id, request.code);
+        });
+}
+
+void NetTCPSessionControllableSSL::xRemoveCurrent()
+{
+    const ThreadGatewayGuard guard(m_controlLock);
+    m_requests.pop_front();
+    m_currentReq = INVALID_REQID;
+    m_isHandling = false;
+    m_currentCancelled = false;
+    if (m_timeOutPreventOn)
+        m_timeOutPrevent.Restart(TimedEvent::sGetNow());
 }
 
 bool NetTCPSessionControllableSSL::xWaitingForNetShouldWait()

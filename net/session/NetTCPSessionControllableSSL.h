@@ -18,6 +18,8 @@ namespace kqlib {
 /// requests and wait for the visible ones. An end request is honoured only when the queue is empty: everything queued
 /// is handled, or disposed of as cancelled, first; ForceComplete therefore waits for it all. Control messages are not
 /// taken while no handler does so.
+/// A request whose handler throws is removed and reported as done. The session then ends; the requests behind it stay
+/// in the queue, and nobody handles them.
 ///
 /// Ownership: as NetTCPSession. Threads: the public operations any thread (WaitForAllReqsDone not the session's own:
 /// the request that runs there counts); handlers on the session thread, without a lock. Two locks: the session's and
@@ -136,6 +138,7 @@ private:
 
     NEXT xTakeRequest(bool end, REQUEST& request);
     void xCarryOut(const REQUEST& request);
+    void xRemoveCurrent();
     bool xIdle();
 
     ThreadGateway m_controlLock; ///< guards everything below

@@ -3,6 +3,8 @@
 
 #include "platform/Clock.h"
 
+#include "common/RunAllSteps.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -57,10 +59,16 @@ private:
 
 void NetTCPSession::xMonitorNet(NetTCP* const socket)
 {
+    std::unique_ptr<unsigned char[]> bytes; // longer there than the last handler
+    RunAllSteps([&] { xMonitorUntilItEnds(socket, bytes); }, [&] { xEventMonClosed(); });
+}
+
+void NetTCPSession::xMonitorUntilItEnds(NetTCP* const socket, std::unique_ptr<unsigned char[]>& bytes)
+{
     NETSTATE state = xsGetNetState(socket);
     // Megabytes on some systems, so the array stays untouched until bytes arrive.
     const ULONG capacity = GetBufCapacity(*socket);
-    const auto bytes = std::make_unique_for_overwrite<unsigned char[]>(capacity);
+    bytes = std::make_unique_for_overwrite<unsigned char[]>(capacity);
     NetTCP::RECVBUF buffer{capacity, bytes.get(), 0, 0, false};
     TimedEvent periodic(TimedEvent::sGetNow(), m_periodicMs, false);
     String command;
@@ -92,7 +100,6 @@ void NetTCPSession::xMonitorNet(NetTCP* const socket)
         if (wait == 0)
             platform::SleepMs(IDLE_SLEEP_MS);
     }
-    xEventMonClosed();
 }
 
 /// The periodic part of a cycle. True: a control message was handled, and the cycle ends here.
@@ -303,10 +310,8 @@ bool NetTCPSession::xRecvData(NetTCP* const socket, const NETSTATE& state, unsig
 /// After a failed receive or send, which has closed the socket; its addresses as they were come in state.
 void NetTCPSession::xEndBroken(NetTCP* const socket, const NETSTATE& state)
 {
-    if (socket == m_mainSocket.get())
-        xEventMainNetClosed();
-    xPrintLogNormal(state, "Connection Closed", "", "");
-    xClose(socket);
+    RunAllSteps([&] { xTellMainNetClosed(socket); }, [&] { xPrintLogNormal(state, "Connection Closed", "", ""); },
+                [&] { xClose(socket); });
 }
 
 bool NetTCPSession::xSendCommand(NetTCP* const socket, const String& text)
@@ -419,8 +424,8 @@ bool NetTCPSession::xPurgeSendBufThrough(SENDER sender, NetTCP* const socket)
 {
     if (!m_bufferedMode || m_sendBufFill == 0)
         return true;
-    const bool sent = (this->*sender)(socket, m_sendBuf.get(), m_sendBufFill);
-    m_sendBufFill = 0;
+    bool sent = false;
+    RunAllSteps([&] { sent = (this->*sender)(socket, m_sendBuf.get(), m_sendBufFill); }, [&] { m_sendBufFill = 0; });
     return sent;
 }
 

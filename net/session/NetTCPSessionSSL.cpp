@@ -1,6 +1,7 @@
 #include "net/session/NetTCPSessionSSL.h"
 
 #include "common/FilePath.h"
+#include "common/RunAllSteps.h"
 #include "net/sockets/NetTCPSSL.h"
 
 namespace kqlib {
@@ -17,26 +18,34 @@ bool NetTCPSessionSSL::xAcceptSSL(NetTCPSSL* const socket, const NETSTATE& state
 {
     if (!socket->IsConnected())
         return false;
-    return xEndHandshake(socket, state, detail, socket->SSLAccept(certFile, keyFile));
+    bool success = false;
+    RunAllSteps([&] { success = socket->SSLAccept(certFile, keyFile); },
+                [&] { xEndHandshake(socket, state, detail, success); });
+    return success;
 }
 
 bool NetTCPSessionSSL::xConnectSSL(NetTCPSSL* socket, const NETSTATE& state, const String& detail)
 {
     if (!socket->IsConnected())
         return false;
-    return xEndHandshake(socket, state, detail, socket->SSLConnect());
+    bool success = false;
+    RunAllSteps([&] { success = socket->SSLConnect(); }, [&] { xEndHandshake(socket, state, detail, success); });
+    return success;
 }
 
-bool NetTCPSessionSSL::xEndHandshake(NetTCPSSL* socket, const NETSTATE& state, const String& detail, bool success)
+void NetTCPSessionSSL::xEndHandshake(NetTCPSSL* socket, const NETSTATE& state, const String& detail, bool success)
 {
-    xRecordSSLHandshake(state, success, detail);
-    if (success)
-        return true;
-    // A handshake that failed in its preparation leaves the socket connected, and then xClose logs the closing itself.
-    if (!socket->IsConnected())
-        xPrintLogNormal(state, "Connection Closed", "", "");
-    xClose(socket);
-    return false;
+    if (success) {
+        xRecordSSLHandshake(state, true, detail);
+        return;
+    }
+    RunAllSteps([&] { xRecordSSLHandshake(state, false, detail); },
+                [&] {
+                    // One that failed in its preparation leaves the socket connected: xClose then logs the closing.
+                    if (!socket->IsConnected())
+                        xPrintLogNormal(state, "Connection Closed", "", "");
+                },
+                [&] { xClose(socket); });
 }
 
 NetTCPSSL* NetTCPSessionSSL::xGetMainSocketSSL() const

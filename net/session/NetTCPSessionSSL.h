@@ -34,7 +34,7 @@ protected:
     NetTCPSSL* xGetMainSocketSSL() const;
 
 private:
-    bool xEndHandshake(NetTCPSSL* socket, const NETSTATE& state, const String& detail, bool success);
+    void xEndHandshake(NetTCPSSL* socket, const NETSTATE& state, const String& detail, bool success);
 };
 
 } // namespace kqlib

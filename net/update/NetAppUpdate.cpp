@@ -1,8 +1,8 @@
 #include "net/update/NetAppUpdate.h"
 
 #include "common/FileAccess.h"
+#include "common/RunAllSteps.h"
 #include "common/STRINGS.h"
-#include "common/WithinMemory.h"
 #include "platform/Clock.h"
 #include "platform/Processes.h"
 
@@ -199,7 +199,7 @@ void NetAppUpdate::xSetState(STATE state)
 
 void NetAppUpdate::xThread()
 {
-    const bool ended = RunWithinMemory([this] {
+    try {
         NetTCP socket(NetIP::LOOKUP_ANY, m_cache);
         socket.SetBlockTime(SOCKET_BLOCK_TIME_MS);
         const auto buffer = std::make_unique<RECVBUF>();
@@ -207,9 +207,9 @@ void NetAppUpdate::xThread()
             xCheck(socket, *buffer);
         else
             xDownload(socket, *buffer);
-    });
-    if (!ended)
-        xSetState(ST_FAILED);
+    } catch (...) {
+        xSetState(ST_FAILED); // for want of memory, mostly
+    }
 }
 
 void NetAppUpdate::xCheck(NetTCP& socket, RECVBUF& buffer)
@@ -391,18 +391,31 @@ bool NetAppUpdate::xReceiveFile(NetTCP& socket, RECVBUF& buffer)
         sGenUpdateFilePath(m_downloadFolder, m_fileNamePrefix, m_updateVersion, path);
         m_downloadedPath = path;
     }
+    bool complete = false;
+    RunAllSteps([&] { complete = xReceiveInto(path, socket, buffer); },
+                [&] {
+                    if (complete)
+                        return;
+                    const ThreadGatewayGuard guard(m_lock);
+                    m_downloadedPath = FilePath();
+                });
+    return complete;
+}
+
+/// Makes the file. It stays only when it is complete.
+bool NetAppUpdate::xReceiveInto(const FilePath& path, NetTCP& socket, RECVBUF& buffer)
+{
     FileAccess file;
-    const bool opened = file.Open(path, FileAccess::AM_WRITE, true, true);
-    const bool received = opened && xReceiveBody(socket, buffer, file);
-    const ULONG8 size = file.GetSize();
-    file.Close();
-    if (received && xProcessReceivedFile(size))
-        return true;
-    if (opened)
-        FileAccess::sDelete(path);
-    const ThreadGatewayGuard guard(m_lock);
-    m_downloadedPath = FilePath();
-    return false;
+    if (!file.Open(path, FileAccess::AM_WRITE, true, true))
+        return false;
+    bool complete = false;
+    RunAllSteps([&] { complete = xReceiveBody(socket, buffer, file) && xProcessReceivedFile(file.GetSize()); },
+                [&] {
+                    file.Close();
+                    if (!complete)
+                        FileAccess::sDelete(path);
+                });
+    return complete;
 }
 
 /// True when the connection has ended and everything that came is in the file.

@@ -128,6 +128,7 @@ private:
                                 FilePath path);
     bool xSendData(NetTCP& socket, const String& text) const;
     bool xReceiveFile(NetTCP& socket, RECVBUF& buffer);
+    bool xReceiveInto(const FilePath& path, NetTCP& socket, RECVBUF& buffer);
     bool xReceiveBody(NetTCP& socket, RECVBUF& buffer, FileAccess& file);
     bool xReceivePiece(NetTCP& socket, RECVBUF& buffer, unsigned char* piece, ULONG& size) const;
     bool xProcessReceivedFile(ULONG8 size) const;

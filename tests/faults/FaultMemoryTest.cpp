@@ -8,6 +8,7 @@
 #include "tests/common/logs/TestEntries.h"
 #include "tests/peers/FakeHTTPServer.h"
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -172,10 +173,14 @@ TEST_F(FaultMemoryTest, Update_EachBlockMissingOnce_FailsOrSucceedsAndCanBeTried
         }
     };
     const std::uint32_t blocks = WithoutEachBlock([&] {
+        std::filesystem::remove(m_folder / "setup201.exe");
         run();
         EXPECT_TRUE(update.GetStatus() == NetAppUpdate::ST_FAILED || update.GetStatus() == NetAppUpdate::ST_DOWNLOADED)
             << update.GetStatus();
         FaultPlan::sEndMemoryScript();
+        const FilePath path = update.GetDownloadedUpdatePath();
+        EXPECT_EQ(path.empty(), update.GetStatus() == NetAppUpdate::ST_FAILED);
+        EXPECT_EQ(std::filesystem::exists(m_folder / "setup201.exe"), !path.empty()) << "no part of it stays";
         run();
         EXPECT_EQ(update.GetStatus(), NetAppUpdate::ST_DOWNLOADED);
     });

@@ -63,6 +63,12 @@ public:
     }
 
     bool ShouldEnd() const { return xShouldSessionEnd(); }
+    /// For a session without a connection: notes the control messages that wait.
+    void NoteMessages()
+    {
+        for (CTRLMSG message; xProcessMsgsAndTakeNext(message);)
+            xEventMonControlMsgRecv(message);
+    }
 
 protected:
     void xHandleSession() override
@@ -120,6 +126,7 @@ public:
     /// Before Init.
     void SetFactory(FACTORY factory) { m_factory = std::move(factory); }
     void EndThread() { xEndThread(); }
+    void AskThreadToEnd() { xEndThreadAsync(); }
 
     ThreadPool& GetPool() const { return xGetPool(); }
     NetDNSCache& GetCache() { return *xGetResolver().GetCache(); }

@@ -95,7 +95,8 @@ public:
     std::atomic<ULONG> handled{0};      ///< calls of all three request handlers below
     std::atomic<ULONG> cancelled{0};
     std::atomic<ULONG> completed{0};
-    bool noteAll = true; ///< before Start
+    bool noteAll = true;    ///< before Start
+    std::string throwingIn; ///< the note, or "tick", with which an int is thrown; before Start
 
 protected:
     void xHandleCtrlReq(ULONG id, ULONG code, bool& unused) override
@@ -137,6 +138,8 @@ protected:
         if (resetOnTick)
             xResetTimeOut();
         ++ticks;
+        if (throwingIn == "tick")
+            throw 42;
     }
 
 private:
@@ -149,8 +152,13 @@ private:
     {
         if (!noteAll)
             return;
-        const std::lock_guard lock(m_mutex);
-        m_notes.push_back(what + " " + std::to_string(id));
+        const std::string note = what + " " + std::to_string(id);
+        {
+            const std::lock_guard lock(m_mutex);
+            m_notes.push_back(note);
+        }
+        if (note == throwingIn)
+            throw 42;
     }
 
     std::atomic<bool> m_released{false};
@@ -442,6 +450,55 @@ TEST_F(NetTCPSessionControllableSSLTest, ForceComplete_WhileOneRuns_ItSeesTheEnd
     ASSERT_TRUE(m_host->WaitForNote("begin 1"));
     m_host->ForceComplete();
     EXPECT_THAT(m_host->GetNotes(), ElementsAre("begin 1", "end 1", "complete 1", "begin 2", "end 2", "complete 2"));
+}
+
+TEST_F(NetTCPSessionControllableSSLTest, Request_HandlerThrows_ItIsDoneAndTheSessionEnds)
+{
+    m_host->throwingIn = "begin 2";
+    for (int count = 0; count < 3; ++count)
+        m_host->Queue(RequestHost::QUICK);
+    ASSERT_TRUE(m_host->Start());
+    ASSERT_TRUE(WaitComplete());
+    EXPECT_TRUE(m_host->HasFailed());
+    EXPECT_THAT(m_host->GetNotes(), ElementsAre("begin 1", "end 1", "complete 1", "begin 2", "complete 2"));
+    EXPECT_EQ(m_host->CountVisible(), 1U) << "the third one is left";
+    EXPECT_FALSE(m_host->IsHandlingReqs());
+    m_host->WaitForAllReqsDone();
+    m_host->CancelReq(Controllable::INVALID_REQID); // runs no more
+    EXPECT_FALSE(m_host->xIsCurrentReqCancelled(false));
+    EXPECT_TRUE(ClientSeesEnd());
+}
+
+TEST_F(NetTCPSessionControllableSSLTest, Handlers_EachThrows_TheSessionEndsWithItsLines)
+{
+    const struct
+    {
+        const char* throwingIn;
+        ULONG timeOutSecs;
+    } cases[] = {{"begin 1", 60},     {"end 1", 60},      {"complete 1", 60},
+                 {"cancelled 1", 60}, {"timed out 0", 0}, {"tick", 60}};
+    for (const auto& [throwingIn, timeOutSecs] : cases) {
+        SCOPED_TRACE(throwingIn);
+        MakeHost(timeOutSecs);
+        m_log.Clear();
+        const NETSTATE state = RequestHost::xsGetNetState(m_host->xGetMainSocket());
+        m_host->throwingIn = throwingIn;
+        const bool isTick = m_host->throwingIn == "tick";
+        if (isTick)
+            m_host->xSetTimeOutPrevent(true, 0);
+        const ULONG id = isTick || timeOutSecs == 0 ? Controllable::INVALID_REQID : m_host->Queue(RequestHost::QUICK);
+        if (m_host->throwingIn == "cancelled 1")
+            m_host->CancelReq(id);
+        ASSERT_TRUE(m_host->Start());
+        ASSERT_TRUE(WaitComplete());
+        EXPECT_TRUE(m_host->HasFailed());
+        EXPECT_EQ(m_host->CountVisible(), 0U);
+        EXPECT_EQ(m_host->completed, id == 1 ? 1U : 0U);
+        EXPECT_THAT(Lines(), ElementsAre(Line(state, "Connection Accepted"),
+                                         Line(state, "Session Failed", "", "Exception of an unknown kind"),
+                                         Line(state, "Connection Closed")));
+        EXPECT_TRUE(ClientSeesEnd());
+    }
 }
 
 TEST_F(NetTCPSessionControllableSSLTest, TimeOut_Idle_AskedOnceAndEnds)

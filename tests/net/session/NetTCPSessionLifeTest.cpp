@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <new>
 #include <thread>
 
 namespace kqlib::test {
@@ -294,7 +295,44 @@ TEST_F(NetTCPSessionLife, Start_PoolAtItsLimit_FailsAndStaysComplete)
     TestHostSession session(pool, m_cache, m_dataLog, m_log, ID, 60, nullptr);
     EXPECT_FALSE(session.xConstrStartSession());
     EXPECT_TRUE(session.IsComplete());
+    EXPECT_FALSE(session.HasRun());
+    EXPECT_FALSE(session.HasFailed());
     go = true;
+}
+
+TEST_F(NetTCPSessionLife, HasRun_FromTheThreadsBeginningOn_True)
+{
+    TestHostSession& session = MakeServed();
+    EXPECT_FALSE(session.HasRun());
+    bool hadRunAtStart = false;
+    session.hooks.start = [&](TestHostSession& self) { hadRunAtStart = self.HasRun(); };
+    session.hooks.handle = [](TestHostSession&) {};
+    Run();
+    EXPECT_TRUE(hadRunAtStart);
+    EXPECT_TRUE(session.HasRun());
+    EXPECT_FALSE(session.HasFailed());
+}
+
+TEST_F(NetTCPSessionLife, HasFailed_WantOfMemoryInTheProtocol_TrueFromThenOn)
+{
+    TestHostSession& session = MakeServed();
+    session.hooks.handle = [](TestHostSession&) { throw std::bad_alloc(); };
+    bool hadFailedAtEnd = false;
+    session.hooks.end = [&](TestHostSession& self) { hadFailedAtEnd = self.HasFailed(); };
+    Run();
+    EXPECT_TRUE(hadFailedAtEnd);
+    EXPECT_TRUE(session.HasFailed());
+    EXPECT_TRUE(session.HasRun());
+}
+
+TEST_F(NetTCPSessionLife, HasFailed_AnyExceptionInTheProtocol_TrueAndTheRestFollows)
+{
+    TestHostSession& session = MakeServed();
+    session.hooks.handle = [](TestHostSession&) { throw 42; };
+    Run();
+    EXPECT_TRUE(session.HasFailed());
+    EXPECT_EQ(session.GetNotes(), (TEXTS{"start", "handle", "end", "mainNetClosed"}));
+    EXPECT_TRUE(ClientSeesEnd());
 }
 
 TEST_F(NetTCPSessionLife, Start_DerivedDestructor_EndsTheThread)

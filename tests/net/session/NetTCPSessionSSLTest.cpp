@@ -11,6 +11,7 @@
 #include <atomic>
 #include <functional>
 #include <future>
+#include <new>
 
 namespace kqlib::test {
 namespace {
@@ -41,6 +42,7 @@ public:
     int mainNetClosed = 0; ///< calls of xEventMainNetClosed
     /// What xEventMonCmdRecv does; none: the session does not read. Set before the thread runs.
     std::function<void(const String&)> command;
+    std::function<void()> atMainNetClosed; ///< likewise, of xEventMainNetClosed
 
 protected:
     void xHandleSession() override
@@ -50,7 +52,12 @@ protected:
     }
     void xEventMonCmdRecv(const String& text) override { command(text); }
     bool xWaitingForNetShouldWait() override { return wait; }
-    void xEventMainNetClosed() override { ++mainNetClosed; }
+    void xEventMainNetClosed() override
+    {
+        ++mainNetClosed;
+        if (atMainNetClosed)
+            atMainNetClosed();
+    }
 };
 
 class NetTCPSessionSSLTest : public SessionFixture
@@ -208,6 +215,46 @@ TEST_F(NetTCPSessionSSLTest, ConnectSSL_Fails_CountedOnceAndTheNextIsFalseAtOnce
     EXPECT_THAT(lines, ElementsAre(Line(m_state, "Connect SSL Fail", "out"), Line(m_state, "Connection Closed")));
     EXPECT_FALSE(m_host->xConnectSSL(m_host->xGetMainSocketSSL(), m_state, "out"));
     EXPECT_EQ(Lines(), lines);
+    ExpectCounted(0, 1);
+}
+
+TEST_F(NetTCPSessionSSLTest, Handler_ThrowsOverTLS_LoggedClosedAndTheClientSeesTheEnd)
+{
+    for (const bool isStandard : {true, false}) {
+        SCOPED_TRACE(isStandard);
+        TearDown();
+        SetUp();
+        m_log.Clear();
+        HalfTLSPeer peer(HalfTLSPeer::CLIENT);
+        Secure(peer);
+        m_host->command = [&](const String&) {
+            if (isStandard)
+                throw std::bad_alloc();
+            throw 42;
+        };
+        ASSERT_TRUE(m_host->xConstrStartSession());
+        SendAll(*m_client, peer.Encrypt("NOOP\r\n"));
+        ASSERT_TRUE(WaitFor([&] { return m_host->IsComplete(); }));
+        EXPECT_TRUE(m_host->HasFailed());
+        EXPECT_THAT(Lines(),
+                    ElementsAre(Line(m_state, "Connect SSL Success", "detail"), Line(m_state, "Connection Accepted"),
+                                Line(m_state, "Session Failed", "",
+                                     isStandard ? std::bad_alloc().what() : "Exception of an unknown kind"),
+                                Line(m_state, "Connection Closed")));
+        EXPECT_EQ(m_host->mainNetClosed, 1);
+        EXPECT_TRUE(ClientSeesEnd());
+    }
+}
+
+TEST_F(NetTCPSessionSSLTest, AcceptSSL_FailsAndTheHandlerThrows_ClosedAndLoggedBeforeTheCallerSeesIt)
+{
+    m_host->atMainNetClosed = [] { throw std::bad_alloc(); };
+    EXPECT_THROW(static_cast<void>(m_host->xAcceptSSL(m_host->xGetMainSocketSSL(), m_state, "", FilePath("/none/there"),
+                                                      m_files.GetKey())),
+                 std::bad_alloc);
+    EXPECT_FALSE(m_host->xGetMainSocket()->IsActive());
+    EXPECT_THAT(Lines(), ElementsAre(Line(m_state, "Connect SSL Fail"), Line(m_state, "Connection Closed")));
+    EXPECT_TRUE(ClientSeesEnd());
     ExpectCounted(0, 1);
 }
 
