@@ -85,6 +85,7 @@ private:
         UNPROTECTED,   // it would go in the clear, which the settings do not allow
         NOT_SECURED,   // the TLS handshake of the data connection failed
         DATA_LOST,     // the data connection broke
+        NO_FAREWELL,   // an upload over TLS ended without its farewell
         ABORTED,       // the client said ABOR
         STOPPED,       // the administrator said so
         STALLED,       // nothing moved for too long
@@ -229,6 +230,7 @@ private:
     END xSendFileAsText(platform::FileHandle file);
     bool xSendText(NetTCP* socket, const std::string& text);
     END xReceiveFile(platform::FileHandle file);
+    END xJudgeUploadEnd() const;
     void xUpload(const String& argument, bool append);
     RESULT xOpenUpload(const String& path, bool append, ULONG8 from, FtpFile& file);
 

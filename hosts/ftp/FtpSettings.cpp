@@ -109,6 +109,7 @@ constexpr KEY SERVER_KEYS[] = {
     {"listen_tls", FORM::TEXT},
     {"offer_tls", FORM::FLAG},
     {"require_tls", FORM::FLAG},
+    {"require_tls_farewell", FORM::FLAG},
     {"tls_certificate", FORM::TEXT},
     {"tls_key", FORM::TEXT},
     {"state_folder", FORM::TEXT},
@@ -431,8 +432,8 @@ bool FtpSettings::IsSame(const SettingsTransferable& other) const
     const auto* that = dynamic_cast<const FtpSettings*>(&other);
     return that != nullptr && m_listen == that->m_listen && m_listenTLS == that->m_listenTLS &&
            m_offerTLS == that->m_offerTLS && m_requireTLS == that->m_requireTLS &&
-           m_tlsCertificate == that->m_tlsCertificate && m_tlsKey == that->m_tlsKey &&
-           m_stateFolder == that->m_stateFolder && m_maxSessions == that->m_maxSessions &&
+           m_requireTLSFarewell == that->m_requireTLSFarewell && m_tlsCertificate == that->m_tlsCertificate &&
+           m_tlsKey == that->m_tlsKey && m_stateFolder == that->m_stateFolder && m_maxSessions == that->m_maxSessions &&
            m_passivePorts == that->m_passivePorts && m_externalAddress == that->m_externalAddress &&
            m_idleSecs == that->m_idleSecs && m_stallSecs == that->m_stallSecs && m_connectSecs == that->m_connectSecs &&
            m_loginAttempts == that->m_loginAttempts && m_blockTimeMs == that->m_blockTimeMs &&
@@ -512,6 +513,7 @@ bool FtpSettings::xWriteTo(SettingsTransportSet& set) const
     set.AddString("listen_tls", m_listenTLS);
     set.AddBool("offer_tls", m_offerTLS);
     set.AddBool("require_tls", m_requireTLS);
+    set.AddBool("require_tls_farewell", m_requireTLSFarewell);
     set.AddString("tls_certificate", m_tlsCertificate.GetText());
     set.AddString("tls_key", m_tlsKey.GetText());
     set.AddString("state_folder", m_stateFolder.GetText());
@@ -547,6 +549,7 @@ bool FtpSettings::xReadFrom(const SettingsTransportSet& set)
     set.GetString("listen_tls", m_listenTLS);
     set.GetBool("offer_tls", m_offerTLS);
     set.GetBool("require_tls", m_requireTLS);
+    set.GetBool("require_tls_farewell", m_requireTLSFarewell);
     ReadPath(set, "tls_certificate", m_tlsCertificate);
     ReadPath(set, "tls_key", m_tlsKey);
     ReadPath(set, "state_folder", m_stateFolder);

@@ -98,6 +98,9 @@ public:
     /// No log-in and no data in the clear.
     bool GetRequireTLS() const { return m_requireTLS; }
     void SetRequireTLS(bool require) { m_requireTLS = require; }
+    /// An upload over TLS is whole only when the client ended it with the farewell of TLS.
+    bool GetRequireTLSFarewell() const { return m_requireTLSFarewell; }
+    void SetRequireTLSFarewell(bool require) { m_requireTLSFarewell = require; }
     /// True when anything asks for TLS; the server then needs a certificate, and AUTH TLS is offered.
     bool IsTLSWanted() const;
     /// Certificate chain and key (PEM); both empty: the server makes them itself in the state folder.
@@ -181,6 +184,7 @@ private:
     String m_listenTLS;
     bool m_offerTLS = false;
     bool m_requireTLS = false;
+    bool m_requireTLSFarewell = true;
     FilePath m_tlsCertificate;
     FilePath m_tlsKey;
     FilePath m_stateFolder;

@@ -42,6 +42,7 @@ TEST(FtpSettings, ReadJson_OnlyAnAccount_RestIsDefault)
     EXPECT_EQ(settings.GetConnectSecs(), 30U);
     EXPECT_EQ(settings.GetLoginAttempts(), 3U);
     EXPECT_EQ(settings.GetBlockTimeMs(), 2U);
+    EXPECT_TRUE(settings.GetRequireTLSFarewell());
     EXPECT_TRUE(settings.GetLogFolder().empty());
     ASSERT_EQ(settings.GetUsers().size(), 1U);
     EXPECT_EQ(settings.GetUsers()[0].GetRights(), "read");
@@ -56,7 +57,8 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
         "stall_timeout_secs": 12, "connect_timeout_secs": 13, "login_attempts": 4, "block_time_ms": 100,
         "greeting": "Hello", "log_folder": "/var/log/x", "log_debug": true,
         "update_host": "updates.example", "update_port": 8080, "update_path": "/v.txt",
-        "listen_tls": "127.0.0.1:990, 991", "offer_tls": true, "require_tls": true, "tls_certificate": "/etc/x.crt",
+        "listen_tls": "127.0.0.1:990, 991", "offer_tls": true, "require_tls": true, "require_tls_farewell": false,
+        "tls_certificate": "/etc/x.crt",
         "tls_key": "/etc/x.key", "state_folder": "/var/lib/x")"),
                                   error))
         << error.c_str();
@@ -85,6 +87,7 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
     EXPECT_FALSE(settings.IsTLSPort(21));
     EXPECT_TRUE(settings.GetOfferTLS());
     EXPECT_TRUE(settings.GetRequireTLS());
+    EXPECT_FALSE(settings.GetRequireTLSFarewell());
     EXPECT_EQ(settings.GetTLSCertificate().GetText(), "/etc/x.crt");
     EXPECT_EQ(settings.GetTLSKey().GetText(), "/etc/x.key");
     EXPECT_EQ(settings.GetStateFolder().GetText(), "/var/lib/x");
@@ -283,7 +286,7 @@ TEST(FtpSettings, WriteToAndReadFrom_EveryField_Same)
     FtpSettings settings;
     String error;
     ASSERT_TRUE(settings.ReadJson(WithGuest(R"(, "listen": "1.2.3.4:5", "max_sessions": 4294967295,
-        "greeting": "x", "log_debug": true, "block_time_ms": 9)"),
+        "greeting": "x", "log_debug": true, "block_time_ms": 9, "require_tls_farewell": false)"),
                                   error));
     SettingsTransportSet set;
     ASSERT_TRUE(settings.WriteTo(set));

@@ -82,6 +82,12 @@ void FtpTestSocket::Close()
     m_isEnded = false;
 }
 
+void FtpTestSocket::Reset()
+{
+    platform::AbortSocket(std::exchange(m_handle, platform::INVALID_SOCKET_HANDLE));
+    m_isEnded = false;
+}
+
 bool FtpTestSocket::Send(const std::string& bytes, unsigned ms)
 {
     const auto deadline = CLOCK::now() + std::chrono::milliseconds(ms);

@@ -25,6 +25,8 @@ public:
     /// Takes the connection that waits as this socket.
     bool Accept(unsigned ms = waitForMs);
     void Close();
+    /// Breaks the connection off: the other end sees a reset.
+    void Reset();
     bool IsOpen() const { return m_handle != platform::INVALID_SOCKET_HANDLE; }
 
     bool Send(const std::string& bytes, unsigned ms = waitForMs);
