@@ -169,6 +169,10 @@ TEST(FtpSettings, ReadJson_BadValues_NamedInTheError)
         {", \"passive_ports\": \"1-2x\"", "passive_ports:"},
         {", \"external_address\": \"host.example\"", "external_address:"},
         {", \"external_address\": \"::1\"", "external_address:"},
+        {", \"login_timeout_secs\": 0", "login_timeout_secs:"},
+        {", \"login_timeout_secs\": 86401", "login_timeout_secs:"},
+        {", \"reserved_sessions\": 1001", "reserved_sessions:"},
+        {", \"reserved_addresses\": [\"+iprange=10.0.0.2-10.0.0.1\"]", "reserved_addresses:"},
         {", \"idle_timeout_secs\": 0", "idle_timeout_secs:"},
         {", \"idle_timeout_secs\": 86401", "idle_timeout_secs:"},
         {", \"stall_timeout_secs\": 0", "stall_timeout_secs:"},
@@ -231,11 +235,15 @@ TEST(FtpSettings, ReadJson_AddressControl_TakenOver)
     EXPECT_EQ(settings.GetHammerAttempts(), 5U);
     EXPECT_EQ(settings.GetHammerWindowSecs(), 300U);
     EXPECT_EQ(settings.GetHammerBlockSecs(), 1800U);
-    EXPECT_EQ(settings.GetMaxSessionsPerAddress(), 0U);
+    EXPECT_EQ(settings.GetMaxSessionsPerAddress(), 20U);
+    EXPECT_EQ(settings.GetReservedSessions(), 5U);
+    EXPECT_EQ(settings.GetReservedAddresses().GetCount(), 0U);
+    EXPECT_EQ(settings.GetLogInSecs(), 60U);
     String error;
     ASSERT_TRUE(settings.ReadJson(WithGuest(R"(, "connection_rules": ["+islocal", "-ipmask=0.0.0.0/0.0.0.0"],
         "hammer_attempts": 0, "hammer_window_secs": 60, "hammer_block_secs": 4294967295,
-        "hammer_exemptions": ["+RHOST=*.lan"], "max_sessions_per_address": 3)"),
+        "hammer_exemptions": ["+RHOST=*.lan"], "max_sessions_per_address": 3, "reserved_sessions": 6,
+        "reserved_addresses": ["+ip=1.2.3.4"], "login_timeout_secs": 7)"),
                                   error))
         << error.c_str();
     ASSERT_EQ(settings.GetConnectionRules().GetCount(), 2U);
@@ -246,6 +254,10 @@ TEST(FtpSettings, ReadJson_AddressControl_TakenOver)
     EXPECT_EQ(settings.GetHammerWindowSecs(), 60U);
     EXPECT_EQ(settings.GetHammerBlockSecs(), 4294967295U);
     EXPECT_EQ(settings.GetMaxSessionsPerAddress(), 3U);
+    EXPECT_EQ(settings.GetReservedSessions(), 6U);
+    ASSERT_EQ(settings.GetReservedAddresses().GetCount(), 1U);
+    EXPECT_EQ(settings.GetReservedAddresses().Get(0).GetAsString(), "+ip=1.2.3.4");
+    EXPECT_EQ(settings.GetLogInSecs(), 7U);
     FtpSettings copy;
     SettingsTransportSet set;
     ASSERT_TRUE(settings.WriteTo(set));
