@@ -22,29 +22,79 @@ void FtpGate::SetSettings(const FtpSettings& settings)
                      exemptions.GetCount() != 0, exemptions);
 }
 
-FtpGate::VERDICT FtpGate::Enter(const FtpSettings& settings, const NetIP& local, const NetIP& peer)
+FtpGate::ENTRY FtpGate::Enter(const FtpSettings& settings, const EventLogSessionID& id, const NetIP& local,
+                              const NetIP& peer)
 {
+    // What may wait for name servers comes first, without the lock.
+    NetIPControlQuery query(m_cache);
     if (IsBlocked(local, peer))
-        return VERDICT::BLOCKED;
-    if (NetIPControlQuery(m_cache).IsDenied(settings.GetConnectionRules(), local, peer))
-        return VERDICT::DENIED;
-    return xTakePlace(settings.GetMaxSessionsPerAddress(), peer) ? VERDICT::WELCOME : VERDICT::CROWDED;
+        return {VERDICT::BLOCKED, {}, {}};
+    if (query.IsDenied(settings.GetConnectionRules(), local, peer))
+        return {VERDICT::DENIED, {}, {}};
+    const NetIPControl& favoured = settings.GetReservedAddresses();
+    const bool isFavoured = favoured.GetCount() != 0 && !query.IsDenied(favoured, local, peer);
+
+    const std::lock_guard lock(m_mutex);
+    const ULONG limit = settings.GetMaxSessionsPerAddress();
+    if (limit != 0 && m_sessions.GetCount(peer) >= limit)
+        return {VERDICT::CROWDED, {}, {}};
+    ENTRY entry;
+    const bool isOnReserve = !xMakeRoomPreLocked(false, settings.GetMaxSessions(), entry.displaced);
+    if (isOnReserve && !xMakeRoomPreLocked(true, settings.GetReservedSessions(), entry.displaced))
+        return entry;
+    m_sessions.Add(peer);
+    entry.verdict = VERDICT::WELCOME;
+    entry.place = m_guests.insert(m_guests.end(), GUEST{id, peer, isFavoured, isOnReserve});
+    return entry;
 }
 
-/// Counts one more session of an address, if the limit (0: none) allows it.
-bool FtpGate::xTakePlace(ULONG limit, const NetIP& peer)
+/// Whether there is a place for one more, if need be that of who has waited longest without logging in.
+bool FtpGate::xMakeRoomPreLocked(bool onReserve, ULONG places, DISPLACED& displaced)
 {
-    const std::lock_guard lock(m_mutex);
-    if (limit != 0 && m_sessions.GetCount(peer) >= limit)
+    ULONG taken = 0;
+    GUEST* idler = nullptr;
+    for (GUEST& guest : m_guests) {
+        if (guest.isDisplaced || guest.isOnReserve != onReserve)
+            continue;
+        ++taken;
+        if (idler == nullptr && !guest.isLoggedIn)
+            idler = &guest;
+    }
+    if (taken < places)
+        return true;
+    if (idler == nullptr)
         return false;
-    m_sessions.Add(peer);
+    idler->isDisplaced = true;
+    displaced = idler->id;
     return true;
 }
 
-void FtpGate::Leave(const NetIP& peer)
+bool FtpGate::LogIn(const FtpSettings& settings, PLACE place, bool isAdministrator, DISPLACED& displaced)
 {
     const std::lock_guard lock(m_mutex);
-    m_sessions.Remove(peer);
+    GUEST& guest = *place;
+    if (guest.isDisplaced)
+        return false;
+    if (guest.isOnReserve && !isAdministrator && !guest.isFavoured) {
+        if (!xMakeRoomPreLocked(false, settings.GetMaxSessions(), displaced))
+            return false;
+        guest.isOnReserve = false;
+    }
+    guest.isLoggedIn = true;
+    return true;
+}
+
+void FtpGate::LogOut(PLACE place)
+{
+    const std::lock_guard lock(m_mutex);
+    place->isLoggedIn = false;
+}
+
+void FtpGate::Leave(PLACE place)
+{
+    const std::lock_guard lock(m_mutex);
+    m_sessions.Remove(place->address);
+    m_guests.erase(place);
 }
 
 bool FtpGate::ReportFailure(const NetIP& local, const NetIP& peer)
@@ -68,6 +118,8 @@ const char* FtpGate::sDescribe(VERDICT verdict)
         return "Your address is not served";
     case VERDICT::CROWDED:
         return "Too many connections from your address";
+    case VERDICT::FULL:
+        return "The server is full, come back later";
     }
     return "Welcome";
 }

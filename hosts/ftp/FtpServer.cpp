@@ -5,9 +5,14 @@
 #include "net/service/NetPortBinds.h"
 #include "net/sockets/NetTCPSSL.h"
 
+#include <algorithm>
+
 namespace kqlib {
 
 namespace {
+
+/// Sessions that the service may have besides those with a place: they hear why they are refused, or leave.
+constexpr ULONG DOORWAY = 256;
 
 /// Opens the event log and both data logs in the settings' folder, which is made when it is missing. A folder that
 /// cannot be had costs the logs, not the service.
@@ -87,7 +92,9 @@ bool FtpServer::xListen(const FtpSettings& settings, String& error)
     NetPortBinds binds;
     binds.AddByLine(settings.GetListen());
     binds.AddByLine(settings.GetListenTLS());
-    m_service->SetSettings(binds, settings.GetMaxSessions(), 0);
+    // The gate counts the places and says 421 to who gets none; the service itself would let them wait in silence.
+    const ULONG8 limit = ULONG8{settings.GetMaxSessions()} + settings.GetReservedSessions() + DOORWAY;
+    m_service->SetSettings(binds, static_cast<ULONG>(std::min<ULONG8>(limit, ALL_BITS_32)), 0);
     const String listen = binds.GetLine();
     if (listen == m_listen)
         return true; // starting again would move bindings with port 0 to other ports

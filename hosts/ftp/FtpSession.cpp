@@ -61,19 +61,29 @@ void FtpSession::xEventSessionEnd()
 {
     xCloseData(false);
     xLogOut();
-    if (m_isWelcome)
-        m_gate.Leave(xGetMainNetState().remoteIP);
+    if (m_place)
+        m_gate.Leave(*m_place);
+    m_place.reset();
 }
 
 /// Asks the gate about the client. False: it was told that it is not welcome.
 bool FtpSession::xPassGate()
 {
     const NETSTATE& state = xGetMainNetState();
-    const FtpGate::VERDICT verdict = m_gate.Enter(m_config->settings, state.localIP, state.remoteIP);
-    m_isWelcome = verdict == FtpGate::VERDICT::WELCOME;
-    if (!m_isWelcome)
-        xRefuseClient(verdict);
-    return m_isWelcome;
+    const FtpGate::ENTRY entry = m_gate.Enter(m_config->settings, xGetSessionID(), state.localIP, state.remoteIP);
+    m_place = entry.place;
+    m_strangerSince = TimedEvent::sGetNow();
+    xDisplace(entry.displaced);
+    if (!m_place)
+        xRefuseClient(entry.verdict);
+    return m_place.has_value();
+}
+
+/// Asks the session to end whose place somebody got who came later.
+void FtpSession::xDisplace(const FtpGate::DISPLACED& session)
+{
+    if (session)
+        m_board.Disconnect(*session, "The server is full, and you have not logged in");
 }
 
 /// One line in the log, 421 for the client (RFC 959 section 5.4), and the end of the session.
@@ -96,6 +106,9 @@ bool FtpSession::xReadCommand(String& command)
 {
     for (;;) {
         bool isOversized = false;
+        if (!xIsTimedOut()) // a reply that nobody took in time is the end
+            xResetTimeOut();
+        xSetTimeOutSecs(xGetPatienceSecs());
         if (!xRecvCommand(xGetMainSocket(), xGetMainNetState(), m_commandBuffer, command, isOversized))
             return false;
         const bool wasDiscarding = std::exchange(m_isDiscarding, isOversized);
@@ -104,6 +117,18 @@ bool FtpSession::xReadCommand(String& command)
         if (!isOversized && !wasDiscarding)
             return true;
     }
+}
+
+/// Seconds in which the next command must come. Whoever has not logged in yet has what is left of the time for that,
+/// whatever is said meanwhile.
+ULONG FtpSession::xGetPatienceSecs() const
+{
+    const ULONG idleSecs = m_config->settings.GetIdleSecs();
+    if (m_user != nullptr)
+        return idleSecs;
+    const ULONG limitSecs = m_config->settings.GetLogInSecs();
+    const ULONG passedSecs = static_cast<std::uint32_t>(TimedEvent::sGetNow() - m_strangerSince) / 1000;
+    return passedSecs < limitSecs ? std::min(idleSecs, limitSecs - passedSecs) : 0;
 }
 
 void FtpSession::xExecute(String line)
@@ -214,7 +239,7 @@ void FtpSession::xSayWhyEnded()
     if (xShouldSessionEnd())
         xSayLastWords("421 The service is stopping");
     else if (xIsTimedOut())
-        xSayLastWords("421 No command for too long");
+        xSayLastWords(xGetPatienceSecs() == 0 ? "421 Not logged in in time" : "421 No command for too long");
 }
 
 /// Sends a line with a single try. The forced forms of the base go on until everything is sent, which a client that
@@ -392,6 +417,8 @@ void FtpSession::xLogOut()
     if (m_user == nullptr)
         return;
     xRecordLogout(xGetMainNetState(), m_user->GetName(), String());
+    m_gate.LogOut(*m_place);
+    m_strangerSince = TimedEvent::sGetNow();
     m_user = nullptr;
     m_rights = 0;
     m_files.Close(); // the user's name stays: the record of the session wants it

@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -85,6 +86,7 @@ private:
         UNPROTECTED,   // it would go in the clear, which the settings do not allow
         NOT_SECURED,   // the TLS handshake of the data connection failed
         DATA_LOST,     // the data connection broke
+        NO_FAREWELL,   // an upload over TLS ended without its farewell
         ABORTED,       // the client said ABOR
         STOPPED,       // the administrator said so
         STALLED,       // nothing moved for too long
@@ -122,6 +124,8 @@ private:
     static const std::vector<COMMAND>& xsGetCommands();
     bool xPassGate();
     void xRefuseClient(FtpGate::VERDICT verdict);
+    void xDisplace(const FtpGate::DISPLACED& session);
+    ULONG xGetPatienceSecs() const;
     void xSayWhyEnded();
     void xSayLastWords(const String& reply);
     bool xShouldGoOn();
@@ -229,6 +233,7 @@ private:
     END xSendFileAsText(platform::FileHandle file);
     bool xSendText(NetTCP* socket, const std::string& text);
     END xReceiveFile(platform::FileHandle file);
+    END xJudgeUploadEnd() const;
     void xUpload(const String& argument, bool append);
     RESULT xOpenUpload(const String& path, bool append, ULONG8 from, FtpFile& file);
 
@@ -263,8 +268,9 @@ private:
     NetTCP::RECVBUF m_commandBuffer;
     bool m_isDiscarding = false; // the rest of an oversized line is still to come
     bool m_isQuitting = false;
-    bool m_isWelcome = false;  // the gate counts this session
-    bool m_isWatching = false; // inside xWaitingForNetShouldWait
+    std::optional<FtpGate::PLACE> m_place; // none: the gate did not let this session in
+    ULONG m_strangerSince = 0;             // tick from which the time for logging in counts
+    bool m_isWatching = false;             // inside xWaitingForNetShouldWait
     ULONG m_lastWatchTick = 0;
 
     String m_userName;                       // as given by USER

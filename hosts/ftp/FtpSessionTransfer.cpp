@@ -91,6 +91,7 @@ void FtpSession::xFinishTransfer(END end, const RECORDER& record)
         {END::UNPROTECTED, 521, "Data connections must be protected, PBSZ 0 and PROT P come first"},
         {END::NOT_SECURED, 522, "The TLS handshake of the data connection failed"},
         {END::DATA_LOST, 426, "The data connection was lost"},
+        {END::NO_FAREWELL, 426, "The data connection ended without the farewell of TLS"},
         {END::ABORTED, 426, "Transfer aborted"},
         {END::STOPPED, 426, "Transfer stopped by the administrator"},
         {END::STALLED, 426, "Nothing moved for too long"},
@@ -270,15 +271,31 @@ FtpSession::END FtpSession::xReceiveFile(platform::FileHandle file)
             xResetTimeOut();
             m_transfer.moved += got;
             length = m_isAscii ? ascii.FromWire(buffer.get(), got) : got;
-        } else if (!isOpen) { // the end of the data, or what comes to the same: stream mode knows no other sign
+        } else if (!isOpen) {
             length = m_isAscii ? ascii.EndFromWire(buffer.get()) : 0;
         }
         bool isDiskFull = false;
         if (length != 0 && !platform::WriteFile(file, buffer.get(), length, &isDiskFull))
             return isDiskFull ? END::DISK_FULL : END::WRITE_FAILED;
         if (!isOpen)
-            return END::COMPLETE;
+            return xJudgeUploadEnd();
     }
+}
+
+/// In stream mode the end of the connection is the end of the file (RFC 959, section 3.4.1), so only a client that ends
+/// it in order has sent everything.
+FtpSession::END FtpSession::xJudgeUploadEnd() const
+{
+    switch (m_data->GetPeerEnd()) {
+    case NetTCP::PE_IN_ORDER:
+        return END::COMPLETE;
+    case NetTCP::PE_NO_FAREWELL:
+        return m_config->settings.GetRequireTLSFarewell() ? END::NO_FAREWELL : END::COMPLETE;
+    case NetTCP::PE_NONE:
+    case NetTCP::PE_BROKEN_OFF:
+        break;
+    }
+    return END::DATA_LOST;
 }
 
 // --- listings

@@ -23,6 +23,7 @@ namespace {
 using JSON = nlohmann::json;
 
 constexpr ULONG MAX_SECS = 86400;
+constexpr ULONG MAX_RESERVED = 1000;
 constexpr ULONG MAX_BLOCK_TIME_MS = 1000;
 constexpr ULONG MAX_SETTINGS_BYTES = 16U * 1024 * 1024;
 constexpr ULONG8 MAX_NUMBER = ALL_BITS_32;
@@ -53,7 +54,11 @@ enum CODE : int
     NO_HOME,
     BAD_RIGHTS,
     BAD_PASSWORD,
-    NO_PASSWORD
+    NO_PASSWORD,
+    // From 330: of the server again.
+    BAD_LOG_IN_SECS = 330,
+    BAD_RESERVED_SESSIONS,
+    BAD_RESERVED_ADDRESSES
 };
 
 struct CODE_TEXT
@@ -67,6 +72,9 @@ constexpr CODE_TEXT CODE_TEXTS[] = {
     {BAD_MAX_SESSIONS, "max_sessions: must be at least 1"},
     {BAD_PASSIVE_PORTS, "passive_ports: must be empty or \"first-last\", ports from 1 to 65535"},
     {BAD_EXTERNAL_ADDRESS, "external_address: must be empty or an IPv4 address"},
+    {BAD_LOG_IN_SECS, "login_timeout_secs: must be from 1 to 86400"},
+    {BAD_RESERVED_SESSIONS, "reserved_sessions: must be from 0 to 1000"},
+    {BAD_RESERVED_ADDRESSES, "reserved_addresses: a range begins behind its end, or a host name is empty"},
     {BAD_IDLE, "idle_timeout_secs: must be from 1 to 86400"},
     {BAD_STALL, "stall_timeout_secs: must be from 1 to 86400"},
     {BAD_CONNECT, "connect_timeout_secs: must be from 1 to 86400"},
@@ -109,12 +117,16 @@ constexpr KEY SERVER_KEYS[] = {
     {"listen_tls", FORM::TEXT},
     {"offer_tls", FORM::FLAG},
     {"require_tls", FORM::FLAG},
+    {"require_tls_farewell", FORM::FLAG},
     {"tls_certificate", FORM::TEXT},
     {"tls_key", FORM::TEXT},
     {"state_folder", FORM::TEXT},
     {"max_sessions", FORM::NUMBER},
+    {"reserved_sessions", FORM::NUMBER},
+    {"reserved_addresses", FORM::RULES},
     {"passive_ports", FORM::TEXT},
     {"external_address", FORM::TEXT},
+    {"login_timeout_secs", FORM::NUMBER},
     {"idle_timeout_secs", FORM::NUMBER},
     {"stall_timeout_secs", FORM::NUMBER},
     {"connect_timeout_secs", FORM::NUMBER},
@@ -431,10 +443,12 @@ bool FtpSettings::IsSame(const SettingsTransferable& other) const
     const auto* that = dynamic_cast<const FtpSettings*>(&other);
     return that != nullptr && m_listen == that->m_listen && m_listenTLS == that->m_listenTLS &&
            m_offerTLS == that->m_offerTLS && m_requireTLS == that->m_requireTLS &&
-           m_tlsCertificate == that->m_tlsCertificate && m_tlsKey == that->m_tlsKey &&
-           m_stateFolder == that->m_stateFolder && m_maxSessions == that->m_maxSessions &&
-           m_passivePorts == that->m_passivePorts && m_externalAddress == that->m_externalAddress &&
-           m_idleSecs == that->m_idleSecs && m_stallSecs == that->m_stallSecs && m_connectSecs == that->m_connectSecs &&
+           m_requireTLSFarewell == that->m_requireTLSFarewell && m_tlsCertificate == that->m_tlsCertificate &&
+           m_tlsKey == that->m_tlsKey && m_stateFolder == that->m_stateFolder && m_maxSessions == that->m_maxSessions &&
+           m_reservedSessions == that->m_reservedSessions && m_reservedAddresses == that->m_reservedAddresses &&
+           m_logInSecs == that->m_logInSecs && m_passivePorts == that->m_passivePorts &&
+           m_externalAddress == that->m_externalAddress && m_idleSecs == that->m_idleSecs &&
+           m_stallSecs == that->m_stallSecs && m_connectSecs == that->m_connectSecs &&
            m_loginAttempts == that->m_loginAttempts && m_blockTimeMs == that->m_blockTimeMs &&
            m_greeting == that->m_greeting && m_logFolder == that->m_logFolder && m_logDebug == that->m_logDebug &&
            m_connectionRules == that->m_connectionRules && m_hammerAttempts == that->m_hammerAttempts &&
@@ -512,12 +526,16 @@ bool FtpSettings::xWriteTo(SettingsTransportSet& set) const
     set.AddString("listen_tls", m_listenTLS);
     set.AddBool("offer_tls", m_offerTLS);
     set.AddBool("require_tls", m_requireTLS);
+    set.AddBool("require_tls_farewell", m_requireTLSFarewell);
     set.AddString("tls_certificate", m_tlsCertificate.GetText());
     set.AddString("tls_key", m_tlsKey.GetText());
     set.AddString("state_folder", m_stateFolder.GetText());
     set.AddULONG("max_sessions", m_maxSessions);
+    set.AddULONG("reserved_sessions", m_reservedSessions);
+    set.AddSettings("reserved_addresses", m_reservedAddresses);
     set.AddString("passive_ports", m_passivePorts);
     set.AddString("external_address", m_externalAddress);
+    set.AddULONG("login_timeout_secs", m_logInSecs);
     set.AddULONG("idle_timeout_secs", m_idleSecs);
     set.AddULONG("stall_timeout_secs", m_stallSecs);
     set.AddULONG("connect_timeout_secs", m_connectSecs);
@@ -547,12 +565,16 @@ bool FtpSettings::xReadFrom(const SettingsTransportSet& set)
     set.GetString("listen_tls", m_listenTLS);
     set.GetBool("offer_tls", m_offerTLS);
     set.GetBool("require_tls", m_requireTLS);
+    set.GetBool("require_tls_farewell", m_requireTLSFarewell);
     ReadPath(set, "tls_certificate", m_tlsCertificate);
     ReadPath(set, "tls_key", m_tlsKey);
     ReadPath(set, "state_folder", m_stateFolder);
     ReadNumber(set, "max_sessions", m_maxSessions);
+    ReadNumber(set, "reserved_sessions", m_reservedSessions);
+    ReadRules(set, "reserved_addresses", m_reservedAddresses);
     set.GetString("passive_ports", m_passivePorts);
     set.GetString("external_address", m_externalAddress);
+    ReadNumber(set, "login_timeout_secs", m_logInSecs);
     ReadNumber(set, "idle_timeout_secs", m_idleSecs);
     ReadNumber(set, "stall_timeout_secs", m_stallSecs);
     ReadNumber(set, "connect_timeout_secs", m_connectSecs);
@@ -598,6 +620,9 @@ void FtpSettings::xCheckErrors(Messages& messages) const
     check(GetPassiveRange(first, last), BAD_PASSIVE_PORTS);
     NetIP address;
     check(m_externalAddress.empty() || (address.Set(m_externalAddress) && address.IsIP4()), BAD_EXTERNAL_ADDRESS);
+    check(m_reservedSessions <= MAX_RESERVED, BAD_RESERVED_SESSIONS);
+    check(AreRulesGood(m_reservedAddresses), BAD_RESERVED_ADDRESSES);
+    check(isTime(m_logInSecs), BAD_LOG_IN_SECS);
     check(isTime(m_idleSecs), BAD_IDLE);
     check(isTime(m_stallSecs), BAD_STALL);
     check(isTime(m_connectSecs), BAD_CONNECT);

@@ -15,7 +15,7 @@ namespace kqlib {
 ///
 /// Settings keys: "name", "password" (the form of FtpPassword), "home" (a folder of the system), "rights" (any of
 /// "read", "write", "delete", "admin", with "," between), "anonymous" (Bool: any password will do).
-/// Ownership, threads: a plain value. Errors: codes 320 to 325, see FtpSettings::sGetErrorText.
+/// Ownership, threads: a plain value. Errors: codes 320 to 324, see FtpSettings::sGetErrorText.
 class FtpUserSettings : public SettingsTransferable
 {
 public:
@@ -64,7 +64,7 @@ private:
 /// absent); docs/kqftpd.md describes each.
 ///
 /// Ownership: a plain value. Threads: one at a time; a running server shares constant copies.
-/// Errors: ReadFile and ReadJson answer with a text that names the key; CheckErrors adds codes 300 to 325.
+/// Errors: ReadFile and ReadJson answer with a text that names the key; CheckErrors adds codes from 300 on.
 class FtpSettings : public SettingsTransferable
 {
 public:
@@ -98,6 +98,9 @@ public:
     /// No log-in and no data in the clear.
     bool GetRequireTLS() const { return m_requireTLS; }
     void SetRequireTLS(bool require) { m_requireTLS = require; }
+    /// An upload over TLS is whole only when the client ended it with the farewell of TLS.
+    bool GetRequireTLSFarewell() const { return m_requireTLSFarewell; }
+    void SetRequireTLSFarewell(bool require) { m_requireTLSFarewell = require; }
     /// True when anything asks for TLS; the server then needs a certificate, and AUTH TLS is offered.
     bool IsTLSWanted() const;
     /// Certificate chain and key (PEM); both empty: the server makes them itself in the state folder.
@@ -110,6 +113,12 @@ public:
     void SetStateFolder(const FilePath& folder) { m_stateFolder = folder; }
     ULONG GetMaxSessions() const { return m_maxSessions; }
     void SetMaxSessions(ULONG count) { m_maxSessions = static_cast<std::uint32_t>(count); }
+    /// Places beyond those, for administrators and for the addresses below; 0: none.
+    ULONG GetReservedSessions() const { return m_reservedSessions; }
+    void SetReservedSessions(ULONG count) { m_reservedSessions = static_cast<std::uint32_t>(count); }
+    /// The addresses that these rules allow may take such a place with any account; not used while empty.
+    const NetIPControl& GetReservedAddresses() const { return m_reservedAddresses; }
+    void SetReservedAddresses(const NetIPControl& rules) { m_reservedAddresses = rules; }
     /// "first-last"; empty: any port.
     const String& GetPassivePorts() const { return m_passivePorts; }
     void SetPassivePorts(const String& range) { m_passivePorts = range; }
@@ -118,6 +127,9 @@ public:
     /// The address told to passive clients that do not come from this machine; empty: the one they connected to.
     const String& GetExternalAddress() const { return m_externalAddress; }
     void SetExternalAddress(const String& address) { m_externalAddress = address; }
+    /// Seconds in which a client must have logged in.
+    ULONG GetLogInSecs() const { return m_logInSecs; }
+    void SetLogInSecs(ULONG secs) { m_logInSecs = static_cast<std::uint32_t>(secs); }
     /// Seconds without a command until a session ends.
     ULONG GetIdleSecs() const { return m_idleSecs; }
     void SetIdleSecs(ULONG secs) { m_idleSecs = static_cast<std::uint32_t>(secs); }
@@ -181,12 +193,16 @@ private:
     String m_listenTLS;
     bool m_offerTLS = false;
     bool m_requireTLS = false;
+    bool m_requireTLSFarewell = true;
     FilePath m_tlsCertificate;
     FilePath m_tlsKey;
     FilePath m_stateFolder;
     std::uint32_t m_maxSessions = 200;
+    std::uint32_t m_reservedSessions = 5;
+    NetIPControl m_reservedAddresses;
     String m_passivePorts;
     String m_externalAddress;
+    std::uint32_t m_logInSecs = 60;
     std::uint32_t m_idleSecs = 300;
     std::uint32_t m_stallSecs = 120;
     std::uint32_t m_connectSecs = 30;
@@ -200,7 +216,7 @@ private:
     std::uint32_t m_hammerWindowSecs = 300;
     std::uint32_t m_hammerBlockSecs = 1800;
     NetIPControl m_hammerExemptions;
-    std::uint32_t m_maxSessionsPerAddress = 0;
+    std::uint32_t m_maxSessionsPerAddress = 20;
     String m_updateHost;
     std::uint32_t m_updatePort = 80;
     String m_updatePath = "/";

@@ -64,6 +64,7 @@ bool NetTCP::Recv(unsigned char* buf, unsigned long& len)
     if (result == platform::IoResult::DONE || result == platform::IoResult::WOULD_BLOCK)
         return true;
     len = 0;
+    m_peerEnd = result == platform::IoResult::CLOSED ? PE_IN_ORDER : PE_BROKEN_OFF;
     return xFailAndClose(ERR_IO);
 }
 
@@ -172,6 +173,7 @@ bool NetTCP::Connect(const NetIP& remote, unsigned short port, const NetIP& loca
         return xFailAndClose(ERR_CONNECT);
     xSetIPData();
     m_state = TS_CONNECTED;
+    m_peerEnd = PE_NONE;
     return true;
 }
 
@@ -245,6 +247,7 @@ void NetTCP::xAttach(unsigned int handle, TCP_STATE state)
     Close();
     xTakeHandle(handle);
     m_state = state;
+    m_peerEnd = PE_NONE;
     xSetIPData();
 }
 
@@ -253,6 +256,7 @@ void NetTCP::xAttachFrom(NetTCP& other)
     Close();
     xCopyIPData(other);
     m_state = other.m_state;
+    m_peerEnd = PE_NONE;
     xTakeHandle(other.Detach());
 }
 

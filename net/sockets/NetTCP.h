@@ -28,6 +28,16 @@ public:
         TS_LISTENING = 2  ///< a listener
     };
 
+    /// How the peer ended its side of a connection, as the receive that failed saw it.
+    enum PEER_END
+    {
+        PE_NONE = 0,     ///< no receive on this connection has failed
+        PE_IN_ORDER = 1, ///< in order; over TLS that is its farewell (close_notify, RFC 8446 section 6.1)
+        PE_NO_FAREWELL =
+            2,            ///< over TLS: in order below TLS, but without the farewell, so anybody may have cut it short
+        PE_BROKEN_OFF = 3 ///< reset, or any other failure: bytes may be missing
+    };
+
     /// The receive buffer of the command reception, owned by the caller, who sets capacity and buffer and leaves the
     /// rest to the RecvPrep operations.
     struct RECVBUF
@@ -119,6 +129,11 @@ public:
     bool IsListening() const noexcept { return m_state == TS_LISTENING; }
     ///@}
 
+    /// Tells apart what Recv answers with code 48 alone: whether the peer had said everything, or was cut off. Asked
+    /// after a failed receive, and still known when the socket is closed; the next connection begins with PE_NONE. A
+    /// failed Send does not change it.
+    PEER_END GetPeerEnd() const noexcept { return m_peerEnd; }
+
 protected:
     void xSetStateClosed() override;
     /// Closes what is open and takes over a non-blocking handle in the given state; last error 0, addresses read.
@@ -126,11 +141,14 @@ protected:
     /// As xAttach with handle and state of another socket, which is left closed and empty. Its addresses are taken over
     /// too: they need not be asked for again.
     void xAttachFrom(NetTCP& other);
+    /// What GetPeerEnd answers. A derived class that receives by itself sets it with each failed receive.
+    void xSetPeerEnd(PEER_END end) noexcept { m_peerEnd = end; }
 
 private:
     bool xAcceptHandle(std::uint32_t& handle);
 
     TCP_STATE m_state = TS_CLOSED;
+    PEER_END m_peerEnd = PE_NONE;
 };
 
 } // namespace kqlib

@@ -222,7 +222,11 @@ bool NetTCPSSL::Recv(unsigned char* buf, unsigned long& len)
         return NetTCP::Recv(buf, len);
     // Bytes that are decrypted already show nothing to read on the socket.
     const bool tryFirst = m_waitState != WS_WANTS_READ || SSL_pending(m_ssl) > 0;
-    const bool connected = xMoveWithin(tryFirst, len, [&] { return xReadOnce(buf, len); });
+    const bool wasConnected = IsConnected();
+    PEER_END end = PE_BROKEN_OFF; // so it is when waiting fails
+    const bool connected = xMoveWithin(tryFirst, len, [&] { return xReadOnce(buf, len, end); });
+    if (wasConnected && !connected)
+        xSetPeerEnd(end);
     xIncreaseIn(len);
     return connected;
 }
@@ -266,11 +270,22 @@ template <class ATTEMPT> bool NetTCPSSL::xMoveWithin(bool tryFirst, unsigned lon
     return false;
 }
 
-/// As xNoteOutcome.
-int NetTCPSSL::xReadOnce(unsigned char* buf, unsigned long len)
+/// As xNoteOutcome. end: of a failure only, how the peer ended.
+int NetTCPSSL::xReadOnce(unsigned char* buf, unsigned long len, PEER_END& end)
 {
     ERR_clear_error();
-    return xNoteOutcome(SSL_read(m_ssl, buf, ToInt(len)));
+    const int result = SSL_read(m_ssl, buf, ToInt(len));
+    if (result <= 0)
+        end = xFindPeerEnd(result);
+    return xNoteOutcome(result);
+}
+
+/// After a read that did not succeed. Half a record before the end of the connection is no farewell either.
+NetTCP::PEER_END NetTCPSSL::xFindPeerEnd(int result) const
+{
+    if (SSL_get_error(m_ssl, result) == SSL_ERROR_ZERO_RETURN)
+        return PE_IN_ORDER;
+    return BIO_eof(SSL_get_rbio(m_ssl)) == 1 ? PE_NO_FAREWELL : PE_BROKEN_OFF;
 }
 
 /// Writes record after record until all is written, TLS waits for the peer, or the limit of one call is reached. Each

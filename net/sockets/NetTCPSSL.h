@@ -99,7 +99,8 @@ private:
     bool xHandshake(int (*step)(ssl_st*));
     bool xIsStillUnderWay(int result);
     template <class ATTEMPT> bool xMoveWithin(bool tryFirst, unsigned long& len, const ATTEMPT& attempt);
-    int xReadOnce(unsigned char* buf, unsigned long len);
+    int xReadOnce(unsigned char* buf, unsigned long len, PEER_END& end);
+    PEER_END xFindPeerEnd(int result) const;
     int xWriteOnce(const unsigned char* data, unsigned long len);
     int xFinishBegunRecord(const unsigned char* data, unsigned long len);
     int xNoteOutcome(int result);

@@ -74,7 +74,8 @@ class Kqftpd:
                                 capture_output=True, check=True).stdout.strip()
         users = [{"name": USER, "password": stored, "home": self.home, "rights": "read,write,delete"},
                  {"name": ADMIN, "password": stored, "home": self.home, "rights": "read,write,delete,admin"}]
-        self.settings = {"listen": "127.0.0.1:0", "max_sessions": 1000, "log_folder": self.logs, "users": users}
+        self.settings = {"listen": "127.0.0.1:0", "max_sessions": 1000,
+                         "max_sessions_per_address": 0, "log_folder": self.logs, "users": users}
         self.settings.update(settings)
         self.process = None
         self.port = 0

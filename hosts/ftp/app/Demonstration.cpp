@@ -69,6 +69,7 @@ bool Demonstration::Make(const FilePath& folder, FtpSettings& settings, String& 
     user.SetRights("read,write,delete,admin");
     settings.SetUsers({user});
     settings.SetOfferTLS(true);
+    settings.SetMaxSessionsPerAddress(0); // on 127.0.0.1 all clients have the same one
     if (settings.GetStateFolder().empty())
         settings.SetStateFolder(FromStdPath(top / "state"));
     if (settings.GetLogFolder().empty())

@@ -60,6 +60,14 @@ protected:
 
     const std::string BLOCKED = "421 Too many failed log-ins from your address, come back later\r\n";
     const std::string DENIED = "421 Your address is not served\r\n";
+    /// Everything that a client hears from now on; empty when it is not closed in time.
+    static std::string WordsToTheEnd(FtpTestClient& client)
+    {
+        const std::string reply = client.ReadReply();
+        return client.GetSocket().WaitClosed() ? reply : "";
+    }
+
+    const std::string FULL = "421 The server is full, come back later\r\n";
     const std::string CROWDED = "421 Too many connections from your address\r\n";
 };
 
@@ -170,6 +178,126 @@ TEST_F(FtpServerGate, MaxSessionsPerAddress_Reached_RefusedUntilOneLeaves)
     EXPECT_EQ(first.Code("QUIT"), 221);
     EXPECT_TRUE(WaitFor([this] { return WordsTo(1) == "open"; }));
     EXPECT_EQ(second.Code("PWD"), 257);
+}
+
+TEST_F(FtpServerGate, MaxSessionsPerAddress_NotSet_TwentyOfOneAddress)
+{
+    Start();
+    std::list<FtpTestClient> clients(20);
+    for (FtpTestClient& client : clients)
+        ASSERT_TRUE(client.Connect(m_port));
+    EXPECT_EQ(WordsTo(1), CROWDED);
+    EXPECT_EQ(WordsTo(2), "open");
+}
+
+TEST_F(FtpServerGate, MaxSessions_AllLoggedIn_NextIsToldSo)
+{
+    m_settings.SetMaxSessions(2);
+    m_settings.SetReservedSessions(0);
+    Start();
+    FtpTestClient first = LogIn("reader");
+    FtpTestClient second = LogIn();
+    EXPECT_EQ(WordsTo(1), FULL);
+    EXPECT_EQ(WordsTo(2), FULL);
+    EXPECT_EQ(CountEvents("Connection Refused"), 2U);
+    EXPECT_EQ(first.Code("QUIT"), 221);
+    EXPECT_TRUE(WaitFor([this] { return WordsTo(1) == "open"; }));
+    EXPECT_EQ(second.Code("NOOP"), 200);
+}
+
+TEST_F(FtpServerGate, MaxSessions_SilentClientsHaveThemAll_TheOldestGivesItsPlaceUp)
+{
+    m_settings.SetMaxSessions(3);
+    m_settings.SetReservedSessions(0);
+    Start();
+    FtpTestClient inside = LogIn("reader");
+    FtpTestClient silent[2];
+    ASSERT_TRUE(silent[0].Connect(m_port));
+    ASSERT_TRUE(silent[1].Connect(m_port));
+    EXPECT_EQ(silent[0].Code("USER admin"), 331) << "that is no log-in yet";
+    FtpTestClient newcomer;
+    ASSERT_TRUE(newcomer.LogIn(m_port, "writer", "secret"));
+    EXPECT_EQ(WordsToTheEnd(silent[0]), "421 The server is full, and you have not logged in\n");
+    FtpTestClient another;
+    ASSERT_TRUE(another.LogIn(m_port, "writer", "secret"));
+    EXPECT_EQ(WordsToTheEnd(silent[1]), "421 The server is full, and you have not logged in\n");
+    EXPECT_EQ(WordsTo(1), FULL);
+    EXPECT_EQ(inside.Code("NOOP"), 200);
+    EXPECT_EQ(newcomer.Code("NOOP"), 200);
+    // Who goes back to the log-in is a stranger again.
+    EXPECT_EQ(inside.Code("USER reader"), 331);
+    EXPECT_EQ(WordsTo(1), "open");
+    EXPECT_EQ(WordsToTheEnd(inside), "421 The server is full, and you have not logged in\n");
+}
+
+TEST_F(FtpServerGate, ReservedSessions_Full_AdministratorsOnly)
+{
+    m_settings.SetMaxSessions(1);
+    m_settings.SetReservedSessions(1);
+    Start();
+    FtpTestClient inside = LogIn("reader");
+    FtpTestClient admin;
+    {
+        FtpTestClient guest;
+        ASSERT_TRUE(guest.Connect(m_port));
+        EXPECT_EQ(guest.Code("USER admin"), 331);
+        EXPECT_EQ(guest.Code("PASS wrong"), 530);
+        EXPECT_EQ(guest.Code("USER writer"), 331);
+        EXPECT_EQ(guest.Ask("PASS secret"), "421 The server is full, come back later\n");
+        EXPECT_TRUE(guest.GetSocket().WaitClosed());
+    }
+    ASSERT_TRUE(WaitFor([&] { return admin.LogIn(m_port, "admin", "secret"); }));
+    EXPECT_EQ(WordsTo(1), FULL);
+    EXPECT_EQ(admin.Code("NOOP"), 200);
+    EXPECT_EQ(inside.Code("NOOP"), 200);
+}
+
+TEST_F(FtpServerGate, ReservedSessions_PlaceFreeMeanwhile_GuestGetsIt)
+{
+    m_settings.SetMaxSessions(1);
+    m_settings.SetReservedSessions(1);
+    Start();
+    FtpTestClient inside = LogIn("reader");
+    FtpTestClient guest;
+    ASSERT_TRUE(guest.Connect(m_port));
+    EXPECT_EQ(guest.Code("USER writer"), 331);
+    EXPECT_EQ(inside.Code("QUIT"), 221);
+    ASSERT_TRUE(WaitFor([this] { return SessionCount() == 1; }));
+    EXPECT_EQ(guest.Code("PASS secret"), 230);
+    EXPECT_EQ(LogIn().Code("NOOP"), 200) << "the place that is kept is free again";
+}
+
+TEST_F(FtpServerGate, ReservedAddresses_Full_AnyAccountFromThere)
+{
+    m_settings.SetMaxSessions(1);
+    m_settings.SetReservedSessions(2);
+    m_settings.SetReservedAddresses(Rules({"+ip=127.0.0.9", "-ipmask=0.0.0.0/0.0.0.0"}));
+    Start();
+    FtpTestClient inside = LogIn("reader");
+    FtpTestClient favoured;
+    EXPECT_TRUE(favoured.LogIn(m_port, "writer", "secret", 9));
+    FtpTestClient other;
+    EXPECT_FALSE(other.LogIn(m_port, "writer", "secret"));
+    EXPECT_EQ(favoured.Code("NOOP"), 200);
+}
+
+TEST_F(FtpServerGate, LogInSecs_Passed_421WhateverTheClientSays)
+{
+    m_settings.SetLogInSecs(1);
+    Start();
+    FtpTestClient inside = LogIn();
+    FtpTestClient silent;
+    ASSERT_TRUE(silent.Connect(m_port));
+    EXPECT_EQ(WordsToTheEnd(silent), "421 Not logged in in time\n");
+    FtpTestClient busy;
+    ASSERT_TRUE(busy.Connect(m_port));
+    EXPECT_TRUE(WaitFor([&] { return busy.Code("NOOP") == 421; }));
+    FtpTestSocket dribbling;
+    ASSERT_TRUE(dribbling.Connect(m_port));
+    EXPECT_TRUE(WaitFor([&] { return !dribbling.Send("N") || dribbling.WaitClosed(10); }));
+    EXPECT_EQ(inside.Code("NOOP"), 200) << "who is in has the idle time";
+    EXPECT_EQ(inside.Code("USER admin"), 331);
+    EXPECT_EQ(WordsToTheEnd(inside), "421 Not logged in in time\n") << "and is a stranger again now";
 }
 
 TEST_F(FtpServerGate, Reload_NewRules_ForNewSessionsOnly)

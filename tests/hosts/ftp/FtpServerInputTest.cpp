@@ -93,6 +93,7 @@ TEST_F(FtpServerInput, Commands_ByteByByteAndPipelined_SameReplies)
 TEST_F(FtpServerInput, HangUp_AtEveryByteOfADialogue_ServerGoesOn)
 {
     WriteHomeFile("f", "content");
+    m_settings.SetMaxSessionsPerAddress(0);
     Start();
     const std::string dialogue = "USER admin\r\nPASS secret\r\nTYPE I\r\nEPSV\r\nRETR f\r\nSTOR g\r\nQUIT\r\n";
     for (std::size_t size = 0; size <= dialogue.size(); ++size) {

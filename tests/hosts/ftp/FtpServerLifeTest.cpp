@@ -73,6 +73,7 @@ TEST_F(FtpServerLife, Stop_ManySessionsAtWork_QuickAndEveryOneRecorded)
     constexpr unsigned COUNT = 200;
     WriteHomeFile("big", "");
     std::filesystem::resize_file(Home() / "big", std::uintmax_t{1} << 34);
+    m_settings.SetMaxSessionsPerAddress(0);
     Start();
     struct WORK
     {
@@ -125,20 +126,6 @@ TEST_F(FtpServerLife, Stop_WhileAnAdministratorLooks_NoDeadlock)
         }
         m_server.Stop();
     }
-}
-
-TEST_F(FtpServerLife, MaxSessions_Reached_NextWaits)
-{
-    m_settings.SetMaxSessions(1);
-    Start();
-    FtpTestClient first = LogIn();
-    FtpTestSocket second;
-    ASSERT_TRUE(second.Connect(m_port));
-    std::string greeting;
-    EXPECT_FALSE(second.Receive(greeting, 200));
-    EXPECT_EQ(first.Code("QUIT"), 221);
-    EXPECT_TRUE(second.Receive(greeting));
-    EXPECT_EQ(greeting.substr(0, 3), "220");
 }
 
 TEST_F(FtpServerLife, Reload_NewSettings_ForNewSessionsOnly)

@@ -47,6 +47,32 @@ protected:
         return peer.GetPeerName();
     }
 
+    /// Two uploads of "f", one ended with the farewell of TLS and one without.
+    void UploadWithAndWithoutFarewell(CLIENT& client, bool mustSayFarewell)
+    {
+        for (const bool saysFarewell : {true, false}) {
+            NetTCPSSL data(NetIP::LOOKUP_ANY);
+            HalfTLSPeer peer(HalfTLSPeer::CLIENT);
+            ASSERT_EQ(client.Begin(data, "STOR f", CLIENT::PASSIVE), 150);
+            ASSERT_TRUE(peer.HandshakeOver(data));
+            std::string wire = peer.Encrypt(Pattern(50000));
+            if (saysFarewell)
+                wire += peer.SayFarewell();
+            ASSERT_TRUE(HalfTLSPeer::sSendAll(data, wire));
+            if (saysFarewell) { // the answer comes although this end stays open
+                std::string answer;
+                while (CLIENT::sReceive(data, answer)) {
+                }
+                peer.Take(answer);
+                static_cast<void>(peer.Decrypt());
+                EXPECT_TRUE(peer.HasFarewell());
+            }
+            data.ShutdownAndClose();
+            EXPECT_EQ(client.ReadCode(), saysFarewell || !mustSayFarewell ? 226 : 426) << saysFarewell;
+            EXPECT_TRUE(ReadHomeFile("f") == Pattern(50000)) << saysFarewell;
+        }
+    }
+
     std::uint16_t m_tlsPort = 0;
 };
 
@@ -225,34 +251,34 @@ TEST_F(FtpServerTLS, ProtectedData_ReallyIsTLS_AndEndsWithAFarewell)
     }
 }
 
-TEST_F(FtpServerTLS, Upload_EndsWithOrWithoutFarewell_IsWhole)
+TEST_F(FtpServerTLS, Upload_EndsWithOrWithoutFarewell_WholeAsTheSettingsSay)
 {
+    for (const bool mustSayFarewell : {true, false}) {
+        m_settings.SetRequireTLSFarewell(mustSayFarewell);
+        Start();
+        CLIENT client;
+        ASSERT_TRUE(client.LogIn(m_port));
+        ASSERT_TRUE(client.Protect());
+        EXPECT_EQ(client.Code("TYPE I"), 200);
+        UploadWithAndWithoutFarewell(client, mustSayFarewell);
+    }
+}
+
+TEST_F(FtpServerTLS, Upload_ResetOverTLS_426WhateverTheSettingsSay)
+{
+    m_settings.SetRequireTLSFarewell(false);
     Start();
     CLIENT client;
     ASSERT_TRUE(client.LogIn(m_port));
     ASSERT_TRUE(client.Protect());
-    EXPECT_EQ(client.Code("TYPE I"), 200);
-    for (const bool saysFarewell : {true, false}) {
-        NetTCPSSL data(NetIP::LOOKUP_ANY);
-        HalfTLSPeer peer(HalfTLSPeer::CLIENT);
-        ASSERT_EQ(client.Begin(data, "STOR f", CLIENT::PASSIVE), 150);
-        ASSERT_TRUE(peer.HandshakeOver(data));
-        std::string wire = peer.Encrypt(Pattern(50000));
-        if (saysFarewell)
-            wire += peer.SayFarewell();
-        ASSERT_TRUE(HalfTLSPeer::sSendAll(data, wire));
-        if (saysFarewell) { // the answer comes although this end stays open
-            std::string answer;
-            while (CLIENT::sReceive(data, answer)) {
-            }
-            peer.Take(answer);
-            static_cast<void>(peer.Decrypt());
-            EXPECT_TRUE(peer.HasFarewell());
-        }
-        data.ShutdownAndClose();
-        EXPECT_EQ(client.ReadCode(), 226) << saysFarewell;
-        EXPECT_TRUE(ReadHomeFile("f") == Pattern(50000)) << saysFarewell;
-    }
+    NetTCPSSL data(NetIP::LOOKUP_ANY);
+    ASSERT_EQ(client.Begin(data, "STOR f", CLIENT::PASSIVE), 150);
+    ASSERT_TRUE(data.SSLConnect());
+    ASSERT_TRUE(CLIENT::sSend(data, "half of it"));
+    ASSERT_TRUE(WaitFor([this] { return ReadHomeFile("f") == "half of it"; }));
+    platform::AbortSocket(data.Detach());
+    EXPECT_EQ(client.ReadCode(), 426);
+    EXPECT_TRUE(HasEvent("File Upload Fail"));
 }
 
 TEST_F(FtpServerTLS, ClearData_OverSecuredControl_Works)

@@ -281,11 +281,11 @@ protected:
         EXPECT_LT(index, live.GetCount());
         return std::to_string(live.GetStatus(index).GetStatus().GetSessionID().GetSession());
     }
-    void StartUpload(FtpTestClient& client, FtpTestSocket& data)
+    void StartUpload(FtpTestClient& client, FtpTestSocket& data, const char* type = "TYPE I")
     {
         Start();
         client = LogIn();
-        EXPECT_EQ(client.Code("TYPE I"), 200);
+        EXPECT_EQ(client.Code(type), 200);
         ASSERT_TRUE(client.OpenPassive(data));
         ASSERT_EQ(client.Code("STOR f"), 150);
         ASSERT_TRUE(data.Send("received"));
@@ -487,6 +487,29 @@ TEST_F(FtpServerRunning, DataConnectionHangsUp_426)
     data.Close();
     EXPECT_EQ(client.ReadCode(), 426);
     EXPECT_EQ(client.Code("NOOP"), 200);
+}
+
+TEST_F(FtpServerRunning, DataConnectionReset_UploadIs426AndRecordedAsFailure)
+{
+    for (const char* type : {"TYPE I", "TYPE A"}) {
+        FtpTestClient client;
+        FtpTestSocket data;
+        StartUpload(client, data, type);
+        data.Reset();
+        EXPECT_EQ(client.ReadReply(), "426 The data connection was lost\n") << type;
+        EXPECT_EQ(ReadHomeFile("f"), "received") << "what came stays, to be resumed";
+        EXPECT_TRUE(HasEvent("File Upload Fail"));
+        EXPECT_FALSE(HasEvent("File Upload Success"));
+        ASSERT_TRUE(client.OpenPassive(data));
+        ASSERT_EQ(client.Code("APPE f"), 150);
+        data.Reset();
+        EXPECT_EQ(client.ReadCode(), 426) << "not a byte came";
+        EXPECT_EQ(ReadHomeFile("f"), "received");
+        EXPECT_TRUE(HasEvent("File Append Fail"));
+        client.Close();
+        m_server.Stop();
+        fs::remove(Home() / "f");
+    }
 }
 
 TEST_F(FtpServerRunning, NothingMoves_426AfterTheStallTime)

@@ -42,6 +42,7 @@ TEST(FtpSettings, ReadJson_OnlyAnAccount_RestIsDefault)
     EXPECT_EQ(settings.GetConnectSecs(), 30U);
     EXPECT_EQ(settings.GetLoginAttempts(), 3U);
     EXPECT_EQ(settings.GetBlockTimeMs(), 2U);
+    EXPECT_TRUE(settings.GetRequireTLSFarewell());
     EXPECT_TRUE(settings.GetLogFolder().empty());
     ASSERT_EQ(settings.GetUsers().size(), 1U);
     EXPECT_EQ(settings.GetUsers()[0].GetRights(), "read");
@@ -56,7 +57,8 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
         "stall_timeout_secs": 12, "connect_timeout_secs": 13, "login_attempts": 4, "block_time_ms": 100,
         "greeting": "Hello", "log_folder": "/var/log/x", "log_debug": true,
         "update_host": "updates.example", "update_port": 8080, "update_path": "/v.txt",
-        "listen_tls": "127.0.0.1:990, 991", "offer_tls": true, "require_tls": true, "tls_certificate": "/etc/x.crt",
+        "listen_tls": "127.0.0.1:990, 991", "offer_tls": true, "require_tls": true, "require_tls_farewell": false,
+        "tls_certificate": "/etc/x.crt",
         "tls_key": "/etc/x.key", "state_folder": "/var/lib/x")"),
                                   error))
         << error.c_str();
@@ -85,6 +87,7 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
     EXPECT_FALSE(settings.IsTLSPort(21));
     EXPECT_TRUE(settings.GetOfferTLS());
     EXPECT_TRUE(settings.GetRequireTLS());
+    EXPECT_FALSE(settings.GetRequireTLSFarewell());
     EXPECT_EQ(settings.GetTLSCertificate().GetText(), "/etc/x.crt");
     EXPECT_EQ(settings.GetTLSKey().GetText(), "/etc/x.key");
     EXPECT_EQ(settings.GetStateFolder().GetText(), "/var/lib/x");
@@ -166,6 +169,10 @@ TEST(FtpSettings, ReadJson_BadValues_NamedInTheError)
         {", \"passive_ports\": \"1-2x\"", "passive_ports:"},
         {", \"external_address\": \"host.example\"", "external_address:"},
         {", \"external_address\": \"::1\"", "external_address:"},
+        {", \"login_timeout_secs\": 0", "login_timeout_secs:"},
+        {", \"login_timeout_secs\": 86401", "login_timeout_secs:"},
+        {", \"reserved_sessions\": 1001", "reserved_sessions:"},
+        {", \"reserved_addresses\": [\"+iprange=10.0.0.2-10.0.0.1\"]", "reserved_addresses:"},
         {", \"idle_timeout_secs\": 0", "idle_timeout_secs:"},
         {", \"idle_timeout_secs\": 86401", "idle_timeout_secs:"},
         {", \"stall_timeout_secs\": 0", "stall_timeout_secs:"},
@@ -228,11 +235,15 @@ TEST(FtpSettings, ReadJson_AddressControl_TakenOver)
     EXPECT_EQ(settings.GetHammerAttempts(), 5U);
     EXPECT_EQ(settings.GetHammerWindowSecs(), 300U);
     EXPECT_EQ(settings.GetHammerBlockSecs(), 1800U);
-    EXPECT_EQ(settings.GetMaxSessionsPerAddress(), 0U);
+    EXPECT_EQ(settings.GetMaxSessionsPerAddress(), 20U);
+    EXPECT_EQ(settings.GetReservedSessions(), 5U);
+    EXPECT_EQ(settings.GetReservedAddresses().GetCount(), 0U);
+    EXPECT_EQ(settings.GetLogInSecs(), 60U);
     String error;
     ASSERT_TRUE(settings.ReadJson(WithGuest(R"(, "connection_rules": ["+islocal", "-ipmask=0.0.0.0/0.0.0.0"],
         "hammer_attempts": 0, "hammer_window_secs": 60, "hammer_block_secs": 4294967295,
-        "hammer_exemptions": ["+RHOST=*.lan"], "max_sessions_per_address": 3)"),
+        "hammer_exemptions": ["+RHOST=*.lan"], "max_sessions_per_address": 3, "reserved_sessions": 6,
+        "reserved_addresses": ["+ip=1.2.3.4"], "login_timeout_secs": 7)"),
                                   error))
         << error.c_str();
     ASSERT_EQ(settings.GetConnectionRules().GetCount(), 2U);
@@ -243,6 +254,10 @@ TEST(FtpSettings, ReadJson_AddressControl_TakenOver)
     EXPECT_EQ(settings.GetHammerWindowSecs(), 60U);
     EXPECT_EQ(settings.GetHammerBlockSecs(), 4294967295U);
     EXPECT_EQ(settings.GetMaxSessionsPerAddress(), 3U);
+    EXPECT_EQ(settings.GetReservedSessions(), 6U);
+    ASSERT_EQ(settings.GetReservedAddresses().GetCount(), 1U);
+    EXPECT_EQ(settings.GetReservedAddresses().Get(0).GetAsString(), "+ip=1.2.3.4");
+    EXPECT_EQ(settings.GetLogInSecs(), 7U);
     FtpSettings copy;
     SettingsTransportSet set;
     ASSERT_TRUE(settings.WriteTo(set));
@@ -283,7 +298,7 @@ TEST(FtpSettings, WriteToAndReadFrom_EveryField_Same)
     FtpSettings settings;
     String error;
     ASSERT_TRUE(settings.ReadJson(WithGuest(R"(, "listen": "1.2.3.4:5", "max_sessions": 4294967295,
-        "greeting": "x", "log_debug": true, "block_time_ms": 9)"),
+        "greeting": "x", "log_debug": true, "block_time_ms": 9, "require_tls_farewell": false)"),
                                   error));
     SettingsTransportSet set;
     ASSERT_TRUE(settings.WriteTo(set));

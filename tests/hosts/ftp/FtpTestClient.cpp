@@ -82,6 +82,12 @@ void FtpTestSocket::Close()
     m_isEnded = false;
 }
 
+void FtpTestSocket::Reset()
+{
+    platform::AbortSocket(std::exchange(m_handle, platform::INVALID_SOCKET_HANDLE));
+    m_isEnded = false;
+}
+
 bool FtpTestSocket::Send(const std::string& bytes, unsigned ms)
 {
     const auto deadline = CLOCK::now() + std::chrono::milliseconds(ms);
@@ -142,15 +148,16 @@ bool FtpTestSocket::WaitClosed(unsigned ms)
     return m_isEnded;
 }
 
-bool FtpTestClient::Connect(std::uint16_t port)
+bool FtpTestClient::Connect(std::uint16_t port, unsigned char lastByte)
 {
     m_received.clear();
-    return m_socket.Connect(port) && ReadCode() == 220;
+    return m_socket.Connect(port, lastByte) && ReadCode() == 220;
 }
 
-bool FtpTestClient::LogIn(std::uint16_t port, const std::string& user, const std::string& password)
+bool FtpTestClient::LogIn(std::uint16_t port, const std::string& user, const std::string& password,
+                          unsigned char lastByte)
 {
-    return Connect(port) && Code("USER " + user) == 331 && Code("PASS " + password) == 230;
+    return Connect(port, lastByte) && Code("USER " + user) == 331 && Code("PASS " + password) == 230;
 }
 
 std::string FtpTestClient::ReadReply(unsigned ms)

@@ -25,6 +25,8 @@ public:
     /// Takes the connection that waits as this socket.
     bool Accept(unsigned ms = waitForMs);
     void Close();
+    /// Breaks the connection off: the other end sees a reset.
+    void Reset();
     bool IsOpen() const { return m_handle != platform::INVALID_SOCKET_HANDLE; }
 
     bool Send(const std::string& bytes, unsigned ms = waitForMs);
@@ -47,10 +49,10 @@ private:
 class FtpTestClient
 {
 public:
-    /// Connects and reads the greeting.
-    bool Connect(std::uint16_t port);
+    /// Connects from the address 127.0.0.lastByte and reads the greeting.
+    bool Connect(std::uint16_t port, unsigned char lastByte = 1);
     /// Connects, and logs in. False: no 230.
-    bool LogIn(std::uint16_t port, const std::string& user, const std::string& password);
+    bool LogIn(std::uint16_t port, const std::string& user, const std::string& password, unsigned char lastByte = 1);
 
     void Send(const std::string& bytes) { m_socket.Send(bytes); }
     /// The next whole reply, its lines ending in "\n"; empty: none came.

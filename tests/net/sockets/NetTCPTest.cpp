@@ -444,6 +444,59 @@ TEST_F(NetTCPTest, Recv_PeerReset_Error48AndClosed)
     ExpectClosed(client, 48);
 }
 
+TEST_F(NetTCPTest, GetPeerEnd_EachWayOfEnding_ToldAndGoneWithTheNextConnection)
+{
+    Connect();
+    EXPECT_EQ(client.GetPeerEnd(), NetTCP::PE_NONE);
+    char byte;
+    unsigned long len = 1;
+    EXPECT_TRUE(client.Recv(&byte, len)); // nothing there
+    EXPECT_EQ(client.GetPeerEnd(), NetTCP::PE_NONE);
+    ASSERT_TRUE(SendAll(*server, "bye"));
+    server->Close();
+    EXPECT_EQ(Receive(client, 4), "bye");
+    EXPECT_EQ(client.GetPeerEnd(), NetTCP::PE_IN_ORDER);
+    EXPECT_FALSE(client.Recv(&byte, len)); // a receive that is none changes nothing
+    EXPECT_EQ(client.GetPeerEnd(), NetTCP::PE_IN_ORDER);
+    Connect();
+    EXPECT_EQ(client.GetPeerEnd(), NetTCP::PE_NONE);
+    EXPECT_EQ(server->GetPeerEnd(), NetTCP::PE_NONE);
+    platform::AbortSocket(server->Detach());
+    EXPECT_TRUE(ReceiveEnd(client));
+    EXPECT_EQ(client.GetPeerEnd(), NetTCP::PE_BROKEN_OFF);
+    TestTCP other;
+    Connect();
+    other.xAttach(server->Detach(), NetTCP::TS_CONNECTED);
+    EXPECT_EQ(other.GetPeerEnd(), NetTCP::PE_NONE);
+    client.Close();
+    EXPECT_EQ(client.GetPeerEnd(), NetTCP::PE_NONE); // this end closed it
+    EXPECT_TRUE(ReceiveEnd(other));
+    EXPECT_EQ(other.GetPeerEnd(), NetTCP::PE_IN_ORDER);
+}
+
+TEST_F(NetTCPTest, GetPeerEnd_ResetBehindBytes_BytesFirstThenBrokenOff)
+{
+    Connect();
+    ASSERT_TRUE(SendAll(*server, "half"));
+    EXPECT_EQ(Receive(client, 4), "half");
+    platform::AbortSocket(server->Detach());
+    EXPECT_TRUE(ReceiveEnd(client));
+    EXPECT_EQ(client.GetPeerEnd(), NetTCP::PE_BROKEN_OFF);
+}
+
+TEST_F(NetTCPTest, GetPeerEnd_HandleGone_BrokenOff)
+{
+    for (const unsigned long blockTime : {0UL, 5UL}) {
+        Connect();
+        platform::CloseSocket(client.xGetHandle());
+        client.SetBlockTime(blockTime);
+        char byte;
+        unsigned long len = 1;
+        EXPECT_FALSE(client.Recv(&byte, len));
+        EXPECT_EQ(client.GetPeerEnd(), NetTCP::PE_BROKEN_OFF);
+    }
+}
+
 TEST_F(NetTCPTest, Send_PeerReset_Error48AndTheProcessLives)
 {
     Connect();

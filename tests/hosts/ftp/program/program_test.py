@@ -3,6 +3,7 @@
 usage: program_test.py KQFTPD [EMULATOR]
   EMULATOR  runs a KQFTPD made for Windows; it sees the working folder
 """
+import contextlib
 import ftplib
 import io
 import json
@@ -117,6 +118,16 @@ class ProgramTest(unittest.TestCase):
             self.assertLess(seconds, STOP_LIMIT)
             for connection in uploads:
                 connection.close()
+
+    def test_silent_clients_of_many_addresses_lock_nobody_out(self):
+        path = self.write_settings(max_sessions=40)
+        with Server("--settings", path) as server, contextlib.ExitStack() as silent:
+            for number in range(120):  # 15 of each address, and a few that would not fit from one more
+                origin = ("127.0.0.%d" % (2 + number // 15), 0)
+                silent.enter_context(socket.create_connection(("127.0.0.1", server.port), 5, origin))
+            for _ in range(3):
+                server.client("ann", "secret").voidcmd("NOOP")
+            self.assertEqual(server.stop()[0], 0)
 
     @needs_reload
     def test_settings_file_is_served_and_read_again(self):

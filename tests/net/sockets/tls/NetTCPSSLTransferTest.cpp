@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <vector>
 
 namespace kqlib::test {
@@ -206,6 +207,50 @@ TEST_F(NetTCPSSLTransfer, Recv_PeerClosesInsideARecord_48)
     m_client.ShutdownAndClose();
     EXPECT_EQ(Receive(m_server, std::string::npos), "");
     ExpectClosed(m_server, NetSocket::ERR_IO);
+}
+
+TEST_F(NetTCPSSLTransfer, GetPeerEnd_EachWayOfEnding_Told)
+{
+    struct WAY
+    {
+        const char* name;
+        std::function<void(HalfTLSPeer&)> end;
+        NetTCP::PEER_END expected;
+    };
+    const WAY ways[] = {
+        {"farewell, and open",
+         [this](HalfTLSPeer& peer) { EXPECT_TRUE(SendAll(m_client, peer.Encrypt("x") + peer.SayFarewell())); },
+         NetTCP::PE_IN_ORDER},
+        {"farewell and reset",
+         [this](HalfTLSPeer& peer) {
+             EXPECT_TRUE(SendAll(m_client, peer.SayFarewell()));
+             EXPECT_TRUE(ReceiveEnd(m_server)); // the answer to it may then find nobody
+             platform::AbortSocket(m_client.Detach());
+         },
+         NetTCP::PE_IN_ORDER},
+        {"end below TLS", [this](HalfTLSPeer&) { m_client.Close(); }, NetTCP::PE_NO_FAREWELL},
+        {"end inside a record",
+         [this](HalfTLSPeer& peer) {
+             EXPECT_TRUE(SendAll(m_client, peer.Encrypt("cut short").substr(0, 12)));
+             m_client.Close();
+         },
+         NetTCP::PE_NO_FAREWELL},
+        {"reset", [this](HalfTLSPeer&) { platform::AbortSocket(m_client.Detach()); }, NetTCP::PE_BROKEN_OFF},
+        {"no TLS at all", [this](HalfTLSPeer&) { EXPECT_TRUE(SendAll(m_client, "QUIT\r\n")); }, NetTCP::PE_BROKEN_OFF},
+    };
+    for (const unsigned long blockTime : {0UL, 5UL}) {
+        for (const WAY& way : ways) {
+            Connect();
+            m_server.SetBlockTime(blockTime);
+            HalfTLSPeer peer(HalfTLSPeer::CLIENT);
+            SecureWith(peer);
+            EXPECT_EQ(m_server.GetPeerEnd(), NetTCP::PE_NONE) << way.name;
+            way.end(peer);
+            Receive(m_server, std::string::npos);
+            EXPECT_EQ(m_server.GetPeerEnd(), way.expected) << way.name << ", block time " << blockTime;
+            m_client.Close();
+        }
+    }
 }
 
 TEST_F(NetTCPSSLTransfer, Recv_DamagedRecord_48)
