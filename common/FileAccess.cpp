@@ -1,5 +1,7 @@
 #include "common/FileAccess.h"
 
+#include "platform/Files.h"
+
 namespace kqlib {
 
 namespace {

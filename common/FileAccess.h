@@ -2,7 +2,8 @@
 #pragma once
 
 #include "common/FilePath.h"
-#include "platform/Files.h"
+#include "platform/Export.h"
+#include "platform/FileHandle.h"
 
 namespace kqlib {
 

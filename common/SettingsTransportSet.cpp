@@ -2,6 +2,7 @@
 
 #include "common/FileAccess.h"
 #include "common/SettingsTransferable.h"
+#include "platform/Files.h"
 
 #include <algorithm>
 #include <iterator>

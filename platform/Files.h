@@ -1,17 +1,15 @@
 // File operations that the standard library lacks or does differently on each system. Paths are 8-bit texts
 // (UTF-8 on every system); the separator of the system, or "/" everywhere.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"
+#include "platform/FileHandle.h"
 
 #include <cstddef>
 #include <cstdint>
 
 namespace kqlib::platform {
-
-/// An open file. Not inherited by child processes.
-using FileHandle = std::intptr_t;
-inline constexpr FileHandle INVALID_FILE_HANDLE = -1;
 
 enum class FileMode : std::uint8_t
 {

@@ -3,6 +3,7 @@
 // Two sources are read one after the other. The first is a name service that lists servers by itself; the second is the
 // system's settings, as texts that may each hold several servers. What the caller makes of the texts (separators,
 // repeats) is its own affair; nothing is interpreted here beyond finding them.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"

@@ -1,4 +1,5 @@
 // What the standard library does not say about threads: the system's thread id and a per-thread random generator.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"
