@@ -2,15 +2,18 @@
 
 usage: mutation_test.py
 """
+import os
 import pathlib
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 TREE = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(TREE / "scripts" / "mutation"))
 sys.dont_write_bytecode = True
+import confined  # noqa: E402
 import copy_tree  # noqa: E402
 import mutator  # noqa: E402
 import reach  # noqa: E402
@@ -193,6 +196,99 @@ F():
             addresses = {0: 0x1006, 1: 0x1015, 2: 0x1020}
             self.assertEqual(reach.read_notes(notes, addresses), 0b101)
             self.assertEqual(reach.read_notes(notes.with_name("none"), addresses), 0)
+
+
+class ScriptedSuite:
+    """Tests that end as a list says: of each start the exit code and the output."""
+
+    def __init__(self, cases, *ends):
+        self.cases, self.ends, self.started = cases, list(ends), []
+
+    def that_reach(self, _mutant):
+        return self.cases
+
+    def run(self, command, _folder, environment, seconds):
+        assert environment["LD_LIBRARY_PATH"] == "/mutant"
+        self.started.append((command[1:], seconds))
+        return self.ends.pop(0)
+
+
+class ScriptedMaker:
+    folder = "/mutant"
+
+
+class Judging(unittest.TestCase):
+    MUTANT = mutator.find_mutants("net/dns/a.cpp", "void W()\n{\n    x = y;\n}\n")[0]
+    FAILED_B = (1, "[ RUN      ] A.b\n[  FAILED  ] A.b (3 ms)\n[  FAILED  ] 1 test, listed below:\n")
+    PASSED = (0, "")
+
+    def judge(self, *ends, seconds=0.1, budget=60):
+        suite = ScriptedSuite([case("A.a", seconds), case("A.b", seconds)] if ends else [], *ends)
+        verdict = worker.JUDGE(suite, ScriptedMaker, budget).judge(self.MUTANT)
+        self.assertEqual(suite.ends, [])
+        self.started = suite.started
+        return verdict
+
+    def test_NothingReachesIt(self):
+        self.assertEqual(self.judge(), ("no test reaches it", ""))
+
+    def test_AllPass_Survived(self):
+        self.assertEqual(self.judge(self.PASSED), ("survived", "2 of 2 tests that reach it ran"))
+        self.assertEqual(self.started[0][0][0], "--gtest_filter=A.a:A.b")
+
+    def test_FailsTwice_KilledByThatTest(self):
+        self.assertEqual(self.judge(self.FAILED_B, self.FAILED_B), ("killed", "kqtest_net_dns.A.b"))
+        self.assertEqual(self.started[1][0], ["--gtest_filter=A.b"])
+
+    def test_FailsByChance_TheOthersDecide(self):
+        self.assertEqual(self.judge(self.FAILED_B, self.PASSED, self.PASSED, self.PASSED)[0], "survived")
+        self.assertEqual(self.started[-1][0], ["--gtest_filter=A.a"])
+
+    def test_TimeLimit_Killed(self):
+        self.assertEqual(self.judge((None, "")), ("killed", "kqtest_net_dns.A.a and others, by the time limit"))
+        self.assertEqual(self.started[0][1], 21)
+
+    def test_Signal_KilledByTheTestThatRan(self):
+        self.assertEqual(self.judge((139, "[ RUN      ] A.a\n[       OK ] A.a\n[ RUN      ] A.b\n")),
+                         ("killed", "A.b, by a signal"))
+
+    def test_BudgetUsedUp_NoFurtherTest(self):
+        self.assertEqual(self.judge(self.PASSED, seconds=5, budget=4), ("survived", "1 of 2 tests that reach it ran"))
+
+
+class Confined(unittest.TestCase):
+    """Runs that must do no harm. Left out where no namespaces can be had."""
+
+    def setUp(self):
+        if confined.run(["true"], "/", [], {}, 20)[0] != 0:
+            if os.environ.get("CI", "") not in ("", "0", "false"):
+                self.fail("missing, though CI is set: namespaces")
+            self.skipTest("no namespaces can be made here")
+
+    def test_Run_CodeAndOutput(self):
+        self.assertEqual(confined.run(["sh", "-c", "echo $A; exit 3"], "/", [], {"A": "told"}, 20), (3, "told\n"))
+
+    def test_Run_OnlyTheFolderGivenCanBeWritten(self):
+        with tempfile.TemporaryDirectory(dir=os.getcwd()) as folder:
+            os.mkdir(folder + "/in")
+            run = confined.run(["sh", "-c", "touch in/a; touch b; touch /tmp/c"], folder, [folder + "/in"], {}, 20)
+            self.assertEqual(run[0], 0)
+            self.assertEqual([os.listdir(folder), os.listdir(folder + "/in")], [["in"], ["a"]])
+
+    def test_Run_TimeIsOver_NothingIsLeft(self):
+        mark = f"KQ_MUTANTS_TEST={os.getpid()}"
+        command = ["sh", "-c", "(setsid sleep 1000 &) ; sleep 1000"]
+        self.assertIsNone(confined.run(command, "/", [], dict([mark.split("=")]), 1)[0])
+        deadline = time.monotonic() + 20
+        while any(mark.encode() in self.environment(pid) for pid in os.listdir("/proc") if pid.isdigit()):
+            self.assertLess(time.monotonic(), deadline)
+
+    @staticmethod
+    def environment(pid):
+        try:
+            return pathlib.Path(f"/proc/{pid}/environ").read_bytes()
+        except OSError:
+            return b""
 
 
 def case(name, seconds, program="kqtest_net_dns", filtered=True):
