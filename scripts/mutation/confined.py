@@ -3,10 +3,10 @@ import os
 import resource
 import signal
 import subprocess
-import tempfile
+import threading
 
 LARGEST_MEMORY = 8 << 30
-LARGEST_FILE = 2 << 30
+LARGEST_FILE = 64 << 30  # with holes: /tmp holds 1 GB
 TAIL = 65536  # bytes of output that are kept
 
 # Everything is for reading alone but the folders given, /tmp is empty and in memory, the network is a loopback alone, and
@@ -39,21 +39,35 @@ def run(command, folder, writable, environment, seconds):
         namespaces.append("--map-root-user")
     settings = dict(os.environ, **environment, KQ_MUTANTS_WRITABLE=" ".join(map(str, writable)),
                     KQ_MUTANTS_FOLDER=str(folder), TMPDIR="/tmp")
-    with tempfile.TemporaryFile() as output:
-        process = subprocess.Popen([*namespaces, "sh", "-c", SETUP, "sh", *command], env=settings,
-                                   stdin=subprocess.DEVNULL, stdout=output, stderr=output, start_new_session=True,
-                                   preexec_fn=_limit)
-        try:
-            code = process.wait(timeout=seconds)
-        except subprocess.TimeoutExpired:
-            code = None
-        except BaseException:
-            os.killpg(process.pid, signal.SIGKILL)
-            process.wait()
-            raise
+    process = subprocess.Popen([*namespaces, "sh", "-c", SETUP, "sh", *command], env=settings, stdin=subprocess.DEVNULL,
+                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True,
+                               preexec_fn=_limit)
+    output = OUTPUT(process.stdout)
+    code = None
+    try:
+        code = process.wait(timeout=seconds)
+    except subprocess.TimeoutExpired:
+        pass
+    finally:
         if code is None:
             os.killpg(process.pid, signal.SIGKILL)
             process.wait()
-        size = output.seek(0, os.SEEK_END)
-        output.seek(max(0, size - TAIL))
-        return code, output.read().decode(errors="replace")
+    return code, output.tail()
+
+
+class OUTPUT(threading.Thread):
+    """Reads what a program prints until nobody is left who could, and keeps the end."""
+
+    def __init__(self, pipe):
+        super().__init__(daemon=True)
+        self.pipe, self.kept = pipe, b""
+        self.start()
+
+    def run(self):
+        while piece := self.pipe.read1(TAIL):
+            self.kept = (self.kept + piece)[-TAIL:]
+        self.pipe.close()
+
+    def tail(self):
+        self.join()
+        return self.kept.decode(errors="replace")

@@ -157,7 +157,7 @@ class SUITE:
             if stored["state"] == state:
                 known = stored["cases"]
         tests = list(self._list())
-        missing = [test for test in tests if test[0] not in known]
+        missing = [test for test in tests if test[0] not in known or not known[test[0]][0]]  # one may fail by chance
         if missing:
             say(f"== noting which places {len(missing)} of {len(tests)} tests reach")
         begin = written = time.monotonic()
