@@ -22,19 +22,13 @@ function(kq_install_program target)
     install(TARGETS ${target} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
 endfunction()
 
-# Headers keep their folders: users write #include "net/sockets/NetTCP.h", as the library itself does. One that includes
-# another package's header is private and stays here. KQNET_PUBLIC_HEADERS: their paths from the root of the tree.
-file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}"
-     "${PROJECT_SOURCE_DIR}/common/*.h" "${PROJECT_SOURCE_DIR}/net/*.h")
-file(GLOB platform_headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/platform/*.h")
-foreach(header IN LISTS headers platform_headers)
-    file(STRINGS "${PROJECT_SOURCE_DIR}/${header}" foreign REGEX "^#include <(openssl|nlohmann)/|^#include <sqlite3")
-    if(NOT foreign)
-        get_filename_component(folder "${header}" DIRECTORY)
-        install(FILES "${PROJECT_SOURCE_DIR}/${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kqnet/${folder}"
-                COMPONENT development)
-        list(APPEND KQNET_PUBLIC_HEADERS "${header}")
-    endif()
+# Headers keep their folders: users write #include "net/sockets/NetTCP.h", as the library itself does.
+include(KqnetHeaders)
+kq_public_headers(KQNET_PUBLIC_HEADERS "${PROJECT_SOURCE_DIR}")
+foreach(header IN LISTS KQNET_PUBLIC_HEADERS)
+    get_filename_component(folder "${header}" DIRECTORY)
+    install(FILES "${PROJECT_SOURCE_DIR}/${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kqnet/${folder}"
+            COMPONENT development)
 endforeach()
 
 configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/kqnetConfig.cmake.in"

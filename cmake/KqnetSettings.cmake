@@ -53,6 +53,18 @@ if(KQNET_COVERAGE)
     target_link_options(kqnet_settings INTERFACE --coverage)
 endif()
 
+# kq_note_reach(LIBRARY TARGET…): with KQNET_REACH, the library notes which places of the targets' sources run.
+function(kq_note_reach library)
+    if(KQNET_REACH)
+        add_library(${library}_reach OBJECT "${PROJECT_SOURCE_DIR}/scripts/mutation/ReachMap.c")
+        target_compile_definitions(${library}_reach PRIVATE _GNU_SOURCE "KQNET_REACH_NAME=\"${library}\"")
+        target_sources(${library} PRIVATE $<TARGET_OBJECTS:${library}_reach>)
+        foreach(target IN LISTS ARGN)
+            target_compile_options(${target} PRIVATE -fsanitize-coverage=trace-pc)
+        endforeach()
+    endif()
+endfunction()
+
 # Adds the sources of the calling folder to a target. A .cpp file of the folder that is not listed stops the
 # configuration, so that nothing is left out of the build unseen.
 function(kq_sources target)

@@ -1,4 +1,4 @@
-// Numbers in stored records: little-endian bytes at any address, aligned or not.
+// Numbers in stored records: little-endian bytes at any address, aligned or not. Inside the library only.
 #pragma once
 
 #include <cstddef>

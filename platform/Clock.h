@@ -1,4 +1,5 @@
 // Clocks and pauses of the system: the 32-bit millisecond tick, calendar time, sleeping.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"

@@ -1,5 +1,6 @@
 // File operations that the standard library lacks or does differently on each system. Paths are 8-bit texts
 // (UTF-8 on every system); the separator of the system, or "/" everywhere.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"

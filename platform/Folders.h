@@ -8,6 +8,7 @@
 // link itself" does not follow a link in the last place.
 //
 // A root and its readers are used by one thread at a time; different roots need no lock.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"

@@ -1,4 +1,5 @@
 // A snapshot of the machine's state, to be mixed into a random generator. Not a source of secrets by itself.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"

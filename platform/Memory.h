@@ -1,4 +1,5 @@
 // How the process handles its memory.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"

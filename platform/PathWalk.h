@@ -1,5 +1,6 @@
 // The walk along a path from one open folder to the next: what both halves of the platform do alike. Private to the
 // platform sources.
+// Inside the library only.
 #pragma once
 
 #include "platform/Folders.h"

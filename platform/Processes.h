@@ -1,4 +1,5 @@
 // Starting another program or document.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"

@@ -2,6 +2,7 @@
 //
 // Two sources are read one after the other. The first is a name service that lists servers by itself; the second is the
 // system's settings. Both give one server at a time, as a text; repeats are the caller's affair.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"

@@ -1,4 +1,5 @@
 // Being asked to stop or to read the settings again, from outside the process.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"

@@ -3,6 +3,7 @@
 // A handle is the system's socket number kept in an unsigned 32-bit value; INVALID_SOCKET_HANDLE (all bits set) means
 // none. Every socket made here is non-blocking, is not inherited by child processes and raises no signal. Interrupted
 // calls go on by themselves. One thread at a time uses a handle; different handles need no lock.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"

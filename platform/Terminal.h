@@ -1,4 +1,5 @@
 // Where the process's output goes.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"

@@ -1,5 +1,6 @@
 // What the standard library does not say about threads: the system's thread id, threads with a stack of a given size,
 // and a per-thread random generator.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"

@@ -1,4 +1,4 @@
-// NetDNSReader: the bounds-checked reader of a DNS message.
+// NetDNSReader: the bounds-checked reader of a DNS message. Inside the library only.
 #pragma once
 
 #include "common/String.h"

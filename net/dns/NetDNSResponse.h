@@ -1,4 +1,4 @@
-// NetDNSResponse: the parser of a DNS server's answer.
+// NetDNSResponse: the parser of a DNS server's answer. Inside the library only.
 #pragma once
 
 #include "common/Messages.h"

@@ -1,4 +1,4 @@
-// NetDNSWriter: the writer of a DNS message.
+// NetDNSWriter: the writer of a DNS message. Inside the library only.
 #pragma once
 
 #include "common/String.h"

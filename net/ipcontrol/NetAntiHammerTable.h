@@ -1,5 +1,6 @@
 // NetAntiHammerTable: the addresses of an anti-hammer, found and expired at a cost that does not grow with their
 // number.
+// Inside the library only.
 #pragma once
 
 #include "common/NetIP.h"

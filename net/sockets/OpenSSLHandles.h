@@ -1,4 +1,4 @@
-// Owning handles of OpenSSL objects, freed on every path. Internal: no public header includes this.
+// Owning handles of OpenSSL objects, freed on every path. Inside the library only.
 #pragma once
 
 #include <memory>

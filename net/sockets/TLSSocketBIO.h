@@ -1,4 +1,4 @@
-// The bridge between OpenSSL and a socket handle of the platform layer. Internal: no public header includes this.
+// The bridge between OpenSSL and a socket handle of the platform layer. Inside the library only.
 #pragma once
 
 #include "platform/Sockets.h"

@@ -31,6 +31,19 @@ file(REMOVE_RECURSE "${prefix}" "${WORK}/prefix" "${WORK}/by-package" "${WORK}/b
 run("${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${WORK}/prefix")
 file(RENAME "${WORK}/prefix" "${prefix}")
 
+# Licence and notice come with the libraries.
+foreach(file IN ITEMS LICENSE NOTICE)
+    file(GLOB_RECURSE found "${prefix}/share/doc/*/${file}")
+    if(NOT found)
+        message(FATAL_ERROR "${file} is not installed")
+    endif()
+    file(SHA256 "${found}" installed)
+    file(SHA256 "${SOURCE}/../../${file}" ours)
+    if(NOT installed STREQUAL ours)
+        message(FATAL_ERROR "${file} is another one")
+    endif()
+endforeach()
+
 # Our own programs find the libraries of the prefix that they are in.
 file(GLOB programs "${prefix}/bin/*")
 foreach(program IN LISTS programs)

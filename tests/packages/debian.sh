@@ -57,6 +57,8 @@ install_tools() {
     expect 'kqftpd 0' kqftpd --version
     expect 'kqftp 0' kqftp --version
     expect '640 root:kqftpd' stat -c '%a %U:%G' "$SETTINGS"
+    has_content /usr/share/doc/{libkqnet0,kqnet-tools}/{copyright,NOTICE} /usr/share/common-licenses/Apache-2.0
+    expect 'common-licenses/Apache-2.0' cat /usr/share/doc/kqnet-tools/copyright
     has_content /usr/share/man/man1/{kq,kqftp}.1.gz /usr/share/man/man8/kqftpd.8.gz
     expect 'settings are good' "${AS_SERVICE[@]}" kqftpd --settings "$SETTINGS" --check
 }

@@ -16,7 +16,7 @@ rm -rf "$folder"
 unzip -q "$zip" -d "$folder"
 cd "$folder"/kqnet-*
 for file in bin/kqnet.dll bin/kqcommon.dll bin/libstdc++-6.dll lib/libkqnet.dll.a lib/libkqcommon.dll.a \
-    lib/cmake/kqnet/kqnetConfig.cmake include/kqnet/net/service/NetTCPService.h copyright.txt; do
+    lib/cmake/kqnet/kqnetConfig.cmake include/kqnet/net/service/NetTCPService.h copyright.txt LICENSE NOTICE; do
     [ -s "$file" ] || fail "$file is missing"
 done
 

@@ -96,7 +96,7 @@ int RunTestsWithPort53(int argc, char** argv)
             return RunInsideNamespace(argc, argv);
         std::cerr << "\n*** PORT 53 CANNOT BE BOUND AND NO NETWORK NAMESPACE CAN BE MADE ***\n"
                      "*** Run as root, or install util-linux and iproute2 and allow user namespaces. ***\n"
-                     "*** The tests that serve DNS skip themselves below. ***\n\n";
+                     "*** The tests that serve DNS do not run below. ***\n\n";
     }
     return RunTests(argc, argv);
 }

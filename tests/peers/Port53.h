@@ -1,6 +1,8 @@
 // Port53: lets a test program serve port 53 on loopback whoever runs it.
 #pragma once
 
+#include "tests/peers/Missing.h"
+
 namespace kqlib::test {
 
 /// True when this process may bind port 53 of a loopback address. Asked anew at each call.
@@ -8,7 +10,7 @@ bool CanServePort53();
 
 /// The main function of a test program that needs port 53: runs all tests when the port can be had; otherwise starts
 /// the program again inside a user and network namespace of its own, where it can. When that is not possible either, it
-/// says so loudly and runs the tests, those that need the port then skip themselves.
+/// says so loudly and runs the tests: those that need the port then skip themselves, or fail where everything must run.
 int RunTestsWithPort53(int argc, char** argv);
 
 /// The main function of a test program that needs a loopback for itself: runs all tests inside such namespaces when
@@ -17,7 +19,7 @@ int RunTestsWithPrivateLoopback(int argc, char** argv);
 
 } // namespace kqlib::test
 
-/// Ends the current test as skipped, with the reason printed, when port 53 cannot be had.
+/// Ends the current test when port 53 cannot be had.
 #define KQ_NEED_PORT_53()                                                                                              \
     if (!kqlib::test::CanServePort53())                                                                                \
-    GTEST_SKIP() << "port 53 of loopback cannot be bound: needs root, or unshare(1) and ip(8) and user namespaces"
+    KQ_MISSING("port 53 of loopback cannot be bound: needs root, or unshare(1) and ip(8) and user namespaces")

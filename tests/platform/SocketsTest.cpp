@@ -1,6 +1,7 @@
 #include "platform/Sockets.h"
 
 #include "platform/Clock.h"
+#include "tests/peers/Missing.h"
 #include "tests/peers/Sockets.h"
 #include "tests/peers/WaitFor.h"
 
@@ -179,7 +180,7 @@ TEST_F(SocketsTest, OpenSocket_IP6_ServesIP6Only)
 {
     const OwnedSocket listener = MakeListenerIP6(0);
     if (!listener.IsOpen())
-        GTEST_SKIP() << "this machine has no ::1";
+        KQ_MISSING("this machine has no ::1");
     const std::uint16_t port = UnservedPort();
     OwnedSocket six(OpenSocket(true, Family::IP6));
     Endpoint any;
@@ -202,7 +203,7 @@ TEST_F(SocketsTest, OpenSocket_FarMoreThan1024_AllUsable)
     while (idle.size() < COUNT) {
         idle.emplace_back(OpenSocket(false, Family::IP4));
         if (!idle.back().IsOpen())
-            GTEST_SKIP() << "this machine allows only " << idle.size() << " sockets";
+            KQ_MISSING("this machine allows only " << idle.size() << " sockets");
     }
     const OwnedSocket listener = MakeListener();
     const OwnedSocket client = ConnectTo(LocalPort(listener));
@@ -358,7 +359,7 @@ TEST_F(SocketsTest, AcceptSocket_IP6_ConnectionWithoutIP4Addresses)
 {
     const OwnedSocket listener = MakeListenerIP6(UnservedPort());
     if (!listener.IsOpen())
-        GTEST_SKIP() << "this machine has no ::1";
+        KQ_MISSING("this machine has no ::1");
     Endpoint end;
     EXPECT_FALSE(GetLocalEndpointIP4(listener.Get(), end));
     const std::uint16_t port = UnservedPort();

@@ -1,5 +1,6 @@
 // Dialogues: files and listings, restarts, line ends, and transfers that break off.
 #include "tests/hosts/ftp/FtpServerFixture.h"
+#include "tests/peers/Missing.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -574,7 +575,7 @@ TEST_F(FtpServerTransfer, Stor_DiskFull_452AndRecordedAsFailure)
 {
     const std::string mount = "mount -t tmpfs -o size=1m tmpfs '" + Home().string() + "' 2>/dev/null";
     if (std::system(mount.c_str()) != 0) {
-        GTEST_SKIP() << "a small tmpfs cannot be mounted here (needs root)";
+        KQ_MISSING("a small tmpfs cannot be mounted here (needs root)");
     }
     {
         Start();

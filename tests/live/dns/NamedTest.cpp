@@ -4,6 +4,7 @@
 #include "net/ipcontrol/NetIPControlQuery.h"
 #include "platform/ResolverConfig.h"
 #include "tests/peers/FakeDNSServer.h"
+#include "tests/peers/Missing.h"
 #include "tests/peers/Port53.h"
 #include "tests/peers/TempFolder.h"
 #include "tests/peers/WaitFor.h"
@@ -154,7 +155,7 @@ protected:
     {
         ASSERT_EQ(s_named->GetFailure(), "");
         if (!s_named->GetWhyNot().empty())
-            GTEST_SKIP() << s_named->GetWhyNot();
+            KQ_MISSING(s_named->GetWhyNot());
     }
 
     static String Server() { return ADDRESS; }

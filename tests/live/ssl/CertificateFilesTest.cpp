@@ -1,6 +1,7 @@
 #include "common/TimePos.h"
 #include "net/ssl/NetSSLCertControl.h"
 #include "net/ssl/NetSSLCertCreate.h"
+#include "tests/peers/Missing.h"
 #include "tests/peers/RunProgram.h"
 #include "tests/peers/TempFolder.h"
 
@@ -39,7 +40,7 @@ protected:
     void SetUp() override
     {
         if (std::string(KQ_OPENSSL).empty())
-            GTEST_SKIP() << "the openssl tool is not installed";
+            KQ_MISSING("the openssl tool is not installed");
     }
     std::string In(const std::string& name) const { return (m_folder / name).string(); }
     FilePath PathOf(const std::string& name) const { return FilePath(In(name).c_str()); }

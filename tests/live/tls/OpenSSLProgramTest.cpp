@@ -1,5 +1,6 @@
 // Tests of NetTCPSSL with the openssl program, s_client and s_server, as the opposite end.
 #include "tests/net/sockets/tls/TLSFixture.h"
+#include "tests/peers/Missing.h"
 #include "tests/peers/RunProgram.h"
 #include "tests/peers/TempFolder.h"
 #include "tests/peers/posix/ChildProcess.h"
@@ -13,7 +14,7 @@ namespace {
 
 #define KQ_NEED_OPENSSL()                                                                                              \
     if (std::string(KQ_OPENSSL).empty())                                                                               \
-    GTEST_SKIP() << "the openssl program is not installed"
+    KQ_MISSING("the openssl program is not installed")
 
 /// One case for each version of TLS; the parameter is the program's option.
 class OpenSSLProgram : public TLSFixture, public testing::WithParamInterface<const char*>

@@ -119,5 +119,5 @@ class NginxTest(unittest.TestCase):
 if __name__ == "__main__":
     if NGINX is None:
         print("not run: there is no nginx here (package nginx-light)")
-        sys.exit(NOT_RUN)
+        sys.exit(NOT_RUN if os.environ.get("CI", "") in ("", "0", "false") else 1)
     unittest.main()

@@ -6,6 +6,7 @@
 #include "platform/Threads.h"
 #include "tests/net/service/ServiceFixture.h"
 #include "tests/peers/KnownName.h"
+#include "tests/peers/Missing.h"
 #include "tests/peers/PrivateMember.h"
 #include "tests/peers/TempFolder.h"
 #include "tests/peers/posix/DescriptorShortage.h"
@@ -217,7 +218,7 @@ TEST_F(NetTCPServiceTest, StartListen_IP6Address_ServedButWithoutAddressSoOpened
     const USHORT port = FreePort();
     NetTCP probe(NetIP::LOOKUP_ANY);
     if (!probe.ListenSpecific(port, loopback6))
-        GTEST_SKIP() << "this machine has no ::1";
+        KQ_MISSING("this machine has no ::1");
     probe.Close();
     m_service->SetSettings(NetPortBinds(NetPortBind(port, "::1")), 10, 0);
     Messages messages;

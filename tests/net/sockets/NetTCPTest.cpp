@@ -3,6 +3,7 @@
 #include "platform/Sockets.h"
 #include "tests/net/sockets/TestTCP.h"
 #include "tests/peers/KnownName.h"
+#include "tests/peers/Missing.h"
 #include "tests/peers/ScriptedTCPPeer.h"
 #include "tests/peers/Sockets.h"
 
@@ -187,7 +188,7 @@ TEST_F(NetTCPTest, ListenAll_NeverListensOnIP6)
 {
     TestTCP probe;
     if (!probe.ListenSpecific(0, NetIP("::1")))
-        GTEST_SKIP() << "this machine has no ::1";
+        KQ_MISSING("this machine has no ::1");
     const std::uint16_t port = UnservedPort();
     ASSERT_TRUE(listener.ListenAll(port));
     EXPECT_FALSE(client.Connect(NetIP("::1"), port));
@@ -632,7 +633,7 @@ TEST_F(NetTCPTest, Transfer_BeyondManyOpenSockets_Works)
     while (idle.size() < 1100) {
         idle.emplace_back(platform::OpenSocket(false, platform::Family::IP4));
         if (!idle.back().IsOpen())
-            GTEST_SKIP() << "this machine allows only " << idle.size() << " sockets";
+            KQ_MISSING("this machine allows only " << idle.size() << " sockets");
     }
     listener.SetBlockTime(1000);
     client.SetBlockTime(10);

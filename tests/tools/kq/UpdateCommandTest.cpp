@@ -1,4 +1,5 @@
 #include "tests/peers/FakeHTTPServer.h"
+#include "tests/peers/Missing.h"
 #include "tests/peers/RunProgram.h"
 #include "tests/peers/TempFolder.h"
 
@@ -88,7 +89,7 @@ TEST(UpdateCommandTest, Download_OnATerminal_DrawsABar)
                                 std::to_string(server.GetPort()) + " --folder '" + folder.GetPath().string() + "'";
     const PROGRAMRESULT terminal = RunProgram("script", {"-qec", command, (folder / "typescript").string()});
     if (terminal.output.find("not found") != std::string::npos)
-        GTEST_SKIP() << "no program here that gives a terminal: " << terminal.output;
+        KQ_MISSING("no program here that gives a terminal: " << terminal.output);
     EXPECT_TRUE(terminal.success) << terminal.output;
     EXPECT_THAT(terminal.output, HasSubstr("\r[" + std::string(40, '#') + "] 100 %  9 of 9 bytes"));
 }
