@@ -23,12 +23,14 @@ function(kq_install_program target)
 endfunction()
 
 # Headers keep their folders: users write #include "net/sockets/NetTCP.h", as the library itself does. One that includes
-# another package's header is private and stays here. KQNET_PUBLIC_HEADERS: their paths from the root of the tree.
+# another package's header is private and stays here, and so does one whose first line says "(internal)".
+# KQNET_PUBLIC_HEADERS: their paths from the root of the tree.
 file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}"
      "${PROJECT_SOURCE_DIR}/common/*.h" "${PROJECT_SOURCE_DIR}/net/*.h")
 file(GLOB platform_headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/platform/*.h")
 foreach(header IN LISTS headers platform_headers)
-    file(STRINGS "${PROJECT_SOURCE_DIR}/${header}" foreign REGEX "^#include <(openssl|spdlog|nlohmann)/|^#include <sqlite3")
+    file(STRINGS "${PROJECT_SOURCE_DIR}/${header}" foreign REGEX
+         "^#include <(openssl|spdlog|nlohmann|tsl)/|^#include <sqlite3|^// [A-Za-z]+ \\(internal\\):")
     if(NOT foreign)
         get_filename_component(folder "${header}" DIRECTORY)
         install(FILES "${PROJECT_SOURCE_DIR}/${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kqnet/${folder}"
