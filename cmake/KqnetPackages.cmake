@@ -24,7 +24,7 @@ function(kq_package_notices file)
     endforeach()
 endfunction()
 
-set(header_packages nlohmann-json3-dev libcli11-dev)
+set(header_packages nlohmann-json3-dev libcli11-dev robin-map-dev)
 
 if(KQNET_DEBIAN)
     set(KQNET_LICENSE_PLACE "On Debian systems it is in /usr/share/common-licenses/Apache-2.0.")

@@ -44,7 +44,7 @@ kq_need_packages() {
 
 # The packages of a native build with its tests. zlib: a static link by pkg-config asks for it, on SQLite's behalf.
 KQ_BUILD_PACKAGES=(g++ cmake ninja-build ccache pkg-config libssl-dev libsqlite3-dev zlib1g-dev
-    nlohmann-json3-dev libcli11-dev libgtest-dev libgmock-dev libbenchmark-dev)
+    nlohmann-json3-dev libcli11-dev robin-map-dev libgtest-dev libgmock-dev libbenchmark-dev)
 
 # The programs that the live tests talk to.
 KQ_TEST_PACKAGES=(python3 curl doxygen lftp openssl nginx-light bind9 util-linux iproute2 procps vsftpd)

@@ -4,6 +4,8 @@
 #include "net/ipcontrol/NetAntiHammerTable.h"
 #include "net/ipcontrol/NetIPControlQuery.h"
 
+#include <algorithm>
+
 namespace kqlib {
 
 // What users of the DLL link to when they need its address.
@@ -15,14 +17,18 @@ constexpr std::uint32_t DEFAULT_MAX_ATTEMPTS = 5;
 constexpr std::uint32_t DEFAULT_ATTEMPT_WINDOW_SECS = 300;
 constexpr std::uint32_t DEFAULT_BLOCK_SECS = 1800;
 
+/// A number too large for 32 bits becomes the largest.
+std::uint32_t Cut(ULONG number)
+{
+    return static_cast<std::uint32_t>(std::min<ULONG>(number, 0xFFFFFFFFUL));
+}
+
 std::uint64_t ToMilliSecs(std::uint32_t seconds)
 {
     return std::uint64_t{seconds} * 1000;
 }
 
 } // namespace
-
-static_assert(NetAntiHammer::MAX_ENTRIES <= NetAntiHammerTable::MAX_CAPACITY);
 
 NetAntiHammer::NetAntiHammer(NetDNSCache& cache)
     : NetAntiHammer(cache, MAX_ENTRIES)
@@ -31,7 +37,7 @@ NetAntiHammer::NetAntiHammer(NetDNSCache& cache)
 
 NetAntiHammer::NetAntiHammer(NetDNSCache& cache, ULONG maxEntries)
     : m_cache(cache)
-    , m_table(std::make_unique<NetAntiHammerTable>(static_cast<std::uint32_t>(maxEntries)))
+    , m_table(std::make_unique<NetAntiHammerTable>(Cut(std::min(maxEntries, MAX_ENTRIES))))
     , m_maxAttempts(DEFAULT_MAX_ATTEMPTS)
     , m_attemptWindow(DEFAULT_ATTEMPT_WINDOW_SECS)
     , m_blockTime(DEFAULT_BLOCK_SECS)
@@ -52,48 +58,45 @@ void NetAntiHammer::SetData(ULONG maxAttempts, ULONG attemptWindowSeconds, ULONG
                             const NetIPControl& exemptions)
 {
     const Guard guard(*this);
-    // What had run out by the last check is gone for good, whatever the new numbers are.
-    m_table->DropExpired();
-    m_maxAttempts = static_cast<std::uint32_t>(maxAttempts);
-    m_attemptWindow = static_cast<std::uint32_t>(attemptWindowSeconds);
-    m_blockTime = static_cast<std::uint32_t>(blockSeconds);
-    m_useExemptions = useExemptions;
+    // First what may fail for want of memory: then nothing has changed.
     m_exemptions = exemptions;
+    m_maxAttempts = Cut(maxAttempts);
+    m_attemptWindow = Cut(attemptWindowSeconds);
+    m_blockTime = Cut(blockSeconds);
+    m_useExemptions = useExemptions;
 }
 
 bool NetAntiHammer::AddFailedAttempt(NetIP peer, NetIP)
 {
-    using LIST = NetAntiHammerTable::LIST;
     const Guard guard(*this);
-    std::uint32_t now = 0;
-    xRemoveExpired(now);
-    NetAntiHammerTable::SLOT* slot = m_table->Find(peer);
-    if (slot != nullptr && slot->list == LIST::BLOCKED)
-        return true;
-    if (slot != nullptr) {
-        const std::uint64_t failures = std::uint64_t{slot->count} + 1;
-        const bool block = failures >= m_maxAttempts;
-        m_table->Renew(*slot, block ? LIST::BLOCKED : LIST::FAILED, block ? 0 : static_cast<std::uint32_t>(failures));
+    xRemoveExpired();
+    const auto held = m_table->Find(peer);
+    if (!held && m_table->IsFull())
+        return false;
+    if (!held) {
+        const bool block = m_maxAttempts == 1;
+        m_table->Add(peer, block ? 0 : 1);
         return block;
     }
-    if (m_table->IsFull())
-        return false;
-    const bool block = m_maxAttempts == 1;
-    m_table->Add(peer, block ? LIST::BLOCKED : LIST::FAILED, block ? 0 : 1);
+    const NetAntiHammerTable::PLACE place = *held;
+    if (place->IsBlocked())
+        return true;
+    const std::uint64_t failures = std::uint64_t{place->count} + 1;
+    const bool block = failures >= m_maxAttempts;
+    m_table->Renew(place, block ? 0 : static_cast<std::uint32_t>(failures));
     return block;
 }
 
 bool NetAntiHammer::IsBlocked(NetIP peer, NetIP local)
 {
     const Guard guard(*this);
-    std::uint32_t now = 0;
-    xRemoveExpired(now);
-    NetAntiHammerTable::SLOT* slot = m_table->Find(peer);
-    if (slot == nullptr || slot->list != NetAntiHammerTable::LIST::BLOCKED)
+    xRemoveExpired();
+    const auto held = m_table->Find(peer);
+    if (!held || !(*held)->IsBlocked())
         return false;
     if (!m_useExemptions || !NetIPControlQuery(m_cache).IsAllowed(m_exemptions, local, peer))
         return true;
-    m_table->Remove(*slot);
+    m_table->Remove(*held);
     return false;
 }
 
@@ -108,16 +111,16 @@ void NetAntiHammer::GetEntries(Vector<ENTRY>& failed, Vector<ENTRY>& blocked) co
     const Guard guard(*this);
     failed.Reset();
     blocked.Reset();
-    m_table->ForEach([&](const NetAntiHammerTable::SLOT& slot) {
-        Vector<ENTRY>& target = slot.list == NetAntiHammerTable::LIST::BLOCKED ? blocked : failed;
-        target.Add(ENTRY{slot.ip, slot.time, slot.count});
-    });
+    for (const NetAntiHammerTable::ENTRY& entry : m_table->GetFailed())
+        failed.Add(ENTRY{entry.ip, entry.time, entry.count});
+    for (const NetAntiHammerTable::ENTRY& entry : m_table->GetBlocked())
+        blocked.Add(ENTRY{entry.ip, entry.time, entry.count});
 }
 
-void NetAntiHammer::xRemoveExpired(std::uint32_t& now)
+void NetAntiHammer::xRemoveExpired()
 {
-    now = static_cast<std::uint32_t>(TimedEvent::sGetNow());
-    m_table->Advance(now, ToMilliSecs(m_attemptWindow), ToMilliSecs(m_blockTime));
+    m_table->Advance(static_cast<std::uint32_t>(TimedEvent::sGetNow()), ToMilliSecs(m_attemptWindow),
+                     ToMilliSecs(m_blockTime));
 }
 
 } // namespace kqlib

@@ -21,14 +21,17 @@ class NetDNSCache;
 /// block time has passed since the blocking; more failures do not lengthen it). There is no timer: what is over is
 /// noticed by the next call.
 ///
-/// At most 1,747,626 addresses are held; while that many are, a new address is not tracked and so never blocked. No
-/// call takes longer because many are held.
+/// At most 1,747,626 addresses are held; while that many are, a new address is not tracked and so never blocked. A call
+/// costs the same however many are held. Two kinds of call take longer: one that doubles the table (tens of
+/// milliseconds at the most), and the first one after a long silence, which forgets all that ran out meanwhile (some
+/// tenths of a second for a million addresses).
 ///
 /// With exemptions, IsBlocked lifts the block of an address that the rule list allows. What no rule matches is allowed,
 /// so an empty list lifts every block; a list that names a few addresses ends with a rule that denies all.
 ///
 /// Ownership: borrows the cache, which must outlive it. Threads: any thread; every call holds the object's lock, also
-/// while IsBlocked looks up the host names of exemption rules. Errors: none.
+/// while IsBlocked looks up the host names of exemption rules. Errors: none but std::bad_alloc, from a constructor,
+/// SetData, AddFailedAttempt of a new address and GetEntries; what the object holds has not changed then.
 class KQNET_API NetAntiHammer : public ThreadSafe
 {
 public:
@@ -54,7 +57,7 @@ public:
     NetAntiHammer& operator=(const NetAntiHammer&) = delete;
 
     /// Addresses held stay and are judged by the new numbers from the next call on. maxAttempts 0: the second failure
-    /// of an address blocks it. Windows in seconds.
+    /// of an address blocks it. Windows in seconds. A number of more than 32 bits counts as the largest of 32 bits.
     void SetData(ULONG maxAttempts, ULONG attemptWindowSeconds, ULONG blockSeconds, bool useExemptions,
                  const NetIPControl& exemptions);
 
@@ -69,11 +72,11 @@ public:
     void GetEntries(Vector<ENTRY>& failed, Vector<ENTRY>& blocked) const;
 
 protected:
-    /// As the first, but at most maxEntries addresses (up to MAX_ENTRIES) are held, for who has less memory to spare.
+    /// As the first, but at most maxEntries addresses are held (never more than MAX_ENTRIES), to save memory.
     NetAntiHammer(NetDNSCache& cache, ULONG maxEntries);
 
 private:
-    void xRemoveExpired(std::uint32_t& now);
+    void xRemoveExpired();
 
     NetDNSCache& m_cache; ///< set once at construction; the rest is guarded by the object's lock
     std::unique_ptr<NetAntiHammerTable> m_table;

@@ -5,8 +5,18 @@
 #include <algorithm>
 #include <cassert>
 #include <cstddef>
+#include <stdexcept>
+#include <utility>
 
 namespace kqlib {
+
+NetIPControl& NetIPControl::operator=(const NetIPControl& other)
+{
+    // Copied aside first: half a list could lack the rule at its end that denies the rest.
+    Vector<NetIPControlEntry> rules(other.m_rules);
+    m_rules = std::move(rules);
+    return *this;
+}
 
 void NetIPControl::Reset()
 {
@@ -33,19 +43,19 @@ void NetIPControl::Append(const NetIPControl& other)
 
 void NetIPControl::Remove(ULONG index)
 {
-    assert(index < GetCount());
+    xCheckIndex(index);
     m_rules.Delete(index);
 }
 
 void NetIPControl::Update(ULONG index, const NetIPControlEntry& entry)
 {
-    assert(index < GetCount());
+    xCheckIndex(index);
     m_rules.Get(index) = entry;
 }
 
 const NetIPControlEntry& NetIPControl::Get(ULONG index) const
 {
-    assert(index < GetCount());
+    xCheckIndex(index);
     return m_rules.Get(index);
 }
 
@@ -56,12 +66,12 @@ ULONG NetIPControl::GetCount() const
 
 ULONG NetIPControl::MoveUp(ULONG index)
 {
-    return index == 0 ? 0 : xMove(index, index - 1);
+    return xMove(index, index == 0 ? 0 : index - 1);
 }
 
 ULONG NetIPControl::MoveDown(ULONG index)
 {
-    return index + 1 == GetCount() ? index : xMove(index, index + 1);
+    return xMove(index, index + 1 == GetCount() ? index : index + 1);
 }
 
 ULONG NetIPControl::MoveTop(ULONG index)
@@ -76,7 +86,7 @@ ULONG NetIPControl::MoveBottom(ULONG index)
 
 ULONG NetIPControl::xMove(ULONG from, ULONG to)
 {
-    assert(from < GetCount());
+    xCheckIndex(from);
     const auto first = m_rules.begin();
     const auto source = first + static_cast<std::ptrdiff_t>(from);
     const auto target = first + static_cast<std::ptrdiff_t>(to);
@@ -85,6 +95,13 @@ ULONG NetIPControl::xMove(ULONG from, ULONG to)
     else
         std::rotate(target, source, source + 1);
     return to;
+}
+
+void NetIPControl::xCheckIndex(ULONG index) const
+{
+    assert(index < GetCount());
+    if (index >= GetCount())
+        throw std::out_of_range("NetIPControl: no rule at this index");
 }
 
 bool NetIPControl::IsSame(const SettingsTransferable& other) const

@@ -13,15 +13,17 @@ namespace kqlib {
 /// Settings form: one unnamed String per rule, its text form, in order. Reading appends; items that are no rules are
 /// dropped without a message.
 ///
-/// Ownership: a plain value. Threads: one at a time; who evaluates a list while another edits it guards it. Errors: a
-/// list never reports its rules' errors; an index at or past the count is the caller's error.
+/// Ownership: a plain value. Threads: one at a time; any number may evaluate a list while nobody changes it. Errors: a
+/// list never reports its rules' errors. An index at or past the count is the caller's error: every operation that
+/// takes one asserts in a debug build, and otherwise throws std::out_of_range and changes nothing.
 class KQNET_API NetIPControl : public SettingsTransferable
 {
 public:
     /// No rules: everything is allowed.
     NetIPControl() = default;
     NetIPControl(const NetIPControl&) = default;
-    NetIPControl& operator=(const NetIPControl&) = default;
+    /// Without memory for all rules: std::bad_alloc, and this list is as it was.
+    NetIPControl& operator=(const NetIPControl& other);
 
     /// Removes every rule.
     void Reset() override;
@@ -61,6 +63,7 @@ protected:
 
 private:
     ULONG xMove(ULONG from, ULONG to);
+    void xCheckIndex(ULONG index) const;
 
     Vector<NetIPControlEntry> m_rules;
 };

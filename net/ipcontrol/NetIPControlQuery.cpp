@@ -7,6 +7,7 @@
 #include "net/ipcontrol/NetIPControl.h"
 
 #include <algorithm>
+#include <string_view>
 
 namespace kqlib {
 
@@ -19,60 +20,55 @@ NetIPControlQuery::~NetIPControlQuery() = default;
 
 bool NetIPControlQuery::IsAllowed(const NetIPControl& rules, const NetIP& local, const NetIP& peer) const
 {
-    return xEvaluate(rules, local, peer) != VERDICT::DENY;
+    return xIsAllowed(rules, local, peer, nullptr);
 }
 
 bool NetIPControlQuery::IsDenied(const NetIPControl& rules, const NetIP& local, const NetIP& peer) const
 {
-    return xEvaluate(rules, local, peer) == VERDICT::DENY;
+    return !xIsAllowed(rules, local, peer, nullptr);
 }
 
 bool NetIPControlQuery::IsAllowed(const NetIPControl& rules, const NetIP& local, const NetIP& peer,
                                   const EmailAddress& sender, const ADDRESSES& recipients) const
 {
-    return xEvaluate(rules, local, peer, sender, recipients) != VERDICT::DENY;
+    const MAIL mail{sender, recipients};
+    return xIsAllowed(rules, local, peer, &mail);
 }
 
 bool NetIPControlQuery::IsDenied(const NetIPControl& rules, const NetIP& local, const NetIP& peer,
                                  const EmailAddress& sender, const ADDRESSES& recipients) const
 {
-    return xEvaluate(rules, local, peer, sender, recipients) == VERDICT::DENY;
+    return !IsAllowed(rules, local, peer, sender, recipients);
 }
 
 bool NetIPControlQuery::DoesMatch(const NetIPControlEntry& rule, const NetIP& local, const NetIP& peer) const
 {
-    return xDoesMatch(rule, local, peer);
+    return xDoesMatch(rule, local, peer, nullptr);
 }
 
 bool NetIPControlQuery::DoesMatch(const NetIPControlEntry& rule, const NetIP& local, const NetIP& peer,
                                   const EmailAddress& sender, const ADDRESSES& recipients) const
 {
-    return xDoesMatch(rule, local, peer) || xDoesMatch(rule, sender, recipients);
+    const MAIL mail{sender, recipients};
+    return xDoesMatch(rule, local, peer, &mail);
 }
 
-NetIPControlQuery::VERDICT NetIPControlQuery::xEvaluate(const NetIPControl& rules, const NetIP& local,
-                                                        const NetIP& peer) const
+bool NetIPControlQuery::xIsAllowed(const NetIPControl& rules, const NetIP& local, const NetIP& peer,
+                                   const MAIL* mail) const
 {
     const ULONG count = rules.GetCount();
     for (ULONG index = 0; index < count; ++index)
-        if (DoesMatch(rules.Get(index), local, peer))
-            return rules.Get(index).GetAllow() ? VERDICT::ALLOW : VERDICT::DENY;
-    return VERDICT::NO_MATCH;
+        if (xDoesMatch(rules.Get(index), local, peer, mail))
+            return rules.Get(index).GetAllow();
+    return true;
 }
 
-NetIPControlQuery::VERDICT NetIPControlQuery::xEvaluate(const NetIPControl& rules, const NetIP& local,
-                                                        const NetIP& peer, const EmailAddress& sender,
-                                                        const ADDRESSES& recipients) const
+bool NetIPControlQuery::xDoesMatch(const NetIPControlEntry& rule, const NetIP& local, const NetIP& peer,
+                                   const MAIL* mail) const
 {
-    const ULONG count = rules.GetCount();
-    for (ULONG index = 0; index < count; ++index)
-        if (DoesMatch(rules.Get(index), local, peer, sender, recipients))
-            return rules.Get(index).GetAllow() ? VERDICT::ALLOW : VERDICT::DENY;
-    return VERDICT::NO_MATCH;
-}
-
-bool NetIPControlQuery::xDoesMatch(const NetIPControlEntry& rule, const NetIP& local, const NetIP& peer) const
-{
+    const auto isMeant = [&rule](const EmailAddress& address) {
+        return address.GetAddress().ApproxMatchesI(rule.GetAddress());
+    };
     switch (rule.GetType()) {
     case NetIPControlEntry::ET_IP:
         return peer == rule.GetIP();
@@ -87,21 +83,10 @@ bool NetIPControlQuery::xDoesMatch(const NetIPControlEntry& rule, const NetIP& l
     case NetIPControlEntry::ET_ISLOCAL:
         return peer == local;
     case NetIPControlEntry::ET_SENDER:
+        return mail != nullptr && isMeant(mail->sender);
     case NetIPControlEntry::ET_RCPT:
-        return false;
+        return mail != nullptr && std::any_of(mail->recipients.begin(), mail->recipients.end(), isMeant);
     }
-    return false;
-}
-
-bool NetIPControlQuery::xDoesMatch(const NetIPControlEntry& rule, const EmailAddress& sender,
-                                   const ADDRESSES& recipients) const
-{
-    if (rule.GetType() == NetIPControlEntry::ET_SENDER)
-        return sender.GetAddress().ApproxMatchesI(rule.GetAddress());
-    if (rule.GetType() == NetIPControlEntry::ET_RCPT)
-        return std::any_of(recipients.begin(), recipients.end(), [&](const EmailAddress& recipient) {
-            return recipient.GetAddress().ApproxMatchesI(rule.GetAddress());
-        });
     return false;
 }
 
@@ -123,8 +108,12 @@ bool NetIPControlQuery::xDoesReverseHostMatch(const NetIPControlEntry& rule, con
     Messages messages;
     if (!resolver.ResolveIP(peer, names, messages))
         return false;
-    return std::any_of(names.begin(), names.end(),
-                       [&](const String& name) { return rule.GetHost().ApproxMatchesI(name); });
+    // The owner of the address wrote the name: it is plain text to every rule, and never a pattern.
+    const String& pattern = rule.GetHost();
+    const bool hasWildcards = pattern.view().find_first_of("*?") != std::string_view::npos;
+    return std::any_of(names.begin(), names.end(), [&](const String& name) {
+        return hasWildcards ? pattern.ApproxMatchesI(name) : pattern.MatchesI(name);
+    });
 }
 
 } // namespace kqlib

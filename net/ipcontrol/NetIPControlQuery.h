@@ -4,8 +4,6 @@
 #include "common/Types.h"
 #include "platform/Export.h"
 
-#include <cstdint>
-
 namespace kqlib {
 
 class ADDRESSES;
@@ -19,9 +17,9 @@ class NetIPControlEntry;
 /// list allows everything, and IsDenied is always the opposite of IsAllowed.
 ///
 /// local is the server's own address of the connection, peer the client's. The forms without mail addresses pass over
-/// sender and recipient rules. In a reverse-host rule the rule's text is the pattern; against a sender or recipient the
-/// mail address is the object of the wildcard match and the rule's text its argument. Both directions are kept on
-/// purpose.
+/// sender and recipient rules. In a reverse-host rule the rule's text alone is the pattern, and the name plain text,
+/// whatever it holds; against a sender or recipient the mail address is the object of the wildcard match and the rule's
+/// text its argument. Both directions are kept on purpose.
 ///
 /// Ownership: borrows the cache, which must outlive it; keeps no other state and may be made for one check. Threads:
 /// any, as long as nobody changes the list meanwhile. A host or reverse-host rule blocks the caller for a name look-up
@@ -54,18 +52,18 @@ public:
     ///@}
 
 private:
-    enum class VERDICT : std::uint8_t
+    /// What the forms with mail addresses have besides.
+    struct MAIL
     {
-        NO_MATCH,
-        ALLOW,
-        DENY
+        const EmailAddress& sender;
+        const ADDRESSES& recipients;
     };
 
-    VERDICT xEvaluate(const NetIPControl& rules, const NetIP& local, const NetIP& peer) const;
-    VERDICT xEvaluate(const NetIPControl& rules, const NetIP& local, const NetIP& peer, const EmailAddress& sender,
-                      const ADDRESSES& recipients) const;
-    bool xDoesMatch(const NetIPControlEntry& rule, const NetIP& local, const NetIP& peer) const;
-    bool xDoesMatch(const NetIPControlEntry& rule, const EmailAddress& sender, const ADDRESSES& recipients) const;
+    /// mail: null in the forms without mail addresses.
+    ///@{
+    bool xIsAllowed(const NetIPControl& rules, const NetIP& local, const NetIP& peer, const MAIL* mail) const;
+    bool xDoesMatch(const NetIPControlEntry& rule, const NetIP& local, const NetIP& peer, const MAIL* mail) const;
+    ///@}
     bool xDoesHostMatch(const NetIPControlEntry& rule, const NetIP& peer) const;
     bool xDoesReverseHostMatch(const NetIPControlEntry& rule, const NetIP& peer) const;
 

@@ -1,9 +1,13 @@
 #include "net/ipcontrol/NetAntiHammer.h"
 #include "net/dns/NetDNSCache.h"
 #include "tests/net/ipcontrol/MovableClock.h"
+#include "tests/net/ipcontrol/NumberedAddress.h"
+#include "tests/peers/WaitFor.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -11,15 +15,6 @@ namespace {
 
 using namespace kqlib;
 using namespace kqlib::test;
-
-NetIP Numbered(std::uint32_t number)
-{
-    const unsigned char bytes[] = {static_cast<unsigned char>(number >> 24), static_cast<unsigned char>(number >> 16),
-                                   static_cast<unsigned char>(number >> 8), static_cast<unsigned char>(number)};
-    NetIP ip;
-    ip.Set(NetIP::IP_4, bytes);
-    return ip;
-}
 
 NetIPControl Rules(std::initializer_list<const char*> texts)
 {
@@ -163,7 +158,7 @@ TEST_F(NetAntiHammerTest, IsBlocked_OnlyFailed_False)
 TEST_F(NetAntiHammerTest, Local_AnyAddress_NotPartOfTheCount)
 {
     for (int i = 0; i < 4; ++i)
-        m_hammer.AddFailedAttempt(PEER, Numbered(static_cast<std::uint32_t>(i)));
+        m_hammer.AddFailedAttempt(PEER, NumberedAddress(static_cast<std::uint32_t>(i)));
     EXPECT_TRUE(m_hammer.AddFailedAttempt(PEER, NetIP("::1")));
     EXPECT_TRUE(m_hammer.IsBlocked(PEER, NetIP()));
 }
@@ -262,7 +257,7 @@ TEST_F(NetAntiHammerTest, Expiry_ThousandsRunOutOneByOne_AllForgottenAndNewOnesH
     SetNumbers(2, 300, 1800);
     const auto failAll = [&] {
         for (std::uint32_t i = 0; i < 3000; ++i)
-            ASSERT_FALSE(m_hammer.AddFailedAttempt(Numbered(i), LOCAL));
+            ASSERT_FALSE(m_hammer.AddFailedAttempt(NumberedAddress(i), LOCAL));
     };
     const auto count = [&] {
         Vector<NetAntiHammer::ENTRY> failed;
@@ -280,7 +275,7 @@ TEST_F(NetAntiHammerTest, Expiry_ThousandsRunOutOneByOne_AllForgottenAndNewOnesH
     EXPECT_EQ(count(), 0U);
     failAll();
     EXPECT_EQ(count(), 3000U);
-    EXPECT_TRUE(m_hammer.AddFailedAttempt(Numbered(2999), LOCAL));
+    EXPECT_TRUE(m_hammer.AddFailedAttempt(NumberedAddress(2999), LOCAL));
 }
 
 TEST_F(NetAntiHammerTest, Tick_Wraps_AgesGoOn)
@@ -325,25 +320,101 @@ TEST_F(NetAntiHammerTest, Times_Zero_OneMillisecondIsTooMuch)
     EXPECT_FALSE(Fail());
 }
 
+// Once lost the bits above 32, so that very many attempts became none.
+TEST_F(NetAntiHammerTest, SetData_NumbersAbove32Bits_CutToTheLargest)
+{
+    if (sizeof(ULONG) == 4)
+        GTEST_SKIP() << "no such number here";
+    const ULONG large = static_cast<ULONG>(0x100000000ULL);
+    SetNumbers(large, large, large); // would be 0, 0, 0
+    EXPECT_FALSE(Fail());
+    m_clock.AdvanceSecs(1000000); // in the largest window
+    EXPECT_FALSE(Fail(10));
+    EXPECT_EQ(CountFailures(), 11U);
+    SetNumbers(large + 2, large + 1, large + 1);
+    m_clock.AdvanceSecs(2000000);
+    EXPECT_FALSE(Fail(2));
+    SetNumbers(1, 4000000, large + 1);
+    EXPECT_TRUE(Fail());
+    m_clock.AdvanceSecs(2000000);
+    EXPECT_TRUE(IsBlocked());
+}
+
+TEST_F(NetAntiHammerTest, Construction_CapAboveTheMost_CutToIt)
+{
+    class HAMMER : public NetAntiHammer
+    {
+    public:
+        HAMMER(NetDNSCache& cache, ULONG maxEntries)
+            : NetAntiHammer(cache, maxEntries)
+        {
+        }
+    };
+    for (const ULONG cap : {static_cast<ULONG>(0x100000000ULL), ~ULONG{0}, NetAntiHammer::MAX_ENTRIES + 1}) {
+        HAMMER hammer(m_cache, cap);
+        EXPECT_FALSE(hammer.AddFailedAttempt(PEER, LOCAL));
+        Vector<NetAntiHammer::ENTRY> failed;
+        Vector<NetAntiHammer::ENTRY> blocked;
+        hammer.GetEntries(failed, blocked);
+        EXPECT_EQ(failed.GetCount(), 1U) << cap;
+    }
+}
+
+/// Whose lock a test can hold.
+class LOCKEDHAMMER : public NetAntiHammer
+{
+public:
+    using NetAntiHammer::Guard;
+    using NetAntiHammer::NetAntiHammer;
+};
+
+TEST_F(NetAntiHammerTest, EveryOperation_WhileAnotherThreadHoldsTheLock_Waits)
+{
+    LOCKEDHAMMER hammer(m_cache);
+    Vector<NetAntiHammer::ENTRY> failed;
+    Vector<NetAntiHammer::ENTRY> blocked;
+    const std::vector<std::function<void()>> operations = {
+        [&] { hammer.ResetIPs(); },
+        [&] { hammer.AddFailedAttempt(PEER, LOCAL); },
+        [&] { hammer.IsBlocked(PEER, LOCAL); },
+        [&] { hammer.SetData(5, 300, 1800, false, NetIPControl()); },
+        [&] { hammer.GetEntries(failed, blocked); },
+    };
+    for (std::size_t index = 0; index < operations.size(); ++index) {
+        std::atomic<bool> isDone{false};
+        std::thread thread;
+        {
+            const LOCKEDHAMMER::Guard guard(hammer);
+            thread = std::thread([&] {
+                operations[index]();
+                isDone = true;
+            });
+            EXPECT_FALSE(WaitFor([&] { return isDone.load(); }, 50)) << index;
+        }
+        thread.join();
+        EXPECT_TRUE(isDone);
+    }
+}
+
 TEST_F(NetAntiHammerTest, GetEntries_Both_OldestFirst)
 {
     SetNumbers(2, 300, 1800);
     for (std::uint32_t number : {3U, 1U, 2U, 1U, 4U, 3U}) {
-        m_hammer.AddFailedAttempt(Numbered(number), LOCAL);
+        m_hammer.AddFailedAttempt(NumberedAddress(number), LOCAL);
         m_clock.AdvanceMs(10);
     }
     Vector<NetAntiHammer::ENTRY> failed;
     Vector<NetAntiHammer::ENTRY> blocked;
     m_hammer.GetEntries(failed, blocked);
     ASSERT_EQ(failed.GetCount(), 2U);
-    EXPECT_EQ(failed.Get(0).ip, Numbered(2));
+    EXPECT_EQ(failed.Get(0).ip, NumberedAddress(2));
     EXPECT_EQ(failed.Get(0).time, 1020U);
     EXPECT_EQ(failed.Get(0).count, 1U);
-    EXPECT_EQ(failed.Get(1).ip, Numbered(4));
+    EXPECT_EQ(failed.Get(1).ip, NumberedAddress(4));
     ASSERT_EQ(blocked.GetCount(), 2U);
-    EXPECT_EQ(blocked.Get(0).ip, Numbered(1));
+    EXPECT_EQ(blocked.Get(0).ip, NumberedAddress(1));
     EXPECT_EQ(blocked.Get(0).count, 0U);
-    EXPECT_EQ(blocked.Get(1).ip, Numbered(3));
+    EXPECT_EQ(blocked.Get(1).ip, NumberedAddress(3));
 }
 
 TEST_F(NetAntiHammerTest, Cap_1747626Addresses_TheNextIsNotTracked_KeptOnPurpose)
@@ -351,27 +422,27 @@ TEST_F(NetAntiHammerTest, Cap_1747626Addresses_TheNextIsNotTracked_KeptOnPurpose
     static_assert(NetAntiHammer::MAX_ENTRIES == 1747626);
     SetNumbers(1, 300, 1800);
     for (std::uint32_t i = 0; i < 1000; ++i)
-        ASSERT_TRUE(m_hammer.AddFailedAttempt(Numbered(i), LOCAL));
+        ASSERT_TRUE(m_hammer.AddFailedAttempt(NumberedAddress(i), LOCAL));
     SetNumbers(2, 300, 1800);
     for (std::uint32_t i = 1000; i < 1747625; ++i)
-        ASSERT_FALSE(m_hammer.AddFailedAttempt(Numbered(i), LOCAL));
+        ASSERT_FALSE(m_hammer.AddFailedAttempt(NumberedAddress(i), LOCAL));
     SetNumbers(1, 300, 1800);
-    EXPECT_TRUE(m_hammer.AddFailedAttempt(Numbered(1747625), LOCAL)); // the last that fits
-    EXPECT_FALSE(m_hammer.AddFailedAttempt(Numbered(1747626), LOCAL));
-    EXPECT_FALSE(m_hammer.IsBlocked(Numbered(1747626), LOCAL));
+    EXPECT_TRUE(m_hammer.AddFailedAttempt(NumberedAddress(1747625), LOCAL)); // the last that fits
+    EXPECT_FALSE(m_hammer.AddFailedAttempt(NumberedAddress(1747626), LOCAL));
+    EXPECT_FALSE(m_hammer.IsBlocked(NumberedAddress(1747626), LOCAL));
     // Those that are held go on as ever.
-    EXPECT_TRUE(m_hammer.IsBlocked(Numbered(0), LOCAL));
-    EXPECT_TRUE(m_hammer.AddFailedAttempt(Numbered(1000000), LOCAL));
-    EXPECT_FALSE(m_hammer.AddFailedAttempt(Numbered(1747626), LOCAL));
+    EXPECT_TRUE(m_hammer.IsBlocked(NumberedAddress(0), LOCAL));
+    EXPECT_TRUE(m_hammer.AddFailedAttempt(NumberedAddress(1000000), LOCAL));
+    EXPECT_FALSE(m_hammer.AddFailedAttempt(NumberedAddress(1747626), LOCAL));
     // All that only failed run out together: there is room at once.
     m_clock.AdvanceSecs(301);
     for (std::uint32_t i = 0; i < 5000; ++i)
-        ASSERT_TRUE(m_hammer.AddFailedAttempt(Numbered(3000000 + i), LOCAL));
-    EXPECT_TRUE(m_hammer.IsBlocked(Numbered(1000000), LOCAL));
-    EXPECT_FALSE(m_hammer.IsBlocked(Numbered(1000001), LOCAL));
+        ASSERT_TRUE(m_hammer.AddFailedAttempt(NumberedAddress(3000000 + i), LOCAL));
+    EXPECT_TRUE(m_hammer.IsBlocked(NumberedAddress(1000000), LOCAL));
+    EXPECT_FALSE(m_hammer.IsBlocked(NumberedAddress(1000001), LOCAL));
     m_clock.AdvanceSecs(1801);
     for (std::uint32_t i = 0; i < 1747626; i += 997)
-        ASSERT_FALSE(m_hammer.IsBlocked(Numbered(i), LOCAL));
+        ASSERT_FALSE(m_hammer.IsBlocked(NumberedAddress(i), LOCAL));
 }
 
 TEST_F(NetAntiHammerTest, Threads_ManyAtOnce_EachAddressBlockedOnce)
@@ -382,8 +453,8 @@ TEST_F(NetAntiHammerTest, Threads_ManyAtOnce_EachAddressBlockedOnce)
     for (std::uint32_t thread = 0; thread < THREADS; ++thread)
         threads.emplace_back([this, thread] {
             for (std::uint32_t i = 0; i < 5 * PEERS; ++i) {
-                m_hammer.AddFailedAttempt(Numbered(thread * PEERS + i % PEERS), LOCAL);
-                m_hammer.IsBlocked(Numbered((thread + 1) % THREADS * PEERS + i % PEERS), LOCAL);
+                m_hammer.AddFailedAttempt(NumberedAddress(thread * PEERS + i % PEERS), LOCAL);
+                m_hammer.IsBlocked(NumberedAddress((thread + 1) % THREADS * PEERS + i % PEERS), LOCAL);
                 if (i % 100 == 0)
                     SetNumbers(5, 300, 1800);
             }
@@ -391,7 +462,7 @@ TEST_F(NetAntiHammerTest, Threads_ManyAtOnce_EachAddressBlockedOnce)
     for (std::thread& thread : threads)
         thread.join();
     for (std::uint32_t i = 0; i < THREADS * PEERS; ++i)
-        EXPECT_TRUE(m_hammer.IsBlocked(Numbered(i), LOCAL)) << i;
+        EXPECT_TRUE(m_hammer.IsBlocked(NumberedAddress(i), LOCAL)) << i;
 }
 
 } // namespace

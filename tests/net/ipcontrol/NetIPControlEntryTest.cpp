@@ -261,6 +261,37 @@ TEST(NetIPControlEntry, SetByString_SecondAddressBad_FirstStays)
     }
 }
 
+TEST(NetIPControlEntry, SetByString_RuleOverAnother_NothingOfTheOtherLeft)
+{
+    for (const char* text : {"+ip=1.2.3.4", "-ipmask=10.0.0.0/255.0.0.0", "+iprange=1.2.3.4-1.2.3.5", "-host=mailhost",
+                             "+rhost=*.lan", "-islocal", "+sender=*@lan", "-rcpt=*"})
+    {
+        Entry entry = OddEntry();
+        EXPECT_TRUE(entry.SetByString(text));
+        EXPECT_TRUE(entry == Parsed(text)) << text;
+    }
+}
+
+/// A rule that adds a default of its own.
+class OWNENTRY : public Entry
+{
+public:
+    void Reset() override
+    {
+        Entry::Reset();
+        SetHost("own");
+    }
+};
+
+TEST(NetIPControlEntry, SetByString_DerivedClass_ItsResetIsCalled)
+{
+    for (const char* text : {"+ip=1.2.3.4", "garbage", ""}) {
+        OWNENTRY entry;
+        entry.SetByString(text);
+        EXPECT_EQ(entry.GetHost(), "own") << text;
+    }
+}
+
 TEST(NetIPControlEntry, SetByString_ZeroByteAndHighBytes_PartOfTheText)
 {
     Entry entry;

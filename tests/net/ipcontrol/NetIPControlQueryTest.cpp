@@ -171,6 +171,8 @@ Replies AnswerNames(const DNSQuery& query, std::size_t)
         return {{answer.AddPtr("first.elsewhere").AddPtr("Client5.LAN").Build()}};
     if (query.name == "6.0.0.10.in-addr.arpa")
         return {{answer.AddPtr("*").Build()}};
+    if (query.name == "8.0.0.10.in-addr.arpa")
+        return {{answer.AddPtr("*.lan").AddPtr("trusted.la?").Build()}};
     return {{answer.Code(3).Build()}};
 }
 
@@ -250,6 +252,22 @@ TEST_F(NetIPControlHostTest, ReverseHost_NameOfAStrangerIsAWildcard_PlainTextToA
     EXPECT_FALSE(IsAllowed("+rhost=*.lan -ipmask=0.0.0.0/0.0.0.0", "10.0.0.6"));
     EXPECT_FALSE(IsAllowed("+rhost=client? -ipmask=0.0.0.0/0.0.0.0", "10.0.0.6"));
     EXPECT_TRUE(IsAllowed("+rhost=? -ipmask=0.0.0.0/0.0.0.0", "10.0.0.6"));
+}
+
+// Once let in everybody who owned a reverse zone: a name with wildcards was the pattern of a rule without any.
+TEST_F(NetIPControlHostTest, ReverseHost_RuleWithoutWildcardsNameWithThem_NoMatch)
+{
+    const std::string everybodyElse = " -ipmask=0.0.0.0/0.0.0.0";
+    for (const char* peer : {"10.0.0.6", "10.0.0.8"}) {
+        EXPECT_FALSE(IsAllowed("+rhost=trusted.lan" + everybodyElse, peer)) << peer;
+        EXPECT_FALSE(IsAllowed("+rhost=t" + everybodyElse, peer)) << peer;
+        EXPECT_FALSE(IsMailAllowed("+rhost=trusted.lan" + everybodyElse, peer, "", {})) << peer;
+    }
+    // Plain texts are compared whole and without case; wildcards of the rule still count.
+    EXPECT_TRUE(IsAllowed("+rhost=CLIENT5.lan" + everybodyElse, "10.0.0.5"));
+    EXPECT_FALSE(IsAllowed("+rhost=client5.la" + everybodyElse, "10.0.0.5"));
+    EXPECT_TRUE(IsAllowed("+rhost=?.LAN" + everybodyElse, "10.0.0.8"));
+    EXPECT_TRUE(IsAllowed("+rhost=trusted*" + everybodyElse, "10.0.0.8"));
 }
 
 TEST_F(NetIPControlHostTest, CheapRuleFirst_NoQuery)

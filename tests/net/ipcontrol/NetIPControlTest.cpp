@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -122,6 +123,42 @@ TEST(NetIPControl, Moves_OnlyRule_Nothing)
     EXPECT_EQ(Letters(list), "a");
 }
 
+/// Each operation that takes an index, for one that is not there. What a debug build answers is an assertion.
+void ExpectRefused(NetIPControl& list, ULONG index)
+{
+#ifdef NDEBUG
+    const NetIPControl before(list);
+    const NetIPControlEntry rule = Rule("-host=z");
+    EXPECT_THROW(list.Get(index), std::out_of_range) << index;
+    EXPECT_THROW(list.Update(index, rule), std::out_of_range) << index;
+    EXPECT_THROW(list.Remove(index), std::out_of_range) << index;
+    EXPECT_THROW(list.MoveUp(index), std::out_of_range) << index;
+    EXPECT_THROW(list.MoveDown(index), std::out_of_range) << index;
+    EXPECT_THROW(list.MoveTop(index), std::out_of_range) << index;
+    EXPECT_THROW(list.MoveBottom(index), std::out_of_range) << index;
+    EXPECT_TRUE(list == before);
+#else
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(list.Get(index), "index");
+    EXPECT_DEATH(list.Update(index, Rule("-host=z")), "index");
+    EXPECT_DEATH(list.Remove(index), "index");
+    EXPECT_DEATH(list.MoveUp(index), "index");
+    EXPECT_DEATH(list.MoveDown(index), "index");
+    EXPECT_DEATH(list.MoveTop(index), "index");
+    EXPECT_DEATH(list.MoveBottom(index), "index");
+#endif
+}
+
+// Once Get and Update threw, the others reached behind the last rule, and MoveUp(0) and MoveTop(0) of none answered 0.
+TEST(NetIPControl, IndexAtOrPastTheCount_AllOperations_AnsweredAlike)
+{
+    NetIPControl none;
+    ExpectRefused(none, 0);
+    NetIPControl list = List("abc");
+    ExpectRefused(list, 3);
+    ExpectRefused(list, ~ULONG{0});
+}
+
 TEST(NetIPControl, CopySpawnIsSame_ByRuleAndOrder)
 {
     const NetIPControl list = List("ab");
@@ -148,6 +185,8 @@ TEST(NetIPControl, Settings_UnnamedTextForms_InOrder)
     SettingsTransportSet set;
     EXPECT_TRUE(list.WriteTo(set));
     ASSERT_EQ(set.GetDataCount(), 4U);
+    for (ULONG index = 0; index < 4; ++index)
+        EXPECT_EQ(set.GetDataKey(index), "") << index;
     String text;
     EXPECT_TRUE(set.GetDataAsString(1, text));
     EXPECT_EQ(text, "-host=mailhost");

@@ -1,9 +1,12 @@
 #include "net/ipcontrol/NetIPTrack.h"
+#include "tests/peers/WaitFor.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <random>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -55,6 +58,33 @@ TEST(NetIPTrack, SameBytesOtherType_AnotherAddress)
     track.Add(NetIP("::"));
     track.Remove(NetIP());
     EXPECT_EQ(track.GetCount(NetIP("::")), 1U);
+}
+
+/// Whose lock a test can hold.
+class LOCKEDTRACK : public NetIPTrack
+{
+public:
+    using NetIPTrack::Guard;
+};
+
+TEST(NetIPTrack, Operations_WhileAnotherThreadHoldsTheLock_TakeNone_KeptOnPurpose)
+{
+    LOCKEDTRACK track;
+    std::atomic<bool> isDone{false};
+    std::thread thread;
+    {
+        const LOCKEDTRACK::Guard guard(track);
+        thread = std::thread([&] {
+            const NetIP ip("10.0.0.1");
+            track.Add(ip);
+            track.Add(ip);
+            track.Remove(ip);
+            EXPECT_EQ(track.GetCount(ip), 1U);
+            isDone = true;
+        });
+        EXPECT_TRUE(WaitFor([&] { return isDone.load(); }));
+    }
+    thread.join();
 }
 
 /// The counts as a plain list, searched from its front.
