@@ -40,7 +40,7 @@ enum class IoResult : std::uint8_t
     WOULD_BLOCK, ///< nothing could be done at once; try again when ready
     IN_PROGRESS, ///< a connection is being made
     CLOSED,      ///< the peer closed in order (a receive of 0 bytes)
-    RESET,       ///< the connection was reset or broken off by the peer
+    RESET,       ///< the connection was reset or broken off, by the peer or on the way
     REFUSED,     ///< the peer's port refused a connection or an earlier datagram
     FAILED       ///< any other failure
 };
@@ -65,8 +65,8 @@ KQCOMMON_API SocketHandle OpenSocket(bool stream, Family family);
 /// Closes the handle. The invalid handle is ignored.
 KQCOMMON_API void CloseSocket(SocketHandle handle);
 
-/// Closes the handle of a connection so that the peer sees it broken off (reset) rather than ended in order. The invalid
-/// handle is ignored.
+/// Closes the handle of a connection so that the peer sees it broken off (reset) rather than ended in order. The
+/// invalid handle is ignored.
 KQCOMMON_API void AbortSocket(SocketHandle handle);
 
 /// Fixes the local end. forListening: the address may be taken again at once after an earlier listener on it ended,
@@ -84,7 +84,7 @@ KQCOMMON_API IoResult ConnectSocket(SocketHandle handle, const Endpoint& remote)
 KQCOMMON_API IoResult PollConnect(SocketHandle handle, std::uint32_t waitMicros);
 
 /// Waits until the handle can be read, or written, at most waitMs milliseconds (0: only asks). A broken or closed
-/// connection counts as ready: the operation itself then reports it.
+/// connection counts as ready: the operation itself then reports it. FAILED: the handle is none, told at once.
 KQCOMMON_API WaitResult WaitSocket(SocketHandle handle, bool forRead, std::uint32_t waitMs);
 
 /// Takes one waiting connection, non-blocking. DONE: accepted holds it. WOULD_BLOCK: nothing to take; also when the one
@@ -93,7 +93,8 @@ KQCOMMON_API WaitResult WaitSocket(SocketHandle handle, bool forRead, std::uint3
 KQCOMMON_API IoResult AcceptSocket(SocketHandle listener, SocketHandle& accepted);
 
 /// Sends once. size: in, bytes offered; out, bytes taken by the system (0 unless DONE).
-/// DONE, WOULD_BLOCK, REFUSED (datagrams: an earlier one was refused), RESET or FAILED.
+/// DONE, WOULD_BLOCK, REFUSED (datagrams: the peer's system refused an earlier one; a reset by it means the same),
+/// RESET or FAILED.
 KQCOMMON_API IoResult SendSocket(SocketHandle handle, const unsigned char* data, std::size_t& size);
 
 /// Receives once. size: in, room; out, bytes stored (0 unless DONE). A datagram longer than the room is FAILED.

@@ -3,20 +3,15 @@
 #include "platform/Sockets.h"
 
 #include "common/Messages.h"
+#include "net/sockets/SocketEndpoint.h"
 #include "net/sockets/SocketHandOver.h"
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
 
 namespace kqlib {
 
 namespace {
-
-platform::Family ToFamily(NetIP::IPTYPE type)
-{
-    return type == NetIP::IP_6 ? platform::Family::IP6 : platform::Family::IP4;
-}
 
 void FromEndpoint(const platform::Endpoint& from, NetIP& ip, unsigned short& port)
 {
@@ -157,12 +152,12 @@ void NetSocket::xsConvert(const sockaddr_in6& from, NetIP& ip, unsigned short& p
 
 void NetSocket::xsConvert(const NetIP& ip, unsigned short port, sockaddr_in& to)
 {
-    platform::ToNative(xsMakeEndpoint(NetIP::IP_4, ip, port), to);
+    platform::ToNative(MakeEndpoint(NetIP::IP_4, ip, port), to);
 }
 
 void NetSocket::xsConvert(const NetIP& ip, unsigned short port, sockaddr_in6& to)
 {
-    platform::ToNative(xsMakeEndpoint(NetIP::IP_6, ip, port), to);
+    platform::ToNative(MakeEndpoint(NetIP::IP_6, ip, port), to);
 }
 
 void NetSocket::xSetIPData()
@@ -206,19 +201,11 @@ void NetSocket::xTakeHandle(std::uint32_t handle) noexcept
     m_recvFlowing = true;
 }
 
-platform::Endpoint NetSocket::xsMakeEndpoint(NetIP::IPTYPE type, const NetIP& ip, unsigned short port)
+bool NetSocket::xOpenAt(TRANSPORT transport, NetIP::IPTYPE type, const NetIP& ip, unsigned short port,
+                        bool forListening)
 {
-    platform::Endpoint end;
-    end.family = ToFamily(type);
-    end.port = port;
-    // An IPv4 address keeps its other 12 bytes zero, so that both families can be read from any address.
-    std::memcpy(end.bytes, ip.GetBytes(), end.family == platform::Family::IP4 ? 4 : sizeof(end.bytes));
-    return end;
-}
-
-bool NetSocket::xBind(const platform::Endpoint& local, bool forListening)
-{
-    return platform::BindSocket(m_socket, local, forListening) || xFailAndClose(ERR_BIND);
+    return xInitialise(transport == STREAM, type) &&
+           (platform::BindSocket(m_socket, MakeEndpoint(type, ip, port), forListening) || xFailAndClose(ERR_BIND));
 }
 
 bool NetSocket::xResolveEnds(const String& host, const String& localHost, NetIP& remote, NetIP& local)
@@ -230,54 +217,69 @@ bool NetSocket::xResolveEnds(const String& host, const String& localHost, NetIP&
     return localHost.empty() || xConvert(m_lookupMode, localHost, local);
 }
 
-platform::IoResult NetSocket::xSendOnce(const unsigned char* data, unsigned long& len)
+bool NetSocket::xIsOpenFor(bool isOpen, unsigned long& len) noexcept
+{
+    if (isOpen)
+        return true;
+    len = 0;
+    xSetLastError(ERR_NOT_CONNECTED);
+    return false;
+}
+
+bool NetSocket::xSendOnce(TRANSPORT transport, const unsigned char* data, unsigned long& len)
 {
     // The system nearly always has room, so sending is tried first. Right after it took only a part there is none.
     const unsigned long offered = len;
-    const platform::IoResult result = xMoveWithin(
-        false, m_sendFlowing, len, [&](std::size_t& size) { return platform::SendSocket(m_socket, data, size); });
-    m_sendFlowing = result == platform::IoResult::DONE && len == offered;
-    if (result == platform::IoResult::DONE)
-        xIncreaseOut(len);
-    return result;
+    const bool usable = xMoveWithin(transport, false, m_sendFlowing, len,
+                                    [&](std::size_t& size) { return platform::SendSocket(m_socket, data, size); });
+    if (!usable)
+        return false;
+    m_sendFlowing = len == offered;
+    xIncreaseOut(len);
+    return true;
 }
 
-platform::IoResult NetSocket::xRecvOnce(unsigned char* buf, unsigned long& len)
+bool NetSocket::xRecvOnce(TRANSPORT transport, unsigned char* buf, unsigned long& len, bool& endedInOrder)
 {
+    platform::IoResult last = platform::IoResult::FAILED; // so it is when waiting fails
     // More is likely at hand right after something came, but seldom on an idle connection, which only waits.
-    const platform::IoResult result = xMoveWithin(
-        true, m_recvFlowing, len, [&](std::size_t& size) { return platform::RecvSocket(m_socket, buf, size); });
-    m_recvFlowing = result == platform::IoResult::DONE;
-    if (m_recvFlowing)
-        xIncreaseIn(len);
-    return result;
+    const bool usable = xMoveWithin(transport, true, m_recvFlowing, len, [&](std::size_t& size) {
+        return last = platform::RecvSocket(m_socket, buf, size);
+    });
+    endedInOrder = last == platform::IoResult::CLOSED;
+    if (!usable)
+        return false;
+    m_recvFlowing = len > 0;
+    xIncreaseIn(len);
+    return true;
 }
 
-/// Makes one attempt, after waiting at most the block time for readiness. With tryFirst the wait comes only after a
-/// first attempt that would block: the outcome is the same, and a system call is saved when it does not block.
+/// Makes one attempt, after waiting at most the block time for readiness. On a stream with tryFirst the wait comes only
+/// after a first attempt that would block: the outcome is the same, and a system call is saved when it does not block.
+/// With datagrams the outcomes differ, for a wait that fails leaves len as it was.
 template <class ATTEMPT>
-platform::IoResult NetSocket::xMoveWithin(bool forRead, bool tryFirst, unsigned long& len, const ATTEMPT& attempt)
+bool NetSocket::xMoveWithin(TRANSPORT transport, bool forRead, bool tryFirst, unsigned long& len,
+                            const ATTEMPT& attempt)
 {
-    const auto attemptOnce = [&] {
-        std::size_t size = len;
-        const platform::IoResult result = attempt(size);
-        if (result != platform::IoResult::WOULD_BLOCK)
-            len = static_cast<unsigned long>(size);
-        return result;
-    };
+    std::size_t size = len;
     platform::IoResult result = platform::IoResult::WOULD_BLOCK;
-    if (tryFirst && m_blockTimeMs != 0)
-        result = attemptOnce();
+    if (transport == STREAM && tryFirst && m_blockTimeMs != 0)
+        result = attempt(size);
     if (result == platform::IoResult::WOULD_BLOCK) {
         bool timedOut;
-        if (!xApplyBlockTime(forRead, timedOut))
-            return platform::IoResult::FAILED;
+        if (!xApplyBlockTime(forRead, timedOut)) {
+            if (transport == STREAM)
+                len = 0;
+            return xFailAndClose(ERR_IO);
+        }
+        size = timedOut ? 0 : len;
         if (!timedOut)
-            result = attemptOnce();
+            result = attempt(size);
     }
-    if (result == platform::IoResult::WOULD_BLOCK)
-        len = 0;
-    return result;
+    len = static_cast<unsigned long>(size);
+    if (result == platform::IoResult::DONE || result == platform::IoResult::WOULD_BLOCK)
+        return true;
+    return xFailAndClose(result == platform::IoResult::REFUSED && transport == DATAGRAM ? ERR_REFUSED : ERR_IO);
 }
 
 } // namespace kqlib

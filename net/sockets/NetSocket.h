@@ -15,11 +15,6 @@ namespace kqlib {
 class NetDNSCache;
 class SocketHandOver;
 
-namespace platform {
-enum class IoResult : std::uint8_t;
-struct Endpoint;
-} // namespace platform
-
 /// One non-blocking socket of the system with the addresses of both ends, a last-error code, two byte counters and a
 /// block time; base of NetTCP (and through it NetTCPSSL) and of NetUDP, never used by itself.
 ///
@@ -156,8 +151,17 @@ protected:
     void xIncreaseOut(unsigned long bytes) noexcept;
     ///@}
 
+    /// How bytes move: as a stream, or each datagram by itself.
+    enum TRANSPORT : std::uint8_t
+    {
+        STREAM,  ///< TCP
+        DATAGRAM ///< UDP
+    };
+
     /// The shape of every failure that ends the socket: closes it, sets the code, returns false.
     bool xFailAndClose(int code);
+    /// How every move of bytes begins: isOpen is what the derived class knows. False: len is 0, code 47.
+    [[nodiscard]] bool xIsOpenFor(bool isOpen, unsigned long& len) noexcept;
     /// The handle, all bits set when there is none; stays owned by this object.
     std::uint32_t xGetHandle() const noexcept { return m_socket; }
     /// Takes over the handle (there must be none) and sets the last error to 0. Whoever connects often speaks at once:
@@ -165,26 +169,27 @@ protected:
     void xTakeHandle(std::uint32_t handle) noexcept;
     /// The resolver made at construction, owned by this object.
     NetDNS& xGetResolver() noexcept { return m_resolver; }
-    /// ip:port as an address of the given type, whatever the type of ip: its first 4 or its 16 bytes.
-    static platform::Endpoint xsMakeEndpoint(NetIP::IPTYPE type, const NetIP& ip, unsigned short port);
-    /// Fixes the local end. False: closed, code 44.
-    bool xBind(const platform::Endpoint& local, bool forListening);
+    /// xInitialise, then fixes the local end. The first 4 or the 16 bytes of ip count, as the type has it, whatever the
+    /// type of ip itself. forListening: as for a listener, whose address may be taken again at once. False: closed,
+    /// code 40 or 44.
+    bool xOpenAt(TRANSPORT transport, NetIP::IPTYPE type, const NetIP& ip, unsigned short port, bool forListening);
     /// Resolve the names of a connection to be made; an empty localHost gives the any-address of the remote's type.
     /// Closes first. False: closed, code 41.
     [[nodiscard]] bool xResolveEnds(const String& host, const String& localHost, NetIP& remote, NetIP& local);
-    /// Send or receive once and count the bytes, within the block time. len: in, bytes offered or room; out, bytes
-    /// moved (0 unless DONE), but left as it was when the waiting itself failed. WOULD_BLOCK: also when the time has
-    /// passed.
+    /// Send or receive once on an open socket and count the bytes, within the block time. len: in, bytes offered or
+    /// room; out, bytes moved, 0 when nothing could be within the time. False: closed; code 49, the peer refused an
+    /// earlier datagram; 48, any other failure, or the peer has closed. len is 0 then, but stays as it was when the
+    /// wait for a datagram failed, kept on purpose. endedInOrder: whether the peer has closed, of a failure only.
     ///@{
-    platform::IoResult xSendOnce(const unsigned char* data, unsigned long& len);
-    platform::IoResult xRecvOnce(unsigned char* buf, unsigned long& len);
+    bool xSendOnce(TRANSPORT transport, const unsigned char* data, unsigned long& len);
+    bool xRecvOnce(TRANSPORT transport, unsigned char* buf, unsigned long& len, bool& endedInOrder);
     ///@}
 
 private:
     friend class SocketHandOver;
 
     template <class ATTEMPT>
-    platform::IoResult xMoveWithin(bool forRead, bool tryFirst, unsigned long& len, const ATTEMPT& attempt);
+    bool xMoveWithin(TRANSPORT transport, bool forRead, bool tryFirst, unsigned long& len, const ATTEMPT& attempt);
 
     NetDNS m_resolver; // set once at construction, with m_lookupMode; all others: the using thread only
     NetIP::IPLOOKUPMODE m_lookupMode;

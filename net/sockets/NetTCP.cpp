@@ -4,6 +4,7 @@
 #include "platform/Sockets.h"
 
 #include "common/WithinMemory.h"
+#include "net/sockets/SocketEndpoint.h"
 
 #include <algorithm>
 #include <cstring>
@@ -55,17 +56,13 @@ NetTCP* NetTCP::Accept()
 
 bool NetTCP::Recv(unsigned char* buf, unsigned long& len)
 {
-    if (!IsConnected()) {
-        len = 0;
-        xSetLastError(ERR_NOT_CONNECTED);
+    if (!xIsOpenFor(IsConnected(), len))
         return false;
-    }
-    const platform::IoResult result = xRecvOnce(buf, len);
-    if (result == platform::IoResult::DONE || result == platform::IoResult::WOULD_BLOCK)
-        return true;
-    len = 0;
-    m_peerEnd = result == platform::IoResult::CLOSED ? PE_IN_ORDER : PE_BROKEN_OFF;
-    return xFailAndClose(ERR_IO);
+    bool endedInOrder;
+    const bool usable = xRecvOnce(STREAM, buf, len, endedInOrder);
+    if (!usable)
+        m_peerEnd = endedInOrder ? PE_IN_ORDER : PE_BROKEN_OFF;
+    return usable;
 }
 
 bool NetTCP::Recv(char* buf, unsigned long& len)
@@ -75,16 +72,7 @@ bool NetTCP::Recv(char* buf, unsigned long& len)
 
 bool NetTCP::Send(const unsigned char* data, unsigned long& len)
 {
-    if (!IsConnected()) {
-        len = 0;
-        xSetLastError(ERR_NOT_CONNECTED);
-        return false;
-    }
-    const platform::IoResult result = xSendOnce(data, len);
-    if (result == platform::IoResult::DONE || result == platform::IoResult::WOULD_BLOCK)
-        return true;
-    len = 0;
-    return xFailAndClose(ERR_IO);
+    return xIsOpenFor(IsConnected(), len) && xSendOnce(STREAM, data, len);
 }
 
 bool NetTCP::Send(const char* data, unsigned long& len)
@@ -105,8 +93,10 @@ bool NetTCP::RecvTryGetCmd(bool loneLFEnds, unsigned long maxLen, RECVBUF& rb, S
     if (rb.position >= rb.length) {
         rb.length = rb.capacity;
         rb.position = 0;
-        if (!Recv(rb.buffer, rb.length))
+        if (!Recv(rb.buffer, rb.length)) {
+            rb.length = 0; // whatever an override left there: nothing was received
             return false;
+        }
     }
     while (rb.position < rb.length) {
         const char byte = static_cast<char>(rb.buffer[rb.position++]);
@@ -160,9 +150,9 @@ void NetTCP::ShutdownAndClose()
 bool NetTCP::Connect(const NetIP& remote, unsigned short port, const NetIP& local, unsigned short localPort)
 {
     const NetIP::IPTYPE type = remote.GetType();
-    if (!xInitialise(true, type) || !xBind(xsMakeEndpoint(type, local, localPort), false))
+    if (!xOpenAt(STREAM, type, local, localPort, false))
         return false;
-    platform::IoResult result = platform::ConnectSocket(xGetHandle(), xsMakeEndpoint(type, remote, port));
+    platform::IoResult result = platform::ConnectSocket(xGetHandle(), MakeEndpoint(type, remote, port));
     // The number of the block time serves as microseconds here, and there is no deadline: kept on purpose.
     while (result == platform::IoResult::IN_PROGRESS) {
         result = platform::PollConnect(xGetHandle(), static_cast<std::uint32_t>(GetBlockTimeMs()));
@@ -177,14 +167,9 @@ bool NetTCP::Connect(const NetIP& remote, unsigned short port, const NetIP& loca
     return true;
 }
 
-bool NetTCP::Connect(const NetIP& remote, unsigned short port, const NetIP& local)
-{
-    return Connect(remote, port, local, 0);
-}
-
 bool NetTCP::Connect(const NetIP& remote, unsigned short port)
 {
-    return Connect(remote, port, NetIP::sGetAnyIP(remote.GetType()), 0);
+    return Connect(remote, port, NetIP::sGetAnyIP(remote.GetType()));
 }
 
 bool NetTCP::Connect(const String& host, unsigned short port, const String& localHost, unsigned short localPort)
@@ -194,16 +179,6 @@ bool NetTCP::Connect(const String& host, unsigned short port, const String& loca
     return xResolveEnds(host, localHost, remote, local) && Connect(remote, port, local, localPort);
 }
 
-bool NetTCP::Connect(const String& host, unsigned short port, const String& localHost)
-{
-    return Connect(host, port, localHost, 0);
-}
-
-bool NetTCP::Connect(const String& host, unsigned short port)
-{
-    return Connect(host, port, String());
-}
-
 bool NetTCP::ListenAll(unsigned short port)
 {
     return ListenSpecific(port, NetIP::ANY_IP4);
@@ -211,8 +186,7 @@ bool NetTCP::ListenAll(unsigned short port)
 
 bool NetTCP::ListenSpecific(unsigned short port, const NetIP& ip)
 {
-    const NetIP::IPTYPE type = ip.GetType();
-    if (!xInitialise(true, type) || !xBind(xsMakeEndpoint(type, ip, port), true))
+    if (!xOpenAt(STREAM, ip.GetType(), ip, port, true))
         return false;
     if (!platform::ListenSocket(xGetHandle(), LISTEN_BACKLOG))
         return xFailAndClose(ERR_LISTEN);

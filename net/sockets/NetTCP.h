@@ -82,7 +82,7 @@ public:
     /// tooLong (only ever set, the caller clears it) and done: cmd has reached maxLen characters, the rest of the line
     /// stays in the buffer. The CR counts while it waits for its LF, so the longest command taken whole has maxLen - 2
     /// characters, kept on purpose. True with done false: not complete yet, call again. False: as Recv; the buffer is
-    /// empty then.
+    /// empty then, whatever an override of Recv said of it.
     virtual bool RecvTryGetCmd(bool loneLFEnds, unsigned long maxLen, RECVBUF& rb, String& cmd, bool& tooLong,
                                bool& done);
     /// Prepares for the next command; what is buffered stays.
@@ -97,16 +97,12 @@ public:
     /// Connects to remote:port from local:localPort (0: the system chooses) and waits until the system reports success
     /// or failure, which may take minutes. False, closed: code 40, 41 (names), 42 refused or failed, 44 local end.
     ///@{
-    bool Connect(const NetIP& remote, unsigned short port, const NetIP& local, unsigned short localPort);
-    bool Connect(const NetIP& remote, unsigned short port, const NetIP& local);
+    bool Connect(const NetIP& remote, unsigned short port, const NetIP& local, unsigned short localPort = 0);
     bool Connect(const NetIP& remote, unsigned short port);
     ///@}
     /// The same by name (or address text); an empty localHost means any address.
-    ///@{
-    bool Connect(const String& host, unsigned short port, const String& localHost, unsigned short localPort);
-    bool Connect(const String& host, unsigned short port, const String& localHost);
-    bool Connect(const String& host, unsigned short port);
-    ///@}
+    bool Connect(const String& host, unsigned short port, const String& localHost = String(),
+                 unsigned short localPort = 0);
 
     /// Listens on all IPv4 addresses (never on IPv6). Port 0: the system chooses, see GetLocalPort. False, closed:
     /// code 40, 43, 44.

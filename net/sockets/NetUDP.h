@@ -32,20 +32,17 @@ public:
     /// Opens a socket at local:localPort (0: the system chooses) that exchanges datagrams with remote:port alone.
     /// Nothing is sent. False, closed: code 40, 41 (names), 42, 44.
     ///@{
-    bool OpenClient(const NetIP& remote, unsigned short port, const NetIP& local, unsigned short localPort);
-    bool OpenClient(const NetIP& remote, unsigned short port, const NetIP& local);
+    bool OpenClient(const NetIP& remote, unsigned short port, const NetIP& local, unsigned short localPort = 0);
     bool OpenClient(const NetIP& remote, unsigned short port);
     ///@}
     /// The same by name (or address text); an empty localHost means any address.
-    ///@{
-    bool OpenClient(const String& host, unsigned short port, const String& localHost, unsigned short localPort);
-    bool OpenClient(const String& host, unsigned short port, const String& localHost);
-    bool OpenClient(const String& host, unsigned short port);
-    ///@}
+    bool OpenClient(const String& host, unsigned short port, const String& localHost = String(),
+                    unsigned short localPort = 0);
 
     /// Sends one datagram, waiting at most the block time. len: in, bytes at data; out, bytes sent. True with len 0: no
     /// room in time, or an empty datagram was sent. False: code 47, was not open; 48, failed; 49, an earlier datagram
-    /// was refused; closed. len is 0 then, but stays as it was when the waiting itself failed, kept on purpose.
+    /// was refused; closed. len is 0 then, but stays as it was when the waiting itself failed, kept on purpose. So that
+    /// this shows, the wait comes before every attempt.
     bool SendClient(const unsigned char* data, unsigned long& len);
     /// Receives one datagram, waiting at most the block time. len: in, room in buf; out, bytes stored. True with len 0:
     /// nothing came in time. False as SendClient; code 48 also for a datagram that is longer than the room or empty.
@@ -61,8 +58,6 @@ protected:
     void xSetStateClosed() override;
 
 private:
-    bool xEndMove(platform::IoResult result);
-
     UDP_STATE m_state = US_CLOSED;
 };
 

@@ -64,6 +64,8 @@ std::int64_t NowNanos()
 /// Waits for events (or an error, or a hang-up) on one handle. An interrupted wait goes on for the rest of its time.
 WaitResult WaitForEvents(SocketHandle handle, short events, std::int64_t nanos)
 {
+    if (handle == INVALID_SOCKET_HANDLE) // which the system would leave out of the wait, and wait
+        return WaitResult::FAILED;
     pollfd entry = {ToDescriptor(handle), events, 0};
     const std::int64_t deadline = NowNanos() + nanos;
     for (;;) {
@@ -79,8 +81,13 @@ WaitResult WaitForEvents(SocketHandle handle, short events, std::int64_t nanos)
     }
 }
 
+bool IsDatagram(SocketHandle handle)
+{
+    return GetIntOption(handle, SO_TYPE, SOCK_STREAM) == SOCK_DGRAM;
+}
+
 /// What the error of a failed send or receive means.
-IoResult FromTransferError(int error)
+IoResult FromTransferError(SocketHandle handle, int error)
 {
     switch (error) {
     case EAGAIN:
@@ -90,7 +97,8 @@ IoResult FromTransferError(int error)
         return IoResult::WOULD_BLOCK;
     case ECONNREFUSED: // an ICMP "port unreachable" answered an earlier datagram
         return IoResult::REFUSED;
-    case ECONNRESET:
+    case ECONNRESET: // of a datagram: the word of some systems for the same
+        return IsDatagram(handle) ? IoResult::REFUSED : IoResult::RESET;
     case EPIPE:
         return IoResult::RESET;
     default:
@@ -98,8 +106,8 @@ IoResult FromTransferError(int error)
     }
 }
 
-/// What the error of a failed accept means. Linux also reports what befell the waiting connection; that is no failure
-/// of the listener.
+/// What the error of a failed accept means. Linux also reports what befell the waiting connection, or that a firewall
+/// refused it; that is no failure of the listener.
 IoResult FromAcceptError(int error)
 {
     switch (error) {
@@ -108,6 +116,7 @@ IoResult FromAcceptError(int error)
     case EWOULDBLOCK:
 #endif
     case ECONNABORTED:
+    case EPERM:
     case EPROTO:
     case ENOPROTOOPT:
     case EOPNOTSUPP:
@@ -259,7 +268,7 @@ IoResult SendSocket(SocketHandle handle, const unsigned char* data, std::size_t&
     size = 0;
     const ssize_t sent = Uninterrupted([&] { return send(ToDescriptor(handle), data, offered, MSG_NOSIGNAL); });
     if (sent < 0)
-        return FromTransferError(errno);
+        return FromTransferError(handle, errno);
     size = static_cast<std::size_t>(sent);
     return IoResult::DONE;
 }
@@ -273,7 +282,7 @@ IoResult RecvSocket(SocketHandle handle, unsigned char* buffer, std::size_t& siz
     message.msg_iovlen = 1;
     const ssize_t received = Uninterrupted([&] { return recvmsg(ToDescriptor(handle), &message, 0); });
     if (received < 0)
-        return FromTransferError(errno);
+        return FromTransferError(handle, errno);
     // Only a datagram can be cut off.
     if ((message.msg_flags & MSG_TRUNC) != 0)
         return IoResult::FAILED;
@@ -291,7 +300,7 @@ IoResult SendSocketTo(SocketHandle handle, const unsigned char* data, std::size_
     const ssize_t sent = Uninterrupted(
         [&] { return sendto(ToDescriptor(handle), data, offered, MSG_NOSIGNAL, address.Get(), address.length); });
     if (sent < 0)
-        return FromTransferError(errno);
+        return FromTransferError(handle, errno);
     size = static_cast<std::size_t>(sent);
     return IoResult::DONE;
 }
@@ -308,7 +317,7 @@ IoResult RecvSocketFrom(SocketHandle handle, unsigned char* buffer, std::size_t&
     message.msg_iovlen = 1;
     const ssize_t received = Uninterrupted([&] { return recvmsg(ToDescriptor(handle), &message, 0); });
     if (received < 0)
-        return FromTransferError(errno);
+        return FromTransferError(handle, errno);
     if ((message.msg_flags & MSG_TRUNC) != 0)
         return IoResult::FAILED;
     from = sender.GetEndpoint();

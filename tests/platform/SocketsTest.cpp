@@ -314,6 +314,15 @@ TEST_F(SocketPairTest, WaitSocket_ClosedHandle_Failed)
 
 // --- accepting
 
+TEST_F(SocketsTest, WaitSocket_NoHandle_FailedAtOnce)
+{
+    const std::uint32_t start = TickMs();
+    EXPECT_EQ(WaitSocket(INVALID_SOCKET_HANDLE, true, 60000), WaitResult::FAILED);
+    EXPECT_EQ(WaitSocket(INVALID_SOCKET_HANDLE, false, 60000), WaitResult::FAILED);
+    EXPECT_EQ(PollConnect(INVALID_SOCKET_HANDLE, 60000000), IoResult::FAILED);
+    EXPECT_LT(std::uint32_t(TickMs() - start), 30000U);
+}
+
 TEST_F(SocketsTest, AcceptSocket_NothingWaiting_WouldBlock)
 {
     const OwnedSocket listener = MakeListener();

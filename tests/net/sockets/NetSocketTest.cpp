@@ -282,6 +282,26 @@ TEST_F(NetSocketTest, ApplyBlockTime_NothingToRead_TimedOut)
     EXPECT_FALSE(timedOut);
 }
 
+TEST_F(NetSocketTest, ApplyBlockTime_NoHandle_FalseAtOnce)
+{
+    TestTCP socket;
+    socket.SetBlockTime(60000);
+    const std::uint32_t start = platform::TickMs();
+    for (const bool forRead : {true, false}) {
+        bool timedOut = false;
+        EXPECT_FALSE(socket.xApplyBlockTime(forRead, timedOut));
+    }
+    EXPECT_LT(std::uint32_t(platform::TickMs() - start), 30000U);
+}
+
+TEST_F(NetSocketTest, ApplyBlockTime_NoHandleAndBlockTimeZero_TrueAsAlwaysKeptOnPurpose)
+{
+    TestTCP socket;
+    bool timedOut = true;
+    EXPECT_TRUE(socket.xApplyBlockTime(true, timedOut));
+    EXPECT_FALSE(timedOut);
+}
+
 TEST_F(NetSocketTest, ApplyBlockTime_HandleGone_False)
 {
     Connect();

@@ -296,6 +296,28 @@ TEST(NetTCPCommandTest, RecvTryGetCmd_ConnectionGone_FalseAndBufferEmpty)
     EXPECT_EQ(reception.cmd, "HALF");
 }
 
+TEST(NetTCPCommandTest, RecvTryGetCmd_OverrideFailsAndLeavesALength_BufferEmpty)
+{
+    /// A NetTCP whose connection is gone, and which leaves the room in its buffer as the length.
+    class CarelessTCP : public NetTCP
+    {
+    public:
+        CarelessTCP()
+            : NetTCP(NetIP::LOOKUP_ANY)
+        {
+        }
+        using NetTCP::Recv;
+        bool Recv(unsigned char*, unsigned long&) override { return false; }
+    };
+    CarelessTCP socket;
+    Reception reception(socket, 64, false, NO_LIMIT);
+    EXPECT_FALSE(reception.Try());
+    EXPECT_EQ(reception.rb.length, 0U);
+    EXPECT_EQ(reception.rb.position, 0U);
+    EXPECT_FALSE(reception.Try()) << "no byte of the buffer is taken for received";
+    EXPECT_EQ(reception.cmd, "");
+}
+
 TEST(NetTCPCommandTest, RecvTryGetCmd_NotConnected_False)
 {
     NetTCP socket(NetIP::LOOKUP_ANY);

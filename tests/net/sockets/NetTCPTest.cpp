@@ -103,6 +103,16 @@ TEST_F(NetTCPTest, Connect_LocalAddressOfTheOtherFamily_Error44)
     ExpectClosed(client, 44);
 }
 
+TEST_F(NetTCPTest, Connect_LocalAddressOfTheOtherFamily_ReadAsTheRemotesFamily)
+{
+    // Its first four bytes count: those of "::" are any address, those of the other are 127.0.0.3.
+    ASSERT_TRUE(listener.ListenSpecific(0, LOOPBACK));
+    EXPECT_TRUE(client.Connect(LOOPBACK, listener.GetLocalPort(), NetIP("::")));
+    EXPECT_EQ(client.GetLocalIP(), LOOPBACK);
+    EXPECT_TRUE(client.Connect(LOOPBACK, listener.GetLocalPort(), NetIP("7f00:3::")));
+    EXPECT_EQ(client.GetLocalIP(), NetIP("127.0.0.3"));
+}
+
 TEST_F(NetTCPTest, Connect_AlreadyConnected_OldConnectionEnds)
 {
     Connect();
@@ -372,6 +382,27 @@ TEST_F(NetTCPTest, SelfAccept_ConnectionWaiting_ListenerBecomesIt)
     TestTCP late;
     EXPECT_FALSE(late.Connect(LOOPBACK, port));
     EXPECT_TRUE(late.ListenSpecific(port, LOOPBACK));
+}
+
+TEST_F(NetTCPTest, SelfAccept_CountersOfTheObjectsEarlierLife_StayAndCountOn)
+{
+    Connect();
+    ASSERT_TRUE(SendAll(client, "seven b"));
+    ASSERT_EQ(Receive(*server, 7), "seven b");
+    ASSERT_TRUE(SendAll(*server, "five!"));
+    ASSERT_EQ(Receive(client, 5), "five!");
+    // The object that has sent and received turns into a listener and that into a connection.
+    ASSERT_TRUE(client.ListenSpecific(0, LOOPBACK));
+    NetTCP other(NetIP::LOOKUP_ANY);
+    ASSERT_TRUE(other.Connect(LOOPBACK, client.GetLocalPort()));
+    ASSERT_TRUE(WaitFor([this] { return client.SelfAccept(); }));
+    EXPECT_EQ(client.GetOutDataBytes(), 7U);
+    EXPECT_EQ(client.GetInDataBytes(), 5U);
+    ASSERT_TRUE(SendAll(other, "abc"));
+    EXPECT_EQ(Receive(client, 3), "abc");
+    ASSERT_TRUE(SendAll(client, "d"));
+    EXPECT_EQ(client.GetOutDataBytes(), 8U);
+    EXPECT_EQ(client.GetInDataBytes(), 8U);
 }
 
 TEST_F(NetTCPTest, SelfAccept_HandleGone_Error45AndClosed)

@@ -275,15 +275,27 @@ TEST_F(NetUDPTest, SendClient_DatagramBeyondTheLargest_Error48AndClosed)
     ExpectClosed(48);
 }
 
-TEST_F(NetUDPTest, RecvClient_WaitingFails_Error48AndLenUnchangedKeptOnPurpose)
+TEST_F(NetUDPTest, SendAndRecv_WaitingFails_Error48AndLenUnchangedKeptOnPurpose)
 {
-    Open();
-    client.SetBlockTime(5);
-    platform::CloseSocket(client.xGetHandle());
-    unsigned long len = 1234;
-    EXPECT_FALSE(client.RecvClient(buffer, len));
-    EXPECT_EQ(len, 1234U);
-    ExpectClosed(48);
+    for (const bool sending : {true, false}) {
+        Open();
+        client.SetBlockTime(5);
+        platform::CloseSocket(client.xGetHandle());
+        unsigned long len = 1234;
+        EXPECT_FALSE(sending ? client.SendClient(buffer, len) : client.RecvClient(buffer, len));
+        EXPECT_EQ(len, 1234U);
+        ExpectClosed(48);
+        peer = MakeDatagramSocket();
+    }
+}
+
+TEST_F(NetUDPTest, OpenClient_LocalAddressOfTheOtherFamily_ReadAsTheRemotesFamily)
+{
+    // Its first four bytes count: those of "::" are any address, those of the other are 127.0.0.3.
+    EXPECT_TRUE(client.OpenClient(LOOPBACK, LocalPort(peer), NetIP("::")));
+    EXPECT_EQ(client.GetLocalIP(), LOOPBACK);
+    EXPECT_TRUE(client.OpenClient(LOOPBACK, LocalPort(peer), NetIP("7f00:3::")));
+    EXPECT_EQ(client.GetLocalIP(), NetIP("127.0.0.3"));
 }
 
 TEST_F(NetUDPTest, Detach_Open_CallerOwnsTheHandle)

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <thread>
@@ -102,6 +103,33 @@ TEST(PosixSocketsTest, RecvSocket_PeerReset_Reset)
     unsigned char byte;
     std::size_t size = 1;
     EXPECT_EQ(RecvSocket(server.Get(), &byte, size), IoResult::RESET);
+}
+
+/// A connection that was made and broken off by its other end before anybody asked; inOrderFirst: the other end first
+/// ended its direction in order. What asking gives.
+static IoResult PollBrokenConnection(bool inOrderFirst)
+{
+    const OwnedSocket listener = MakeListener();
+    const OwnedSocket client(OpenSocket(true, Family::IP4));
+    EXPECT_TRUE(BindSocket(client.Get(), Loopback(0), false));
+    EXPECT_NE(ConnectSocket(client.Get(), Loopback(LocalPort(listener))), IoResult::FAILED);
+    OwnedSocket server = AcceptFrom(listener);
+    EXPECT_TRUE(server.IsOpen());
+    if (inOrderFirst) {
+        shutdown(ToDescriptor(server), SHUT_WR);
+        EXPECT_EQ(WaitSocket(client.Get(), true, 5000), WaitResult::READY);
+    }
+    server.Abort();
+    pollfd hangUp = {ToDescriptor(client), 0, 0};
+    EXPECT_TRUE(WaitFor([&] { return poll(&hangUp, 1, 0) == 1 && (hangUp.revents & POLLERR) != 0; }));
+    return PollConnect(client.Get(), 1000);
+}
+
+// The connection was made: that it is gone is for the next receive to tell.
+TEST(PosixSocketsTest, PollConnect_BrokenOffBeforeItWasAsked_Done)
+{
+    EXPECT_EQ(PollBrokenConnection(false), IoResult::DONE);
+    EXPECT_EQ(PollBrokenConnection(true), IoResult::DONE);
 }
 
 TEST(PosixSocketsTest, OpenAndAccept_HandlesAreNotInherited)

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <dlfcn.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -83,6 +84,25 @@ int accept4(int descriptor, sockaddr* address, socklen_t* length, int flags)
 {
     static const auto next = Next(&accept4, "accept4");
     return IsToFail(SocketFault::ACCEPT) ? -1 : next(descriptor, address, length, flags);
+}
+
+int connect(int descriptor, const sockaddr* address, socklen_t length)
+{
+    static const auto next = Next(&connect, "connect");
+    const int result = next(descriptor, address, length);
+    return IsToFail(SocketFault::CONNECT) ? -1 : result;
+}
+
+ssize_t send(int descriptor, const void* bytes, std::size_t size, int flags)
+{
+    static const auto next = Next(&send, "send");
+    return IsToFail(SocketFault::SEND) ? -1 : next(descriptor, bytes, size, flags);
+}
+
+ssize_t recvmsg(int descriptor, msghdr* message, int flags)
+{
+    static const auto next = Next(&recvmsg, "recvmsg");
+    return IsToFail(SocketFault::RECEIVE) ? -1 : next(descriptor, message, flags);
 }
 
 int ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* signals)

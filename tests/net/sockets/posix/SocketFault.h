@@ -13,7 +13,10 @@ public:
         SOCKET,
         LISTEN,
         ACCEPT,
+        CONNECT, ///< the attempt is made all the same, as after a signal; only what is told of it fails
         WAIT,
+        SEND,
+        RECEIVE,
         COUNT
     };
 

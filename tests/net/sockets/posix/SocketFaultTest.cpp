@@ -4,6 +4,7 @@
 #include "net/sockets/NetUDP.h"
 #include "tests/net/service/ServiceFixture.h"
 #include "tests/net/sockets/TestTCP.h"
+#include "tests/peers/Sockets.h"
 
 #include <gmock/gmock.h>
 
@@ -103,13 +104,46 @@ TEST_F(SocketFaultTest, Accept_TheWaitingConnectionFailed_Error46AndTheNextIsTak
 {
     ASSERT_TRUE(listener.ListenSpecific(0, LOOPBACK));
     ASSERT_TRUE(client.Connect(LOOPBACK, listener.GetLocalPort()));
-    for (const int error : {ECONNABORTED, EPROTO, ENETDOWN, EHOSTUNREACH, EMFILE, ENFILE, ENOBUFS, ENOMEM}) {
+    for (const int error : {ECONNABORTED, EPERM, EPROTO, ENETDOWN, EHOSTUNREACH, EMFILE, ENFILE, ENOBUFS, ENOMEM}) {
         const SocketFault fault(SocketFault::ACCEPT, error);
         EXPECT_EQ(listener.Accept(), nullptr);
         EXPECT_EQ(listener.GetLastError(), 46) << error;
         EXPECT_TRUE(listener.IsListening()) << error;
     }
     EXPECT_NE(Accept(listener), nullptr);
+}
+
+TEST_F(SocketFaultTest, Accept_InterruptedBySignals_GoesOnByItself)
+{
+    ASSERT_TRUE(listener.ListenSpecific(0, LOOPBACK));
+    ASSERT_TRUE(client.Connect(LOOPBACK, listener.GetLocalPort()));
+    listener.SetBlockTime(5000);
+    const SocketFault fault(SocketFault::ACCEPT, EINTR, 3);
+    const std::unique_ptr<NetTCP> accepted(listener.Accept());
+    EXPECT_NE(accepted, nullptr);
+    EXPECT_TRUE(fault.IsUsedUp());
+}
+
+TEST_F(SocketFaultTest, Connect_InterruptedBySignals_AttemptGoesOnByItself)
+{
+    ASSERT_TRUE(listener.ListenSpecific(0, LOOPBACK));
+    const SocketFault fault(SocketFault::CONNECT, EINTR);
+    EXPECT_TRUE(client.Connect(LOOPBACK, listener.GetLocalPort()));
+    EXPECT_TRUE(fault.IsUsedUp());
+    server = Accept(listener);
+    ASSERT_NE(server, nullptr);
+    EXPECT_TRUE(SendAll(client, "made"));
+    EXPECT_EQ(Receive(*server, 4), "made");
+}
+
+TEST_F(SocketFaultTest, Connect_AnyOtherFailureAtOnce_Error42AndClosed)
+{
+    ASSERT_TRUE(listener.ListenSpecific(0, LOOPBACK));
+    for (const int error : {EAGAIN, ENETUNREACH, EACCES}) {
+        const SocketFault fault(SocketFault::CONNECT, error);
+        EXPECT_FALSE(client.Connect(LOOPBACK, listener.GetLocalPort())) << error;
+        ExpectClosed(client, 42);
+    }
 }
 
 TEST_F(SocketFaultTest, Recv_WaitingFails_Error48AndLenZero)
@@ -124,6 +158,96 @@ TEST_F(SocketFaultTest, Recv_WaitingFails_Error48AndLenZero)
     }
     EXPECT_EQ(len, 0U);
     ExpectClosed(client, 48);
+}
+
+TEST_F(SocketFaultTest, Send_WaitingFails_Error48AndLenZero)
+{
+    Connect();
+    client.SetBlockTime(5);
+    char byte = 0;
+    unsigned long len = 1;
+    {
+        const SocketFault noRoom(SocketFault::SEND, EAGAIN);
+        const SocketFault fault(SocketFault::WAIT, ENOMEM);
+        EXPECT_FALSE(client.Send(&byte, len));
+    }
+    EXPECT_EQ(len, 0U);
+    ExpectClosed(client, 48);
+}
+
+class DatagramFaultTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(m_peer.IsOpen());
+        Open();
+    }
+    void Open()
+    {
+        ASSERT_TRUE(m_client.OpenClient(LOOPBACK, LocalPort(m_peer)));
+        m_client.SetBlockTime(5000);
+    }
+    /// One step of the client fails; how it says so.
+    void ExpectFails(bool sending, unsigned long lenAfter, int code)
+    {
+        unsigned long len = sizeof(m_bytes);
+        EXPECT_FALSE(sending ? m_client.SendClient(m_bytes, len) : m_client.RecvClient(m_bytes, len));
+        EXPECT_EQ(len, lenAfter);
+        EXPECT_EQ(m_client.GetLastError(), code);
+        EXPECT_FALSE(m_client.IsOpen());
+    }
+
+    OwnedSocket m_peer = MakeDatagramSocket();
+    NetUDP m_client{NetIP::LOOKUP_ANY};
+    unsigned char m_bytes[10] = {};
+};
+
+TEST_F(DatagramFaultTest, SendAndRecv_WaitingFails_Error48AndLenUnchangedKeptOnPurpose)
+{
+    for (const bool sending : {true, false}) {
+        ASSERT_NO_FATAL_FAILURE(Open());
+        const SocketFault fault(SocketFault::WAIT, ENOMEM);
+        ExpectFails(sending, sizeof(m_bytes), 48);
+        EXPECT_TRUE(fault.IsUsedUp());
+    }
+}
+
+// Something came before, so that more is likely at hand: the wait comes first all the same.
+TEST_F(DatagramFaultTest, Recv_WaitingFailsAfterADatagram_NoDatagramIsTriedFirst)
+{
+    ASSERT_EQ(platform::ConnectSocket(m_peer.Get(), Loopback(m_client.GetLocalPort())), platform::IoResult::DONE);
+    ASSERT_TRUE(SendAll(m_peer, "one"));
+    unsigned long len = sizeof(m_bytes);
+    ASSERT_TRUE(m_client.RecvClient(m_bytes, len));
+    ASSERT_EQ(len, 3U);
+    ASSERT_TRUE(SendAll(m_peer, "two"));
+    const SocketFault fault(SocketFault::WAIT, ENOMEM);
+    ExpectFails(false, sizeof(m_bytes), 48);
+}
+
+TEST_F(DatagramFaultTest, SendAndRecv_ResetByThePeerIs49_EveryOtherFailure48)
+{
+    for (const bool sending : {true, false}) {
+        for (const auto& [error, code] : {std::pair(ECONNRESET, 49),
+                                          {ECONNREFUSED, 49},
+                                          {ENETRESET, 48},
+                                          {ECONNABORTED, 48},
+                                          {EPIPE, 48},
+                                          {EHOSTUNREACH, 48},
+                                          {ENOMEM, 48}})
+        {
+            SCOPED_TRACE(error);
+            ASSERT_NO_FATAL_FAILURE(Open());
+            // So that there is something to read.
+            ASSERT_EQ(platform::ConnectSocket(m_peer.Get(), Loopback(m_client.GetLocalPort())),
+                      platform::IoResult::DONE);
+            ASSERT_TRUE(SendAll(m_peer, "x"));
+            const SocketFault fault(sending ? SocketFault::SEND : SocketFault::RECEIVE, error);
+            ExpectFails(sending, 0, code);
+            EXPECT_TRUE(fault.IsUsedUp());
+        }
+    }
 }
 
 class ServiceFaultTest : public ServiceFixture
