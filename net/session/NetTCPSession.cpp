@@ -6,6 +6,7 @@
 #include "common/CurrentExceptionText.h"
 #include "common/EventLog.h"
 #include "common/RunAllSteps.h"
+#include "net/session/NetTCPSessionParts.h"
 #include "net/sockets/SocketHandOver.h"
 #include "net/status/NetSessionLiveStatus.h"
 
@@ -20,12 +21,6 @@ namespace {
 
 constexpr ULONG BLOCK_TIME_MS = 2;
 constexpr std::size_t MAX_CONTROL_MSGS = 10000;
-
-/// Kept in 32 bits, as ticks are: a time that does not fit wraps.
-std::uint32_t SecondsToMs(ULONG seconds)
-{
-    return static_cast<std::uint32_t>(seconds) * 1000U;
-}
 
 bool ReadUsePrintDebug(const EventLog& log)
 {
@@ -46,27 +41,28 @@ String LocalAddressText(const NetTCP& socket)
 
 } // namespace
 
+NetTCPSession::PARTS::PARTS(DataLogTime& dataLog, EventLog& log, const EventLogSessionID& id, ULONG timeOutSecs,
+                            bool accepted)
+    : acceptedAtConstruction(accepted)
+    , eventLog(log)
+    , printDebug(ReadUsePrintDebug(log))
+    , book(dataLog, lock, id)
+    , timeOut(timeOutSecs)
+{
+}
+
 NetTCPSession::NetTCPSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& dataLog, EventLog& eventLog,
                              const EventLogSessionID& id, ULONG timeOutSecs, NetTCP* const socket)
     : SingleThreadByPool(pool)
     , m_mainSocket(socket != nullptr ? socket : new NetTCP(NetIP::LOOKUP_ANY, cache))
     , m_resolver(NetIP::LOOKUP_ANY, cache)
     , m_sessionID(id)
-    , m_acceptedAtConstruction(m_mainSocket->IsConnected())
-    , m_dataLog(dataLog)
-    , m_eventLog(eventLog)
-    , m_timeOut(TimedEvent::sGetNow(), SecondsToMs(timeOutSecs), false)
-    , m_printDebug(ReadUsePrintDebug(eventLog))
+    , m_parts(std::make_unique<PARTS>(dataLog, eventLog, id, timeOutSecs, m_mainSocket->IsConnected()))
 {
     SocketHandOver::sTake(*m_mainSocket);
     m_mainSocket->SetBlockTime(BLOCK_TIME_MS);
-    m_currentActivity.SetTimeUnitNow();
-    m_status.SetSessionID(m_sessionID);
-    m_status.SetStartTimeNow();
-    if (m_acceptedAtConstruction) {
-        // Straight into the record: counted with the increments it would show only after the next merge.
-        m_currentActivity.IncreaseConnectionsIn(1);
-        m_status.IncreaseConnectionsIn(1);
+    if (m_parts->acceptedAtConstruction) {
+        m_parts->book.CountFirstConnection();
         xSetPrimaryConnectionStatus(m_mainSocket.get());
         m_mainState = xsGetNetState(m_mainSocket.get());
     }
@@ -83,7 +79,7 @@ NetTCPSession::~NetTCPSession()
 // follows: one session then ends early, and no other is touched.
 void NetTCPSession::xThread()
 {
-    m_hasRun = true;
+    m_parts->hasRun = true;
     xRunPart([this] { xStartAndHandle(); });
     xRunPart([this] { xEventSessionEnd(); });
     xRunPart([this] {
@@ -91,10 +87,15 @@ void NetTCPSession::xThread()
             xShutdownAndClose(m_mainSocket.get());
     });
     xRunPart([this] {
-        if (!m_acceptedAtConstruction)
+        if (!m_parts->acceptedAtConstruction)
             xPrintLogNormal("Session Ended", "", "");
     });
-    xStoreFinalRecords();
+    xRunPart([this] { m_parts->book.StorePending(); });
+    xRunPart([this] { m_parts->book.StoreCurrent(); });
+    xRunPart([this] {
+        const ThreadGatewayGuard guard(m_parts->lock);
+        m_parts->book.CloseRecordPreLocked(m_parts->currentUser);
+    });
 }
 
 /// Runs a part of the thread's body. No exception leaves it; one is logged with the addresses of the main socket, those
@@ -104,7 +105,7 @@ template <class PART> void NetTCPSession::xRunPart(PART&& part)
     try {
         std::forward<PART>(part)();
     } catch (...) {
-        m_hasFailed = true;
+        m_parts->hasFailed = true;
         try {
             const NETSTATE state = m_mainSocket->IsConnected() ? xsGetNetState(m_mainSocket.get()) : m_mainState;
             xPrintLogNormal(state, "Session Failed", "", CurrentExceptionText());
@@ -116,10 +117,11 @@ template <class PART> void NetTCPSession::xRunPart(PART&& part)
 
 void NetTCPSession::xStartAndHandle()
 {
-    platform::RandSeed(platform::CurrentThreadId() +
-                       static_cast<std::uint32_t>(TimePos::sNow().GetMilliSeconds() / 1000));
+    ActivityBook::sSeedSpread(platform::CurrentThreadId(),
+                              static_cast<std::uint32_t>(TimePos::sNow().GetMilliSeconds() / 1000),
+                              m_sessionID.GetDataDirect().session);
 
-    if (m_acceptedAtConstruction)
+    if (m_parts->acceptedAtConstruction)
         xPrintLogNormal(m_mainSocket.get(), "Connection Accepted", "", "");
     else
         xPrintLogNormal("Session Started", "", "");
@@ -127,21 +129,6 @@ void NetTCPSession::xStartAndHandle()
     xEventSessionStart();
     if (xShouldSessionContinue())
         xHandleSession();
-}
-
-void NetTCPSession::xStoreFinalRecords()
-{
-    xRunPart([this] {
-        if (m_pendingActivity.GetTimeUnit() != 0)
-            xStoreActivity(m_pendingActivity);
-    });
-    xRunPart([this] { xStoreActivity(m_currentActivity); });
-    xRunPart([this] {
-        const ThreadGatewayGuard guard(m_lock);
-        xMergeIncrementsPreLocked();
-        m_status.SetEndTimeNow();
-        m_status.SetUser(m_currentUser); // last, for merging takes over the increments' empty user
-    });
 }
 
 void NetTCPSession::xHandleSession()
@@ -187,6 +174,16 @@ bool NetTCPSession::IsBusy() const
     return xIsThreadRunning();
 }
 
+bool NetTCPSession::HasRun() const
+{
+    return m_parts->hasRun;
+}
+
+bool NetTCPSession::HasFailed() const
+{
+    return m_parts->hasFailed;
+}
+
 void NetTCPSession::ForceComplete()
 {
     xEndThread();
@@ -199,26 +196,26 @@ void NetTCPSession::ForceCompleteAsync()
 
 void NetTCPSession::GetStatus(NetSessionLiveStatus& out) const
 {
-    const ThreadGatewayGuard guard(m_lock);
-    out.GetStatus() = m_status;
-    out.GetStatus().SetUser(m_currentUser);
-    out.SetAction(m_currentAction);
-    out.SetDetail(m_currentDetail);
+    const ThreadGatewayGuard guard(m_parts->lock);
+    out.GetStatus() = m_parts->book.GetRecordPreLocked();
+    out.GetStatus().SetUser(m_parts->currentUser);
+    out.SetAction(m_parts->currentAction);
+    out.SetDetail(m_parts->currentDetail);
 }
 
 void NetTCPSession::SendControlMsg(ULONG code, const String& text)
 {
-    const ThreadGatewayGuard guard(m_lock);
-    if (m_controlMsgs.size() < MAX_CONTROL_MSGS)
-        m_controlMsgs.push_back({code, text});
+    const ThreadGatewayGuard guard(m_parts->lock);
+    if (m_parts->controlMsgs.size() < MAX_CONTROL_MSGS)
+        m_parts->controlMsgs.push_back({code, text});
 }
 
 bool NetTCPSession::SendControlMsgIfYourID(const EventLogSessionID& id, ULONG code, const String& text)
 {
-    const ThreadGatewayGuard guard(m_lock);
+    const ThreadGatewayGuard guard(m_parts->lock);
     if (!(id == m_sessionID))
         return false;
-    m_controlMsgs.push_back({code, text}); // whatever is waiting already: kept on purpose
+    m_parts->controlMsgs.push_back({code, text}); // whatever is waiting already: kept on purpose
     return true;
 }
 
@@ -266,7 +263,7 @@ NetTCP* NetTCPSession::xAccept(NetTCP* const listener)
     if (!connection)
         return nullptr;
     xPrintLogNormal(listener, "Connection Accepted", LocalAddressText(*listener), "");
-    xUpdateAndCount(NetCounterBlock::CONNECTIONS_IN);
+    m_parts->book.UpdateAndCount(NetCounterBlock::CONNECTIONS_IN);
     return connection.release();
 }
 
@@ -279,7 +276,7 @@ bool NetTCPSession::xSelfAccept(NetTCP* const socket)
         return false;
     xPrintLogNormal(m_mainState, "Closed Listening Port", listenerText, "");
     xPrintLogNormal(socket, "Connection Accepted", LocalAddressText(*socket), "");
-    xUpdateAndCount(NetCounterBlock::CONNECTIONS_IN);
+    m_parts->book.UpdateAndCount(NetCounterBlock::CONNECTIONS_IN);
     return true;
 }
 
@@ -300,14 +297,14 @@ bool NetTCPSession::xConnect(NetTCP* const socket, const String& host, USHORT po
         xClose(socket);
     const bool connected = socket->Connect(host, port, localHost, localPort);
     xRefreshMainState(socket);
-    xUpdateActivityStatus();
+    m_parts->book.Update();
     const String detail = AddressText(host, port);
     if (connected) {
         xPrintLogNormal(socket, "Connect Success", detail, "");
-        xCount(NetCounterBlock::CONNECTIONS_OUT_SUCCESSES);
+        m_parts->book.Count(NetCounterBlock::CONNECTIONS_OUT_SUCCESSES);
     } else {
         xPrintLogNormal(m_mainState, "Connect Fail", detail, "");
-        xCount(NetCounterBlock::CONNECTIONS_OUT_FAILS);
+        m_parts->book.Count(NetCounterBlock::CONNECTIONS_OUT_FAILS);
     }
     return connected;
 }
@@ -337,12 +334,12 @@ bool NetTCPSession::xLogListen(NetTCP* const socket, bool listening, bool logFai
 
 void NetTCPSession::xClose(NetTCP* const socket)
 {
-    RunAllSteps([&] { xLogClosing(socket); }, [&] { socket->Close(); }, [&] { xUpdateActivityStatus(); });
+    RunAllSteps([&] { xLogClosing(socket); }, [&] { socket->Close(); }, [&] { m_parts->book.Update(); });
 }
 
 void NetTCPSession::xShutdownAndClose(NetTCP* const socket)
 {
-    RunAllSteps([&] { xLogClosing(socket); }, [&] { socket->ShutdownAndClose(); }, [&] { xUpdateActivityStatus(); });
+    RunAllSteps([&] { xLogClosing(socket); }, [&] { socket->ShutdownAndClose(); }, [&] { m_parts->book.Update(); });
 }
 
 /// While the socket still has its addresses.
@@ -362,7 +359,7 @@ void NetTCPSession::xTellMainNetClosed(const NetTCP* const socket)
 
 void NetTCPSession::xSetTimeOutSecs(ULONG seconds)
 {
-    m_timeOut.SetIntervalMS(SecondsToMs(seconds));
+    m_parts->timeOut.SetSeconds(seconds);
 }
 
 bool NetTCPSession::xIsTimedOut() const
@@ -372,7 +369,7 @@ bool NetTCPSession::xIsTimedOut() const
 
 bool NetTCPSession::xIsTimedOut(ULONG now) const
 {
-    return m_timeOut.IsTriggered(now);
+    return m_parts->timeOut.HasPassed(now);
 }
 
 void NetTCPSession::xResetTimeOut()
@@ -382,26 +379,41 @@ void NetTCPSession::xResetTimeOut()
 
 void NetTCPSession::xResetTimeOut(ULONG now)
 {
-    m_timeOut.Restart(now);
+    m_parts->timeOut.Restart(now);
+}
+
+void NetTCPSession::xSetResetTimeOutOnRecv(bool reset)
+{
+    m_parts->timeOut.SetRestartOnRecv(reset);
+}
+
+void NetTCPSession::xSetResetTimeOutOnSend(bool reset)
+{
+    m_parts->timeOut.SetRestartOnSend(reset);
 }
 
 bool NetTCPSession::xProcessMsgsAndTakeNext(CTRLMSG& msg)
 {
     CTRLMSG oldest;
     {
-        const ThreadGatewayGuard guard(m_lock);
-        if (m_controlMsgs.empty())
+        const ThreadGatewayGuard guard(m_parts->lock);
+        if (m_parts->controlMsgs.empty())
             return false;
-        oldest = std::move(m_controlMsgs.front());
-        m_controlMsgs.pop_front();
+        oldest = std::move(m_parts->controlMsgs.front());
+        m_parts->controlMsgs.pop_front();
     }
     if (oldest.code == MSG_DISCONNECT) {
-        m_disconnectPending = true;
-        m_disconnectText = std::move(oldest.text);
+        m_parts->disconnectPending = true;
+        m_parts->disconnectText = std::move(oldest.text);
         return false;
     }
     msg = std::move(oldest);
     return true;
+}
+
+bool NetTCPSession::xCheckForDisconnectMsg() const
+{
+    return m_parts->disconnectPending;
 }
 
 void NetTCPSession::xPerformDisconnectMsg()
@@ -409,12 +421,12 @@ void NetTCPSession::xPerformDisconnectMsg()
     RunAllSteps(
         [this] {
             // A copy of the handler's own, for it may take the next message, whose text then comes in its place.
-            const String text = m_disconnectText;
+            const String text = m_parts->disconnectText;
             xEventControlMsgDisconnectRecv(text);
         },
         [this] {
-            m_disconnectPending = false;
-            m_disconnectText.clear();
+            m_parts->disconnectPending = false;
+            m_parts->disconnectText.clear();
             if (m_mainSocket->IsConnected())
                 xShutdownAndClose(m_mainSocket.get());
         });

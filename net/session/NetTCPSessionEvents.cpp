@@ -1,21 +1,18 @@
 // NetTCPSession, what it reports: log lines, records of what the client did, counters and live status.
 #include "net/session/NetTCPSession.h"
 
-#include "platform/Threads.h"
-
-#include "common/DataLogTime.h"
 #include "common/EventLog.h"
 #include "common/FilePath.h"
-#include "common/Messages.h"
+#include "net/session/NetTCPSessionParts.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace kqlib {
 
 namespace {
 
 constexpr ULONG BYTES_PER_LINE = 76;
-constexpr std::uint32_t WRITE_SPREAD_MS = 1000; // over which the writes of many sessions are spread
 constexpr char FIRST_PRINTABLE = 32;
 constexpr char TAB = 9;
 constexpr char ESCAPE = '%';
@@ -51,25 +48,62 @@ String MoveText(const FilePath& from, const FilePath& to)
     return "From=" + from.GetText() + ", To=" + to.GetText();
 }
 
-} // namespace
-
-/// An action of the client: its two log texts and its counters.
-struct NetTCPSession::ACTION
+/// What is logged and counted of an action.
+struct ACTION_INFO
 {
-    const char* success;
-    const char* fail;
+    const char* success; ///< log text
+    const char* fail;    ///< log text
     NetCounterBlock::COUNTER successCounter;
     NetCounterBlock::COUNTER failCounter = NetCounterBlock::COUNTER_COUNT; ///< COUNTER_COUNT: failures do not count
+};
+
+using C = NetCounterBlock;
+
+/// In the order of NetTCPSession::ACTION.
+constexpr ACTION_INFO ACTIONS[] = {
+    {"Login Success", "Login Fail", C::LOGIN_SUCCESSES, C::LOGIN_FAILS},
+    {"Connect SSL Success", "Connect SSL Fail", C::SSL_SUCCESSES, C::SSL_FAILS},
+    {"Directory Create Success", "Directory Create Fail", C::DIRS_CREATED},
+    {"Directory Delete Success", "Directory Delete Fail", C::DIRS_DELETED},
+    {"Directory Move Success", "Directory Move Fail", C::DIRS_MOVED},
+    {"Directory View Success", "Directory View Fail", C::DIRS_READ}, // counted with others: kept on purpose
+    {"File Append Success", "File Append Fail", C::FILES_APPENDED},
+    {"File Create Success", "File Create Fail", C::FILES_CREATED},
+    {"File Delete Success", "File Delete Fail", C::FILES_DELETED},
+    {"File Download Success", "File Download Fail", C::FILES_READ}, // likewise
+    {"File Move Success", "File Move Fail", C::FILES_MOVED},
+    {"File Read Success", "File Read Fail", C::FILES_READ},
+    {"File Upload Success", "File Upload Fail", C::FILES_CREATED}, // likewise
+};
+
+} // namespace
+
+enum class NetTCPSession::ACTION : std::uint8_t
+{
+    LOGIN,
+    SSL_HANDSHAKE,
+    DIR_CREATE,
+    DIR_DELETE,
+    DIR_MOVE,
+    DIR_VIEW,
+    FILE_APPEND,
+    FILE_CREATE,
+    FILE_DELETE,
+    FILE_DOWNLOAD,
+    FILE_MOVE,
+    FILE_READ,
+    FILE_UPLOAD,
+    COUNT
 };
 
 void NetTCPSession::xPrintLogNormal(const NETSTATE& state, const String& text, const String& detail,
                                     const String& comment) const
 {
-    m_eventLog.PrintIPNormal(m_sessionID, state.remoteIP, state.remotePort, state.localIP, state.localPort, text,
-                             detail, comment);
-    if (m_logHook != nullptr)
-        m_logHook->PrintIPNormal(m_sessionID, state.remoteIP, state.remotePort, state.localIP, state.localPort, text,
-                                 detail, comment);
+    m_parts->eventLog.PrintIPNormal(m_sessionID, state.remoteIP, state.remotePort, state.localIP, state.localPort, text,
+                                    detail, comment);
+    if (m_parts->logHook != nullptr)
+        m_parts->logHook->PrintIPNormal(m_sessionID, state.remoteIP, state.remotePort, state.localIP, state.localPort,
+                                        text, detail, comment);
 }
 
 void NetTCPSession::xPrintLogNormal(const NetTCP* const socket, const String& text, const String& detail,
@@ -86,8 +120,8 @@ void NetTCPSession::xPrintLogNormal(const String& text, const String& detail, co
 void NetTCPSession::xPrintLogDebug(const NETSTATE& state, const String& text, const String& detail,
                                    const String& comment) const
 {
-    m_eventLog.PrintIPDebug(m_sessionID, state.remoteIP, state.remotePort, state.localIP, state.localPort, text, detail,
-                            comment);
+    m_parts->eventLog.PrintIPDebug(m_sessionID, state.remoteIP, state.remotePort, state.localIP, state.localPort, text,
+                                   detail, comment);
 }
 
 void NetTCPSession::xPrintLogDebug(const NetTCP* const socket, const String& text, const String& detail,
@@ -115,211 +149,141 @@ void NetTCPSession::xPrintLogDebug(const NetTCP* const socket, const String& tex
 
 void NetTCPSession::xSetLogHookNormalOn(NetTCP* const socket, EventLog& log)
 {
-    m_logHook = &log;
-    if (m_hookAnnounced)
+    m_parts->logHook = &log;
+    if (m_parts->hookAnnounced)
         return;
     // So that a log hooked in mid-session still tells where the connection came from.
-    m_hookAnnounced = true;
+    m_parts->hookAnnounced = true;
     log.PrintIPNormal(m_sessionID, socket->GetRemoteIP(), socket->GetRemotePort(), socket->GetLocalIP(),
                       socket->GetLocalPort(), "Connection Accepted", "", "");
 }
 
 void NetTCPSession::xSetLogHookNormalOff(NetTCP* const)
 {
-    m_logHook = nullptr;
+    m_parts->logHook = nullptr;
 }
 
 void NetTCPSession::xRecordLoginAttempt(const NETSTATE& state, bool success, const String& first, const String& second,
                                         const String&, const String& comment)
 {
-    xRecordAction({"Login Success", "Login Fail", NetCounterBlock::LOGIN_SUCCESSES, NetCounterBlock::LOGIN_FAILS},
-                  state, success, first + ": " + second, comment);
+    xRecordAction(ACTION::LOGIN, state, success, first + ": " + second, comment);
 }
 
 void NetTCPSession::xRecordLogout(const NETSTATE& state, const String& user, const String&)
 {
-    xUpdateActivityStatus();
+    m_parts->book.Update();
     xPrintLogNormal(state, "Logged Out", user, "");
 }
 
 void NetTCPSession::xRecordDirCreated(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    xRecordAction({"Directory Create Success", "Directory Create Fail", NetCounterBlock::DIRS_CREATED}, state, success,
-                  path.GetText(), reason);
+    xRecordAction(ACTION::DIR_CREATE, state, success, path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordDirDeleted(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    xRecordAction({"Directory Delete Success", "Directory Delete Fail", NetCounterBlock::DIRS_DELETED}, state, success,
-                  path.GetText(), reason);
+    xRecordAction(ACTION::DIR_DELETE, state, success, path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordDirMoved(const NETSTATE& state, bool success, const FilePath& from, const FilePath& to,
                                     const String& reason)
 {
-    xRecordAction({"Directory Move Success", "Directory Move Fail", NetCounterBlock::DIRS_MOVED}, state, success,
-                  MoveText(from, to), reason);
+    xRecordAction(ACTION::DIR_MOVE, state, success, MoveText(from, to), reason);
 }
 
 void NetTCPSession::xRecordDirViewed(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    xRecordAction({"Directory View Success", "Directory View Fail", NetCounterBlock::DIRS_READ}, state, success,
-                  path.GetText(), reason);
+    xRecordAction(ACTION::DIR_VIEW, state, success, path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordFileAppended(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    xRecordAction({"File Append Success", "File Append Fail", NetCounterBlock::FILES_APPENDED}, state, success,
-                  path.GetText(), reason);
+    xRecordAction(ACTION::FILE_APPEND, state, success, path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordFileCreated(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    xRecordAction({"File Create Success", "File Create Fail", NetCounterBlock::FILES_CREATED}, state, success,
-                  path.GetText(), reason);
+    xRecordAction(ACTION::FILE_CREATE, state, success, path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordFileDeleted(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    xRecordAction({"File Delete Success", "File Delete Fail", NetCounterBlock::FILES_DELETED}, state, success,
-                  path.GetText(), reason);
+    xRecordAction(ACTION::FILE_DELETE, state, success, path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordFileDownloaded(const NETSTATE& state, bool success, const FilePath& path,
                                           const String& reason)
 {
-    xRecordAction({"File Download Success", "File Download Fail", NetCounterBlock::FILES_READ}, state, success,
-                  path.GetText(), reason);
+    xRecordAction(ACTION::FILE_DOWNLOAD, state, success, path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordFileMoved(const NETSTATE& state, bool success, const FilePath& from, const FilePath& to,
                                      const String& reason)
 {
-    xRecordAction({"File Move Success", "File Move Fail", NetCounterBlock::FILES_MOVED}, state, success,
-                  MoveText(from, to), reason);
+    xRecordAction(ACTION::FILE_MOVE, state, success, MoveText(from, to), reason);
 }
 
 void NetTCPSession::xRecordFileRead(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    xRecordAction({"File Read Success", "File Read Fail", NetCounterBlock::FILES_READ}, state, success, path.GetText(),
-                  reason);
+    xRecordAction(ACTION::FILE_READ, state, success, path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordFileUploaded(const NETSTATE& state, bool success, const FilePath& path, const String& reason)
 {
-    xRecordAction({"File Upload Success", "File Upload Fail", NetCounterBlock::FILES_CREATED}, state, success,
-                  path.GetText(), reason);
+    xRecordAction(ACTION::FILE_UPLOAD, state, success, path.GetText(), reason);
 }
 
 void NetTCPSession::xRecordSSLHandshake(const NETSTATE& state, bool success, const String& detail)
 {
-    xRecordAction(
-        {"Connect SSL Success", "Connect SSL Fail", NetCounterBlock::SSL_SUCCESSES, NetCounterBlock::SSL_FAILS}, state,
-        success, detail, "");
+    xRecordAction(ACTION::SSL_HANDSHAKE, state, success, detail, "");
 }
 
-void NetTCPSession::xRecordAction(const ACTION& action, const NETSTATE& state, bool success, const String& detail,
+void NetTCPSession::xRecordAction(ACTION action, const NETSTATE& state, bool success, const String& detail,
                                   const String& reason)
 {
-    xUpdateActivityStatus();
-    const NetCounterBlock::COUNTER counter = success ? action.successCounter : action.failCounter;
+    static_assert(std::size(ACTIONS) == static_cast<std::size_t>(ACTION::COUNT));
+    const ACTION_INFO& info = ACTIONS[static_cast<std::size_t>(action)];
+    m_parts->book.Update();
+    const NetCounterBlock::COUNTER counter = success ? info.successCounter : info.failCounter;
     if (counter != NetCounterBlock::COUNTER_COUNT)
-        xCount(counter);
-    xPrintLogNormal(state, success ? action.success : action.fail, detail, success ? String() : reason);
+        m_parts->book.Count(counter);
+    xPrintLogNormal(state, success ? info.success : info.fail, detail, success ? String() : reason);
 }
 
 void NetTCPSession::xSetCurrentUser(const String& user)
 {
-    const ThreadGatewayGuard guard(m_lock);
-    m_currentUser = user;
+    const ThreadGatewayGuard guard(m_parts->lock);
+    m_parts->currentUser = user;
 }
 
 void NetTCPSession::xSetCurrentAction(ULONG action)
 {
-    const ThreadGatewayGuard guard(m_lock);
-    m_currentAction = static_cast<std::uint32_t>(action);
+    const ThreadGatewayGuard guard(m_parts->lock);
+    m_parts->currentAction = static_cast<std::uint32_t>(action);
 }
 
 void NetTCPSession::xSetCurrentDetail(const String& detail)
 {
-    const ThreadGatewayGuard guard(m_lock);
-    m_currentDetail = detail;
+    const ThreadGatewayGuard guard(m_parts->lock);
+    m_parts->currentDetail = detail;
 }
 
 void NetTCPSession::xSetCurrentActionDetail(ULONG action, const String& detail)
 {
-    const ThreadGatewayGuard guard(m_lock);
-    m_currentAction = static_cast<std::uint32_t>(action);
-    m_currentDetail = detail;
+    const ThreadGatewayGuard guard(m_parts->lock);
+    m_parts->currentAction = static_cast<std::uint32_t>(action);
+    m_parts->currentDetail = detail;
 }
 
 void NetTCPSession::xSetPrimaryConnectionStatus(NetTCP* const)
 {
     const NETSTATE state = xsGetNetState(m_mainSocket.get());
-    const ThreadGatewayGuard guard(m_lock);
-    m_status.SetLocalIP(state.localIP);
-    m_status.SetLocalPort(state.localPort);
-    m_status.SetRemoteIP(state.remoteIP);
-    m_status.SetRemotePort(state.remotePort);
-}
-
-/// The caller has brought the time unit up to date.
-void NetTCPSession::xCount(NetCounterBlock::COUNTER counter, ULONG amount)
-{
-    m_currentActivity.IncreaseCounter(counter, amount);
-    m_statusIncrements.IncreaseCounter(counter, amount);
-}
-
-void NetTCPSession::xUpdateAndCount(NetCounterBlock::COUNTER counter, ULONG amount)
-{
-    xUpdateActivityStatus();
-    xCount(counter, amount);
-}
-
-void NetTCPSession::xUpdateActivityStatus()
-{
-    xUpdateActivityStatus(TimePos::sNow());
-}
-
-// Runs before every change of a counter. 1. The unit of now. 2. Write the last unit's counters when they are due, or
-// when their place is needed. 3. Mostly nothing more. 4. to 6. A new unit: this one's counters wait for their write,
-// from 0 they count anew, and what GetStatus tells catches up.
-void NetTCPSession::xUpdateActivityStatus(const TimePos& now)
-{
-    const ULONG unit = DataLogEntryTime::sConvertToTimeUnit(now);
-    const bool sameUnit = unit == m_currentActivity.GetTimeUnit();
-    if (m_pendingActivity.GetTimeUnit() != 0 && (!sameUnit || now > m_pendingWriteTime))
-        xStoreActivity(m_pendingActivity);
-    if (sameUnit)
-        return;
-
-    Messages messages;
-    if (m_pendingActivity.CopyDataFrom(m_currentActivity, messages)) {
-        DataLogEntryTime::sConvertToTimePos(unit, m_pendingWriteTime);
-        m_pendingWriteTime.OffsetByMilliSeconds(platform::RandNext() % WRITE_SPREAD_MS);
-    } else {
-        m_pendingWriteTime.Reset();
-    }
-    m_currentActivity.Reset();
-    m_currentActivity.SetTimeUnit(unit);
-
-    const ThreadGatewayGuard guard(m_lock);
-    xMergeIncrementsPreLocked();
-}
-
-/// Writes a unit's counters to the data log. They are gone afterwards also when that failed: never written twice.
-void NetTCPSession::xStoreActivity(NetSessionActivity& activity)
-{
-    Messages messages;
-    m_dataLog.AddEntry(activity, messages);
-    activity.Reset();
-}
-
-void NetTCPSession::xMergeIncrementsPreLocked()
-{
-    Messages messages;
-    m_statusIncrements.MergeInto(m_status, messages);
-    m_statusIncrements.Reset();
+    const ThreadGatewayGuard guard(m_parts->lock);
+    NetSessionStatus& record = m_parts->book.GetRecordPreLocked();
+    record.SetLocalIP(state.localIP);
+    record.SetLocalPort(state.localPort);
+    record.SetRemoteIP(state.remoteIP);
+    record.SetRemotePort(state.remotePort);
 }
 
 } // namespace kqlib

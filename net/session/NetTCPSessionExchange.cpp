@@ -4,9 +4,9 @@
 #include "platform/Clock.h"
 
 #include "common/RunAllSteps.h"
+#include "net/session/NetTCPSessionParts.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace kqlib {
 
@@ -16,9 +16,6 @@ constexpr std::uint32_t IDLE_SLEEP_MS = 2;
 constexpr ULONG MIN_BUF_SIZE = 1024; // of receive and send buffer, bytes
 constexpr ULONG UNCONNECTED_BUF_SIZE = 8192;
 constexpr std::uint32_t MAX_CMD_RESERVE = 65536; // bytes set aside at once for a command, whatever its maximum is
-
-constexpr unsigned char CR = 13;
-constexpr unsigned char LF = 10;
 
 // RFC 854
 constexpr unsigned char TELNET_IAC = 255;
@@ -70,17 +67,17 @@ void NetTCPSession::xMonitorUntilItEnds(NetTCP* const socket, std::unique_ptr<un
     const ULONG capacity = GetBufCapacity(*socket);
     bytes = std::make_unique_for_overwrite<unsigned char[]>(capacity);
     NetTCP::RECVBUF buffer{capacity, bytes.get(), 0, 0, false};
-    TimedEvent periodic(TimedEvent::sGetNow(), m_periodicMs, false);
+    TimedEvent periodic(TimedEvent::sGetNow(), m_parts->periodicMs, false);
     String command;
-    if (!m_dataMode)
-        command.reserve(std::min(m_maxCmdSize, MAX_CMD_RESERVE));
+    if (!m_parts->dataMode)
+        command.reserve(std::min(m_parts->splitter.GetMaxSize(), MAX_CMD_RESERVE));
 
     while (xShouldSessionContinue()) {
         const ULONG now = TimedEvent::sGetNow();
         ULONG wait = 0; // above 0: time was spent already in this cycle
         if (xIsTimedOut(now))
             break;
-        if (m_disconnectPending) {
+        if (m_parts->disconnectPending) {
             xPerformDisconnectMsg();
             break;
         }
@@ -93,8 +90,8 @@ void NetTCPSession::xMonitorUntilItEnds(NetTCP* const socket, std::unique_ptr<un
         }
         {
             const ZeroBlockTime noWait(*socket, wait > 0);
-            if (!(m_dataMode ? xMonitorNetDataPass(socket, state, buffer, false, wait)
-                             : xMonitorNetCmdPass(socket, state, buffer, false, command, wait)))
+            if (!(m_parts->dataMode ? xMonitorNetDataPass(socket, state, buffer, false, wait)
+                                    : xMonitorNetCmdPass(socket, state, buffer, false, command, wait)))
                 break;
         }
         if (wait == 0)
@@ -112,7 +109,7 @@ bool NetTCPSession::xMonitorNetPeriodic(ULONG& wait)
         xEventMonControlMsgRecv(msg);
         return true;
     }
-    xUpdateActivityStatus();
+    m_parts->book.Update();
     return false;
 }
 
@@ -123,13 +120,14 @@ bool NetTCPSession::xMonitorNetCmdPass(NetTCP* const socket, NETSTATE& state, Ne
     if (received != RECEIVED::BYTES)
         return received == RECEIVED::NOTHING;
 
-    for (SPLIT split; (split = xSplit(buffer, command)) != SPLIT::INCOMPLETE;) {
-        if (m_printDebug)
-            xPrintLogCommand(state, split, command);
-        if (m_resetTimeOutOnRecv)
-            xResetTimeOut();
-        xUpdateAndCount(NetCounterBlock::COMMANDS_IN);
-        if (split == SPLIT::OVERSIZED) {
+    using RESULT = CommandSplitter::RESULT;
+    for (RESULT found; (found = m_parts->splitter.Split(buffer, command)) != RESULT::INCOMPLETE;) {
+        const bool oversized = found == RESULT::OVERSIZED;
+        if (m_parts->printDebug)
+            xPrintLogCommand(state, oversized, command);
+        m_parts->timeOut.NoteRecv();
+        m_parts->book.UpdateAndCount(NetCounterBlock::COMMANDS_IN);
+        if (oversized) {
             xEventMonCmdOverSizeRecv(command);
             command.clear();
             continue;
@@ -149,10 +147,9 @@ bool NetTCPSession::xMonitorNetDataPass(NetTCP* const socket, NETSTATE& state, N
     if (received != RECEIVED::BYTES)
         return received == RECEIVED::NOTHING;
 
-    if (m_printDebug)
+    if (m_parts->printDebug)
         xPrintLogDebug(state, "Received Data", buffer.buffer, buffer.length);
-    if (m_resetTimeOutOnRecv)
-        xResetTimeOut();
+    m_parts->timeOut.NoteRecv();
     xOfferData(buffer, wait);
     return xSendPurgeSendBuf(socket) || xGoOnAfterFailure(socket, wait);
 }
@@ -176,7 +173,7 @@ bool NetTCPSession::xIsConnectedAgain(NetTCP* const socket)
 {
     if (socket->IsConnected() && xIsTimedOut())
         return false;
-    if (m_disconnectPending) {
+    if (m_parts->disconnectPending) {
         xPerformDisconnectMsg();
         return false;
     }
@@ -214,42 +211,15 @@ void NetTCPSession::xOfferData(NetTCP::RECVBUF& buffer, ULONG& wait)
     buffer.position = buffer.length;
 }
 
-/// Moves bytes from the buffer into the command until one is complete (its end consumed and taken off) or has reached
-/// the maximum size (what follows stays, a CR at its end still counting for an LF behind it), or the buffer is used up.
-NetTCPSession::SPLIT NetTCPSession::xSplit(NetTCP::RECVBUF& buffer, String& command) const
+void NetTCPSession::xPrintLogCommand(const NETSTATE& state, bool oversized, const String& command) const
 {
-    while (buffer.position < buffer.length) {
-        const unsigned char* const next = buffer.buffer + buffer.position;
-        if (*next == LF && (buffer.lastWasCR || m_cmdEndIncludesLF)) {
-            if (buffer.lastWasCR && !command.empty())
-                command.pop_back();
-            buffer.lastWasCR = false;
-            ++buffer.position;
-            return SPLIT::COMMAND;
-        }
-        // All bytes up to the next LF at once, as far as there is room; at least this one, an LF that ends nothing too.
-        const ULONG room = m_maxCmdSize > command.size() ? m_maxCmdSize - static_cast<ULONG>(command.size()) : 1;
-        ULONG count = std::min(room, buffer.length - buffer.position);
-        if (const void* const end = std::memchr(next + 1, LF, count - 1))
-            count = static_cast<ULONG>(static_cast<const unsigned char*>(end) - next);
-        command.append(reinterpret_cast<const char*>(next), count);
-        buffer.lastWasCR = next[count - 1] == CR;
-        buffer.position += count;
-        if (command.size() >= m_maxCmdSize)
-            return SPLIT::OVERSIZED;
-    }
-    return SPLIT::INCOMPLETE;
-}
-
-void NetTCPSession::xPrintLogCommand(const NETSTATE& state, SPLIT split, const String& command) const
-{
-    xPrintLogDebug(state, split == SPLIT::OVERSIZED ? "Received Command (Oversized)" : "Received Command", command, "");
+    xPrintLogDebug(state, oversized ? "Received Command (Oversized)" : "Received Command", command, "");
 }
 
 /// What ends every wait but a forced one.
 bool NetTCPSession::xMustStopWaiting() const
 {
-    return xShouldSessionEnd() || xIsTimedOut() || m_disconnectPending;
+    return xShouldSessionEnd() || xIsTimedOut() || m_parts->disconnectPending;
 }
 
 bool NetTCPSession::xRecvCommand(NetTCP* const socket, const NETSTATE& state, NetTCP::RECVBUF& buffer, String& command,
@@ -263,7 +233,7 @@ bool NetTCPSession::xRecvCommand(NetTCP* const socket, const NETSTATE& state, Ne
         const ULONG now = TimedEvent::sGetNow();
         if (xIsTimedOut(now))
             return false;
-        if (m_disconnectPending) {
+        if (m_parts->disconnectPending) {
             xPerformDisconnectMsg();
             return false;
         }
@@ -280,14 +250,14 @@ bool NetTCPSession::xRecvCommand(NetTCP* const socket, const NETSTATE& state, Ne
                 continue;
             }
         }
-        const SPLIT split = xSplit(buffer, command);
-        if (split == SPLIT::INCOMPLETE)
+        const CommandSplitter::RESULT found = m_parts->splitter.Split(buffer, command);
+        if (found == CommandSplitter::RESULT::INCOMPLETE)
             continue;
-        if (m_printDebug)
-            xPrintLogCommand(state, split, command);
+        oversized = found == CommandSplitter::RESULT::OVERSIZED;
+        if (m_parts->printDebug)
+            xPrintLogCommand(state, oversized, command);
         xResetTimeOut(now); // whatever xSetResetTimeOutOnRecv said: kept on purpose
-        xUpdateAndCount(NetCounterBlock::COMMANDS_IN);
-        oversized = split == SPLIT::OVERSIZED;
+        m_parts->book.UpdateAndCount(NetCounterBlock::COMMANDS_IN);
         return true;
     }
 }
@@ -303,7 +273,7 @@ bool NetTCPSession::xRecvData(NetTCP* const socket, const NETSTATE& state, unsig
         return false;
     }
     if (length > 0)
-        xUpdateAndCount(NetCounterBlock::DATA_IN_BYTES, length);
+        m_parts->book.UpdateAndCount(NetCounterBlock::DATA_IN_BYTES, length);
     return true;
 }
 
@@ -316,75 +286,59 @@ void NetTCPSession::xEndBroken(NetTCP* const socket, const NETSTATE& state)
 
 bool NetTCPSession::xSendCommand(NetTCP* const socket, const String& text)
 {
-    return xSendCommandThrough(&NetTCPSession::xSendAllDataNoBuf, socket, text);
+    return xSendLine(socket, text, MANNER::POLITE);
 }
 
 bool NetTCPSession::xSendCommandForce(NetTCP* const socket, const String& text)
 {
-    return xSendCommandThrough(&NetTCPSession::xSendAllDataForceNoBuf, socket, text);
+    return xSendLine(socket, text, MANNER::FORCED);
 }
 
-bool NetTCPSession::xSendCommandThrough(SENDER sender, NetTCP* const socket, const String& text)
+bool NetTCPSession::xSendLine(NetTCP* const socket, const String& text, MANNER manner)
 {
-    if (m_printDebug)
+    if (m_parts->printDebug)
         xPrintLogDebug(socket, "Sent Command", text, "");
     const String line = text + "\r\n";
-    if (!xSendThrough(sender, socket, reinterpret_cast<const unsigned char*>(line.data()),
-                      static_cast<ULONG>(line.size()), false))
+    if (!xSendBytes(socket, reinterpret_cast<const unsigned char*>(line.data()), static_cast<ULONG>(line.size()),
+                    manner))
         return false;
     if (m_bufferedMode)
-        xUpdateActivityStatus();
-    xCount(NetCounterBlock::COMMANDS_OUT);
+        m_parts->book.Update();
+    m_parts->book.Count(NetCounterBlock::COMMANDS_OUT);
     return true;
 }
 
 bool NetTCPSession::xSendAllData(NetTCP* const socket, const unsigned char* data, ULONG length)
 {
-    return xSendThrough(&NetTCPSession::xSendAllDataNoBuf, socket, data, length, true);
+    return xSendLogged(socket, data, length, MANNER::POLITE);
 }
 
 bool NetTCPSession::xSendAllDataForce(NetTCP* const socket, const unsigned char* data, ULONG length)
 {
-    return xSendThrough(&NetTCPSession::xSendAllDataForceNoBuf, socket, data, length, true);
+    return xSendLogged(socket, data, length, MANNER::FORCED);
 }
 
-/// Through the send buffer in buffered mode, else at once. log: with debug lines of the bytes.
-bool NetTCPSession::xSendThrough(SENDER sender, NetTCP* const socket, const unsigned char* data, ULONG length, bool log)
+bool NetTCPSession::xSendLogged(NetTCP* const socket, const unsigned char* data, ULONG length, MANNER manner)
 {
-    if (log && m_printDebug)
+    if (m_parts->printDebug)
         xPrintLogDebug(socket, "Sent Data", data, length);
-    if (!m_bufferedMode || m_sendBufCapacity == 0)
-        return (this->*sender)(socket, data, length);
-
-    while (length > m_sendBufCapacity - m_sendBufFill) {
-        const ULONG room = m_sendBufCapacity - m_sendBufFill;
-        std::copy_n(data, room, m_sendBuf.get() + m_sendBufFill);
-        m_sendBufFill = m_sendBufCapacity;
-        data += room;
-        length -= room;
-        if (!(this->*sender)(socket, m_sendBuf.get(), m_sendBufFill))
-            return false;
-        m_sendBufFill = 0;
-    }
-    std::copy_n(data, length, m_sendBuf.get() + m_sendBufFill);
-    m_sendBufFill += length;
-    return true;
+    return xSendBytes(socket, data, length, manner);
 }
 
-bool NetTCPSession::xSendAllDataNoBuf(NetTCP* const socket, const unsigned char* data, ULONG length)
+/// Through the send buffer in buffered mode, else at once.
+bool NetTCPSession::xSendBytes(NetTCP* const socket, const unsigned char* data, ULONG length, MANNER manner)
 {
-    return xSendDirect(socket, data, length, false);
+    if (!m_bufferedMode || !m_parts->sendBuffer.IsMade())
+        return xSendDirect(socket, data, length, manner);
+    return m_parts->sendBuffer.Add(
+        data, length, [&](const unsigned char* full, ULONG size) { return xSendDirect(socket, full, size, manner); });
 }
 
-bool NetTCPSession::xSendAllDataForceNoBuf(NetTCP* const socket, const unsigned char* data, ULONG length)
-{
-    return xSendDirect(socket, data, length, true);
-}
-
-bool NetTCPSession::xSendDirect(NetTCP* const socket, const unsigned char* data, ULONG length, bool force)
+bool NetTCPSession::xSendDirect(NetTCP* const socket, const unsigned char* data, ULONG length, MANNER manner)
 {
     if (!socket->IsConnected())
         return false;
+    const bool force = manner == MANNER::FORCED;
     const NETSTATE state = xsGetNetState(socket);
     while (length > 0) {
         if (!force && xMustStopWaiting())
@@ -395,9 +349,8 @@ bool NetTCPSession::xSendDirect(NetTCP* const socket, const unsigned char* data,
             return false;
         }
         if (sent > 0) {
-            xUpdateAndCount(NetCounterBlock::DATA_OUT_BYTES, sent);
-            if (m_resetTimeOutOnSend)
-                xResetTimeOut();
+            m_parts->book.UpdateAndCount(NetCounterBlock::DATA_OUT_BYTES, sent);
+            m_parts->timeOut.NoteSend();
             data += sent;
             length -= sent;
         }
@@ -412,35 +365,48 @@ bool NetTCPSession::xSendDirect(NetTCP* const socket, const unsigned char* data,
 
 bool NetTCPSession::xSendPurgeSendBuf(NetTCP* const socket)
 {
-    return xPurgeSendBufThrough(&NetTCPSession::xSendAllDataNoBuf, socket);
+    return xSendGathered(socket, MANNER::POLITE);
 }
 
 bool NetTCPSession::xSendPurgeSendBufForce(NetTCP* const socket)
 {
-    return xPurgeSendBufThrough(&NetTCPSession::xSendAllDataForceNoBuf, socket);
+    return xSendGathered(socket, MANNER::FORCED);
 }
 
-bool NetTCPSession::xPurgeSendBufThrough(SENDER sender, NetTCP* const socket)
+bool NetTCPSession::xSendGathered(NetTCP* const socket, MANNER manner)
 {
-    if (!m_bufferedMode || m_sendBufFill == 0)
-        return true;
-    bool sent = false;
-    RunAllSteps([&] { sent = (this->*sender)(socket, m_sendBuf.get(), m_sendBufFill); }, [&] { m_sendBufFill = 0; });
-    return sent;
+    return !m_bufferedMode || m_parts->sendBuffer.Purge([&](const unsigned char* data, ULONG length) {
+        return xSendDirect(socket, data, length, manner);
+    });
 }
 
 void NetTCPSession::xSetBufMode(NetTCP* const socket, bool on)
 {
-    if (!on) {
-        m_sendBufFill = 0;
-        return;
-    }
-    const ULONG capacity = socket != nullptr && socket->IsConnected() ? GetBufCapacity(*socket) : UNCONNECTED_BUF_SIZE;
-    if (capacity == m_sendBufCapacity)
-        return;
-    m_sendBuf = std::make_unique_for_overwrite<unsigned char[]>(capacity);
-    m_sendBufCapacity = capacity;
-    m_sendBufFill = 0;
+    if (on)
+        m_parts->sendBuffer.Make(socket != nullptr && socket->IsConnected() ? GetBufCapacity(*socket)
+                                                                            : UNCONNECTED_BUF_SIZE);
+    else
+        m_parts->sendBuffer.Discard();
+}
+
+void NetTCPSession::xSetDataMode(bool on)
+{
+    m_parts->dataMode = on;
+}
+
+void NetTCPSession::xSetMaxCmdSize(ULONG size)
+{
+    m_parts->splitter.SetMaxSize(static_cast<std::uint32_t>(size));
+}
+
+void NetTCPSession::xSetCmdEndIncludesLF(bool on)
+{
+    m_parts->splitter.SetEndIncludesLF(on);
+}
+
+void NetTCPSession::xSetPeriodicMilliSecs(ULONG milliSecs)
+{
+    m_parts->periodicMs = static_cast<std::uint32_t>(milliSecs);
 }
 
 void NetTCPSession::xFilterTelnetSpecials(String& text) const

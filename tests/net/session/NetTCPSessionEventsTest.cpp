@@ -5,6 +5,10 @@
 #include "platform/Threads.h"
 #include "tests/net/session/SessionFixture.h"
 
+#include <array>
+#include <atomic>
+#include <memory>
+#include <set>
 #include <vector>
 
 namespace kqlib::test {
@@ -358,6 +362,29 @@ TEST_F(NetTCPSessionEvents, Activity_NewUnit_MergesAndWritesTheOldOneAtARandomMo
     session.xRecordLogout(STATE, "", "");
     EXPECT_EQ(Stored(C::FILES_READ), 1U); // written once
     EXPECT_EQ(Status().GetFilesRead(), 1U);
+}
+
+TEST_F(NetTCPSessionEvents, Activity_NeighbouringSessions_DrawMomentsFarApart)
+{
+    constexpr std::size_t COUNT = 16;
+    std::array<std::atomic<std::uint32_t>, COUNT> draws{};
+    std::atomic<std::size_t> drawn{0};
+    std::vector<std::unique_ptr<TestHostSession>> sessions;
+    for (std::size_t index = 0; index < COUNT; ++index) {
+        sessions.push_back(std::make_unique<TestHostSession>(m_pool, m_cache, m_dataLog, m_log,
+                                                             EventLogSessionID(index + 1, 9), 60, nullptr));
+        sessions.back()->hooks.handle = [&, index](TestHostSession&) {
+            draws[index] = platform::RandNext() % 1000;
+            ++drawn;
+            WaitFor([&] { return drawn == COUNT; }); // so that each has a thread of its own
+        };
+        ASSERT_TRUE(sessions.back()->xConstrStartSession());
+    }
+    for (const auto& session : sessions)
+        ASSERT_TRUE(WaitFor([&] { return session->IsComplete(); }));
+    const std::set<std::uint32_t> moments(draws.begin(), draws.end());
+    EXPECT_GT(moments.size(), COUNT / 2);
+    EXPECT_GT(*moments.rbegin() - *moments.begin(), 300U);
 }
 
 TEST_F(NetTCPSessionEvents, Activity_NextUnitBeforeItsMoment_WritesThePendingOneFirst)
