@@ -2,6 +2,7 @@
 import argparse
 import collections
 import concurrent.futures
+import fcntl
 import json
 import os
 import pathlib
@@ -254,18 +255,21 @@ class JUDGE:
         """The test that fails in the group; empty when all pass. What fails must fail a second time in two tries."""
         if len(group) > 1:
             joined = ":".join(case.command[1].split("=", 1)[1] for case in group)
-            command = [group[0].command[0], f"--gtest_filter={joined}", "--gtest_also_run_disabled_tests", "--gtest_fail_fast"]
+            command = [group[0].command[0], f"--gtest_filter={joined}", "--gtest_also_run_disabled_tests",
+                       "--gtest_fail_fast"]
         else:
             command = group[0].command
         code, output = self._run(command, group)
         if code == 0:
             return ""
         if code is None:
-            return f"{group[0].name} and others, by the time limit" if len(group) > 1 else f"{group[0].name}, by the time limit"
+            return group[0].name + (" and others" if len(group) > 1 else "") + ", by the time limit"
         if code > 128:
             return f"{running(output) or group[0].name}, by a signal"
         failed = re.search(r"^\[  FAILED  \] ([^\s,]+)", output, re.MULTILINE)
-        case = next((case for case in group if failed and case.name.endswith("." + failed[1])), group[0] if len(group) == 1 else None)
+        case = next((case for case in group if failed and case.name.endswith("." + failed[1])), None)
+        if len(group) == 1:
+            case = group[0]
         if case is None:
             return f"{group[0].name} and others"
         for _ in range(2):
@@ -391,22 +395,38 @@ def main(arguments):
             print(f"{mutant.file}:{mutant.line}: {mutant.kind}: {mutant.function}: {mutant.change}")
         return 0
 
-    build = BUILD(tree, options.cache, options.jobs)
     options.cache.mkdir(parents=True, exist_ok=True)
-    if options.report:
-        state = copy_tree.copy_tree(tree, build.copy)
-    else:
-        state = build.prepare()
-    drawn = draw(find_all(build.copy, paths), options.count, options.seed)
-    results = RESULTS(options.cache / "results.jsonl", state)
     equivalents = read_equivalents(tree / "tests" / "mutants-equivalent.txt")
-    if not options.report:
-        try_all(build, state, drawn, results, equivalents, end, options.budget)
-    known = [results.known[mutant.key] for mutant in drawn if mutant.key in results.known]
-    text = report(known, equivalents, len(drawn))
+    if options.report:
+        drawn = draw(find_all(tree, paths), options.count, options.seed)
+        results = RESULTS(options.cache / "results.jsonl", copy_tree.read_tree(tree)[1])
+    else:
+        build = BUILD(tree, options.cache, options.jobs)
+        with open(options.cache / "lock", "w", encoding="utf-8") as lock:
+            try:
+                fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            except OSError:
+                sys.exit(f"scripts/mutants: another run is at work in {options.cache}")
+            state = build.prepare()
+            drawn = draw(find_all(build.copy, paths), options.count, options.seed)
+            results = RESULTS(options.cache / "results.jsonl", state)
+            try_all(build, state, drawn, results, equivalents, end, options.budget)
+    text = report(known_of(drawn, results.known, equivalents), equivalents, len(drawn))
     (options.cache / "report.txt").write_text(text + "\n")
     print(f"\n{text}\n\n{options.cache / 'report.txt'}")
     return 0
+
+
+def known_of(drawn, known, equivalents):
+    """The results of those drawn; what is listed as an equivalent is one, unless a test has killed it all the same."""
+    found = []
+    for mutant in drawn:
+        result = known.get(mutant.key)
+        if mutant.key in equivalents and (result is None or result["verdict"] != "killed"):
+            result = {"key": mutant.key, "line": mutant.line, "kind": mutant.kind, "verdict": "equivalent", "detail": ""}
+        if result is not None:
+            found.append(result)
+    return found
 
 
 def try_all(build, state, drawn, results, equivalents, end, budget):
@@ -416,16 +436,14 @@ def try_all(build, state, drawn, results, equivalents, end, budget):
     judge = JUDGE(suite, maker, budget)
     texts = {}
     for number, mutant in enumerate(drawn, 1):
-        if mutant.key in results.known or not maker.knows(mutant.file):
+        if mutant.key in results.known or mutant.key in equivalents or not maker.knows(mutant.file):
             continue
         if time.monotonic() > end:
             say("== the time is over; the same command goes on from here")
             break
         begin = time.monotonic()
         text = texts.setdefault(mutant.file, (build.copy / mutant.file).read_text())
-        if mutant.key in equivalents:
-            verdict, detail = "equivalent", ""
-        elif maker.make(mutant, text):
+        if maker.make(mutant, text):
             verdict, detail = judge.judge(mutant)
         else:
             verdict, detail = "does not compile", ""

@@ -339,6 +339,15 @@ class Books(unittest.TestCase):
         self.assertIn("2 of 4, 50.0 %", text)
         self.assertIn("\na.cpp\n   3: W: c3\n      survived; no test\n   4: W: c4\n", text)
 
+    def test_Known_ListedAsEquivalentCountsUnlessKilled(self):
+        drawn = mutator.find_mutants("a.cpp", "void W()\n{\n    a = b;\n    c = d;\n    e = f;\n    g = h;\n}\n")
+        keys = [mutant.key for mutant in drawn]
+        known = {keys[0]: {"verdict": "survived"}, keys[1]: {"verdict": "killed"}, keys[2]: {"verdict": "survived"}}
+        found = worker.known_of(drawn, known, {keys[0]: "why", keys[1]: "why"})
+        self.assertEqual([result["verdict"] for result in found], ["equivalent", "killed", "survived"])
+        found = worker.known_of(drawn, {}, {keys[3]: "why"})
+        self.assertEqual([(result["key"], result["verdict"]) for result in found], [(keys[3], "equivalent")])
+
     def test_CopyTree_SameStateForTheSameCodeAndWhatIsGoneGoes(self):
         with tempfile.TemporaryDirectory() as folder:
             tree, copy = pathlib.Path(folder) / "tree", pathlib.Path(folder) / "copy"
