@@ -80,6 +80,7 @@ public:
     using Controllable::xGetMainSocket;
     using Controllable::xIsCurrentReqCancelled;
     using Controllable::xLockCtrlData;
+    using Controllable::xSetCurrentActionDetail;
     using Controllable::xSetTimeOutPrevent;
     using Controllable::xsGetNetState;
     using Controllable::xShouldReqContinue;
@@ -672,6 +673,34 @@ TEST_F(NetTCPSessionControllableSSLTest, GetState_AfterUpdates_TellsTheLast)
     m_host->GetState(state);
     EXPECT_TRUE(state.connected);
     EXPECT_EQ(state.action, 3U);
+}
+
+TEST_F(NetTCPSessionControllableSSLTest, UpdateState_WithAnAction_EmptiesTheDetail)
+{
+    const auto liveDetail = [this] {
+        NetSessionLiveStatus live;
+        m_host->GetStatus(live);
+        return live.GetDetail();
+    };
+    m_host->xSetCurrentActionDetail(7, "/old.file");
+    ASSERT_EQ(liveDetail(), "/old.file");
+    m_host->xUpdateState(true, m_host->xGetMainSocket(), true);
+    EXPECT_EQ(liveDetail(), "/old.file") << "only the form with an action";
+    m_host->xUpdateState(true, m_host->xGetMainSocket(), true, 8);
+    EXPECT_EQ(liveDetail(), "");
+}
+
+TEST_F(NetTCPSessionControllableSSLTest, Idle_NothingQueued_PausesInEachTurn)
+{
+    constexpr std::size_t TURNS = 50;
+    const MovedTick tick(0);
+    MakeHost();
+    ASSERT_TRUE(m_host->Start());
+    ASSERT_TRUE(WaitTurns());
+    const std::size_t before = MovedTick::sGetAskedCount();
+    // Each turn asks for the tick twice: for the tick handler, and for the time-out.
+    ExpectPauses(TURNS,
+                 [&] { EXPECT_TRUE(WaitFor([&] { return MovedTick::sGetAskedCount() >= before + 2 * TURNS; })); });
 }
 
 TEST_F(NetTCPSessionControllableSSLTest, SixteenThreads_QueueAndCancel_EveryRequestEndsOnce)

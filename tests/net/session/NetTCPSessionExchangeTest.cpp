@@ -524,7 +524,129 @@ TEST_F(NetTCPSessionExchange, Pass_ResetOnReceive_RestartsTheTimeOutOnlyWhenItIs
     EXPECT_TRUE(session.xIsTimedOut());
 }
 
+TEST_F(NetTCPSessionExchange, CmdPass_OversizedCommand_RestartsTheTimeOutToo)
+{
+    const MovedTick tick(0);
+    TestHostSession& session = MakeScripted();
+    session.xSetMaxCmdSize(4);
+    MovedTick::sAdvance(50000);
+    m_script->incoming = {"abcd"};
+    EXPECT_TRUE(CmdPass());
+    MovedTick::sAdvance(10000);
+    EXPECT_EQ(session.GetNotes(), (TEXTS{"oversized:abcd"}));
+    EXPECT_FALSE(session.xIsTimedOut());
+}
+
+TEST_F(NetTCPSessionExchange, RecvCommand_OversizedCommand_RestartsTheTimeOutToo)
+{
+    const MovedTick tick(0);
+    TestHostSession& session = MakeScripted();
+    session.xSetMaxCmdSize(4);
+    MovedTick::sAdvance(50000);
+    m_script->incoming = {"abcd"};
+    bool oversized = false;
+    EXPECT_TRUE(session.xRecvCommand(m_script, session.xGetMainNetState(), m_buffer.rb, m_command, oversized));
+    EXPECT_TRUE(oversized);
+    MovedTick::sAdvance(10000);
+    EXPECT_FALSE(session.xIsTimedOut());
+}
+
+TEST_F(NetTCPSessionExchange, CmdPass_TimeOutRestarted_BeforeTheHandler)
+{
+    const MovedTick tick(0);
+    TestHostSession& session = MakeScripted();
+    session.xSetMaxCmdSize(4);
+    int handled = 0;
+    const auto expectRestarted = [&](TestHostSession& self, const String&) {
+        EXPECT_FALSE(self.xIsTimedOut());
+        ++handled;
+    };
+    session.hooks.command = expectRestarted;
+    session.hooks.oversized = expectRestarted;
+    for (const char* bytes : {"A\r\n", "abcd"}) {
+        MovedTick::sAdvance(60000);
+        m_script->incoming = {bytes};
+        EXPECT_TRUE(CmdPass());
+    }
+    EXPECT_EQ(handled, 2);
+}
+
+TEST_F(NetTCPSessionExchange, DataPass_NothingConsumed_PausesBetweenTheOffers)
+{
+    constexpr int OFFERS = 50;
+    TestHostSession& session = MakeScripted();
+    int offers = 0;
+    session.hooks.data = [&](TestHostSession&, const std::string&, ULONG& length) {
+        if (++offers <= OFFERS)
+            length = 0;
+    };
+    m_script->incoming = {"x"};
+    ExpectPauses(OFFERS, [&] { EXPECT_TRUE(DataPass()); });
+    EXPECT_EQ(offers, OFFERS + 1);
+}
+
 // --- the monitor
+
+TEST_F(NetTCPSessionExchange, Monitor_NothingToDoWithoutBlockTime_PausesInEachCycle)
+{
+    constexpr int CYCLES = 50;
+    TestHostSession& session = MakeScripted();
+    m_script->SetBlockTime(0);
+    session.xSetPeriodicMilliSecs(1000000);
+    int cycles = 0;
+    session.hooks.preRead = [&](TestHostSession& self, bool, ULONG&) {
+        if (++cycles > CYCLES)
+            self.xSetSessionCompleted();
+    };
+    ExpectPauses(CYCLES, [&] { session.xMonitorNet(m_script); });
+    EXPECT_EQ(cycles, CYCLES + 1);
+}
+
+TEST_F(NetTCPSessionExchange, Monitor_TimeOutAndDisconnectTogether_TheTimeOutIsSeenFirst)
+{
+    const MovedTick tick(0);
+    TestHostSession& session = MakeScripted();
+    MakeDisconnectPending();
+    MovedTick::sAdvance(60000);
+    session.xMonitorNet(m_script);
+    EXPECT_EQ(session.GetNotes(), (TEXTS{"closed"}));
+    EXPECT_TRUE(session.xCheckForDisconnectMsg());
+    EXPECT_TRUE(m_script->IsConnected());
+}
+
+TEST_F(NetTCPSessionExchange, Monitor_DisconnectWaits_IsPerformedBeforeAnyHandlerOfTheCycle)
+{
+    TestHostSession& session = MakeScripted();
+    session.hooks.preRead = [](TestHostSession& self, bool, ULONG&) { self.Note("preRead"); };
+    MakeDisconnectPending();
+    m_script->incoming = {"A\r\n"};
+    session.xMonitorNet(m_script);
+    EXPECT_EQ(session.GetNotes(), (TEXTS{"disconnect:bye", "mainNetClosed", "closed"}));
+}
+
+TEST_F(NetTCPSessionExchange, RecvCommand_TimeOutAndDisconnectTogether_TheTimeOutIsSeenFirst)
+{
+    const MovedTick tick(0);
+    TestHostSession& session = MakeScripted();
+    MakeDisconnectPending();
+    MovedTick::sAdvance(60000);
+    m_script->incoming = {"A\r\n"};
+    EXPECT_EQ(ReceiveAll(m_buffer), TEXTS{});
+    EXPECT_EQ(session.GetNotes(), TEXTS{});
+    EXPECT_TRUE(session.xCheckForDisconnectMsg());
+    EXPECT_TRUE(m_script->IsConnected());
+}
+
+TEST_F(NetTCPSessionExchange, RecvCommand_NothingComesWithoutBlockTime_PausesInEachTurn)
+{
+    constexpr int TURNS = 50;
+    TestHostSession& session = MakeScripted();
+    m_script->SetBlockTime(0);
+    int turns = 0;
+    session.hooks.shouldWait = [&](TestHostSession&) { return ++turns <= TURNS; };
+    ExpectPauses(TURNS, [&] { EXPECT_EQ(ReceiveAll(m_buffer), TEXTS{}); });
+    EXPECT_EQ(turns, TURNS + 1);
+}
 
 TEST_F(NetTCPSessionExchange, Monitor_ReceiveBuffer_HasTheSizeOfTheSystemsSendBuffer_KeptOnPurpose)
 {
@@ -1040,6 +1162,32 @@ TEST_F(NetTCPSessionExchange, SendAllData_ResetOnSend_RestartsTheTimeOutOnlyWhen
     }
 }
 
+TEST_F(NetTCPSessionExchange, SendAllData_NothingGoesOut_DoesNotRestartTheTimeOut)
+{
+    const MovedTick tick(0);
+    TestHostSession& session = MakeScripted();
+    m_script->sendSizes = {0, 0, 0};
+    session.hooks.shouldWait = [](TestHostSession&) {
+        MovedTick::sAdvance(40000);
+        return true;
+    };
+    EXPECT_FALSE(SendText("x"));
+    EXPECT_EQ(m_script->sends, 2U) << "40 s, 80 s";
+    EXPECT_TRUE(session.xIsTimedOut());
+}
+
+TEST_F(NetTCPSessionExchange, SendAllData_NothingGoesOutWithoutBlockTime_PausesInEachTurn)
+{
+    constexpr int TURNS = 50;
+    MakeScripted();
+    m_script->SetBlockTime(0);
+    for (const bool force : {false, true}) {
+        m_script->sendSizes.assign(TURNS, 0);
+        ExpectPauses(TURNS, [&] { EXPECT_TRUE(force ? SendTextForce("x") : SendText("x")); });
+    }
+    EXPECT_EQ(m_script->sent, "xx");
+}
+
 /// What ends a send to a client that reads nothing.
 enum class ENDING
 {
@@ -1266,6 +1414,23 @@ TEST_F(NetTCPSessionExchange, DebugLines_WhenAskedFor_TellWhatWasExchanged)
                Line(state, "Received Data", std::string(76, 'x')), Line(state, "Received Data", std::string(76, 'x')),
                Line(state, "Received Data", std::string(48, 'x')), Line(state, "Sent Data", "out%0D%0A")}));
     EXPECT_TRUE(Lines('N').empty());
+}
+
+TEST_F(NetTCPSessionExchange, DebugLines_OfWhatCame_StandInTheLogBeforeTheHandlerSeesIt)
+{
+    UseDebugLines();
+    TestHostSession& session = MakeScripted();
+    session.xSetMaxCmdSize(4);
+    std::vector<std::size_t> lines;
+    const auto countLines = [&](TestHostSession&, const String&) { lines.push_back(Lines('D').size()); };
+    session.hooks.command = countLines;
+    session.hooks.oversized = countLines;
+    session.hooks.data = [&](TestHostSession&, const std::string&, ULONG&) { lines.push_back(Lines('D').size()); };
+    m_script->incoming = {"abcdef\r\n"};
+    PassAll();
+    m_script->incoming = {"data"};
+    EXPECT_TRUE(DataPass());
+    EXPECT_EQ(lines, (std::vector<std::size_t>{1, 2, 3}));
 }
 
 TEST_F(NetTCPSessionExchange, DebugLines_NotAskedForAtConstruction_AreNotMade)

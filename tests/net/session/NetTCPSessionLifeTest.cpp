@@ -558,6 +558,54 @@ TEST_F(NetTCPSessionLife, Close_MainSocket_TellsTheHostAndLogsOnce)
     EXPECT_TRUE(ClientSeesEnd());
 }
 
+TEST_F(NetTCPSessionLife, Close_MainSocket_TheHandlerComesBeforeTheLine)
+{
+    for (const bool shutDown : {false, true}) {
+        std::unique_ptr<NetTCP> served;
+        Pair(served, m_client);
+        TestHostSession& session = Make(std::move(served));
+        m_log.Clear();
+        TEXTS before{"not called"};
+        session.hooks.mainNetClosed = [&](TestHostSession& self) {
+            before = Lines();
+            EXPECT_TRUE(self.xGetMainSocket()->IsConnected());
+        };
+        if (shutDown)
+            session.xShutdownAndClose(session.xGetMainSocket());
+        else
+            session.xClose(session.xGetMainSocket());
+        EXPECT_EQ(before, TEXTS{});
+        EXPECT_EQ(Lines().size(), 1U);
+    }
+}
+
+TEST_F(NetTCPSessionLife, Receive_Fails_TheHandlerComesBeforeTheLine)
+{
+    TestHostSession& session = MakeScripted();
+    m_script->hangUpAtEnd = true;
+    TEXTS before{"not called"};
+    session.hooks.mainNetClosed = [&](TestHostSession&) { before = Lines(); };
+    unsigned char byte = 0;
+    ULONG length = 1;
+    EXPECT_FALSE(session.xRecvData(m_script, session.xGetMainNetState(), &byte, length));
+    EXPECT_EQ(before, TEXTS{});
+    EXPECT_EQ(Lines().size(), 1U);
+}
+
+TEST_F(NetTCPSessionLife, Thread_Lines_AcceptedBeforeTheStartHandlerClosedAfterTheEndHandler)
+{
+    TestHostSession& session = MakeServed();
+    std::size_t atStart = 0;
+    std::size_t atEnd = 0;
+    session.hooks.start = [&](TestHostSession&) { atStart = Lines().size(); };
+    session.hooks.handle = [](TestHostSession&) {};
+    session.hooks.end = [&](TestHostSession&) { atEnd = Lines().size(); };
+    Run();
+    EXPECT_EQ(atStart, 1U);
+    EXPECT_EQ(atEnd, 1U);
+    EXPECT_EQ(Lines().size(), 2U);
+}
+
 TEST_F(NetTCPSessionLife, ShutdownAndClose_OtherSocket_LogsItsEndsAndTellsNobody)
 {
     TestHostSession& session = Make(nullptr);

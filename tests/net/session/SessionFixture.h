@@ -159,6 +159,14 @@ protected:
             rows.push_back(dynamic_cast<const NetSessionActivity&>(results.Get(i)));
         return rows;
     }
+    /// That work, with so many pauses of 2 ms in it, takes its time. A pause is never too short, so half is asked for.
+    template <class WORK> static void ExpectPauses(int count, const WORK& work)
+    {
+        const auto start = std::chrono::steady_clock::now();
+        work();
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(count)) << "no pauses";
+    }
+
     /// A counter summed over all rows.
     ULONG8 Stored(NetCounterBlock::COUNTER counter)
     {
