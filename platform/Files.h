@@ -21,7 +21,8 @@ enum class FileMode : std::uint8_t
 };
 
 /// Opens a file. create: made when missing. truncate: emptied. ownerOnly: a file that is made can be read and written
-/// by its owner alone. INVALID_FILE_HANDLE on failure (also for a folder).
+/// by its owner alone, and from one that exists all others lose their rights before it is emptied.
+/// INVALID_FILE_HANDLE on failure (also for a folder, or when the rights cannot be taken).
 KQCOMMON_API FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate, bool ownerOnly = false);
 KQCOMMON_API void CloseFile(FileHandle handle);
 

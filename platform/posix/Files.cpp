@@ -13,6 +13,7 @@ namespace kqlib::platform {
 namespace {
 
 constexpr mode_t OWNER_ONLY = 0600;
+constexpr mode_t ALL_RIGHTS = 07777;
 constexpr mode_t AS_THE_MASK_ALLOWS = 0666;
 
 // One call moves at most this much, which every system takes.
@@ -59,18 +60,32 @@ bool IsFolder(int descriptor)
     return ::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+// Takes a regular file from everybody but its owner; only then it is emptied, when that was asked for. Anything else,
+// say a device, is left as it is.
+bool MakeOwnerOnly(int descriptor, bool truncate)
+{
+    struct stat status = {};
+    if (::fstat(descriptor, &status) != 0)
+        return false;
+    if (!S_ISREG(status.st_mode))
+        return true;
+    const mode_t rights = status.st_mode & ALL_RIGHTS;
+    return ((rights & ~OWNER_ONLY) == 0 || ::fchmod(descriptor, rights & OWNER_ONLY) == 0) &&
+           (!truncate || Uninterrupted([&] { return ::ftruncate(descriptor, 0); }) == 0);
+}
+
 } // namespace
 
 FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate, bool ownerOnly)
 {
     // Emptying a file needs the right to write it.
     const int access = truncate && mode == FileMode::READ ? O_RDWR : GetAccess(mode);
-    const int flags = access | (create ? O_CREAT : 0) | (truncate ? O_TRUNC : 0) | O_CLOEXEC;
+    const int flags = access | (create ? O_CREAT : 0) | (truncate && !ownerOnly ? O_TRUNC : 0) | O_CLOEXEC;
     const int descriptor =
         Uninterrupted([&] { return ::open(path, flags, ownerOnly ? OWNER_ONLY : AS_THE_MASK_ALLOWS); });
     if (descriptor < 0)
         return INVALID_FILE_HANDLE;
-    if (IsFolder(descriptor)) {
+    if (IsFolder(descriptor) || (ownerOnly && !MakeOwnerOnly(descriptor, truncate))) {
         ::close(descriptor);
         return INVALID_FILE_HANDLE;
     }

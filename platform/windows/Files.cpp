@@ -40,6 +40,16 @@ DWORD GetDisposition(bool create)
     return create ? OPEN_ALWAYS : OPEN_EXISTING;
 }
 
+// Takes a file that exists from everybody but the user of this process. True also on a volume that knows no rights.
+bool MakeOwnerOnly(HANDLE file, SECURITY_ATTRIBUTES* security)
+{
+    if (SetKernelObjectSecurity(file, DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
+                                security->lpSecurityDescriptor))
+        return true;
+    const DWORD error = GetLastError();
+    return error == ERROR_NOT_SUPPORTED || error == ERROR_INVALID_FUNCTION;
+}
+
 } // namespace
 
 FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate, bool ownerOnly)
@@ -53,13 +63,14 @@ FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate,
     if (ownerOnly && !security)
         return INVALID_FILE_HANDLE;
 
-    const DWORD access = GetAccess(mode) | (truncate ? GENERIC_WRITE : 0);
+    const DWORD access = GetAccess(mode) | (truncate ? GENERIC_WRITE : 0) | (ownerOnly ? WRITE_DAC : 0);
     HANDLE const handle =
         CreateFileW(name.c_str(), access, SHARE_ALL, security, GetDisposition(create), FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE)
         return INVALID_FILE_HANDLE;
+    const bool existed = GetLastError() == ERROR_ALREADY_EXISTS || !create;
     const auto file = reinterpret_cast<FileHandle>(handle);
-    if (truncate && !SetFileSize(file, 0)) {
+    if ((ownerOnly && existed && !MakeOwnerOnly(handle, security)) || (truncate && !SetFileSize(file, 0))) {
         CloseFile(file);
         return INVALID_FILE_HANDLE;
     }
