@@ -30,7 +30,8 @@ public:
 
     /// Closes what was open, then opens path. create: made when missing. truncate: emptied. False: closed.
     [[nodiscard]] bool Open(const FilePath& path, ACCESS_MODE mode, bool create, bool truncate);
-    /// The same for a file that, when it is made, only its owner may read or write.
+    /// The same for a file that only its owner may read or write; one that exists already has all others lose their
+    /// rights. False also when that is refused.
     [[nodiscard]] bool OpenOwnerOnly(const FilePath& path, ACCESS_MODE mode, bool create, bool truncate);
     /// Nothing when no file is open. What was written is not waited for (Flush does that).
     void Close();

@@ -21,7 +21,7 @@ enum class FileMode : std::uint8_t
     READWRITE
 };
 
-/// Who may use a file that is made; a file that is there keeps its rights. On Windows the group is the machine's
+/// Who may use a file that is made. A file that is there keeps its rights, except in OpenFile with OWNER. On Windows the group is the machine's
 /// administrators.
 enum class FileRights : std::uint8_t
 {
@@ -30,8 +30,9 @@ enum class FileRights : std::uint8_t
     OWNER_AND_GROUP ///< the group may read it, too
 };
 
-/// Opens a file. create: made when missing, with these rights. truncate: emptied. INVALID_FILE_HANDLE on failure (also
-/// for a folder).
+/// Opens a file. create: made when missing, with these rights. truncate: emptied. With OWNER all others lose their
+/// rights to a file that exists before it is emptied. INVALID_FILE_HANDLE on failure (also for a folder, or when the
+/// rights cannot be taken).
 KQCOMMON_API FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate,
                                  FileRights rights = FileRights::USUAL);
 

@@ -2,14 +2,15 @@
 
 #include "common/FileAccessBuf.h"
 #include "common/TimedEvent.h"
+#include "common/WithinMemory.h"
 #include "net/sockets/OpenSSLHandles.h"
+#include "net/sockets/TLSRecordSender.h"
 #include "net/sockets/TLSSocketBIO.h"
 #include "platform/Clock.h"
 #include "platform/Sockets.h"
 
 #include <algorithm>
 #include <climits>
-#include <cstring>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
@@ -21,8 +22,6 @@ namespace {
 constexpr std::uint32_t HANDSHAKE_LIMIT_MS = 30000;
 constexpr std::uint32_t FAREWELL_LIMIT_MS = 30000;
 constexpr std::uint32_t PAUSE_MS = 2;
-constexpr unsigned long MAX_RECORD_SIZE = 16384;
-constexpr unsigned long MAX_SEND_SIZE = 8 * MAX_RECORD_SIZE; // of one Send, so that it ends soon
 constexpr const char* CIPHER_LIST = "HIGH:MEDIUM:@STRENGTH";
 constexpr const char* ENCRYPTED_KEY_MARK = "DEK-Info:";
 
@@ -124,17 +123,28 @@ bool NetTCPSSL::SSLConnect()
 
 bool NetTCPSSL::SSLEndSending()
 {
-    if (!IsSSLOn())
-        return false;
     const OpenSSLErrorGuard errors;
+    return IsSSLOn() && xSayFarewell();
+}
+
+/// Finishes a begun record, then says farewell; both within the limit.
+bool NetTCPSSL::xSayFarewell()
+{
     const std::uint32_t start = Now();
     while (std::uint32_t(Now() - start) < FAREWELL_LIMIT_MS) {
+        const TLSRecordSender::OUTCOME record = m_sender->Finish();
+        if (record == TLSRecordSender::OUTCOME::FAILED)
+            return false;
+        if (record != TLSRecordSender::OUTCOME::SENT) {
+            xPause(m_waitState == WS_WANTS_READ);
+            continue;
+        }
         ERR_clear_error();
         const int result = SSL_shutdown(m_ssl);
         if (result >= 0) // 0: the other end has not said farewell yet
             return true;
         if (!xIsStillUnderWay(result))
-            break;
+            return false;
     }
     return false;
 }
@@ -180,7 +190,16 @@ bool NetTCPSSL::xMakeConnection()
     SSL_set_bio(m_ssl, bio, bio);
     // Every record that went out is reported, and the bytes that are offered again may lie elsewhere.
     SSL_set_mode(m_ssl, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
-    return true;
+    using OUTCOME = TLSRecordSender::OUTCOME;
+    return RunWithinMemory([this] {
+        m_sender = std::make_unique<TLSRecordSender>([this](const unsigned char* bytes, unsigned long& size) {
+            const int moved = xWriteRecord(bytes, size);
+            if (moved <= 0)
+                return moved < 0 ? OUTCOME::FAILED : m_waitState == WS_WANTS_WRITE ? OUTCOME::BEGUN : OUTCOME::WAITS;
+            size = static_cast<unsigned long>(moved);
+            return OUTCOME::SENT;
+        });
+    });
 }
 
 bool NetTCPSSL::xFreeAndFail()
@@ -211,9 +230,15 @@ bool NetTCPSSL::xIsStillUnderWay(int result)
     const int error = SSL_get_error(m_ssl, result);
     if (error != SSL_ERROR_WANT_READ && error != SSL_ERROR_WANT_WRITE)
         return false;
-    if (platform::WaitSocket(xGetHandle(), error == SSL_ERROR_WANT_READ, PAUSE_MS) == platform::WaitResult::FAILED)
-        platform::SleepMs(PAUSE_MS);
+    xPause(error == SSL_ERROR_WANT_READ);
     return true;
+}
+
+/// Waits a moment, less when the socket can be read (or written) before.
+void NetTCPSSL::xPause(bool forRead)
+{
+    if (platform::WaitSocket(xGetHandle(), forRead, PAUSE_MS) == platform::WaitResult::FAILED)
+        platform::SleepMs(PAUSE_MS);
 }
 
 bool NetTCPSSL::Recv(unsigned char* buf, unsigned long& len)
@@ -221,10 +246,11 @@ bool NetTCPSSL::Recv(unsigned char* buf, unsigned long& len)
     if (m_ssl == nullptr)
         return NetTCP::Recv(buf, len);
     // Bytes that are decrypted already show nothing to read on the socket.
+    const OpenSSLErrorGuard errors;
     const bool tryFirst = m_waitState != WS_WANTS_READ || SSL_pending(m_ssl) > 0;
     const bool wasConnected = IsConnected();
     PEER_END end = PE_BROKEN_OFF; // so it is when waiting fails
-    const bool connected = xMoveWithin(tryFirst, len, [&] { return xReadOnce(buf, len, end); });
+    const bool connected = xMoveOverTLS(tryFirst, len, [&] { return xReadOnce(buf, len, end); });
     if (wasConnected && !connected)
         xSetPeerEnd(end);
     xIncreaseIn(len);
@@ -237,22 +263,18 @@ bool NetTCPSSL::Send(const unsigned char* data, unsigned long& len)
         return NetTCP::Send(data, len);
     if (len == 0 && IsConnected())
         return true;
+    const OpenSSLErrorGuard errors;
     // The system nearly always has room.
-    const bool connected = xMoveWithin(true, len, [&] { return xWriteOnce(data, len); });
-    xIncreaseOut(len);
-    return connected;
+    return xMoveOverTLS(true, len, [&] { return xWriteOnce(data, len); });
 }
 
 /// Makes one attempt and, while TLS waits for the peer, one more after waiting at most the block time for that very
 /// thing: a socket that can be written says nothing about a record that is to be read first, nor the other way round.
 /// tryFirst: without it the wait comes first. len: out, bytes moved. False: closed, with the code set.
-template <class ATTEMPT> bool NetTCPSSL::xMoveWithin(bool tryFirst, unsigned long& len, const ATTEMPT& attempt)
+template <class ATTEMPT> bool NetTCPSSL::xMoveOverTLS(bool tryFirst, unsigned long& len, const ATTEMPT& attempt)
 {
-    if (!IsConnected()) {
-        len = 0;
-        xSetLastError(ERR_NOT_CONNECTED);
+    if (!xIsOpenFor(IsConnected(), len))
         return false;
-    }
     const bool mayWait = GetBlockTimeMs() != 0;
     int moved = tryFirst || !mayWait ? attempt() : 0;
     if (moved == 0 && mayWait) {
@@ -288,46 +310,25 @@ NetTCP::PEER_END NetTCPSSL::xFindPeerEnd(int result) const
     return BIO_eof(SSL_get_rbio(m_ssl)) == 1 ? PE_NO_FAREWELL : PE_BROKEN_OFF;
 }
 
-/// Writes record after record until all is written, TLS waits for the peer, or the limit of one call is reached. Each
-/// is offered alone: with more at hand TLS would finish a begun one, begin another and tell of neither. Result as
-/// xNoteOutcome.
+/// Writes what goes out at once. Result as xNoteOutcome, of all the records together.
 int NetTCPSSL::xWriteOnce(const unsigned char* data, unsigned long len)
 {
-    len = std::min(len, MAX_SEND_SIZE);
-    const int finished = xFinishBegunRecord(data, len);
-    if (finished <= 0)
-        return finished;
-    unsigned long written = 0;
-    while (written < len) {
-        const unsigned long record =
-            m_begunRecord.empty() ? std::min(len - written, MAX_RECORD_SIZE) : m_begunRecord.size();
-        ERR_clear_error();
-        const int moved = xNoteOutcome(SSL_write(m_ssl, data + written, ToInt(record)));
-        if (moved <= 0) {
-            if (m_waitState == WS_WANTS_WRITE && m_begunRecord.empty())
-                m_begunRecord.assign(data + written, data + written + record);
-            return written > 0 ? ToInt(written) : moved;
-        }
-        m_begunRecord.clear();
-        written += static_cast<unsigned long>(moved);
-    }
-    return ToInt(written);
+    const TLSRecordSender::OUTCOME outcome = m_sender->Send(data, len);
+    if (outcome == TLSRecordSender::OUTCOME::FAILED)
+        return -1;
+    if (len > 0)
+        m_waitState = WS_NONE; // a part was taken, whatever the rest waits for
+    return ToInt(len);
 }
 
-/// A record that TLS has begun must be finished with the same bytes. When the caller gave up on them and offers others
-/// (last words after a cancelled transfer), they are finished first, from the copy kept here. Above 0: the way is free.
-int NetTCPSSL::xFinishBegunRecord(const unsigned char* data, unsigned long len)
+/// Writes one record. Result as xNoteOutcome.
+int NetTCPSSL::xWriteRecord(const unsigned char* bytes, unsigned long len)
 {
-    const std::size_t begun = m_begunRecord.size();
-    if (begun == 0 || (len >= begun && std::memcmp(data, m_begunRecord.data(), begun) == 0))
-        return 1;
     ERR_clear_error();
-    const int finished = xNoteOutcome(SSL_write(m_ssl, m_begunRecord.data(), static_cast<int>(begun)));
-    if (finished > 0) {
-        xIncreaseOut(static_cast<unsigned long>(finished));
-        m_begunRecord.clear();
-    }
-    return finished;
+    const int moved = xNoteOutcome(SSL_write(m_ssl, bytes, ToInt(len)));
+    if (moved > 0)
+        xIncreaseOut(static_cast<unsigned long>(moved));
+    return moved;
 }
 
 /// Of one call that reads or writes: bytes moved; 0: TLS waits for the peer, for what the wait state says; -1: failed.
@@ -349,6 +350,9 @@ void NetTCPSSL::xFreeSSLData()
 
 void NetTCPSSL::xFreeSSLData(bool graceful)
 {
+    if (m_ssl == nullptr && m_context == nullptr)
+        return;
+    const OpenSSLErrorGuard errors;
     if (m_ssl != nullptr && graceful) {
         const std::uint32_t start = Now();
         while (std::uint32_t(Now() - start) < FAREWELL_LIMIT_MS) {
@@ -371,7 +375,7 @@ void NetTCPSSL::xFreeSSLData(bool graceful)
     m_context = nullptr;
     if (ssl != nullptr) {
         m_waitState = WS_NONE;
-        m_begunRecord.clear();
+        m_sender.reset();
         SSL_free(ssl);
     }
     if (context != nullptr)

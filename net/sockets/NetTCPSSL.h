@@ -5,12 +5,14 @@
 #include "net/sockets/NetTCP.h"
 
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 struct ssl_st;
 struct ssl_ctx_st;
 
 namespace kqlib {
+
+class TLSRecordSender;
 
 /// A NetTCP over whose connection TLS can be started, at once or in the middle of a dialogue.
 ///
@@ -45,8 +47,9 @@ public:
     /// were decrypted already are handed out without waiting for the socket.
     bool Recv(unsigned char* buf, unsigned long& len) override;
     /// As NetTCP while TLS is off. Over TLS at most 131072 bytes go out per call. When not all were taken the caller
-    /// offers the rest again, as it would anyway; should it offer others, or fewer, the begun record of up to 16384
-    /// bytes is finished first.
+    /// offers the rest again, as it would anyway, in pieces of any size: what repeats the bytes of a begun record, up
+    /// to 16384, counts as the same and never goes out twice. Should it offer others, the begun record is finished
+    /// first.
     bool Send(const unsigned char* data, unsigned long& len) override;
     void Close() override;
     /// Ends TLS in order, which does not wait for the peer's own farewell, then as NetTCP. Over TLS the last error is
@@ -68,7 +71,8 @@ public:
     /// to say; nothing may be sent afterwards. Who sends much and then closes does this first and receives until the
     /// end: closing with bytes of the other end's TLS unread breaks the connection off, and on some systems loses what
     /// is still on its way. Close is the right end afterwards: ShutdownAndClose would wait for the other end's
-    /// farewell, up to 30 seconds. False: TLS is off, or the farewell could not be sent within 30 seconds.
+    /// farewell, up to 30 seconds. A record that Send has begun is finished first. False: TLS is off, or the farewell
+    /// could not be sent within 30 seconds.
     bool SSLEndSending();
     /// The certificates that the other end showed in the handshake, its own first, as PEM text one after the other;
     /// empty when TLS is off or it showed none. Nothing has verified them: that is the host's part, before it trusts
@@ -76,7 +80,7 @@ public:
     String GetPeerCertificates() const;
 
 protected:
-    /// What the last Recv or Send over TLS came to.
+    /// What the last Recv or Send over TLS came to; a Send that took a part of its bytes has moved bytes.
     enum WAIT_STATE : std::int32_t
     {
         WS_NONE = 0,       ///< bytes were moved, or it failed; also before the first call
@@ -98,17 +102,19 @@ private:
     bool xFreeAndFail();
     bool xHandshake(int (*step)(ssl_st*));
     bool xIsStillUnderWay(int result);
-    template <class ATTEMPT> bool xMoveWithin(bool tryFirst, unsigned long& len, const ATTEMPT& attempt);
+    void xPause(bool forRead);
+    template <class ATTEMPT> bool xMoveOverTLS(bool tryFirst, unsigned long& len, const ATTEMPT& attempt);
     int xReadOnce(unsigned char* buf, unsigned long len, PEER_END& end);
     PEER_END xFindPeerEnd(int result) const;
     int xWriteOnce(const unsigned char* data, unsigned long len);
-    int xFinishBegunRecord(const unsigned char* data, unsigned long len);
+    int xWriteRecord(const unsigned char* bytes, unsigned long len);
+    bool xSayFarewell();
     int xNoteOutcome(int result);
 
     ssl_st* m_ssl = nullptr; // the using thread only, as everything here
     ssl_ctx_st* m_context = nullptr;
     WAIT_STATE m_waitState = WS_NONE;
-    std::vector<unsigned char> m_begunRecord; // plain bytes of a record that TLS has begun and not yet sent whole
+    std::unique_ptr<TLSRecordSender> m_sender; // there is one exactly while there is m_ssl
 };
 
 } // namespace kqlib

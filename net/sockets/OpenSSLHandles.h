@@ -35,7 +35,11 @@ public:
     /// Does not empty the queue: what stood there before stays until the end.
     OpenSSLErrorGuard() = default;
     /// On the thread whose queue it is.
-    ~OpenSSLErrorGuard() { ERR_clear_error(); }
+    ~OpenSSLErrorGuard()
+    {
+        if (ERR_peek_error() != 0) // asking costs less than emptying, and mostly there is nothing
+            ERR_clear_error();
+    }
     OpenSSLErrorGuard(const OpenSSLErrorGuard&) = delete;
     OpenSSLErrorGuard& operator=(const OpenSSLErrorGuard&) = delete;
 };

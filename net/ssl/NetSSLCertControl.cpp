@@ -61,7 +61,7 @@ bool OpenForWriting(BIO* bio, const FilePath& path)
     return BIO_ctrl(bio, BIO_C_SET_FILENAME, BIO_CLOSE | BIO_FP_WRITE, const_cast<char*>(NarrowPath(path).c_str())) > 0;
 }
 
-/// As OpenForWriting; a file that does not exist yet is made for its owner alone first.
+/// As OpenForWriting; before, the file is made for its owner alone, or taken from all others.
 bool OpenForWritingKey(BIO* bio, const FilePath& path)
 {
     FileAccess file;
@@ -125,8 +125,8 @@ bool CompleteCertificate(X509* certificate, const X509_NAME* name, EVP_PKEY* key
                          const FilePath& certFile)
 {
     // A signed 32-bit count on every system: an expiry more than about 68 years ahead does not fit.
-    const auto seconds = static_cast<std::int32_t>(static_cast<std::uint32_t>(validSeconds));
-    if (X509_gmtime_adj(X509_getm_notAfter(certificate), seconds) == nullptr ||
+    if (validSeconds > INT32_MAX ||
+        X509_gmtime_adj(X509_getm_notAfter(certificate), static_cast<long>(validSeconds)) == nullptr ||
         // Every certificate made here has serial 0; kept on purpose.
         ASN1_INTEGER_set(X509_get_serialNumber(certificate), 0) != 1 || X509_set_pubkey(certificate, key) != 1 ||
         X509_set_subject_name(certificate, name) != 1 || X509_set_issuer_name(certificate, name) != 1 ||
@@ -332,9 +332,11 @@ void NetSSLCertControl::xCallback(int stage, int, void* arg)
 
 void NetSSLCertControl::sSeed(const unsigned char* data, unsigned long size)
 {
+    const OpenSSLErrorGuard errors;
     SEED_BLOCK block;
     xsBuildSeedBlock(data, size, block);
     RAND_seed(block.data(), static_cast<int>(block.size()));
+    OPENSSL_cleanse(block.data(), block.size());
 }
 
 void NetSSLCertControl::xsBuildSeedBlock(const unsigned char* data, unsigned long size, SEED_BLOCK& block)

@@ -12,7 +12,7 @@ class NetSSLCertCreate;
 
 /// Makes RSA keys, self-signed certificates and signing requests, and imports a key pair that exists already. All
 /// files are PEM; paths longer than 260 bytes are cut. Files written before a failure stay, but for an import, which
-/// leaves no half pair. Key files that are made can be read by their owner alone; one that exists keeps its rights.
+/// leaves no half pair. Key files can be read by their owner alone, also where one with wider rights is written over.
 ///
 /// Ownership: no state. Threads: any thread. Errors: false with exactly one code added: 57 an object of the TLS library
 /// could not be made, or version or start of validity not be set; 60 the key cannot be generated or written; 61 the
@@ -59,8 +59,9 @@ public:
 
     /// Reads the key, writes the request, then the certificate: version value 2, serial 0, no extensions, SHA-1
     /// signature, subject and issuer C, ST, L, emailAddress, O, OU, CN, valid from now to the expiry asked for. All of
-    /// this is kept on purpose. Each field is cut to 99 characters; a field that the TLS library then refuses (empty,
-    /// too long for its kind, a country not of two letters) gives 62.
+    /// this is kept on purpose. An expiry more than 2^31 - 1 seconds (68 years) from now gives 61. Each field is cut to
+    /// 99 characters; a field that the TLS library then refuses (empty, too long for its kind, a country not of two
+    /// letters) gives 62.
     bool MakeCertificateAndSigningRequest(const NetSSLCertCreate& create, const FilePath& certFile,
                                           const FilePath& requestFile, const FilePath& keyFile,
                                           Messages& messages) const;

@@ -76,7 +76,7 @@ public:
     void SetCountry(const String& country) { m_country = country; }
     ///@}
     /// When the certificate becomes invalid. Its distance from now counts when the certificate is made, in signed
-    /// 32-bit seconds: about 68 years.
+    /// 32-bit seconds: about 68 years. One further away is refused then.
     ///@{
     const TimePos& GetExpire() const { return m_expire; }
     void SetExpire(const TimePos& expire) { m_expire = expire; }

@@ -13,6 +13,8 @@ namespace kqlib::platform {
 
 namespace {
 
+constexpr mode_t ALL_RIGHTS = 07777;
+
 // One call moves at most this much, which every system takes.
 constexpr std::size_t MAX_CHUNK_BYTES = std::size_t{1} << 30;
 
@@ -83,13 +85,35 @@ FileHandle Open(const char* path, int flags, FileRights rights)
     return descriptor;
 }
 
+// Takes a regular file from everybody but its owner; only then it is emptied, when that was asked for. Anything else,
+// say a device, is left as it is.
+bool MakeOwnerOnly(int descriptor, bool truncate)
+{
+    struct stat status = {};
+    if (::fstat(descriptor, &status) != 0)
+        return false;
+    if (!S_ISREG(status.st_mode))
+        return true;
+    const mode_t rights = status.st_mode & ALL_RIGHTS;
+    const mode_t wanted = rights & GetMode(FileRights::OWNER);
+    return (rights == wanted || ::fchmod(descriptor, wanted) == 0) &&
+           (!truncate || Uninterrupted([&] { return ::ftruncate(descriptor, 0); }) == 0);
+}
+
 } // namespace
 
 FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate, FileRights rights)
 {
     // Emptying a file needs the right to write it.
     const int access = truncate && mode == FileMode::READ ? O_RDWR : GetAccess(mode);
-    return Open(path, access | (create ? O_CREAT : 0) | (truncate ? O_TRUNC : 0), rights);
+    const bool ownerOnly = rights == FileRights::OWNER;
+    const FileHandle file =
+        Open(path, access | (create ? O_CREAT : 0) | (truncate && !ownerOnly ? O_TRUNC : 0), rights);
+    if (ownerOnly && file != INVALID_FILE_HANDLE && !MakeOwnerOnly(ToDescriptor(file), truncate)) {
+        CloseFile(file);
+        return INVALID_FILE_HANDLE;
+    }
+    return file;
 }
 
 FileHandle OpenFileToAppend(const char* path, FileRights rights)

@@ -55,13 +55,31 @@ FileHandle Open(const char* path, DWORD access, DWORD disposition, FileRights ri
     return handle == INVALID_HANDLE_VALUE ? INVALID_FILE_HANDLE : reinterpret_cast<FileHandle>(handle);
 }
 
+// Takes a file from everybody but the user of this process. True also on a volume that knows no rights.
+bool MakeOwnerOnly(FileHandle file)
+{
+    LimitedRights limited(FileRights::OWNER);
+    if (!limited.IsValid())
+        return false;
+    if (SetKernelObjectSecurity(ToNative(file), DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
+                                limited.GetAttributes()->lpSecurityDescriptor))
+        return true;
+    const DWORD error = GetLastError();
+    return error == ERROR_NOT_SUPPORTED || error == ERROR_INVALID_FUNCTION;
+}
+
 } // namespace
 
 FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate, FileRights rights)
 {
-    const FileHandle file =
-        Open(path, GetAccess(mode) | (truncate ? GENERIC_WRITE : 0), GetDisposition(create), rights);
-    if (truncate && file != INVALID_FILE_HANDLE && !SetFileSize(file, 0)) {
+    const bool ownerOnly = rights == FileRights::OWNER;
+    const DWORD access = GetAccess(mode) | (truncate ? GENERIC_WRITE : 0) | (ownerOnly ? WRITE_DAC : 0);
+    const FileHandle file = Open(path, access, GetDisposition(create), rights);
+    if (file == INVALID_FILE_HANDLE)
+        return file;
+    const bool existed = GetLastError() == ERROR_ALREADY_EXISTS || !create;
+    // The rights first: nobody else shall read what comes.
+    if ((ownerOnly && existed && !MakeOwnerOnly(file)) || (truncate && !SetFileSize(file, 0))) {
         CloseFile(file);
         return INVALID_FILE_HANDLE;
     }

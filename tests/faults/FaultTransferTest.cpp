@@ -2,11 +2,33 @@
 #include "tests/faults/posix/FaultPlan.h"
 
 #include "tests/net/sockets/tls/TLSFixture.h"
+#include "tests/peers/MovedClocks.h"
+
+#include <vector>
 
 namespace kqlib::test {
 namespace {
 
-using FaultTransferTest = TLSFixture;
+class FaultTransferTest : public TLSFixture
+{
+protected:
+    /// A step that waits for room, of which there never is any, ends when 30 seconds of the clock have passed and not
+    /// before.
+    template <class STEP> static void ExpectEndsAfter30Seconds(const STEP& step)
+    {
+        MovedTick tick(0xFFFFC000U); // shortly before it wraps
+        const std::size_t before = MovedTick::sGetAskedCount();
+        FaultPlan::sScriptSends(std::vector<std::size_t>(10000000, 0));
+        std::future<void> ended = std::async(std::launch::async, step);
+        EXPECT_TRUE(WaitFor([&] { return MovedTick::sGetAskedCount() > before + 2; }));
+        MovedTick::sAdvance(29999);
+        EXPECT_EQ(ended.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+        MovedTick::sAdvance(1);
+        EXPECT_EQ(ended.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+        FaultPlan::sScriptSends({});
+        ended.get();
+    }
+};
 
 // The rest of one record went out and the next was begun in the same call, which had nothing to tell: other bytes than
 // those broke the connection then.
@@ -24,6 +46,53 @@ TEST_F(FaultTransferTest, Send_RecordFinishedAndTheNextBegunInOneCall_OtherBytes
     }
     ASSERT_TRUE(SendAll(m_server, "last words"));
     EXPECT_TRUE(Receive(m_client, 2 * 16384 + 10) == many.substr(0, 2 * 16384) + "last words");
+}
+
+TEST_F(FaultTransferTest, SSLEndSending_NoRoomForTheFarewell_GivenUpAfterExactly30Seconds)
+{
+    Secure();
+    ExpectEndsAfter30Seconds([this] { EXPECT_FALSE(m_server.SSLEndSending()); });
+    EXPECT_TRUE(m_server.IsSSLOn());
+    EXPECT_TRUE(m_server.SSLEndSending()) << "there is room now";
+}
+
+TEST_F(FaultTransferTest, SSLEndSending_NoRoomForTheBegunRecord_GivenUpAfterExactly30Seconds)
+{
+    Secure();
+    FaultPlan::sScriptSends({5, 0});
+    unsigned long len = 4;
+    ASSERT_TRUE(m_server.Send("last", len));
+    ASSERT_EQ(len, 0U);
+    ExpectEndsAfter30Seconds([this] { EXPECT_FALSE(m_server.SSLEndSending()); });
+    EXPECT_TRUE(m_server.IsSSLOn());
+    EXPECT_TRUE(m_server.SSLEndSending()) << "there is room now";
+    EXPECT_EQ(Receive(m_client, std::string::npos), "last");
+}
+
+TEST_F(FaultTransferTest, ShutdownAndClose_NoRoomForTheFarewell_GivenUpAfterExactly30Seconds)
+{
+    Secure();
+    ExpectEndsAfter30Seconds([this] { m_server.ShutdownAndClose(); });
+    ExpectClosed(m_server, NetSocket::ERR_NONE);
+}
+
+// Without memory for the copy of a begun record nothing is lost: the same bytes go on.
+TEST_F(FaultTransferTest, Send_NoMemoryForTheBegunRecord_SameBytesGoOn)
+{
+    Secure();
+    m_server.SetBlockTime(0);
+    const std::string text = Pattern(16384 + 100);
+    FaultPlan::sScriptSends({100, 0});
+    FaultPlan::sSetFailEverywhere(true);
+    FaultPlan::sScriptMemory(0, 16384);
+    unsigned long len = text.size();
+    const bool connected = m_server.Send(text.data(), len);
+    EXPECT_TRUE(FaultPlan::sEndMemoryScript()) << "a block was asked for";
+    FaultPlan::sSetFailEverywhere(false);
+    ASSERT_TRUE(connected);
+    EXPECT_EQ(len, 0U);
+    ASSERT_TRUE(SendAll(m_server, text));
+    EXPECT_TRUE(Receive(m_client, text.size()) == text);
 }
 
 } // namespace

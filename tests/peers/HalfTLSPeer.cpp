@@ -31,6 +31,16 @@ HalfTLSPeer::HalfTLSPeer(ROLE role, VERSION version)
 
 HalfTLSPeer::~HalfTLSPeer() = default;
 
+void HalfTLSPeer::OfferSuites(const char* suites)
+{
+    m_failed = SSL_set_cipher_list(m_ssl.get(), suites) != 1 || m_failed;
+}
+
+std::string HalfTLSPeer::GetSuite() const
+{
+    return SSL_get_cipher_name(m_ssl.get());
+}
+
 void HalfTLSPeer::Take(const std::string& bytes)
 {
     if (!bytes.empty())

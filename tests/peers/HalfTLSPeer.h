@@ -40,6 +40,11 @@ public:
     HalfTLSPeer(const HalfTLSPeer&) = delete;
     HalfTLSPeer& operator=(const HalfTLSPeer&) = delete;
 
+    /// Before the handshake: the suites of TLS 1.2, in OpenSSL's notation.
+    void OfferSuites(const char* suites);
+    /// The suite that was chosen, "ECDHE-RSA-AES256-GCM-SHA384" and the like.
+    std::string GetSuite() const;
+
     /// Bytes that came from the other end.
     void Take(const std::string& bytes);
     /// What is to be sent to the other end since the last call.

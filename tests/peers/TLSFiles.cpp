@@ -71,6 +71,19 @@ FilePath TLSFiles::MakeEncryptedKey(FORM form) const
     return path;
 }
 
+FilePath TLSFiles::MakeEncryptedCert() const
+{
+    const CertHandle certificate(PEM_read_bio_X509(OpenFile(GetCert(), "r").get(), nullptr, nullptr, nullptr),
+                                 X509_free);
+    FilePath path = xPath("encrypted.crt");
+    EXPECT_EQ(PEM_ASN1_write_bio(reinterpret_cast<i2d_of_void*>(i2d_X509), PEM_STRING_X509, OpenFile(path, "w").get(),
+                                 certificate.get(), EVP_aes_256_cbc(),
+                                 reinterpret_cast<const unsigned char*>(PASS_PHRASE), PASS_PHRASE_LENGTH, nullptr,
+                                 nullptr),
+              1);
+    return path;
+}
+
 void TLSFiles::MakeCurvePair(FilePath& cert, FilePath& key) const
 {
     cert = xPath("curve.crt");

@@ -27,6 +27,8 @@ public:
     FilePath GetKey() const { return xPath("server.key"); }
     /// The pair's key with a pass phrase.
     FilePath MakeEncryptedKey(FORM form) const;
+    /// The pair's certificate, encrypted with the same pass phrase as an old form of such files allows.
+    FilePath MakeEncryptedCert() const;
     /// The pair's key as an elliptic curve one with a certificate of its own; cert and key receive the paths.
     void MakeCurvePair(FilePath& cert, FilePath& key) const;
     FilePath MakeFile(const std::string& name, const std::string& content) const;

@@ -4,7 +4,9 @@
 #include "net/sockets/OpenSSLHandles.h"
 #include "net/ssl/NetSSLCertCreate.h"
 #include "platform/Files.h"
+#include "tests/peers/CountedAsking.h"
 #include "tests/peers/FileRights.h"
+#include "tests/peers/MovedClocks.h"
 #include "tests/peers/TLSFiles.h"
 
 #include <gtest/gtest.h>
@@ -107,7 +109,11 @@ NetSSLCertCreate MakeCreate()
 class NetSSLCertControlTest : public testing::Test
 {
 protected:
-    ~NetSSLCertControlTest() override { EXPECT_EQ(ERR_peek_error(), 0U) << "errors are left in the queue"; }
+    ~NetSSLCertControlTest() override
+    {
+        EXPECT_EQ(ERR_peek_error(), 0U) << "errors are left in the queue";
+        EXPECT_EQ(CountedAsking::sGetCount(), 0) << "a pass phrase was asked for";
+    }
 
     FilePath In(const std::string& name) const { return FilePath((m_folder / name).string().c_str()); }
     bool Exists(const std::string& name) const { return std::filesystem::exists(m_folder / name); }
@@ -156,6 +162,7 @@ protected:
         return In(name);
     }
 
+    const CountedAsking m_asking;
     const NetSSLCertControl m_control;
     const TempFolder m_folder;
     const TLSFiles& m_pair = TLSFiles::sGet();
@@ -220,6 +227,24 @@ TEST_F(NetSSLCertControlTest, MakePrivateKey_LongerFileInPlace_Replaced)
 TEST_F(NetSSLCertControlTest, MakePrivateKey_NewFile_OwnerOnly)
 {
     EXPECT_EQ(MakeKey(m_key, 1024), std::vector<int>{});
+    ExpectOwnerOnly(m_folder / "made.key");
+}
+
+TEST_F(NetSSLCertControlTest, MakePrivateKey_FileThatOthersMayRead_OwnerOnlyAfterwards)
+{
+    std::filesystem::copy_file(std::filesystem::path(m_pair.MakeFile("old.key", "old").c_str()), m_folder / "made.key");
+    std::filesystem::permissions(m_folder / "made.key", std::filesystem::perms::all);
+    EXPECT_EQ(MakeKey(m_key, 1024), std::vector<int>{});
+    EXPECT_TRUE(ReadKey(m_key));
+    ExpectOwnerOnly(m_folder / "made.key");
+}
+
+TEST_F(NetSSLCertControlTest, Import_OverAFileThatOthersMayRead_OwnerOnlyAfterwards)
+{
+    std::filesystem::copy_file(std::filesystem::path(m_pair.MakeFile("old.key", "old").c_str()), m_folder / "made.key");
+    std::filesystem::permissions(m_folder / "made.key", std::filesystem::perms::all);
+    EXPECT_EQ(Import(m_pair.GetCert(), m_pair.GetKey()), std::vector<int>{});
+    EXPECT_TRUE(ReadKey(m_key));
     ExpectOwnerOnly(m_folder / "made.key");
 }
 
@@ -297,16 +322,36 @@ TEST_F(NetSSLCertControlTest, Make_ExpiryInThePast_SameDistanceAheadKeptOnPurpos
     EXPECT_LE(length, 864060);
 }
 
-TEST_F(NetSSLCertControlTest, Make_ExpiryMoreThan31BitsOfSecondsAhead_EndsBeforeItStartsKeptOnPurpose)
+// 70 years ahead once became 1960.
+TEST_F(NetSSLCertControlTest, Make_ExpiryMoreThan31BitsOfSecondsAway_61AndNoCertificate)
 {
+    // The last makes 2^32 seconds, which would be none in 32 bits. An expiry in the past counts by its distance.
+    const MovedCalendar now(TimePos::sNow().GetMilliSeconds());
+    for (const SLONG8 seconds : {SLONG8{0x80000000}, SLONG8{0xC0000000}, SLONG8{70} * 365 * 86400, -SLONG8{0x80000000},
+                                 SLONG8{0x100000000} + 1000})
+    {
+        SCOPED_TRACE(seconds);
+        NetSSLCertCreate create = MakeCreate();
+        create.SetExpire(TimePos(TimePos::sNow().GetMilliSeconds() + seconds * 1000));
+        EXPECT_EQ(Make(create), std::vector<int>{61});
+        EXPECT_FALSE(Exists("made.crt"));
+        EXPECT_TRUE(Exists("made.csr")) << "it is written before";
+    }
+}
+
+TEST_F(NetSSLCertControlTest, Make_LastExpiryThatFits_ValidToTheSecond)
+{
+    const MovedCalendar now(TimePos::sNow().GetMilliSeconds());
     NetSSLCertCreate create = MakeCreate();
-    // 0xC0000000 seconds are -0x40000000 in 32 signed bits.
-    create.SetExpire(TimePos(TimePos::sNow().GetMilliSeconds() + SLONG8{0xC0000000} * 1000 + 500));
+    create.SetExpire(TimePos(TimePos::sNow().GetMilliSeconds() + SLONG8{0x7FFFFFFF} * 1000));
     ASSERT_EQ(Make(create), std::vector<int>{});
     const CertificateHandle cert = ReadCertificate(m_cert);
-    const std::time_t length = ToSeconds(X509_get0_notAfter(cert.get())) - ToSeconds(X509_get0_notBefore(cert.get()));
-    EXPECT_GE(length, -0x40000000);
-    EXPECT_LE(length, -0x40000000 + 1);
+    int days = 0;
+    int seconds = 0;
+    ASSERT_EQ(ASN1_TIME_diff(&days, &seconds, X509_get0_notBefore(cert.get()), X509_get0_notAfter(cert.get())), 1);
+    const SLONG8 length = SLONG8{days} * 86400 + seconds;
+    EXPECT_GE(length, 0x7FFFFFFF);
+    EXPECT_LE(length, SLONG8{0x7FFFFFFF} + 1);
 }
 
 TEST_F(NetSSLCertControlTest, Make_CityStateAndEmailOf150Characters_CutTo99KeptOnPurpose)
@@ -522,6 +567,7 @@ TEST_F(NetSSLCertControlTest, Import_CertificateMissingOrDamaged_65)
 {
     const std::string good = m_pair.ReadFile(m_pair.GetCert());
     ExpectRefused(In("none.crt"), m_pair.GetKey(), 65);
+    ExpectRefused(m_pair.MakeEncryptedCert(), m_pair.GetKey(), 65);
     ExpectRefused(Unwritable(), m_pair.GetKey(), 65);
     ExpectRefused(m_pair.MakeFile("bad.crt", ""), m_pair.GetKey(), 65);
     ExpectRefused(m_pair.GetKey(), m_pair.GetKey(), 65);
