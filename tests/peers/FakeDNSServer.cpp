@@ -21,8 +21,10 @@ struct PENDING
     platform::Endpoint to;
 };
 
-std::string Dotted(const platform::Endpoint& endpoint)
+std::string TextOf(const platform::Endpoint& endpoint)
 {
+    if (endpoint.family == platform::Family::IP6)
+        return "::1"; // the only one there is
     std::string text;
     for (int i = 0; i < 4; ++i)
         text += (i > 0 ? "." : "") + std::to_string(endpoint.bytes[i]);
@@ -59,11 +61,26 @@ platform::SocketHandle BindSomewhere(std::string& address, bool usualFirst)
         const platform::SocketHandle handle = platform::OpenSocket(false, platform::Family::IP4);
         const platform::Endpoint endpoint = usualFirst && attempt == 0 ? UsualLoopback() : RandomLoopback(random);
         if (handle != platform::INVALID_SOCKET_HANDLE && platform::BindSocket(handle, endpoint, false)) {
-            address = Dotted(endpoint);
+            address = TextOf(endpoint);
             return handle;
         }
         platform::CloseSocket(handle);
     }
+    return platform::INVALID_SOCKET_HANDLE;
+}
+
+platform::SocketHandle BindIP6(std::string& address)
+{
+    platform::Endpoint endpoint;
+    endpoint.family = platform::Family::IP6;
+    endpoint.port = DNS_PORT;
+    endpoint.bytes[15] = 1;
+    const platform::SocketHandle handle = platform::OpenSocket(false, platform::Family::IP6);
+    if (handle != platform::INVALID_SOCKET_HANDLE && platform::BindSocket(handle, endpoint, false)) {
+        address = TextOf(endpoint);
+        return handle;
+    }
+    platform::CloseSocket(handle);
     return platform::INVALID_SOCKET_HANDLE;
 }
 
@@ -82,9 +99,9 @@ void SendDue(platform::SocketHandle handle, std::vector<PENDING>& pending)
 
 } // namespace
 
-FakeDNSServer::FakeDNSServer(Script script)
+FakeDNSServer::FakeDNSServer(Script script, platform::Family family)
     : m_script(std::move(script))
-    , m_handle(BindSomewhere(m_address, true))
+    , m_handle(family == platform::Family::IP4 ? BindSomewhere(m_address, true) : BindIP6(m_address))
 {
     if (IsRunning())
         m_thread = std::thread([this] { xServe(); });
@@ -130,7 +147,8 @@ void FakeDNSServer::xServe()
         if (platform::RecvSocketFrom(m_handle, buffer, size, from) != platform::IoResult::DONE)
             continue;
         const auto now = Clock::now();
-        const DNSQuery query({buffer, buffer + size});
+        DNSQuery query({buffer, buffer + size});
+        query.port = from.port;
         std::size_t number = 0;
         {
             const std::lock_guard<std::mutex> lock(m_mutex);

@@ -29,8 +29,9 @@ public:
     /// number: how many queries came before this one. Called on the server's thread, one query at a time.
     using Script = std::function<Replies(const DNSQuery& query, std::size_t number)>;
 
-    /// Starts at once. IsRunning is false when no loopback address with a free port 53 could be had.
-    explicit FakeDNSServer(Script script);
+    /// Starts at once. IsRunning is false when no loopback address with a free port 53 could be had. IP6: there is only
+    /// ::1, so one server at a time.
+    explicit FakeDNSServer(Script script, platform::Family family = platform::Family::IP4);
     ~FakeDNSServer();
     FakeDNSServer(const FakeDNSServer&) = delete;
     FakeDNSServer& operator=(const FakeDNSServer&) = delete;
