@@ -24,6 +24,8 @@ constexpr std::size_t HEADER_SIZE = 12;
 constexpr std::size_t TYPE_AND_CLASS_SIZE = 4;
 constexpr std::uint16_t QUERY_FLAGS = 0x0100; ///< standard query, recursion desired
 constexpr std::uint16_t CLASS_IN = 1;
+constexpr std::uint16_t TYPE_OPT = 41;
+constexpr std::uint16_t WELCOME_SIZE = 1232; ///< of a datagram: one that hardly any network has to cut in pieces
 constexpr std::size_t LONGEST_DATAGRAM = 65536;
 
 /// Closes a socket at the end of a scope.
@@ -85,6 +87,22 @@ std::size_t QuestionEnd(const std::vector<BYTE>& query)
     while (query[at] != 0)
         at += query[at] + std::size_t{1};
     return at + 1 + TYPE_AND_CLASS_SIZE;
+}
+
+/// Waits until the socket can be read or written. False: the tick has come, or the wait failed.
+bool WaitUntil(platform::SocketHandle handle, bool forRead, std::uint32_t endTick)
+{
+    const auto left = static_cast<std::int32_t>(endTick - static_cast<std::uint32_t>(TimedEvent::sGetNow()));
+    return left > 0 &&
+           platform::WaitSocket(handle, forRead, static_cast<std::uint32_t>(left)) == platform::WaitResult::READY;
+}
+
+bool ConnectUntil(platform::SocketHandle handle, const platform::Endpoint& server, std::uint32_t endTick)
+{
+    platform::IoResult result = platform::ConnectSocket(handle, server);
+    while (result == platform::IoResult::IN_PROGRESS && WaitUntil(handle, false, endTick))
+        result = platform::PollConnect(handle, 0);
+    return result == platform::IoResult::DONE;
 }
 
 bool CanBeAskedFor(const String& name)
@@ -166,28 +184,49 @@ NetDNSAnswer NetDNSExchange::xAskAll(const Vector<NetIP>& servers, const String&
     return answer;
 }
 
-/// Asks one server once. False: it gave no answer in time.
+/// Asks one server once, by other ways where its answer asks for them. False: it gave no answer in time.
 bool NetDNSExchange::xAsk(const NetIP& server, const String& name, NetDNS::RRTYPE type, NetDNSAnswer& answer)
 {
+    if (!xAskBy(m_options.GetLargeAnswers() ? WAY_EXTENDED : WAY_PLAIN, server, name, type, answer))
+        return false;
+    const bool misunderstood =
+        answer.GetCode() == NetDNS::MSG_FORMAT_ERROR || answer.GetCode() == NetDNS::MSG_NOT_IMPLEMENTED;
+    if (m_options.GetLargeAnswers() && misunderstood) { // a server from before EDNS (RFC 6891 section 7)
+        if (!xAskBy(WAY_PLAIN, server, name, type, answer))
+            return false;
+    }
+    if (!answer.IsTruncated())
+        return true;
+    if (m_options.GetLargeAnswers() && xAskBy(WAY_STREAM, server, name, type, answer) && !answer.IsTruncated())
+        return true;
+    answer.Fail(NetDNS::MSG_SERVER_FAILURE);
+    return true;
+}
+
+bool NetDNSExchange::xAskBy(WAY way, const NetIP& server, const String& name, NetDNS::RRTYPE type, NetDNSAnswer& answer)
+{
     std::vector<BYTE> query;
-    if (!xMakeQuery(name, type, query))
+    std::vector<BYTE> message;
+    if (!xMakeQuery(way, name, type, query))
         return false;
     const platform::Endpoint endpoint = EndpointOf(server);
-    // A socket for each query: the system gives it a port that nobody knows beforehand, and lets nothing in that does
-    // not come from the server.
-    const SOCKET_GUARD socket(platform::OpenSocket(false, endpoint.family));
-    std::size_t sent = query.size();
-    if (socket.Get() == platform::INVALID_SOCKET_HANDLE ||
-        platform::ConnectSocket(socket.Get(), endpoint) != platform::IoResult::DONE ||
-        platform::SendSocket(socket.Get(), query.data(), sent) != platform::IoResult::DONE || sent < query.size())
-        return false;
-    std::vector<BYTE> message;
-    if (!xReceive(socket.Get(), query, message))
+    if (!(way == WAY_STREAM ? xAskByStream(endpoint, query, message) : xAskByDatagram(endpoint, query, message)))
         return false;
     answer.Parse(message.data(), static_cast<ULONG>(message.size()), name, type);
-    if (answer.IsTruncated())
-        answer.Fail(NetDNS::MSG_SERVER_FAILURE);
     return true;
+}
+
+/// A socket for each query: the system gives it a port that nobody knows beforehand, and lets nothing in that does not
+/// come from the server.
+bool NetDNSExchange::xAskByDatagram(const platform::Endpoint& server, const std::vector<BYTE>& query,
+                                    std::vector<BYTE>& message)
+{
+    const SOCKET_GUARD socket(platform::OpenSocket(false, server.family));
+    std::size_t sent = query.size();
+    return socket.Get() != platform::INVALID_SOCKET_HANDLE &&
+           platform::ConnectSocket(socket.Get(), server) == platform::IoResult::DONE &&
+           platform::SendSocket(socket.Get(), query.data(), sent) == platform::IoResult::DONE && sent == query.size() &&
+           xReceive(socket.Get(), query, message);
 }
 
 /// Waits for the answer to the query and counts what else comes. False: the time is over, or nobody serves the port.
@@ -195,12 +234,8 @@ bool NetDNSExchange::xReceive(std::uint32_t handle, const std::vector<BYTE>& que
 {
     // Room for the largest datagram: one that is cut would count as a failure of the socket.
     const auto buffer = std::make_unique_for_overwrite<BYTE[]>(LONGEST_DATAGRAM);
-    const auto begin = static_cast<std::uint32_t>(TimedEvent::sGetNow());
-    const std::uint32_t limit = std::min(m_options.GetAnswerWaitMs(), xGetTimeLeftMs());
-    for (;;) {
-        const auto passed = static_cast<std::uint32_t>(TimedEvent::sGetNow() - begin);
-        if (passed >= limit || platform::WaitSocket(handle, true, limit - passed) != platform::WaitResult::READY)
-            return false;
+    const std::uint32_t endTick = xGetEndOfWait();
+    while (WaitUntil(handle, true, endTick)) {
         std::size_t size = LONGEST_DATAGRAM;
         switch (platform::RecvSocket(handle, buffer.get(), size)) {
         case platform::IoResult::DONE:
@@ -219,10 +254,63 @@ bool NetDNSExchange::xReceive(std::uint32_t handle, const std::vector<BYTE>& que
             return false;
         }
     }
+    return false;
+}
+
+/// Asks over a connection (RFC 1035 section 4.2.2): two bytes of length stand before each message.
+bool NetDNSExchange::xAskByStream(const platform::Endpoint& server, const std::vector<BYTE>& query,
+                                  std::vector<BYTE>& message)
+{
+    const std::uint32_t endTick = xGetEndOfWait();
+    const SOCKET_GUARD socket(platform::OpenSocket(true, server.family));
+    if (socket.Get() == platform::INVALID_SOCKET_HANDLE || !ConnectUntil(socket.Get(), server, endTick))
+        return false;
+    std::vector<BYTE> framed{static_cast<BYTE>(query.size() >> 8), static_cast<BYTE>(query.size() & 0xFF)};
+    framed.insert(framed.end(), query.begin(), query.end());
+    std::vector<BYTE> length;
+    if (!xSendAll(socket.Get(), framed, endTick) || !xRecvAll(socket.Get(), 2, endTick, length) ||
+        !xRecvAll(socket.Get(), length[0] * std::size_t{256} + length[1], endTick, message))
+        return false;
+    if (xAnswers(query, message.data(), static_cast<ULONG>(message.size())))
+        return true;
+    ++m_refused;
+    return false;
+}
+
+bool NetDNSExchange::xSendAll(std::uint32_t handle, const std::vector<BYTE>& bytes, std::uint32_t endTick)
+{
+    for (std::size_t done = 0; done < bytes.size();) {
+        if (!WaitUntil(handle, false, endTick))
+            return false;
+        std::size_t size = bytes.size() - done;
+        const platform::IoResult result = platform::SendSocket(handle, bytes.data() + done, size);
+        if (result != platform::IoResult::DONE && result != platform::IoResult::WOULD_BLOCK)
+            return false;
+        done += size;
+    }
+    return true;
+}
+
+/// Appends count bytes.
+bool NetDNSExchange::xRecvAll(std::uint32_t handle, std::size_t count, std::uint32_t endTick, std::vector<BYTE>& bytes)
+{
+    std::size_t done = bytes.size();
+    const std::size_t end = done + count;
+    bytes.resize(end);
+    while (done < end) {
+        if (!WaitUntil(handle, true, endTick))
+            return false;
+        std::size_t size = end - done;
+        const platform::IoResult result = platform::RecvSocket(handle, bytes.data() + done, size);
+        if (result != platform::IoResult::DONE && result != platform::IoResult::WOULD_BLOCK)
+            return false;
+        done += size;
+    }
+    return true;
 }
 
 /// A query (RFC 1035 section 4.1) with an identifier of its own. False: there are no random numbers to be had.
-bool NetDNSExchange::xMakeQuery(const String& name, NetDNS::RRTYPE type, std::vector<BYTE>& query) const
+bool NetDNSExchange::xMakeQuery(WAY way, const String& name, NetDNS::RRTYPE type, std::vector<BYTE>& query) const
 {
     BYTE id[2];
     if (RAND_bytes(id, sizeof(id)) != 1)
@@ -231,15 +319,23 @@ bool NetDNSExchange::xMakeQuery(const String& name, NetDNS::RRTYPE type, std::ve
     writer.Write8(id[0]);
     writer.Write8(id[1]);
     writer.Write16(QUERY_FLAGS);
-    writer.Write16(1); // one question
-    writer.Write16(0); // no answers,
-    writer.Write16(0); // authorities
-    writer.Write16(0); // or additional records
+    writer.Write16(1);                           // one question
+    writer.Write16(0);                           // no answers,
+    writer.Write16(0);                           // authorities
+    writer.Write16(way == WAY_EXTENDED ? 1 : 0); // an additional record: see below
     if (!writer.WriteName(name, LONGEST_LABEL))
         return false;
     const ULONG nameEnd = writer.GetLength();
     writer.Write16(type);
     writer.Write16(CLASS_IN);
+    if (way == WAY_EXTENDED) { // RFC 6891 section 6.1.2
+        writer.Write8(0);      // of the root
+        writer.Write16(TYPE_OPT);
+        writer.Write16(WELCOME_SIZE); // where others have a class
+        writer.Write16(0);            // version 0, no flags, where others have a life
+        writer.Write16(0);
+        writer.Write16(0); // no options
+    }
     query.assign(writer.GetData(), writer.GetData() + writer.GetLength());
     return !m_options.GetMixedCase() || MixCase(query, nameEnd);
 }
@@ -260,6 +356,12 @@ bool NetDNSExchange::xAnswers(const std::vector<BYTE>& query, const BYTE* messag
     return std::equal(query.begin() + HEADER_SIZE, nameEnd, question,
                       [](BYTE left, BYTE right) { return Fold(left) == Fold(right); }) &&
            std::equal(nameEnd, nameEnd + TYPE_AND_CLASS_SIZE, message + end - TYPE_AND_CLASS_SIZE);
+}
+
+/// The tick at which the wait for one answer ends.
+std::uint32_t NetDNSExchange::xGetEndOfWait() const
+{
+    return static_cast<std::uint32_t>(TimedEvent::sGetNow() + std::min(m_options.GetAnswerWaitMs(), xGetTimeLeftMs()));
 }
 
 std::uint32_t NetDNSExchange::xGetTimeLeftMs() const

@@ -14,6 +14,10 @@
 
 namespace kqlib {
 
+namespace platform {
+struct Endpoint;
+} // namespace platform
+
 /// One look-up of a resolver with options: asks the given servers in turn, as often and as long as the options say, and
 /// follows aliases. Internal; no part of the interface.
 ///
@@ -36,11 +40,29 @@ public:
 
 private:
     NetDNSAnswer xAskAll(const Vector<NetIP>& servers, const String& name, NetDNS::RRTYPE type);
+    /// How a question goes out.
+    enum WAY
+    {
+        WAY_PLAIN,    ///< over UDP as RFC 1035 has it
+        WAY_EXTENDED, ///< over UDP with the word that more than 512 bytes may come
+        WAY_STREAM    ///< over TCP
+    };
+
     [[nodiscard]] bool xAsk(const NetIP& server, const String& name, NetDNS::RRTYPE type, NetDNSAnswer& answer);
-    [[nodiscard]] bool xMakeQuery(const String& name, NetDNS::RRTYPE type, std::vector<BYTE>& query) const;
+    [[nodiscard]] bool xAskBy(WAY way, const NetIP& server, const String& name, NetDNS::RRTYPE type,
+                              NetDNSAnswer& answer);
+    [[nodiscard]] bool xMakeQuery(WAY way, const String& name, NetDNS::RRTYPE type, std::vector<BYTE>& query) const;
     [[nodiscard]] bool xAnswers(const std::vector<BYTE>& query, const BYTE* message, ULONG length) const;
+    [[nodiscard]] bool xAskByDatagram(const platform::Endpoint& server, const std::vector<BYTE>& query,
+                                      std::vector<BYTE>& message);
     [[nodiscard]] bool xReceive(std::uint32_t handle, const std::vector<BYTE>& query, std::vector<BYTE>& message);
+    [[nodiscard]] bool xAskByStream(const platform::Endpoint& server, const std::vector<BYTE>& query,
+                                    std::vector<BYTE>& message);
+    [[nodiscard]] static bool xSendAll(std::uint32_t handle, const std::vector<BYTE>& bytes, std::uint32_t endTick);
+    [[nodiscard]] static bool xRecvAll(std::uint32_t handle, std::size_t count, std::uint32_t endTick,
+                                       std::vector<BYTE>& bytes);
     std::uint32_t xGetTimeLeftMs() const;
+    std::uint32_t xGetEndOfWait() const;
 
     const NetDNSOptions m_options;
     const std::uint32_t m_start; ///< tick

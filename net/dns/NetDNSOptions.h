@@ -17,6 +17,7 @@ namespace kqlib {
 /// - reads an answer by its RFCs: records of the asked name alone, aliases followed within the answer, texts joined
 /// whole,
 ///   names of at most 255 bytes;
+/// - takes long answers, over TCP where a server has to cut them;
 /// - knows AAAA and SRV records; ResolveHost gives addresses of both families;
 /// - ends a look-up after a set time, keeps its list of servers, and takes "no such name" from the first that says so;
 /// - honours the life that the zone gives an answer, within bounds, and keeps "nothing there" for a short time.
@@ -67,6 +68,14 @@ public:
     bool GetMixedCase() const { return m_mixedCase; }
     ///@}
 
+    /// Whether answers longer than 512 bytes are welcome: queries say that 1232 bytes may come in a datagram (EDNS, RFC
+    /// 6891), and an answer that the server had to cut is asked for again over TCP. On at first. Off: a cut answer is a
+    /// server failure.
+    ///@{
+    void SetLargeAnswers(bool on) { m_largeAnswers = on; }
+    bool GetLargeAnswers() const { return m_largeAnswers; }
+    ///@}
+
 private:
     std::uint32_t m_answerWaitMs = 2000;
     std::uint32_t m_lookupLimitMs = 10000;
@@ -75,6 +84,7 @@ private:
     std::uint32_t m_longestLifeSec = 86400;
     std::uint32_t m_longestNegativeSec = 300;
     bool m_mixedCase = true;
+    bool m_largeAnswers = true;
 };
 
 } // namespace kqlib

@@ -39,6 +39,7 @@ TEST(NetDNSOptions, Defaults_AsTheHeaderSays)
     EXPECT_EQ(options.GetLongestLifeSec(), 86400U);
     EXPECT_EQ(options.GetLongestNegativeLifeSec(), 300U);
     EXPECT_TRUE(options.GetMixedCase());
+    EXPECT_TRUE(options.GetLargeAnswers());
 }
 
 TEST(NetDNSOptions, Set_AtTheEndsOfTheRange_TakenAndBeyondRefused)
@@ -133,6 +134,7 @@ TEST_F(NetDNSCheckedTest, Query_Bytes_AsDescribedButForIdentifierAndCase)
 {
     FakeDNSServer server(AnswerA);
     options.SetMixedCase(false);
+    options.SetLargeAnswers(false);
     dns.SetOptions(options);
     ASSERT_TRUE(dns.DoALookup("Host.kq", String(server.GetAddress()), msgs));
     Bytes query = server.GetQueries()[0].bytes;
@@ -176,7 +178,7 @@ TEST_F(NetDNSCheckedTest, Forged_OneOfEachKindInFront_CountedAndTheRightOneBelie
             bytes[place] ^= flip;
             return bytes;
         };
-        const std::size_t type = query.bytes.size() - 4;
+        const std::size_t type = 12 + query.name.size() + 2;
         Replies replies;
         replies.push_back({forge(0, 0x01)});        // the identifier,
         replies.push_back({forge(1, 0x80)});        // in both its bytes
@@ -190,7 +192,8 @@ TEST_F(NetDNSCheckedTest, Forged_OneOfEachKindInFront_CountedAndTheRightOneBelie
         replies.push_back({forge(type + 3, 0x02)}); // another class
         replies.push_back({Bytes()});               // nothing
         replies.push_back({Bytes(query.bytes.begin(), query.bytes.begin() + 11)});
-        replies.push_back({Bytes(query.bytes.begin(), query.bytes.end() - 1)});
+        const Bytes question = DNSMessage(query).Build();
+        replies.push_back({Bytes(question.begin(), question.end() - 1)});
         replies.push_back({DNSMessage("quite.another", 1).AddA("6.6.6.6").Build()});
         replies.push_back({DNSMessage(query).AddA("10.0.0.1").Build()});
         return replies;
@@ -662,6 +665,120 @@ TEST_F(NetDNSCheckedTest, Lookup_Failed_RecordsOfTheOneBeforeAreGone)
     ASSERT_TRUE(dns.DoALookup("n", msgs));
     EXPECT_FALSE(dns.DoALookup("other", msgs));
     EXPECT_EQ(dns.GetARecordCount(), 0U);
+}
+
+/// The answer without records that says that there is more.
+Bytes Cut(const DNSQuery& query)
+{
+    Bytes bytes = DNSMessage(query).Build();
+    bytes[2] |= 0x02;
+    return bytes;
+}
+
+Replies AnswerCut(const DNSQuery& query, std::size_t)
+{
+    return {{Cut(query)}};
+}
+
+TEST_F(NetDNSCheckedTest, Large_Query_SaysThat1232BytesMayCome)
+{
+    FakeDNSServer server(AnswerA);
+    ASSERT_TRUE(dns.DoALookup("n", String(server.GetAddress()), msgs));
+    const Bytes query = server.GetQueries()[0].bytes;
+    ASSERT_EQ(query.size(), 12U + 3 + 4 + 11);
+    EXPECT_EQ(query[11], 1);
+    EXPECT_THAT(Bytes(query.end() - 11, query.end()), ElementsAre(0, 0, 41, 0x04, 0xD0, 0, 0, 0, 0, 0, 0));
+}
+
+TEST_F(NetDNSCheckedTest, Large_DatagramsOfAnySize_Taken)
+{
+    for (const std::size_t size : {1025U, 1232U, 1400U, 60000U}) {
+        FakeDNSServer server([size](const DNSQuery& query, std::size_t) -> Replies {
+            Bytes bytes = DNSMessage(query).AddA("10.0.0.1").Build();
+            bytes.resize(size);
+            return {{bytes}};
+        });
+        EXPECT_TRUE(dns.DoALookup(String("n" + std::to_string(size)), String(server.GetAddress()), msgs)) << size;
+    }
+}
+
+TEST_F(NetDNSCheckedTest, Large_AnswerCut_AskedForAgainOverTCP)
+{
+    FakeDNSServer server(AnswerCut);
+    const std::string text(255, 't');
+    ASSERT_TRUE(server.ServeStreams([&text](const DNSQuery& query, std::size_t) -> Replies {
+        DNSMessage answer(query);
+        for (int i = 0; i < 100; ++i)
+            answer.AddText(16, {text, text});
+        const Bytes framed = FakeDNSServer::sFrame(answer.Build());
+        // In pieces: the length byte by byte, the message in two.
+        return {{Bytes(framed.begin(), framed.begin() + 1)},
+                {Bytes(framed.begin() + 1, framed.begin() + 2), 5},
+                {Bytes(framed.begin() + 2, framed.begin() + 1000), 5},
+                {Bytes(framed.begin() + 1000, framed.end()), 5}};
+    }));
+    ASSERT_TRUE(dns.DoTXTLookup("n", String(server.GetAddress()), msgs));
+    ASSERT_EQ(dns.GetTXTRecordCount(), 100U);
+    EXPECT_EQ(dns.GetTXTRecord(99), text + text);
+    EXPECT_EQ(server.GetQueryCount(), 1U);
+    EXPECT_EQ(server.GetStreamQueryCount(), 1U);
+}
+
+TEST_F(NetDNSCheckedTest, Large_AnswerCutAndNoOrABadStream_53)
+{
+    const auto lookUp = [this](const FakeDNSServer::Script& script) {
+        FakeDNSServer server(AnswerCut);
+        if (script) {
+            EXPECT_TRUE(server.ServeStreams(script));
+        }
+        Messages codes;
+        EXPECT_FALSE(dns.DoALookup("host.example", String(server.GetAddress()), codes));
+        return Codes(codes);
+    };
+    BeImpatient();
+    EXPECT_THAT(lookUp(nullptr), ElementsAre(53)); // nobody serves it
+    EXPECT_THAT(lookUp(Silence), ElementsAre(53)); // it says nothing,
+    EXPECT_THAT(lookUp([](const DNSQuery&, std::size_t) {
+                    return Replies{{Bytes{0, 50, 1, 2}}};
+                }),
+                ElementsAre(53)); // or breaks off
+    EXPECT_THAT(lookUp([](const DNSQuery&, std::size_t) { return Replies{{Bytes{0, 0}}}; }), ElementsAre(53));
+    EXPECT_THAT(lookUp([](const DNSQuery& query, std::size_t) { return Replies{{FakeDNSServer::sFrame(Cut(query))}}; }),
+                ElementsAre(53)); // it cuts too
+    const ULONG refused = dns.GetRefusedAnswers();
+    EXPECT_THAT(lookUp([](const DNSQuery& query, std::size_t) {
+                    Bytes bytes = DNSMessage(query).AddA("6.6.6.6").Build();
+                    bytes[0] ^= 1;
+                    return Replies{{FakeDNSServer::sFrame(bytes)}};
+                }),
+                ElementsAre(53));
+    EXPECT_EQ(dns.GetRefusedAnswers(), refused + 1);
+}
+
+TEST_F(NetDNSCheckedTest, Large_Off_PlainQueryAndACutAnswerIs53)
+{
+    FakeDNSServer server(AnswerCut);
+    ASSERT_TRUE(server.ServeStreams([](const DNSQuery& query, std::size_t) {
+        return Replies{{FakeDNSServer::sFrame(DNSMessage(query).AddA("10.0.0.1").Build())}};
+    }));
+    options.SetLargeAnswers(false);
+    dns.SetOptions(options);
+    EXPECT_FALSE(dns.DoALookup("n", String(server.GetAddress()), msgs));
+    EXPECT_THAT(Codes(msgs), ElementsAre(53));
+    EXPECT_EQ(server.GetStreamQueryCount(), 0U);
+    EXPECT_EQ(server.GetQueries()[0].bytes.size(), 12U + 3 + 4);
+}
+
+TEST_F(NetDNSCheckedTest, Large_ServerFromBeforeEDNS_AskedAgainPlainly)
+{
+    for (const unsigned code : {1U, 4U}) {
+        FakeDNSServer server([code](const DNSQuery& query, std::size_t number) {
+            return query.bytes[11] != 0 ? Replies{{DNSMessage(query).Code(code).Build()}} : AnswerA(query, number);
+        });
+        EXPECT_TRUE(dns.DoALookup(String("n" + std::to_string(code)), String(server.GetAddress()), msgs));
+        EXPECT_EQ(server.GetQueryCount(), 2U);
+    }
+    EXPECT_THAT(Codes(msgs), IsEmpty());
 }
 
 TEST_F(NetDNSCheckedTest, Threads_16ResolversOverOneCache_AllResolve)
