@@ -12,6 +12,8 @@ namespace {
 /// 200 runs of at most a whole message each, with their dots.
 constexpr std::size_t NAME_BOUND_FACTOR = 2 * 200;
 
+constexpr std::size_t LONGEST_STRICT_NAME = 253;
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
@@ -30,5 +32,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         KQ_FUZZ_CHECK(reader.GetPosition() <= reader.GetLength());
     }
     KQ_FUZZ_CHECK(name.size() <= NAME_BOUND_FACTOR * size);
+    String strict;
+    if (reader.Seek(offset) && reader.ReadStrictName(strict)) {
+        KQ_FUZZ_CHECK(strict.size() <= LONGEST_STRICT_NAME);
+        KQ_FUZZ_CHECK(reader.GetPosition() > offset && reader.GetPosition() <= reader.GetLength());
+    }
     return 0;
 }

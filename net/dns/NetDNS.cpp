@@ -4,13 +4,17 @@
 #include "platform/Sockets.h"
 
 #include "common/TimedEvent.h"
+#include "net/dns/NetDNSAnswer.h"
 #include "net/dns/NetDNSCache.h"
+#include "net/dns/NetDNSExchange.h"
+#include "net/dns/NetDNSOptions.h"
 #include "net/dns/NetDNSResponse.h"
 #include "net/dns/NetDNSWriter.h"
 #include "net/sockets/NetUDP.h"
 
 #include <algorithm>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -25,8 +29,7 @@ constexpr int MOST_ATTEMPTS = 3;               ///< at each address, while nothi
 constexpr int MOST_PASSES = 5;                 ///< queries of one attempt, one for each name of a CNAME chain
 constexpr ULONG ANSWER_SIZE = 1024;            ///< a longer answer is no answer
 constexpr String::size_type DOMAIN_LIMIT = 256;
-constexpr String::size_type LONGEST_LABEL = 255;  ///< not held against the 63 of the RFC, kept on purpose
-constexpr std::size_t MOST_SERVER_ADDRESSES = 50; ///< of one server given by its host name
+constexpr String::size_type LONGEST_LABEL = 255; ///< not held against the 63 of the RFC, kept on purpose
 
 constexpr std::uint16_t QUERY_ID = 0xFFFF;    ///< the same for every query and never compared, kept on purpose
 constexpr std::uint16_t QUERY_FLAGS = 0x0100; ///< standard query, recursion desired
@@ -42,7 +45,26 @@ bool HasVerdict(const Messages& msgs, ULONG from)
     return false;
 }
 
+bool IsKnownWithoutOptions(NetDNS::RRTYPE type)
+{
+    return type != NetDNS::RR_AAAA && type != NetDNS::RR_SRV;
+}
+
 } // namespace
+
+/// What there is with options only.
+struct NetDNS::CHECKED
+{
+    explicit CHECKED(const NetDNSOptions& given)
+        : options(given)
+    {
+    }
+
+    NetDNSOptions options;
+    ULONG refused = 0;
+    VectorPtr<String> aaaaRecords;
+    VectorPtr<SRV_RECORD> srvRecords;
+};
 
 NetDNS::NetDNS(NetIP::IPLOOKUPMODE mode)
     : m_lookupMode(mode)
@@ -57,6 +79,24 @@ NetDNS::NetDNS(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache)
 }
 
 NetDNS::~NetDNS() = default;
+
+void NetDNS::SetOptions(const NetDNSOptions& options)
+{
+    if (m_checked)
+        m_checked->options = options;
+    else
+        m_checked = std::make_unique<CHECKED>(options);
+}
+
+const NetDNSOptions* NetDNS::GetOptions() const
+{
+    return m_checked ? &m_checked->options : nullptr;
+}
+
+ULONG NetDNS::GetRefusedAnswers() const
+{
+    return m_checked ? m_checked->refused : 0;
+}
 
 bool NetDNS::DoALookup(const String& domain, Messages& msgs)
 {
@@ -81,6 +121,16 @@ bool NetDNS::DoTXTLookup(const String& domain, Messages& msgs)
 bool NetDNS::DoSPFLookup(const String& domain, Messages& msgs)
 {
     return xLookup(domain, RR_SPF, msgs);
+}
+
+bool NetDNS::DoAAAALookup(const String& domain, Messages& msgs)
+{
+    return xLookup(domain, RR_AAAA, msgs);
+}
+
+bool NetDNS::DoSRVLookup(const String& domain, Messages& msgs)
+{
+    return xLookup(domain, RR_SRV, msgs);
 }
 
 bool NetDNS::DoALookup(const String& domain, const String& server, Messages& msgs)
@@ -108,6 +158,16 @@ bool NetDNS::DoSPFLookup(const String& domain, const String& server, Messages& m
     return xLookup(domain, server, RR_SPF, msgs);
 }
 
+bool NetDNS::DoAAAALookup(const String& domain, const String& server, Messages& msgs)
+{
+    return xLookup(domain, server, RR_AAAA, msgs);
+}
+
+bool NetDNS::DoSRVLookup(const String& domain, const String& server, Messages& msgs)
+{
+    return xLookup(domain, server, RR_SRV, msgs);
+}
+
 ULONG NetDNS::GetARecordCount() const
 {
     return m_aRecords.GetCount();
@@ -126,6 +186,30 @@ ULONG NetDNS::GetPTRRecordCount() const
 const String& NetDNS::GetPTRRecord(ULONG index) const
 {
     return m_ptrRecords.Get(index);
+}
+
+ULONG NetDNS::GetAAAARecordCount() const
+{
+    return m_checked ? m_checked->aaaaRecords.GetCount() : 0;
+}
+
+const String& NetDNS::GetAAAARecord(ULONG index) const
+{
+    if (!m_checked)
+        throw std::out_of_range("NetDNS::GetAAAARecord");
+    return m_checked->aaaaRecords.Get(index);
+}
+
+ULONG NetDNS::GetSRVRecordCount() const
+{
+    return m_checked ? m_checked->srvRecords.GetCount() : 0;
+}
+
+const NetDNS::SRV_RECORD& NetDNS::GetSRVRecord(ULONG index) const
+{
+    if (!m_checked)
+        throw std::out_of_range("NetDNS::GetSRVRecord");
+    return m_checked->srvRecords.Get(index);
 }
 
 ULONG NetDNS::GetTXTRecordCount() const
@@ -176,11 +260,14 @@ bool NetDNS::ResolveHost(const String& host, bool acceptAddress, Vector<NetIP>& 
         addresses.Add(literal);
         return true;
     }
-    if (!DoALookup(host, msgs))
-        return false;
-    for (ULONG i = 0; i < GetARecordCount(); ++i)
-        addresses.Add(NetIP(GetARecord(i)));
-    return true;
+    if (!m_checked)
+        return xAppendAddresses(host, RR_A, addresses, msgs);
+    Messages codes; // of a family that has nothing; told only when there is no other
+    const bool found4 = m_lookupMode != NetIP::LOOKUP_IP6 && xAppendAddresses(host, RR_A, addresses, codes);
+    const bool found6 = m_lookupMode != NetIP::LOOKUP_IP4 && xAppendAddresses(host, RR_AAAA, addresses, codes);
+    if (!found4 && !found6 && codes.GetMessageCount() > 0)
+        msgs.AddMessage(codes.Get(0));
+    return found4 || found6;
 }
 
 bool NetDNS::ResolveHost(const String& host, bool acceptAddress, NetIP& address, Messages& msgs)
@@ -195,7 +282,8 @@ bool NetDNS::ResolveHost(const String& host, bool acceptAddress, NetIP& address,
 bool NetDNS::ResolveIP(const NetIP& ip, STRINGS& names, Messages& msgs)
 {
     names.clear();
-    if (!DoPTRLookup(ip.GetTextReverseByteOrder() + ".in-addr.arpa", msgs))
+    const char* const zone = m_checked && !ip.IsIP4() ? ".ip6.arpa" : ".in-addr.arpa"; // the first: RFC 3596
+    if (!DoPTRLookup(ip.GetTextReverseByteOrder() + zone, msgs))
         return false;
     for (ULONG i = 0; i < GetPTRRecordCount(); ++i)
         names.push_back(GetPTRRecord(i));
@@ -254,11 +342,15 @@ void NetDNS::ResetFirstExpiryTime()
 
 bool NetDNS::xLookup(const String& domain, RRTYPE type, Messages& msgs)
 {
+    if (m_checked || !IsKnownWithoutOptions(type))
+        return xCheckedLookup(domain, nullptr, type, msgs);
     return xIsLookupCached(domain, type) || xDoLookup(domain, type, msgs);
 }
 
 bool NetDNS::xLookup(const String& domain, const String& server, RRTYPE type, Messages& msgs)
 {
+    if (m_checked || !IsKnownWithoutOptions(type))
+        return xCheckedLookup(domain, &server, type, msgs);
     return xIsLookupCached(domain, type) || xDoLookup(domain, server, type, msgs);
 }
 
@@ -320,7 +412,7 @@ bool NetDNS::xDoLookup(const String& domain, const String& server, RRTYPE type, 
 {
     xClearList(type);
     Vector<NetIP> addresses;
-    if (!xsConvertHost(server, addresses)) {
+    if (!NetDNSExchange::sGetAddresses(server, addresses)) {
         msgs.AddMessage(MSG_SERVER_FAILURE);
         return false;
     }
@@ -449,36 +541,91 @@ void NetDNS::xStoreInCache(const String& domain, RRTYPE type, std::uint32_t expi
         (m_cache->*xsGetTextType(type).store)(domain, expiry, xGetTextList(type));
 }
 
-/// The list of any type whose records are texts (all but RR_MX).
+/// The list of any type whose records are texts (all but RR_MX and RR_SRV). RR_AAAA: with options only.
 VectorPtr<String>& NetDNS::xGetTextList(RRTYPE type)
 {
-    return this->*xsGetTextType(type).records;
+    return type == RR_AAAA ? m_checked->aaaaRecords : this->*xsGetTextType(type).records;
 }
 
 void NetDNS::xClearList(RRTYPE type)
 {
     if (type == RR_MX)
         m_mxRecords.Reset();
+    else if (type == RR_SRV)
+        m_checked->srvRecords.Reset();
     else
         xGetTextList(type).Reset();
 }
 
-/// The addresses of a server given as an address text or as a name that the system's own look-up knows.
-bool NetDNS::xsConvertHost(const String& host, Vector<NetIP>& addresses)
+/// A look-up with options, in any form. server: null for those of the list.
+bool NetDNS::xCheckedLookup(const String& domain, const String* server, RRTYPE type, Messages& msgs)
 {
-    NetIP literal;
-    if (literal.Set(host)) {
-        addresses.Add(literal);
+    if (!m_checked) {
+        msgs.AddMessage(MSG_NOT_IMPLEMENTED);
+        return false;
+    }
+    std::shared_ptr<const NetDNSAnswer> answer = m_cache ? m_cache->xReadChecked(domain, type) : nullptr;
+    if (!answer)
+        answer = xAskChecked(domain, server, type);
+    xTakeAnswer(*answer, type);
+    if (answer->GetCode() == 0)
         return true;
+    msgs.AddMessage(answer->GetCode());
+    return false;
+}
+
+/// Asks servers and keeps the verdict. Never null.
+std::shared_ptr<const NetDNSAnswer> NetDNS::xAskChecked(const String& domain, const String* server, RRTYPE type)
+{
+    std::vector<String> servers;
+    if (server != nullptr) {
+        servers.push_back(*server);
+    } else if (m_servers.GetCount() > 0 || GetDNSServers()) {
+        for (ULONG i = 0; i < m_servers.GetCount(); ++i)
+            servers.push_back(m_servers.Get(i));
     }
-    unsigned char found[MOST_SERVER_ADDRESSES][4];
-    const std::size_t count = platform::LookupHostIP4(host.c_str(), found, MOST_SERVER_ADDRESSES);
-    for (std::size_t i = 0; i < count; ++i) {
-        NetIP address;
-        if (address.Set(NetIP::IP_4, found[i]))
-            addresses.Add(address);
+    const NetDNSOptions& options = m_checked->options;
+    NetDNSExchange exchange(options);
+    auto answer = std::make_shared<NetDNSAnswer>(exchange.Run(servers, domain, type));
+    m_checked->refused += exchange.GetRefused();
+    if (!answer->IsVerdict())
+        return answer;
+    const std::uint32_t lifeSec =
+        answer->GetCode() == 0
+            ? std::clamp(answer->GetLifeSec(), options.GetShortestLifeSec(), options.GetLongestLifeSec())
+            : std::min(answer->GetLifeSec(), options.GetLongestNegativeLifeSec());
+    const auto now = static_cast<std::uint32_t>(TimedEvent::sGetNow());
+    const auto expiry = static_cast<std::uint32_t>(now + lifeSec * 1000U);
+    if (answer->GetCode() == 0)
+        m_firstExpiry = std::min(m_firstExpiry, expiry);
+    if (m_cache && lifeSec > 0)
+        m_cache->xStoreChecked(domain, type, expiry, answer);
+    return answer;
+}
+
+/// Replaces the records of the type by those of the answer, none for a failure.
+void NetDNS::xTakeAnswer(const NetDNSAnswer& answer, RRTYPE type)
+{
+    xClearList(type);
+    for (const NetDNSAnswer::RECORD& record : answer.GetRecords()) {
+        if (type == RR_MX)
+            m_mxRecords.Give(new MX_RECORD{record.priority, record.text});
+        else if (type == RR_SRV)
+            m_checked->srvRecords.Give(new SRV_RECORD{record.priority, record.weight, record.port, record.text});
+        else
+            xGetTextList(type).Give(new String(record.text));
     }
-    return addresses.GetCount() > 0;
+}
+
+/// Looks up the addresses of one family.
+bool NetDNS::xAppendAddresses(const String& host, RRTYPE type, Vector<NetIP>& addresses, Messages& msgs)
+{
+    if (!xLookup(host, type, msgs))
+        return false;
+    const VectorPtr<String>& records = xGetTextList(type);
+    for (ULONG i = 0; i < records.GetCount(); ++i)
+        addresses.Add(NetIP(records.Get(i)));
+    return true;
 }
 
 /// Servers that the system's name service lists come first.

@@ -11,10 +11,13 @@
 #include "platform/Export.h"
 
 #include <cstdint>
+#include <memory>
 
 namespace kqlib {
 
+class NetDNSAnswer;
 class NetDNSCache;
+class NetDNSOptions;
 class NetUDP;
 
 /// Asks DNS servers for addresses, names, mail exchangers and texts, and turns host names into addresses.
@@ -22,7 +25,8 @@ class NetUDP;
 /// A host makes one over the process-wide NetDNSCache, calls a look-up or ResolveHost/ResolveIP and reads the records
 /// through the Get functions until the next look-up of the same type. The object is cheap: one per check is fine. The
 /// servers are those of the system, found at the first look-up, or those given by SetDNSServers. Every query goes over
-/// UDP to port 53 (RFC 1035); CNAME records are followed by asking for their target.
+/// UDP to port 53 (RFC 1035); CNAME records are followed by asking for their target. SetOptions makes it ask, check and
+/// read in another way, see NetDNSOptions.
 ///
 /// Ownership: owns its records and server texts; borrows the cache, which must outlive this object; may have none.
 ///
@@ -43,6 +47,8 @@ public:
         RR_PTR = 12,  ///< the name of an address
         RR_MX = 15,   ///< a mail exchanger
         RR_TXT = 16,  ///< texts
+        RR_AAAA = 28, ///< an IPv6 address; with options only (RFC 3596)
+        RR_SRV = 33,  ///< the host of a service; with options only (RFC 2782)
         RR_SPF = 99   ///< a policy for mail senders
     };
 
@@ -64,7 +70,17 @@ public:
         String name;        ///< of the host, without a dot at its end
     };
 
-    /// A resolver without a cache. mode is handed to the sockets it makes; nothing depends on its value.
+    /// The host of a service (RFC 2782).
+    struct SRV_RECORD
+    {
+        ULONG priority = 0; ///< the lowest is to be used first
+        ULONG weight = 0;   ///< among equal priorities: the share of its uses
+        ULONG port = 0;
+        String name; ///< of the host, without a dot at its end; empty: the service is not offered
+    };
+
+    /// A resolver without a cache. mode is handed to the sockets it makes; without options
+    /// nothing depends on its value.
     explicit NetDNS(NetIP::IPLOOKUPMODE mode);
     /// With a cache that is asked before the servers and stores their answers; it must outlive this object.
     NetDNS(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache);
@@ -72,6 +88,21 @@ public:
     NetDNS& operator=(const NetDNS&) = delete;
     /// Ends the records that the Get functions gave; what the cache holds stays.
     virtual ~NetDNS();
+
+    /// From now on asks as the options say, of which it keeps a copy. What is said below about look-ups changes then:
+    /// - one code is added for a failed look-up, never several;
+    /// - the server list stays as it is, and "no such name" or "no records" from one server ends the look-up;
+    /// - the cache is asked for answers of resolvers with options alone; it never mixes the two kinds;
+    /// - MX records of equal priority keep the order of the answer; an exchanger "" says that there is no mail (RFC
+    /// 7505);
+    /// - ResolveHost gives addresses of the families that the mode names, IPv4 ones first.
+    void SetOptions(const NetDNSOptions& options);
+    /// The options; null when none were set.
+    const NetDNSOptions* GetOptions() const;
+    /// How many datagrams this object has refused to believe since its options were set first: of another identifier,
+    /// of another question, or in another mix of cases. What comes from other addresses or ports the system drops
+    /// unseen. 0 without options.
+    ULONG GetRefusedAnswers() const;
 
     /// Look-ups of one type. Each asks the cache, then the servers in their order until one gives records. True: the
     /// records can be read. False: codes were added, except after five CNAME records in a row, which add none.
@@ -87,6 +118,9 @@ public:
     bool DoPTRLookup(const String& domain, Messages& msgs);
     bool DoTXTLookup(const String& domain, Messages& msgs);
     bool DoSPFLookup(const String& domain, Messages& msgs);
+    /// Without options: false, MSG_NOT_IMPLEMENTED.
+    bool DoAAAALookup(const String& domain, Messages& msgs);
+    bool DoSRVLookup(const String& domain, Messages& msgs);
     ///@}
 
     /// The same, but asking only the given server (an address or a host name); the server list is neither used nor
@@ -97,6 +131,8 @@ public:
     bool DoPTRLookup(const String& domain, const String& server, Messages& msgs);
     bool DoTXTLookup(const String& domain, const String& server, Messages& msgs);
     bool DoSPFLookup(const String& domain, const String& server, Messages& msgs);
+    bool DoAAAALookup(const String& domain, const String& server, Messages& msgs);
+    bool DoSRVLookup(const String& domain, const String& server, Messages& msgs);
     ///@}
 
     /// Records of the last look-up of each type. An index at or past the count throws std::out_of_range.
@@ -107,7 +143,14 @@ public:
     ULONG GetPTRRecordCount() const;
     const String& GetPTRRecord(ULONG index) const;
     ///@}
-    /// TXT and SPF: the first character-string of each record only, kept on purpose.
+    /// AAAA: addresses in the form of RFC 5952. SRV: ascending by priority, otherwise in the order of the answer.
+    ///@{
+    ULONG GetAAAARecordCount() const;
+    const String& GetAAAARecord(ULONG index) const;
+    ULONG GetSRVRecordCount() const;
+    const SRV_RECORD& GetSRVRecord(ULONG index) const;
+    ///@}
+    /// TXT and SPF: the first character-string of each record only, kept on purpose; with options all of them, joined.
     ///@{
     ULONG GetTXTRecordCount() const;
     const String& GetTXTRecord(ULONG index) const;
@@ -165,6 +208,7 @@ public:
 
 private:
     struct TEXT_TYPE;
+    struct CHECKED;
 
     static const TEXT_TYPE& xsGetTextType(RRTYPE type);
     bool xLookup(const String& domain, RRTYPE type, Messages& msgs);
@@ -181,7 +225,11 @@ private:
     void xStoreInCache(const String& domain, RRTYPE type, std::uint32_t expiry);
     VectorPtr<String>& xGetTextList(RRTYPE type);
     void xClearList(RRTYPE type);
-    static bool xsConvertHost(const String& host, Vector<NetIP>& addresses);
+
+    bool xCheckedLookup(const String& domain, const String* server, RRTYPE type, Messages& msgs);
+    std::shared_ptr<const NetDNSAnswer> xAskChecked(const String& domain, const String* server, RRTYPE type);
+    void xTakeAnswer(const NetDNSAnswer& answer, RRTYPE type);
+    bool xAppendAddresses(const String& host, RRTYPE type, Vector<NetIP>& addresses, Messages& msgs);
 
     void xGetDNSServersViaWSA();
     void xAddDNS(const String& server);
@@ -198,6 +246,7 @@ private:
     NetDNSCache* m_cache; ///< borrowed, may be null; set once at construction
     std::uint32_t m_timeOutStart = 0;
     std::uint32_t m_firstExpiry = 0xFFFFFFFFU;
+    std::unique_ptr<CHECKED> m_checked; ///< null without options
 };
 
 } // namespace kqlib

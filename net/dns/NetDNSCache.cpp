@@ -1,8 +1,10 @@
 #include "net/dns/NetDNSCache.h"
 
 #include "common/TimedEvent.h"
+#include "net/dns/NetDNSAnswer.h"
 
 #include <cstddef>
+#include <map>
 #include <random>
 #include <unordered_set>
 #include <utility>
@@ -89,6 +91,75 @@ template <class RECORD> void AppendCopies(const VectorPtr<RECORD>& from, VectorP
         to.Give(new RECORD(from.Get(i)));
 }
 
+/// An answer that a resolver with options has checked.
+struct CHECKED_LOOKUP
+{
+    String name;
+    std::uint32_t expiry = 0; ///< tick
+    std::shared_ptr<const NetDNSAnswer> answer;
+
+    bool IsOver(std::uint32_t now) const { return static_cast<std::int32_t>(now - expiry) >= 0; }
+    std::size_t GetBytes() const { return sizeof(*this) + name.size() + answer->GetBytes(); }
+};
+
+/// The answers of resolvers with options, of every type. The lock is held by the caller.
+class CHECKED_TABLES
+{
+public:
+    /// Null: there is none, or its life is over.
+    std::shared_ptr<const NetDNSAnswer> Read(const String& name, NetDNS::RRTYPE type, std::uint32_t now) const
+    {
+        const auto list = m_lists.find(type);
+        if (list == m_lists.end())
+            return nullptr;
+        const auto found = list->second.find(name);
+        return found == list->second.end() || found->IsOver(now) ? nullptr : found->answer;
+    }
+
+    /// Adds or replaces an answer, unless the tables are full of living ones.
+    void Store(CHECKED_LOOKUP lookup, NetDNS::RRTYPE type, std::uint32_t now)
+    {
+        LIST<CHECKED_LOOKUP>& list = m_lists[type];
+        const auto found = list.find(lookup.name);
+        if (found != list.end())
+            xDrop(list, found);
+        if (xIsFull(lookup) || static_cast<std::uint32_t>(now - m_lastPurge) > PURGE_INTERVAL_MS)
+            xPurge(now);
+        if (xIsFull(lookup))
+            return;
+        ++m_count;
+        m_bytes += lookup.GetBytes();
+        list.insert(std::move(lookup));
+    }
+
+private:
+    bool xIsFull(const CHECKED_LOOKUP& lookup) const
+    {
+        return m_count >= MOST_ENTRIES || m_bytes + lookup.GetBytes() > MOST_BYTES;
+    }
+
+    LIST<CHECKED_LOOKUP>::iterator xDrop(LIST<CHECKED_LOOKUP>& list, LIST<CHECKED_LOOKUP>::iterator entry)
+    {
+        --m_count;
+        m_bytes -= entry->GetBytes();
+        return list.erase(entry);
+    }
+
+    void xPurge(std::uint32_t now)
+    {
+        m_lastPurge = now;
+        for (auto& [type, list] : m_lists) {
+            for (auto entry = list.begin(); entry != list.end();)
+                entry = entry->IsOver(now) ? xDrop(list, entry) : std::next(entry);
+        }
+    }
+
+    std::map<NetDNS::RRTYPE, LIST<CHECKED_LOOKUP>> m_lists;
+    std::size_t m_count = 0; ///< of all lists
+    std::size_t m_bytes = 0; ///< of all entries
+    std::uint32_t m_lastPurge = 0;
+};
+
 } // namespace
 
 /// All that the cache holds. Each operation wants to see that the lock is held.
@@ -102,6 +173,7 @@ struct NetDNSCache::TABLES
     std::size_t bytes = 0; ///< of all entries, by BytesOf
     std::uint32_t lastTick = 0;
     std::uint32_t lastPurge = 0; ///< shared by all five lists, kept on purpose
+    CHECKED_TABLES checked;      ///< touched by nothing of the above
 
     /// Adds an entry, unless the list has the name already or the cache is full.
     template <class LOOKUP, class RECORD>
@@ -179,6 +251,19 @@ NetDNSCache::NetDNSCache()
 }
 
 NetDNSCache::~NetDNSCache() = default;
+
+std::shared_ptr<const NetDNSAnswer> NetDNSCache::xReadChecked(const String& name, NetDNS::RRTYPE type)
+{
+    const Guard guard(*this);
+    return m_tables->checked.Read(name, type, static_cast<std::uint32_t>(TimedEvent::sGetNow()));
+}
+
+void NetDNSCache::xStoreChecked(const String& name, NetDNS::RRTYPE type, std::uint32_t expiry,
+                                std::shared_ptr<const NetDNSAnswer> answer)
+{
+    const Guard guard(*this);
+    m_tables->checked.Store({name, expiry, std::move(answer)}, type, static_cast<std::uint32_t>(TimedEvent::sGetNow()));
+}
 
 void NetDNSCache::CacheALookup(const String& name, ULONG expiry, const VectorPtr<String>& records)
 {

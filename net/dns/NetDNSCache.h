@@ -24,6 +24,9 @@ namespace kqlib {
 /// Threads: any thread; each call holds the lock for its whole run. The lock is never held across network work.
 ///
 /// Errors: none. A full cache, or a name that is cached already, drops the new answer silently.
+///
+/// Resolvers with options keep their answers here too, in tables of their own with bounds of their own of the same
+/// size; those answers go when their life is over, and a newer one takes the place of an older.
 class KQNET_API NetDNSCache : public ThreadSafe
 {
 public:
@@ -72,7 +75,13 @@ public:
     ///@}
 
 private:
+    friend class NetDNS;
     struct TABLES;
+
+    // For resolvers with options. Null: nothing that is still alive. The expiry, a tick, is less than 24 days ahead.
+    std::shared_ptr<const NetDNSAnswer> xReadChecked(const String& name, NetDNS::RRTYPE type);
+    void xStoreChecked(const String& name, NetDNS::RRTYPE type, std::uint32_t expiry,
+                       std::shared_ptr<const NetDNSAnswer> answer);
 
     const std::unique_ptr<TABLES> m_tables; ///< guarded by the lock
 };

@@ -6,6 +6,8 @@ namespace {
 
 constexpr unsigned MOST_LABELS = 200;
 constexpr unsigned POINTER_MARK = 0xC0; ///< both top bits of the first byte
+constexpr unsigned LONGEST_LABEL = 63;
+constexpr String::size_type LONGEST_STRICT_NAME = 253; ///< as a text; 255 bytes on the wire
 
 } // namespace
 
@@ -79,6 +81,39 @@ bool NetDNSReader::ReadText(ULONG count, String& text)
 bool NetDNSReader::ReadName(String& name)
 {
     return xQNameToDomain(name, 0);
+}
+
+bool NetDNSReader::ReadStrictName(String& name)
+{
+    name.clear();
+    ULONG behind = 0; // the first pointer; 0 before there is one
+    ULONG earliest = m_position;
+    for (std::uint8_t first = 0; Read8(first);) {
+        if (first == 0)
+            return behind == 0 || Seek(behind);
+        if ((first & POINTER_MARK) == POINTER_MARK) {
+            std::uint8_t low = 0;
+            if (!Read8(low))
+                return false;
+            const ULONG offset = (first & ~POINTER_MARK) << 8 | low;
+            if (behind == 0)
+                behind = m_position;
+            if (offset >= earliest || !Seek(offset))
+                return false;
+            earliest = offset;
+            continue;
+        }
+        String label;
+        if (first > LONGEST_LABEL || !ReadText(first, label) || label.find('.') != String::npos ||
+            label.find('\0') != String::npos)
+            return false;
+        if (!name.empty())
+            name += '.';
+        name += label;
+        if (name.size() > LONGEST_STRICT_NAME)
+            return false;
+    }
+    return false;
 }
 
 /// depth: how many pointers were followed to get here; they count like labels.

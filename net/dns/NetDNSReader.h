@@ -56,6 +56,10 @@ public:
     /// The root name, one byte 0, is read as a label without text: the name goes on with whatever stands behind it, and
     /// fails when nothing does. Kept on purpose; no byte behind the message is ever read.
     [[nodiscard]] bool ReadName(String& name);
+    /// Decodes a domain name as the RFCs have it: labels of at most 63 bytes, 255 in all, no dot and no zero byte
+    /// within a label, and pointers that lead towards the front, so that there is no loop. The root name is empty. name
+    /// is cleared first. True: the position is behind the name, or behind its first pointer. False: both mean nothing.
+    [[nodiscard]] bool ReadStrictName(String& name);
 
 private:
     [[nodiscard]] bool xQNameToDomain(String& name, unsigned depth);

@@ -1,5 +1,6 @@
 #include "tests/peers/DNSMessage.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <sstream>
 #include <utility>
@@ -52,6 +53,8 @@ DNSQuery::DNSQuery(std::vector<unsigned char> message)
 DNSMessage::DNSMessage(const DNSQuery& query)
     : DNSMessage(query.name, query.type)
 {
+    if (query.bytes.size() >= 2)
+        std::copy_n(query.bytes.begin(), 2, m_bytes.begin());
 }
 
 DNSMessage::DNSMessage(const std::string& name, unsigned type)
@@ -101,6 +104,29 @@ DNSMessage& DNSMessage::AddMx(unsigned preference, const std::string& name, std:
     return AddRecord(Pointer(QUESTION), MX, ttl, data);
 }
 
+DNSMessage& DNSMessage::AddSrv(unsigned priority, unsigned weight, unsigned port, const std::string& name,
+                               std::uint32_t ttl)
+{
+    Bytes data;
+    Put16(data, priority);
+    Put16(data, weight);
+    Put16(data, port);
+    Put(data, EncodeName(name));
+    return AddRecord(Pointer(QUESTION), SRV, ttl, data);
+}
+
+DNSMessage& DNSMessage::AddSoa(std::uint32_t ttl, std::uint32_t minimum)
+{
+    Bytes data = EncodeName("ns.example");
+    Put(data, EncodeName("admin.example"));
+    for (const std::uint32_t number : {1U, 3600U, 600U, 86400U, minimum})
+        Put32(data, number);
+    AddRecord(EncodeName("example"), SOA, ttl, data);
+    --m_answers;
+    ++m_authorities;
+    return *this;
+}
+
 DNSMessage& DNSMessage::AddText(unsigned type, std::initializer_list<std::string> strings, std::uint32_t ttl)
 {
     Bytes data;
@@ -136,6 +162,7 @@ Bytes DNSMessage::Build() const
     const auto answers = static_cast<unsigned>(m_claimed < 0 ? static_cast<long>(m_answers) : m_claimed);
     message[6] = static_cast<unsigned char>(answers >> 8);
     message[7] = static_cast<unsigned char>(answers & 0xFF);
+    message[9] = static_cast<unsigned char>(m_authorities);
     return message;
 }
 

@@ -14,6 +14,7 @@ struct DNSQuery
     std::vector<unsigned char> bytes;
     std::string name; ///< labels joined by "."; empty when the question cannot be read
     unsigned type = 0;
+    unsigned port = 0; ///< it came from; set by a server
 
     explicit DNSQuery(std::vector<unsigned char> message);
     DNSQuery() = default;
@@ -32,9 +33,12 @@ public:
     static constexpr unsigned MX = 15;
     static constexpr unsigned TXT = 16;
     static constexpr unsigned SPF = 99;
-    static constexpr unsigned OTHER = 28; ///< a type that the resolver never asks for
+    static constexpr unsigned SOA = 6;
+    static constexpr unsigned AAAA = 28;
+    static constexpr unsigned SRV = 33;
+    static constexpr unsigned OTHER = 28; ///< a type that a resolver without options never asks for
 
-    /// A header (response, recursion available) and the question copied from the query.
+    /// A header (response, recursion available) with the query's identifier, and the question copied from the query.
     explicit DNSMessage(const DNSQuery& query);
     /// The same for a question of its own.
     DNSMessage(const std::string& name, unsigned type);
@@ -48,6 +52,10 @@ public:
     DNSMessage& AddCName(const std::string& target, std::uint32_t ttl = 3600);
     DNSMessage& AddPtr(const std::string& name, std::uint32_t ttl = 3600);
     DNSMessage& AddMx(unsigned preference, const std::string& name, std::uint32_t ttl = 3600);
+    DNSMessage& AddSrv(unsigned priority, unsigned weight, unsigned port, const std::string& name,
+                       std::uint32_t ttl = 3600);
+    /// The authority record that comes with "nothing"; behind all answers.
+    DNSMessage& AddSoa(std::uint32_t ttl, std::uint32_t minimum);
     DNSMessage& AddText(unsigned type, std::initializer_list<std::string> strings, std::uint32_t ttl = 3600);
     /// A record with the given data; dataLength < 0: the data's own length.
     DNSMessage& AddRecord(const Bytes& owner, unsigned type, std::uint32_t ttl, const Bytes& data,
@@ -64,6 +72,7 @@ public:
 private:
     Bytes m_bytes;
     unsigned m_answers = 0;
+    unsigned m_authorities = 0;
     long m_claimed = -1;
 };
 

@@ -3,8 +3,7 @@
 #include "net/dns/NetDNSCache.h"
 #include "platform/Clock.h"
 #include "platform/ResolverConfig.h"
-#include "tests/peers/DNSMessage.h"
-#include "tests/peers/FakeDNSServer.h"
+#include "tests/net/dns/Lookups.h"
 #include "tests/peers/Port53.h"
 
 #include <gmock/gmock.h>
@@ -26,27 +25,10 @@ using testing::ElementsAre;
 using testing::Ge;
 using testing::IsEmpty;
 using testing::Lt;
-using Replies = FakeDNSServer::Replies;
 
 constexpr NetIP::IPLOOKUPMODE MODE = NetIP::LOOKUP_ANY;
 /// How much faster than the true tick the sped-up one runs.
 constexpr std::uint32_t SPEED = 10;
-
-std::vector<int> Codes(const Messages& msgs)
-{
-    std::vector<int> codes;
-    for (ULONG i = 0; i < msgs.GetMessageCount(); ++i)
-        codes.push_back(msgs.Get(i));
-    return codes;
-}
-
-std::vector<std::string> ARecords(const NetDNS& dns)
-{
-    std::vector<std::string> records;
-    for (ULONG i = 0; i < dns.GetARecordCount(); ++i)
-        records.push_back(dns.GetARecord(i).str());
-    return records;
-}
 
 std::vector<std::string> Servers(const NetDNS& dns)
 {
@@ -54,30 +36,6 @@ std::vector<std::string> Servers(const NetDNS& dns)
     for (ULONG i = 0; i < dns.GetDNSServerCount(); ++i)
         servers.push_back(dns.GetDNSServer(i).str());
     return servers;
-}
-
-void SetServers(NetDNS& dns, const std::vector<std::string>& servers)
-{
-    STRINGS texts;
-    for (const std::string& server : servers)
-        texts.push_back(String(server));
-    dns.SetDNSServers(texts);
-}
-
-/// Answers every query with one address.
-Replies AnswerA(const DNSQuery& query, std::size_t)
-{
-    return {{DNSMessage(query).AddA("10.0.0.1").Build()}};
-}
-
-Replies Silence(const DNSQuery&, std::size_t)
-{
-    return {};
-}
-
-FakeDNSServer::Script AnswerCode(unsigned code)
-{
-    return [code](const DNSQuery& query, std::size_t) { return Replies{{DNSMessage(query).Code(code).Build()}}; };
 }
 
 /// "chain3.example" is an alias of "chain2.example", and so on; "chain0.example" has an address.

@@ -1,7 +1,6 @@
 // A server given by a host name that has several addresses.
 #include "net/dns/NetDNS.h"
-#include "tests/peers/DNSMessage.h"
-#include "tests/peers/FakeDNSServer.h"
+#include "tests/net/dns/Lookups.h"
 #include "tests/peers/Port53.h"
 
 #include <gmock/gmock.h>
@@ -24,7 +23,6 @@ using namespace kqlib;
 using namespace kqlib::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Replies = FakeDNSServer::Replies;
 
 constexpr const char* SERVER_NAME = "name-server.test";
 
@@ -88,25 +86,15 @@ protected:
         return m_dns.DoALookup("n", SERVER_NAME, m_msgs);
     }
 
-    std::vector<int> Codes() const
-    {
-        std::vector<int> codes;
-        for (ULONG i = 0; i < m_msgs.GetMessageCount(); ++i)
-            codes.push_back(m_msgs.Get(i));
-        return codes;
-    }
-
-    static Replies Answer(const DNSQuery& query, std::size_t) { return {{DNSMessage(query).AddA("10.0.0.1").Build()}}; }
-
     NetDNS m_dns{NetIP::LOOKUP_ANY};
     Messages m_msgs;
 };
 
 TEST_F(ServerAddressesTest, Lookup_FirstAddressDead_NextOneAskedAtOnce)
 {
-    FakeDNSServer alive(&Answer);
+    FakeDNSServer alive(AnswerA);
     EXPECT_TRUE(LookUp({FakeDNSServer::sGetDeadAddress(), alive.GetAddress()}));
-    EXPECT_THAT(Codes(), ElementsAre(53));
+    EXPECT_THAT(Codes(m_msgs), ElementsAre(53));
     EXPECT_EQ(alive.GetQueryCount(), 1U);
 }
 
@@ -114,50 +102,46 @@ TEST_F(ServerAddressesTest, Lookup_FirstAddressAnswersWithACode_NextOneAskedWith
 {
     FakeDNSServer unwilling(
         [](const DNSQuery& query, std::size_t) -> Replies { return {{DNSMessage(query).Code(5).Build()}}; });
-    FakeDNSServer alive(&Answer);
+    FakeDNSServer alive(AnswerA);
     EXPECT_TRUE(LookUp({unwilling.GetAddress(), alive.GetAddress()}));
-    EXPECT_THAT(Codes(), ElementsAre(56));
+    EXPECT_THAT(Codes(m_msgs), ElementsAre(56));
     EXPECT_EQ(unwilling.GetQueryCount(), 1U);
     EXPECT_EQ(alive.GetQueryCount(), 1U);
 }
 
 TEST_F(ServerAddressesTest, Lookup_FirstAddressAnswers_OthersNotAsked)
 {
-    FakeDNSServer first(&Answer);
-    FakeDNSServer second(&Answer);
+    FakeDNSServer first(AnswerA);
+    FakeDNSServer second(AnswerA);
     EXPECT_TRUE(LookUp({first.GetAddress(), second.GetAddress()}));
-    EXPECT_THAT(Codes(), IsEmpty());
+    EXPECT_THAT(Codes(m_msgs), IsEmpty());
     EXPECT_EQ(first.GetQueryCount(), 1U);
     EXPECT_EQ(second.GetQueryCount(), 0U);
 }
 
 TEST_F(ServerAddressesTest, Lookup_AddressThatCannotBeOpened_LaterOnesNotTried_KeptOnPurpose)
 {
-    FakeDNSServer alive(&Answer);
+    FakeDNSServer alive(AnswerA);
     EXPECT_FALSE(LookUp({"255.255.255.255", alive.GetAddress()}));
-    EXPECT_THAT(Codes(), ElementsAre(53));
+    EXPECT_THAT(Codes(m_msgs), ElementsAre(53));
     EXPECT_EQ(alive.GetQueryCount(), 0U);
 }
 
 TEST_F(ServerAddressesTest, Lookup_AllAddressesUnwilling_EachAskedInOrderAndOneCodeFromEach)
 {
-    const auto answerCode = [](unsigned code) {
-        return
-            [code](const DNSQuery& query, std::size_t) -> Replies { return {{DNSMessage(query).Code(code).Build()}}; };
-    };
-    FakeDNSServer first(answerCode(3));
-    FakeDNSServer second(answerCode(0));
+    FakeDNSServer first(AnswerCode(3));
+    FakeDNSServer second(AnswerCode(0));
     EXPECT_FALSE(LookUp({first.GetAddress(), second.GetAddress(), FakeDNSServer::sGetDeadAddress()}));
-    EXPECT_THAT(Codes(), ElementsAre(54, 51, 53));
+    EXPECT_THAT(Codes(m_msgs), ElementsAre(54, 51, 53));
 }
 
 TEST_F(ServerAddressesTest, Lookup_50thAddressAlive_AskedAndThe51stNever)
 {
-    FakeDNSServer alive(&Answer);
+    FakeDNSServer alive(AnswerA);
     std::vector<std::string> addresses(49, FakeDNSServer::sGetDeadAddress());
     addresses.push_back(alive.GetAddress());
     EXPECT_TRUE(LookUp(addresses));
-    EXPECT_THAT(Codes(), testing::SizeIs(49));
+    EXPECT_THAT(Codes(m_msgs), testing::SizeIs(49));
     addresses.insert(addresses.begin(), addresses.front());
     EXPECT_FALSE(LookUp(addresses));
     EXPECT_EQ(alive.GetQueryCount(), 1U);
@@ -166,7 +150,7 @@ TEST_F(ServerAddressesTest, Lookup_50thAddressAlive_AskedAndThe51stNever)
 TEST_F(ServerAddressesTest, Lookup_NameWithoutAddresses_53)
 {
     EXPECT_FALSE(LookUp({}));
-    EXPECT_THAT(Codes(), ElementsAre(53));
+    EXPECT_THAT(Codes(m_msgs), ElementsAre(53));
 }
 
 } // namespace

@@ -229,6 +229,18 @@ TEST_F(ResolverConfigTest, AppendServerSettings_NothingChanged_KeptAndReadAnewAf
     EXPECT_THAT(Texts(), ElementsAre("10.0.0.5", "10.0.0.2", "10.0.0.4"));
 }
 
+TEST_F(ResolverConfigTest, AppendServerSettings_ChangedJustNow_NotKept)
+{
+    // Again when the machine paused for two seconds between the two questions.
+    EXPECT_TRUE(WaitFor([this] {
+        Write("etc/resolv.conf", "nameserver 10.0.0.1\n");
+        const std::uint32_t before = platform::GetServerSettingsReads();
+        Texts();
+        Texts();
+        return platform::GetServerSettingsReads() == before + 2;
+    }));
+}
+
 TEST_F(ResolverConfigTest, AppendServerSettings_ChangedTwiceAtOnce_EachChangeSeen)
 {
     for (int i = 10; i < 60; ++i) {
