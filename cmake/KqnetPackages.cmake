@@ -24,7 +24,7 @@ function(kq_package_notices file)
     endforeach()
 endfunction()
 
-set(header_packages libspdlog-dev libfmt-dev nlohmann-json3-dev libcli11-dev)
+set(header_packages nlohmann-json3-dev libcli11-dev)
 
 if(KQNET_DEBIAN)
     include(KqnetDebian)

@@ -13,7 +13,8 @@ namespace kqlib {
 
 class DataLogPurge;
 
-/// One SQLite database `<folder>/<prefix><name>.db`. Disabled until SetSettings.
+/// One SQLite database `<folder>/<prefix><name>.db`. Disabled until SetSettings. A file that is made can be read by its
+/// owner and group only.
 ///
 /// Ownership: owns the connection. Threads: any thread; a query does not hinder those that add. Errors: by result;
 /// AddEntry that answered true is safe against the death of the process (a power failure may take the last entries); a

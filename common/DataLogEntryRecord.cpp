@@ -113,8 +113,10 @@ void DataLogEntryRecord::xMakeStringSafe(ULONG offset, ULONG size)
         return;
     unsigned char* const field = xGetData() + offset;
     field[size - 1] = 0;
+    unsigned char* const end = std::find(field, field + size, 0);
     std::replace_if(
-        field, std::find(field, field + size, 0), [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '_');
+        field, end, [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '_');
+    std::fill(end, field + size, static_cast<unsigned char>(0));
 }
 
 } // namespace kqlib

@@ -42,7 +42,8 @@ protected:
     unsigned char* xGetData();
     const unsigned char* xGetData() const;
     ///@}
-    /// Terminates the text field of size bytes at offset of the block, and turns control bytes in it into "_".
+    /// Terminates the text field of size bytes at offset of the block, turns control bytes in it into "_", and clears
+    /// what stands behind the terminator.
     void xMakeStringSafe(ULONG offset, ULONG size);
 };
 

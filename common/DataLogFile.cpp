@@ -1,5 +1,7 @@
 #include "common/DataLogFile.h"
 
+#include "platform/Files.h"
+
 #include <sqlite3.h>
 
 #include <string>
@@ -99,6 +101,10 @@ bool DataLogFile::xOpen(const FilePath& path, TABLE table, ACCESS access)
     // A reading connection asks for writing too: without it the write-ahead file cannot be shared. Nothing is changed
     // through it all the same.
     const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (access == ACCESS::WRITE ? SQLITE_OPEN_CREATE : 0);
+    // The database would make a file that everybody may read. Its companions have the rights of the file itself (on
+    // Windows those of the folder).
+    if (access == ACCESS::WRITE)
+        platform::CloseFile(platform::MakeNewFile(path.c_str(), platform::FileRights::OWNER_AND_GROUP));
     sqlite3* database = nullptr;
     const int result = sqlite3_open_v2(path.c_str(), &database, flags, nullptr);
     m_database.reset(database);

@@ -74,7 +74,8 @@ public:
 
 private:
     bool xMayGoOn() const;
-    void xDropBefore(SLONG8 border);
+    void xDropBefore(SLONG8 border, SLONG8 day);
+    std::optional<SLONG8> xFindOldest(SLONG8 border);
     void xMergeUnits(std::uint32_t& mergedTo, SLONG8 from, SLONG8 to, SLONG8 width);
     bool xMergeGroupPreLocked(SLONG8 start, SLONG8 width);
     std::unique_ptr<DataLogEntryTime> xReadSumPreLocked(SLONG8 start, SLONG8 width);
@@ -88,11 +89,11 @@ void DataLogPurge::Pass::Run()
     const SLONG8 now = static_cast<SLONG8>(DataLogEntryTime::sConvertToTimeUnit(TimePos::sNow()));
     const SLONG8 dropBorder = GetBorder(now, KEEP_ALL, HOUR);
     if (m_state.kind == DataLog::KIND::RECORD) {
-        xDropBefore(dropBorder * 1000);
+        xDropBefore(dropBorder * 1000, DAY * 1000);
         return;
     }
     const SLONG8 hourBorder = GetBorder(now, KEEP_MINUTES, HOUR);
-    xDropBefore(dropBorder);
+    xDropBefore(dropBorder, DAY);
     xMergeUnits(m_state.mergedHoursTo, dropBorder, hourBorder, HOUR);
     xMergeUnits(m_state.mergedMinutesTo, hourBorder, GetBorder(now, KEEP_SECONDS, MINUTE), MINUTE);
 }
@@ -120,14 +121,32 @@ bool DataLogPurge::Pass::xMayGoOn() const
     return !m_shouldEnd();
 }
 
-/// Deletes the rows of the times before border, some at a time.
-void DataLogPurge::Pass::xDropBefore(SLONG8 border)
+/// The time of the oldest row before border; none when there is none, or it cannot be read.
+std::optional<SLONG8> DataLogPurge::Pass::xFindOldest(SLONG8 border)
 {
+    std::lock_guard lock(m_state.mutex);
+    SLONG8 time = 0;
+    bool found = false;
+    if (!m_state.OpenPreLocked() ||
+        !m_state.file->FindFirst(std::numeric_limits<SLONG8>::min(), border - 1, 1, time, found) || !found)
+        return std::nullopt;
+    return time;
+}
+
+/// Deletes rows of the times before border, some at a time: those of one day, the oldest. day: its length, in the unit
+/// of the times. A look that comes each hour is far ahead of a log that grows; a clock that is years ahead for a while
+/// costs few days of it and not the log.
+void DataLogPurge::Pass::xDropBefore(SLONG8 border, SLONG8 day)
+{
+    const std::optional<SLONG8> oldest = xFindOldest(border);
+    if (!oldest)
+        return;
+    const SLONG8 last = std::min(border - 1, *oldest + day);
     ULONG deleted = DROP_STEP;
     while (deleted == DROP_STEP && xMayGoOn()) {
         std::lock_guard lock(m_state.mutex);
         if (!m_state.OpenPreLocked() ||
-            !m_state.file->Delete(std::numeric_limits<SLONG8>::min(), border - 1, DROP_STEP, deleted))
+            !m_state.file->Delete(std::numeric_limits<SLONG8>::min(), last, DROP_STEP, deleted))
             return;
     }
 }
@@ -228,6 +247,8 @@ bool DataLogPurge::Start()
 void DataLogPurge::Stop()
 {
     const ThreadGatewayGuard alone(m_runGateway);
+    // Asked before it is woken: a thread that wakes up and is not asked to end would look at the logs once more.
+    xEndThreadAsync();
     m_stop.Set();
     xEndThread();
 }
@@ -264,7 +285,8 @@ void DataLogPurge::xThread()
     while (!xShouldThreadEnd()) {
         // A look that finds no memory is made again.
         static_cast<void>(RunWithinMemory(lookAtAll));
-        m_stop.Wait(PAUSE_MS);
+        if (m_stop.Wait(PAUSE_MS))
+            return;
     }
 }
 

@@ -13,6 +13,9 @@ namespace kqlib {
 /// Looks at each monitored log when it starts and then every purgeSeconds of the log's settings: drops rows older than
 /// 400 days and merges old activity as DataLogTime says. InitMonitorLog for each log, Start, Stop.
 ///
+/// One look drops the rows of one day, the oldest that is held: a clock that is far ahead for a while must not cost the
+/// whole log. A log that holds more old days, because nobody purged it, takes as many looks.
+///
 /// It works in short steps, so that those who add entries never wait for long, and an end request is seen between two
 /// of them. A step is one transaction: whatever ends the process, no sum changes. Rows are merged as entries of the
 /// log's class; a log that has not seen one yet keeps its rows until it has. Ownership: borrows the logs, which must

@@ -1,22 +1,16 @@
 #include "common/EventLog.h"
 
-// The file is not inherited by child processes; its name may hold any character on Windows.
-#define SPDLOG_PREVENT_CHILD_FD
-#define SPDLOG_WCHAR_FILENAMES
-
+#include "common/EventLogFile.h"
 #include "common/NativePath.h"
 #include "common/TimePos.h"
 #include "common/TimedEvent.h"
 #include "common/WithinMemory.h"
 #include "platform/Clock.h"
 
-#include <spdlog/logger.h>
-#include <spdlog/pattern_formatter.h>
-#include <spdlog/sinks/basic_file_sink.h>
-
 #include <atomic>
+#include <cstddef>
 #include <cstdio>
-#include <exception>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -25,7 +19,7 @@ namespace kqlib {
 
 namespace {
 
-/// After a failure to open the file, lines are dropped for this long before it is tried again.
+/// After a failure to open or rotate the file, it is not tried again for this long.
 constexpr ULONG REOPEN_PAUSE_MS = 5000;
 
 constexpr char FIELD_SEPARATOR = '\t';
@@ -65,16 +59,22 @@ String GetSessionText(const EventLogSessionID& id)
     return text;
 }
 
-/// The first field: the current local time, or UTC when the system cannot tell the local one.
-std::string GetTimeText()
+/// The current local time, or UTC when the system cannot tell the local one.
+platform::CalendarTime GetTime()
 {
-    const TimePos now = TimePos::sNow();
-    platform::CalendarTime local = {};
-    if (!platform::ToLocalTime(now.GetMilliSeconds(), local))
-        return now.GetText().str();
+    const SLONG8 now = TimePos::sNow().GetMilliSeconds();
+    platform::CalendarTime time = {};
+    if (!platform::ToLocalTime(now, time))
+        platform::ToUtcTime(now, time);
+    return time;
+}
+
+/// The first field.
+std::string GetTimeText(const platform::CalendarTime& time)
+{
     char text[96];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", local.year, local.month, local.day,
-                  local.hour, local.minute, local.second, local.millisecond);
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", time.year, time.month, time.day, time.hour,
+                  time.minute, time.second, time.millisecond);
     return text;
 }
 
@@ -94,57 +94,95 @@ std::string MakeFields(const char* kind, const String& session, const String& re
     return fields;
 }
 
-/// Opens the file for appending, its folder made when missing. Null when it cannot be had.
-std::unique_ptr<spdlog::logger> OpenLogger(const EventLogSettings& settings)
+FilePath GetPath(const EventLogSettings& settings)
 {
     FilePath path = settings.GetFolder();
     path.MakeSafeForFileAppend(true);
     path += settings.GetFileName();
-    try {
-        if (settings.GetFileName().empty() || !MakeFolders(settings.GetFolder()))
-            return nullptr;
-        const spdlog::filename_t name = ToNativePath(path).native();
-        // Not registered by name: any number of logs may be open. The log's own mutex guards the sink.
-        auto sink = std::make_shared<spdlog::sinks::basic_file_sink_st>(name);
-        sink->set_formatter(std::make_unique<spdlog::pattern_formatter>("%v", spdlog::pattern_time_type::local, "\n"));
-        auto logger = std::make_unique<spdlog::logger>(std::string(), std::move(sink));
-        // A line that cannot be written is dropped.
-        logger->set_error_handler([](const std::string&) {});
-        // Every line goes to the system at once, so that the death of the process takes none.
-        logger->flush_on(spdlog::level::trace);
-        return logger;
-    } catch (const std::exception&) {
-        return nullptr;
-    }
+    return path;
+}
+
+/// Opens the file for appending, its folder made when missing. Null when it cannot be had.
+std::unique_ptr<EventLogFile> OpenFile(const EventLogSettings& settings)
+{
+    std::unique_ptr<EventLogFile> file;
+    static_cast<void>(RunWithinMemory([&] {
+        if (!settings.GetFileName().empty() && MakeFolders(settings.GetFolder()))
+            file = EventLogFile::sOpen(GetPath(settings));
+    }));
+    return file;
 }
 
 } // namespace
 
-/// Everything but enabled is guarded by the mutex; a line is written under it, so that the lines stand in the order of
-/// their times.
+/// Everything but the two switches is guarded by the mutex; a line is written under it, so that the lines stand in the
+/// order of their times.
 struct EventLog::STATE
 {
+    void UsePreLocked(const EventLogSettings& newSettings);
+    bool ReopenPreLocked();
     bool OpenPreLocked();
+    void RotatePreLocked(std::size_t lineSize, int day);
     template <class MAKE_FIELDS> void Write(const MAKE_FIELDS& makeFields);
 
-    std::atomic<bool> enabled = false; ///< as in settings: a line that nobody keeps is not even put together
+    /// As in settings, asked for without the lock: a line that nobody keeps is not even put together.
+    ///@{
+    std::atomic<bool> enabled = false;
+    std::atomic<bool> debug = false;
+    ///@}
     std::mutex mutex;
     EventLogSettings settings;
-    std::unique_ptr<spdlog::logger> logger;     ///< null when the file is not open
-    TimedEvent retry{0, REOPEN_PAUSE_MS, true}; ///< whether opening may be tried; restarted when it failed
+    std::unique_ptr<EventLogFile> file;         ///< null when it is not open
+    TimedEvent retry{0, REOPEN_PAUSE_MS, true}; ///< whether opening and rotating may be tried; restarted by a failure
 };
+
+void EventLog::STATE::UsePreLocked(const EventLogSettings& newSettings)
+{
+    file.reset();
+    retry = TimedEvent(0, REOPEN_PAUSE_MS, true);
+    settings = newSettings;
+    enabled = settings.GetEnabled();
+    debug = settings.GetUsePrintDebug();
+    OpenPreLocked();
+}
+
+/// Goes on in the file that the path names now. False: the file in use stays, if there is one.
+bool EventLog::STATE::ReopenPreLocked()
+{
+    auto opened = OpenFile(settings);
+    if (!opened) {
+        retry.Restart(TimedEvent::sGetNow());
+        return false;
+    }
+    file = std::move(opened);
+    return true;
+}
 
 /// True when lines can be written.
 bool EventLog::STATE::OpenPreLocked()
 {
-    if (logger || !settings.GetEnabled())
-        return logger != nullptr;
-    if (!retry.IsTriggered(TimedEvent::sGetNow()))
+    if (!settings.GetEnabled())
         return false;
-    logger = OpenLogger(settings);
-    if (!logger)
+    if (file && !settings.GetReopenWhenMoved())
+        return true;
+    if (retry.IsTriggered(TimedEvent::sGetNow()) && (!file || !file->IsInPlace()))
+        ReopenPreLocked();
+    return file != nullptr;
+}
+
+/// Moves a file out of the way that has no room for a line of lineSize bytes, or is of a day before.
+void EventLog::STATE::RotatePreLocked(std::size_t lineSize, int day)
+{
+    const ULONG8 most = settings.GetRotateBytes();
+    const bool full = most != 0 && file->GetSize() + lineSize > most;
+    const bool old = settings.GetRotateDaily() && file->GetDay() < day;
+    if (file->GetSize() == 0 || (!full && !old) || !retry.IsTriggered(TimedEvent::sGetNow()))
+        return;
+    // Where somebody else has moved the file already, there is only a new one to be begun.
+    if (file->IsInPlace() && !EventLogFile::sRotate(GetPath(settings), settings.GetOldFiles()))
         retry.Restart(TimedEvent::sGetNow());
-    return logger != nullptr;
+    else
+        ReopenPreLocked();
 }
 
 /// Writes what makeFields gives, or nothing where there is no memory for it.
@@ -155,9 +193,14 @@ template <class MAKE_FIELDS> void EventLog::STATE::Write(const MAKE_FIELDS& make
         std::lock_guard lock(mutex);
         if (!OpenPreLocked())
             return;
-        const std::string line = GetTimeText() + fields;
-        // This form takes the text as it is: it is no format.
-        logger->log(spdlog::level::info, spdlog::string_view_t(line));
+        const platform::CalendarTime time = GetTime();
+        std::string line = GetTimeText(time) + fields;
+        const int day = EventLogFile::sGetDay(time);
+        RotatePreLocked(line.size() + 1, day);
+        file->SetDay(day);
+        // It goes to the system at once, so that the death of the process takes no line. One that cannot be written is
+        // dropped.
+        static_cast<void>(file->WriteLine(std::move(line)));
     }));
 }
 
@@ -187,40 +230,41 @@ void EventLog::PrintIPNormal(const EventLogSessionID& id, NetIP remote, USHORT r
 void EventLog::PrintIPDebug(const EventLogSessionID& id, NetIP remote, USHORT remotePort, NetIP local, USHORT localPort,
                             const String& event, const String& detail, const String& comment)
 {
-    if (!m_state->enabled)
-        return;
-    {
-        std::lock_guard lock(m_state->mutex);
-        if (!m_state->settings.GetUsePrintDebug())
-            return;
-    }
-    m_state->Write([&] {
-        return MakeFields("Debug", GetSessionText(id), GetEndText(remote, remotePort), GetEndText(local, localPort),
-                          event, detail, comment);
-    });
+    if (m_state->enabled && m_state->debug)
+        m_state->Write([&] {
+            return MakeFields("Debug", GetSessionText(id), GetEndText(remote, remotePort), GetEndText(local, localPort),
+                              event, detail, comment);
+        });
 }
 
 void EventLog::PrintPurge()
 {
-    std::lock_guard lock(m_state->mutex);
-    if (m_state->logger)
-        m_state->logger->flush();
+    // Each line has gone to the system when the lock is free again.
+    const std::lock_guard lock(m_state->mutex);
 }
 
 void EventLog::SetSettings(const EventLogSettings& settings)
 {
     std::lock_guard lock(m_state->mutex);
-    m_state->logger.reset();
-    m_state->retry = TimedEvent(0, REOPEN_PAUSE_MS, true);
-    m_state->settings = settings;
-    m_state->enabled = settings.GetEnabled();
-    m_state->OpenPreLocked();
+    m_state->UsePreLocked(settings);
 }
 
 void EventLog::GetSettings(EventLogSettings& out) const
 {
     std::lock_guard lock(m_state->mutex);
     out = m_state->settings;
+}
+
+bool EventLog::Reopen()
+{
+    std::lock_guard lock(m_state->mutex);
+    return m_state->settings.GetEnabled() && m_state->ReopenPreLocked();
+}
+
+bool EventLog::IsOpen() const
+{
+    std::lock_guard lock(m_state->mutex);
+    return m_state->file != nullptr;
 }
 
 } // namespace kqlib

@@ -15,6 +15,8 @@ namespace kqlib {
 /// "Debug"); session number and thread id in hexadecimal, "-" between; remote address:port; local address:port; event;
 /// detail; comment. Absent fields are empty. A control character in any field becomes "%" and two hexadecimal digits,
 /// so that no peer can forge a line.
+/// A file that is made can be read by its owner and group only. A line that finds the volume full may lose its end; the
+/// next one begins on a line of its own all the same.
 /// A host or a test that derives from it may take the events elsewhere.
 ///
 /// Ownership: owns the file. Threads: any thread. Errors: a line that cannot be written is dropped; nothing throws.
@@ -45,6 +47,12 @@ public:
     void SetSettings(const EventLogSettings& settings);
     /// The settings last given.
     void GetSettings(EventLogSettings& out) const;
+    /// Goes on in the file that the path names now, made when missing: call it after the file was moved. True when it
+    /// could be had. False: lines go on to the file in use before, if there was one, or the log is disabled. No line
+    /// that other threads print meanwhile is lost.
+    bool Reopen();
+    /// Whether there is a file that lines go to. False also for a disabled log.
+    bool IsOpen() const;
 
 private:
     struct STATE;

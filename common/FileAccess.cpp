@@ -1,5 +1,9 @@
 #include "common/FileAccess.h"
 
+#include "platform/Files.h"
+
+#include <type_traits>
+
 namespace kqlib {
 
 namespace {
@@ -15,6 +19,7 @@ platform::FileMode ToFileMode(FileAccess::ACCESS_MODE mode)
 
 FileAccess::~FileAccess()
 {
+    static_assert(std::is_same_v<HANDLE_VALUE, platform::FileHandle> && NONE == platform::INVALID_FILE_HANDLE);
     Close();
 }
 
@@ -28,14 +33,14 @@ bool FileAccess::Open(const FilePath& path, ACCESS_MODE mode, bool create, bool 
 bool FileAccess::OpenOwnerOnly(const FilePath& path, ACCESS_MODE mode, bool create, bool truncate)
 {
     Close();
-    m_handle = platform::OpenFile(path.c_str(), ToFileMode(mode), create, truncate, true);
+    m_handle = platform::OpenFile(path.c_str(), ToFileMode(mode), create, truncate, platform::FileRights::OWNER);
     return IsOpen();
 }
 
 void FileAccess::Close()
 {
     platform::CloseFile(m_handle);
-    m_handle = platform::INVALID_FILE_HANDLE;
+    m_handle = NONE;
 }
 
 bool FileAccess::Read(unsigned char* buffer, ULONG& size)

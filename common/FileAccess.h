@@ -2,7 +2,8 @@
 #pragma once
 
 #include "common/FilePath.h"
-#include "platform/Files.h"
+
+#include <cstdint>
 
 namespace kqlib {
 
@@ -34,7 +35,7 @@ public:
     /// Nothing when no file is open. What was written is not waited for (Flush does that).
     void Close();
     /// A file is open, whether operations on it failed or not.
-    bool IsOpen() const { return m_handle != platform::INVALID_FILE_HANDLE; }
+    bool IsOpen() const { return m_handle != NONE; }
 
     /// Reads once at the file position. size: in, room in buffer; out, bytes read (0 at the end).
     [[nodiscard]] bool Read(unsigned char* buffer, ULONG& size);
@@ -55,7 +56,11 @@ public:
     static bool sDelete(const FilePath& path);
 
 private:
-    platform::FileHandle m_handle = platform::INVALID_FILE_HANDLE;
+    /// The platform layer's handle of a file, and its value for none.
+    using HANDLE_VALUE = std::intptr_t;
+    static constexpr HANDLE_VALUE NONE = -1;
+
+    HANDLE_VALUE m_handle = NONE;
 };
 
 } // namespace kqlib

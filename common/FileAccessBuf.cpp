@@ -26,7 +26,8 @@ bool FileAccessBuf::ReadLine(String& line)
 {
     line.clear();
     bool any = false;
-    while (m_position < m_length || xFill()) {
+    FILL filled = FILL::DONE;
+    while (m_position < m_length || (filled = xFill()) == FILL::DONE) {
         any = true;
         const auto byte = static_cast<char>(m_buffer[m_position++]);
         if (byte == '\n') {
@@ -36,18 +37,21 @@ bool FileAccessBuf::ReadLine(String& line)
         }
         line += byte;
     }
-    return any;
+    if (filled == FILL::FAILED)
+        line.clear();
+    return any && filled == FILL::AT_END;
 }
 
-/// Reads the next bytes of the file. False at its end or on failure.
-bool FileAccessBuf::xFill()
+/// Reads the next bytes of the file.
+FileAccessBuf::FILL FileAccessBuf::xFill()
 {
     m_buffer.resize(BUFFER_SIZE);
     m_position = 0;
     m_length = BUFFER_SIZE;
-    if (!m_file.Read(m_buffer.data(), m_length))
+    const bool read = m_file.Read(m_buffer.data(), m_length);
+    if (!read)
         m_length = 0;
-    return m_length != 0;
+    return m_length != 0 ? FILL::DONE : read ? FILL::AT_END : FILL::FAILED;
 }
 
 } // namespace kqlib

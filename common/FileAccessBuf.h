@@ -18,12 +18,18 @@ public:
     /// Drops what was read ahead, too; nothing when no file is open.
     void Close();
 
-    /// The next line without its LF or CR LF. False at the end or on failure, line is empty then; a last line without
-    /// LF is still delivered.
+    /// The next line without its LF or CR LF. False at the end, or when the file cannot be read; line is empty then,
+    /// the beginning of a line that could not be read to its end is not delivered. A last line without LF is.
     bool ReadLine(String& line);
 
 private:
-    bool xFill();
+    enum class FILL
+    {
+        DONE,
+        AT_END,
+        FAILED
+    };
+    FILL xFill();
 
     FileAccess m_file;
     std::vector<unsigned char> m_buffer;

@@ -1,10 +1,12 @@
 #include "common/STRINGS.h"
 
+#include <iterator>
+
 namespace kqlib {
 
 namespace {
 
-constexpr std::string_view DEFAULT_SEPARATORS = ",;";
+const char* const DEFAULT_SEPARATORS = ",;";
 constexpr char DEFAULT_JOINER = ',';
 constexpr std::string_view TRIMMED = " \t\r\n";
 
@@ -16,28 +18,41 @@ std::string_view Trim(std::string_view text)
     return text.substr(first, text.find_last_not_of(TRIMMED) - first + 1);
 }
 
-void Split(STRINGS& items, std::string_view line, std::string_view separators, bool skipEmpty, bool trim)
+} // namespace
+
+void STRINGS::AddByLine(const String& line, const String& separators, bool skipEmpty, bool trim)
 {
     if (line.empty())
         return;
-    for (;;) {
-        const std::size_t end = line.find_first_of(separators);
-        std::string_view item = line.substr(0, end);
+    // The line, and the separators, may be items of this list: they are read to the end before it grows.
+    STRINGS items;
+    const std::string_view text = line.view();
+    for (std::size_t start = 0; start != std::string_view::npos;) {
+        const std::size_t end = text.find_first_of(separators.view(), start);
+        std::string_view item = text.substr(start, end - start);
         if (trim)
             item = Trim(item);
         if (!skipEmpty || !item.empty())
             items.push_back(String(item));
-        if (end == std::string_view::npos)
-            return;
-        line.remove_prefix(end + 1);
+        start = end == std::string_view::npos ? end : end + 1;
     }
+    insert(end(), std::make_move_iterator(items.begin()), std::make_move_iterator(items.end()));
 }
 
-} // namespace
+void STRINGS::AddByLine(const String& line, unsigned char separator, bool skipEmpty, bool trim)
+{
+    const char character = static_cast<char>(separator);
+    AddByLine(line, String(std::string_view(&character, 1)), skipEmpty, trim);
+}
+
+void STRINGS::AddByLine(const String& line, bool skipEmpty, bool trim)
+{
+    AddByLine(line, DEFAULT_SEPARATORS, skipEmpty, trim);
+}
 
 void STRINGS::AddByLine(const String& line)
 {
-    Split(*this, line.view(), DEFAULT_SEPARATORS, true, true);
+    AddByLine(line, DEFAULT_SEPARATORS, true, true);
 }
 
 void STRINGS::AddByLine(const String& line, unsigned char separator)
@@ -47,23 +62,7 @@ void STRINGS::AddByLine(const String& line, unsigned char separator)
 
 void STRINGS::AddByLine(const String& line, const String& separators)
 {
-    Split(*this, line.view(), separators.view(), true, true);
-}
-
-void STRINGS::AddByLine(const String& line, bool skipEmpty, bool trim)
-{
-    Split(*this, line.view(), DEFAULT_SEPARATORS, skipEmpty, trim);
-}
-
-void STRINGS::AddByLine(const String& line, unsigned char separator, bool skipEmpty, bool trim)
-{
-    const char character = static_cast<char>(separator);
-    Split(*this, line.view(), std::string_view(&character, 1), skipEmpty, trim);
-}
-
-void STRINGS::AddByLine(const String& line, const String& separators, bool skipEmpty, bool trim)
-{
-    Split(*this, line.view(), separators.view(), skipEmpty, trim);
+    AddByLine(line, separators, true, true);
 }
 
 void STRINGS::GetLine(String& out) const

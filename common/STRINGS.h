@@ -11,7 +11,7 @@ namespace kqlib {
 ///
 /// AddByLine appends the items of a line and never clears the list first. Without flags both are true: skipEmpty drops
 /// empty items, trim removes blanks, TAB, CR and LF at both ends of each item (before it is tested for being empty).
-/// An empty line adds nothing. There is no quoting.
+/// An empty line adds nothing. The line may be an item of the list. There is no quoting.
 ///
 /// Ownership: owns its texts. Threads: a plain value. Errors: none.
 class KQCOMMON_API STRINGS : public std::vector<String>

@@ -1,12 +1,18 @@
 #include "common/SettingsTransportSet.h"
 
 #include "common/FileAccess.h"
+#include "common/NativePath.h"
 #include "common/SettingsTransferable.h"
+#include "platform/Files.h"
+#include "platform/Threads.h"
 
 #include <algorithm>
+#include <atomic>
+#include <filesystem>
 #include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <system_error>
 #include <type_traits>
 
 namespace kqlib {
@@ -129,6 +135,59 @@ bool NestsTooDeep(std::string_view text)
             return true;
     }
     return false;
+}
+
+/// Links that may lead to one another before the file comes.
+constexpr int MAX_LINKS = 40;
+
+/// Names tried for a new file: others may be in use by savers that work, or were left by one that died.
+constexpr int MAX_NAMES = 100;
+
+/// The file that is meant by path: what it leads to where it is a link. False: the links go round in circles, or what
+/// is there is no file; true also when nothing is there.
+bool FindTarget(const FilePath& path, FilePath& target)
+{
+    std::filesystem::path native;
+    if (!ToNativePath(path, native))
+        return false;
+    std::error_code failure;
+    int links = 0;
+    for (; links < MAX_LINKS && std::filesystem::is_symlink(native, failure); ++links)
+        native = native.parent_path() / std::filesystem::read_symlink(native, failure);
+    const auto type = std::filesystem::status(native, failure).type();
+    if (links == MAX_LINKS ||
+        (type != std::filesystem::file_type::regular && type != std::filesystem::file_type::not_found))
+        return false;
+    const std::u8string text = native.u8string();
+    target = links == 0 ? path : FilePath(String(std::string(text.begin(), text.end())));
+    return true;
+}
+
+/// Makes a file beside the target that nobody else has, for its owner only. INVALID_FILE_HANDLE when none can be had.
+platform::FileHandle MakeFileBeside(const FilePath& target, FilePath& made)
+{
+    static std::atomic<std::uint32_t> count{0};
+    for (int attempt = 0; attempt < MAX_NAMES; ++attempt) {
+        // The number only makes another name likely; that it is one is seen when the file is made.
+        const std::uint32_t number = platform::CurrentThreadId() * 1000U + count.fetch_add(1);
+        made = target;
+        made += "." + String::sToString(number) + ".tmp";
+        const platform::FileHandle file = platform::MakeNewFile(made.c_str(), platform::FileRights::OWNER);
+        if (file != platform::INVALID_FILE_HANDLE)
+            return file;
+    }
+    return platform::INVALID_FILE_HANDLE;
+}
+
+/// Puts the text into the file and waits until it is on the medium. The rights are those of the target, where it is
+/// there.
+bool FillFile(platform::FileHandle file, const String& text, const FilePath& target)
+{
+    std::error_code failure;
+    std::filesystem::path native;
+    const bool isNew = ToNativePath(target, native) && !std::filesystem::exists(native, failure);
+    return platform::WriteFile(file, text.data(), text.size()) &&
+           (isNew || platform::CopyFileRights(target.c_str(), file)) && platform::FlushFile(file);
 }
 
 } // namespace
@@ -504,20 +563,23 @@ bool SettingsTransportSet::SaveToFile(const FilePath& path) const
 {
     if (!JSON::FitsDepth(*this, 0))
         return false;
+    FilePath target;
+    if (path.empty() || !FindTarget(path, target))
+        return false;
     const String text = ToJson();
-    FilePath temporary = path;
-    temporary += ".tmp";
-    FileAccess::sDelete(temporary); // one that a process left when it died may have other rights
-    FileAccess file;
-    const bool written =
-        file.OpenOwnerOnly(temporary, FileAccess::AM_WRITE, true, true) &&
-        file.WriteAll(reinterpret_cast<const unsigned char*>(text.data()), static_cast<ULONG>(text.size())) &&
-        file.Flush();
-    file.Close();
-    if (written && platform::ReplaceFileBy(temporary.c_str(), path.c_str()))
-        return true;
-    FileAccess::sDelete(temporary);
-    return false;
+    FilePath temporary;
+    const platform::FileHandle file = MakeFileBeside(target, temporary);
+    if (file == platform::INVALID_FILE_HANDLE)
+        return false;
+    const bool written = FillFile(file, text, target);
+    platform::CloseFile(file);
+    if (!written || !platform::ReplaceFileBy(temporary.c_str(), target.c_str())) {
+        platform::RemoveFile(temporary.c_str());
+        return false;
+    }
+    // The new content stands; where the system cannot tell when its name is on the medium, it is no less saved.
+    static_cast<void>(platform::FlushFolderOf(target.c_str()));
+    return true;
 }
 
 bool SettingsTransportSet::LoadFromFile(const FilePath& path)

@@ -94,9 +94,12 @@ public:
     /// Replaces the content. False: not of the form above, a value that does not fit its type, or sub-sets nested more
     /// than 100 deep; nothing changed then.
     bool FromJson(const String& json);
-    /// Writes a temporary file (path with ".tmp") in the same folder, flushes it and puts it in the place of the old
-    /// one. Settings may hold secrets: only the owner can read and write the file. False: nothing was saved, the old
-    /// file is as it was; also for sub-sets nested more than 100 deep, which no file may hold.
+    /// Writes a new file of its own name ("<file>.<number>.tmp") in the same folder, flushes it and puts it in the
+    /// place of the old one; where path is a link, of the file that it leads to. The file keeps the rights of the old
+    /// one; one that was not there can be read and written by its owner only, for settings may hold secrets. Any number
+    /// of savers, also of other processes, may work at once. True: the file held this content when the call returned,
+    /// unless somebody has saved another since. False: the old file is as it was; also for sub-sets nested more than
+    /// 100 deep, which no file may hold, and for something at path that is no file.
     bool SaveToFile(const FilePath& path) const;
     /// Replaces the content. False: the file cannot be read or is damaged, nothing changed.
     bool LoadFromFile(const FilePath& path);

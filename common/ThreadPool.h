@@ -13,13 +13,16 @@ namespace kqlib {
 ///
 /// Construct it before, and destroy it after, every object that runs on it. The destructor waits for the jobs that
 /// still run; it must not run on a thread of the pool.
-/// Ownership: owns its threads. Threads: any thread. Errors: Run answers false and throws nothing. An exception that
-/// leaves a job ends the process, as it does on any thread.
+/// Ownership: owns its threads. Threads: any thread; a job may bring about the end of the pool, even while the Run that
+/// started it is about to return. Errors: Run answers false and throws nothing. An exception that leaves a job, or its
+/// done, ends that job and is counted; done is called all the same, and the thread goes on.
 class KQCOMMON_API ThreadPool
 {
 public:
-    /// maxThreads: 0 = no limit.
-    explicit ThreadPool(ULONG maxThreads = 0);
+    /// maxThreads: 0 = no limit. idleMs: a thread that has had no job for so many milliseconds ends, 0 = none does.
+    /// stackBytes: the address space of each thread's stack, 0 = as large as the system makes them; what jobs call
+    /// must fit into it (TLS and a host's handlers take more than they seem to: measure before going below 256 KiB).
+    explicit ThreadPool(ULONG maxThreads = 0, ULONG idleMs = 0, ULONG stackBytes = 0);
     /// Waits for the jobs that still run.
     ~ThreadPool();
     ThreadPool(const ThreadPool&) = delete;
@@ -36,6 +39,8 @@ public:
     ULONG GetThreadCount() const;
     /// Jobs running now.
     ULONG GetRunningCount() const;
+    /// Jobs that an exception has left, so far.
+    ULONG GetFailedCount() const;
 
 private:
     struct WORKER;

@@ -2,6 +2,7 @@
 
 #include "platform/Clock.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <limits>
@@ -41,8 +42,13 @@ TimePos TimePos::sNow()
 
 void TimePos::OffsetByDays(SLONG8 days)
 {
+    // A number of milliseconds holds half of the range; three such steps lead past its end from anywhere.
     constexpr SLONG8 maxDays = MAX_MS / MS_PER_DAY;
-    OffsetByMilliSeconds(days > maxDays ? MAX_MS : days < -maxDays ? MIN_MS : days * MS_PER_DAY);
+    for (int step = 0; step < 3; ++step) {
+        const SLONG8 part = std::clamp(days, -maxDays, maxDays);
+        OffsetByMilliSeconds(part * MS_PER_DAY);
+        days -= part;
+    }
 }
 
 void TimePos::OffsetByMilliSeconds(SLONG8 milliSecs)

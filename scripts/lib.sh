@@ -43,7 +43,7 @@ kq_need_packages() {
 }
 
 # The packages of a native build with its tests. zlib: a static link by pkg-config asks for it, on SQLite's behalf.
-KQ_BUILD_PACKAGES=(g++ cmake ninja-build ccache pkg-config libssl-dev libspdlog-dev libsqlite3-dev zlib1g-dev
+KQ_BUILD_PACKAGES=(g++ cmake ninja-build ccache pkg-config libssl-dev libsqlite3-dev zlib1g-dev
     nlohmann-json3-dev libcli11-dev libgtest-dev libgmock-dev libbenchmark-dev)
 
 # The programs that the live tests talk to.

@@ -53,6 +53,8 @@ String LoadUser(const unsigned char* field)
 
 void StoreUser(unsigned char* field, const String& user)
 {
+    // Nothing stays of a longer name that stood there before.
+    std::fill_n(field, NetSessionStatus::USER_SIZE, static_cast<unsigned char>(0));
     String::sCpystr(reinterpret_cast<char*>(field), user, NetSessionStatus::USER_SIZE);
 }
 

@@ -5,15 +5,13 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <limits>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace kqlib::platform {
 
 namespace {
-
-constexpr mode_t OWNER_ONLY = 0600;
-constexpr mode_t AS_THE_MASK_ALLOWS = 0666;
 
 // One call moves at most this much, which every system takes.
 constexpr std::size_t MAX_CHUNK_BYTES = std::size_t{1} << 30;
@@ -44,6 +42,20 @@ int GetAccess(FileMode mode)
     return O_RDWR;
 }
 
+// The mask of the process takes rights away from these.
+mode_t GetMode(FileRights rights)
+{
+    switch (rights) {
+    case FileRights::OWNER:
+        return 0600;
+    case FileRights::OWNER_AND_GROUP:
+        return 0640;
+    case FileRights::USUAL:
+        break;
+    }
+    return 0666;
+}
+
 // False for an offset that the system's signed type cannot hold.
 bool ToOffset(std::uint64_t from, off_t& to)
 {
@@ -59,15 +71,9 @@ bool IsFolder(int descriptor)
     return ::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-} // namespace
-
-FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate, bool ownerOnly)
+FileHandle Open(const char* path, int flags, FileRights rights)
 {
-    // Emptying a file needs the right to write it.
-    const int access = truncate && mode == FileMode::READ ? O_RDWR : GetAccess(mode);
-    const int flags = access | (create ? O_CREAT : 0) | (truncate ? O_TRUNC : 0) | O_CLOEXEC;
-    const int descriptor =
-        Uninterrupted([&] { return ::open(path, flags, ownerOnly ? OWNER_ONLY : AS_THE_MASK_ALLOWS); });
+    const int descriptor = Uninterrupted([&] { return ::open(path, flags | O_CLOEXEC, GetMode(rights)); });
     if (descriptor < 0)
         return INVALID_FILE_HANDLE;
     if (IsFolder(descriptor)) {
@@ -75,6 +81,25 @@ FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate,
         return INVALID_FILE_HANDLE;
     }
     return descriptor;
+}
+
+} // namespace
+
+FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate, FileRights rights)
+{
+    // Emptying a file needs the right to write it.
+    const int access = truncate && mode == FileMode::READ ? O_RDWR : GetAccess(mode);
+    return Open(path, access | (create ? O_CREAT : 0) | (truncate ? O_TRUNC : 0), rights);
+}
+
+FileHandle OpenFileToAppend(const char* path, FileRights rights)
+{
+    return Open(path, O_WRONLY | O_CREAT | O_APPEND, rights);
+}
+
+FileHandle MakeNewFile(const char* path, FileRights rights)
+{
+    return Open(path, O_WRONLY | O_CREAT | O_EXCL, rights);
 }
 
 void CloseFile(FileHandle handle)
@@ -91,23 +116,23 @@ bool ReadFile(FileHandle handle, void* buffer, std::size_t size, std::size_t& go
     return moved >= 0;
 }
 
-bool WriteFile(FileHandle handle, const void* data, std::size_t size, bool* diskFull)
+bool WriteFile(FileHandle handle, const void* data, std::size_t size, bool* diskFull, std::size_t* written)
 {
-    if (diskFull != nullptr)
-        *diskFull = false;
-    const auto* from = static_cast<const unsigned char*>(data);
-    while (size > 0) {
-        const ssize_t moved =
-            Uninterrupted([&] { return ::write(ToDescriptor(handle), from, std::min(size, MAX_CHUNK_BYTES)); });
-        if (moved <= 0) {
-            if (diskFull != nullptr)
-                *diskFull = moved < 0 && (errno == ENOSPC || errno == EDQUOT);
-            return false;
-        }
-        from += moved;
-        size -= static_cast<std::size_t>(moved);
+    const auto* const from = static_cast<const unsigned char*>(data);
+    std::size_t done = 0;
+    ssize_t moved = 1;
+    int error = 0;
+    while (done < size && moved > 0) {
+        moved = Uninterrupted(
+            [&] { return ::write(ToDescriptor(handle), from + done, std::min(size - done, MAX_CHUNK_BYTES)); });
+        error = moved < 0 ? errno : 0;
+        done += moved > 0 ? static_cast<std::size_t>(moved) : 0;
     }
-    return true;
+    if (diskFull != nullptr)
+        *diskFull = error == ENOSPC || error == EDQUOT;
+    if (written != nullptr)
+        *written = done;
+    return done == size;
 }
 
 bool SeekFile(FileHandle handle, std::uint64_t offset)
@@ -125,6 +150,23 @@ bool GetFileSize(FileHandle handle, std::uint64_t& size)
     return true;
 }
 
+bool GetFileWriteTime(FileHandle handle, std::int64_t& wallMs)
+{
+    struct stat status = {};
+    if (::fstat(ToDescriptor(handle), &status) != 0)
+        return false;
+    wallMs = std::int64_t{status.st_mtim.tv_sec} * 1000 + status.st_mtim.tv_nsec / 1000000;
+    return true;
+}
+
+bool IsFileAt(FileHandle handle, const char* path)
+{
+    struct stat open = {};
+    struct stat named = {};
+    return ::fstat(ToDescriptor(handle), &open) == 0 && ::stat(path, &named) == 0 && open.st_dev == named.st_dev &&
+           open.st_ino == named.st_ino;
+}
+
 bool SetFileSize(FileHandle handle, std::uint64_t size)
 {
     off_t length = 0;
@@ -139,6 +181,36 @@ bool FlushFile(FileHandle handle)
 bool ReplaceFileBy(const char* from, const char* to)
 {
     return ::rename(from, to) == 0;
+}
+
+bool CopyFileRights(const char* from, FileHandle to)
+{
+    constexpr mode_t groupRights = S_IRWXG;
+    struct stat source = {};
+    struct stat target = {};
+    if (::stat(from, &source) != 0 || ::fstat(ToDescriptor(to), &target) != 0)
+        return false;
+    mode_t mode = source.st_mode & 07777;
+    const bool same = source.st_uid == target.st_uid && source.st_gid == target.st_gid;
+    constexpr auto unchanged = static_cast<uid_t>(-1);
+    if (!same && ::fchown(ToDescriptor(to), source.st_uid, source.st_gid) != 0 && source.st_gid != target.st_gid &&
+        ::fchown(ToDescriptor(to), unchanged, source.st_gid) != 0)
+        mode &= ~groupRights;
+    return ::fchmod(ToDescriptor(to), mode) == 0;
+}
+
+bool FlushFolderOf(const char* path)
+{
+    const std::string text = path;
+    const std::size_t end = text.rfind('/');
+    // The folder of "/name" is "/".
+    const std::string folder = end == std::string::npos ? "." : text.substr(0, std::max<std::size_t>(end, 1));
+    const int descriptor = Uninterrupted([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    if (descriptor < 0)
+        return false;
+    const bool flushed = FlushFile(descriptor);
+    ::close(descriptor);
+    return flushed;
 }
 
 bool RemoveFile(const char* path)

@@ -1,10 +1,12 @@
 #include "platform/Files.h"
 
-#include "platform/windows/OwnerOnly.h"
+#include "platform/windows/FileTime.h"
+#include "platform/windows/LimitedRights.h"
 #include "platform/windows/SystemHeaders.h"
 #include "platform/windows/WideText.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace kqlib::platform {
 
@@ -40,30 +42,42 @@ DWORD GetDisposition(bool create)
     return create ? OPEN_ALWAYS : OPEN_EXISTING;
 }
 
-} // namespace
-
-FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate, bool ownerOnly)
+FileHandle Open(const char* path, DWORD access, DWORD disposition, FileRights rights)
 {
     const std::wstring name = ToWide(path);
     if (name.empty())
         return INVALID_FILE_HANDLE;
-
-    OwnerOnly rights;
-    SECURITY_ATTRIBUTES* const security = ownerOnly ? rights.GetAttributes() : nullptr;
-    if (ownerOnly && !security)
+    LimitedRights limited(rights);
+    if (!limited.IsValid())
         return INVALID_FILE_HANDLE;
+    HANDLE const handle = CreateFileW(name.c_str(), access, SHARE_ALL, limited.GetAttributes(), disposition,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    return handle == INVALID_HANDLE_VALUE ? INVALID_FILE_HANDLE : reinterpret_cast<FileHandle>(handle);
+}
 
-    const DWORD access = GetAccess(mode) | (truncate ? GENERIC_WRITE : 0);
-    HANDLE const handle =
-        CreateFileW(name.c_str(), access, SHARE_ALL, security, GetDisposition(create), FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE)
-        return INVALID_FILE_HANDLE;
-    const auto file = reinterpret_cast<FileHandle>(handle);
-    if (truncate && !SetFileSize(file, 0)) {
+} // namespace
+
+FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate, FileRights rights)
+{
+    const FileHandle file =
+        Open(path, GetAccess(mode) | (truncate ? GENERIC_WRITE : 0), GetDisposition(create), rights);
+    if (truncate && file != INVALID_FILE_HANDLE && !SetFileSize(file, 0)) {
         CloseFile(file);
         return INVALID_FILE_HANDLE;
     }
     return file;
+}
+
+FileHandle OpenFileToAppend(const char* path, FileRights rights)
+{
+    // Without the right to write elsewhere, the system puts each write at the end.
+    return Open(path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE, OPEN_ALWAYS, rights);
+}
+
+FileHandle MakeNewFile(const char* path, FileRights rights)
+{
+    // WRITE_DAC is for CopyFileRights.
+    return Open(path, GENERIC_WRITE | WRITE_DAC, CREATE_NEW, rights);
 }
 
 void CloseFile(FileHandle handle)
@@ -81,24 +95,25 @@ bool ReadFile(FileHandle handle, void* buffer, std::size_t size, std::size_t& go
     return done;
 }
 
-bool WriteFile(FileHandle handle, const void* data, std::size_t size, bool* diskFull)
+bool WriteFile(FileHandle handle, const void* data, std::size_t size, bool* diskFull, std::size_t* written)
 {
-    if (diskFull != nullptr)
-        *diskFull = false;
-    const auto* from = static_cast<const unsigned char*>(data);
-    while (size > 0) {
-        DWORD moved = 0;
-        const auto wanted = static_cast<DWORD>(std::min(size, MAX_CHUNK_BYTES));
-        if (!::WriteFile(ToNative(handle), from, wanted, &moved, nullptr) || moved == 0) {
-            const DWORD error = ::GetLastError();
-            if (diskFull != nullptr)
-                *diskFull = error == ERROR_DISK_FULL || error == ERROR_HANDLE_DISK_FULL;
-            return false;
+    const auto* const from = static_cast<const unsigned char*>(data);
+    std::size_t done = 0;
+    DWORD error = ERROR_SUCCESS;
+    DWORD moved = 1;
+    while (done < size && moved > 0) {
+        const auto wanted = static_cast<DWORD>(std::min(size - done, MAX_CHUNK_BYTES));
+        if (!::WriteFile(ToNative(handle), from + done, wanted, &moved, nullptr)) {
+            error = ::GetLastError();
+            moved = 0;
         }
-        from += moved;
-        size -= moved;
+        done += moved;
     }
-    return true;
+    if (diskFull != nullptr)
+        *diskFull = error == ERROR_DISK_FULL || error == ERROR_HANDLE_DISK_FULL;
+    if (written != nullptr)
+        *written = done;
+    return done == size;
 }
 
 bool SeekFile(FileHandle handle, std::uint64_t offset)
@@ -115,6 +130,28 @@ bool GetFileSize(FileHandle handle, std::uint64_t& size)
         return false;
     size = static_cast<std::uint64_t>(bytes.QuadPart);
     return true;
+}
+
+bool GetFileWriteTime(FileHandle handle, std::int64_t& wallMs)
+{
+    FILETIME time = {};
+    if (!GetFileTime(ToNative(handle), nullptr, nullptr, &time))
+        return false;
+    wallMs = MsFromFileTime(time);
+    return true;
+}
+
+bool IsFileAt(FileHandle handle, const char* path)
+{
+    const FileHandle named = Open(path, FILE_READ_ATTRIBUTES, OPEN_EXISTING, FileRights::USUAL);
+    BY_HANDLE_FILE_INFORMATION first = {};
+    BY_HANDLE_FILE_INFORMATION second = {};
+    const bool same = named != INVALID_FILE_HANDLE && GetFileInformationByHandle(ToNative(handle), &first) &&
+                      GetFileInformationByHandle(ToNative(named), &second) &&
+                      first.dwVolumeSerialNumber == second.dwVolumeSerialNumber &&
+                      first.nFileIndexHigh == second.nFileIndexHigh && first.nFileIndexLow == second.nFileIndexLow;
+    CloseFile(named);
+    return same;
 }
 
 bool SetFileSize(FileHandle handle, std::uint64_t size)
@@ -136,6 +173,26 @@ bool ReplaceFileBy(const char* from, const char* to)
     const std::wstring target = ToWide(to);
     return !source.empty() && !target.empty() &&
            MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE;
+}
+
+bool CopyFileRights(const char* from, FileHandle to)
+{
+    // Who owns a file is not copied: only administrators may give files away.
+    const std::wstring name = ToWide(from);
+    DWORD size = 0;
+    if (name.empty())
+        return false;
+    GetFileSecurityW(name.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+    std::vector<unsigned char> descriptor(size);
+    return size != 0 &&
+           GetFileSecurityW(name.c_str(), DACL_SECURITY_INFORMATION, descriptor.data(), size, &size) != FALSE &&
+           SetKernelObjectSecurity(ToNative(to), DACL_SECURITY_INFORMATION, descriptor.data()) != FALSE;
+}
+
+bool FlushFolderOf(const char* /*path*/)
+{
+    // ReplaceFileBy has waited for the medium already.
+    return true;
 }
 
 bool RemoveFile(const char* path)

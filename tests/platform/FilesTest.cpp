@@ -1,9 +1,11 @@
 #include "platform/Files.h"
 
+#include "platform/Clock.h"
 #include "tests/peers/TempFolder.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
 
 namespace kqlib::platform {
@@ -85,11 +87,83 @@ TEST_F(FilesTest, OpenFile_Truncate_Empties)
 
 TEST_F(FilesTest, OpenFile_OwnerOnly_OwnerReadsAndWrites)
 {
-    const FileHandle file = OpenFile(GetPath("key").c_str(), FileMode::WRITE, true, true, true);
+    const FileHandle file = OpenFile(GetPath("key").c_str(), FileMode::WRITE, true, true, FileRights::OWNER);
     ASSERT_NE(file, INVALID_FILE_HANDLE);
     EXPECT_TRUE(WriteFile(file, "secret", 6));
     CloseFile(file);
     EXPECT_EQ(Read(GetPath("key")), "secret");
+}
+
+TEST_F(FilesTest, OpenFileToAppend_TwoHandles_EachWriteGoesToTheEnd)
+{
+    const FileHandle first = OpenFileToAppend(GetPath("log").c_str(), FileRights::OWNER_AND_GROUP);
+    const FileHandle second = OpenFileToAppend(GetPath("log").c_str(), FileRights::OWNER_AND_GROUP);
+    ASSERT_NE(first, INVALID_FILE_HANDLE);
+    ASSERT_NE(second, INVALID_FILE_HANDLE);
+    EXPECT_TRUE(WriteFile(first, "1", 1));
+    EXPECT_TRUE(WriteFile(second, "22", 2));
+    EXPECT_TRUE(WriteFile(first, "3", 1));
+    std::uint64_t size = 0;
+    EXPECT_TRUE(GetFileSize(first, size));
+    EXPECT_EQ(size, 4U);
+    CloseFile(first);
+    CloseFile(second);
+    EXPECT_EQ(Read(GetPath("log")), "1223");
+}
+
+TEST_F(FilesTest, OpenFileToAppend_FolderOrNoFolder_Invalid)
+{
+    EXPECT_EQ(OpenFileToAppend(m_folder.GetPath().string().c_str(), FileRights::USUAL), INVALID_FILE_HANDLE);
+    EXPECT_EQ(OpenFileToAppend(GetPath("no/file").c_str(), FileRights::USUAL), INVALID_FILE_HANDLE);
+}
+
+TEST_F(FilesTest, MakeNewFile_NameIsThere_InvalidAndUntouched)
+{
+    Write(GetPath("a"), "1");
+    EXPECT_EQ(MakeNewFile(GetPath("a").c_str(), FileRights::OWNER), INVALID_FILE_HANDLE);
+    EXPECT_EQ(Read(GetPath("a")), "1");
+    const FileHandle made = MakeNewFile(GetPath("b").c_str(), FileRights::OWNER);
+    ASSERT_NE(made, INVALID_FILE_HANDLE);
+    EXPECT_TRUE(WriteFile(made, "2", 1));
+    CloseFile(made);
+    EXPECT_EQ(Read(GetPath("b")), "2");
+}
+
+TEST_F(FilesTest, IsFileAt_UntilItIsMovedDeletedOrReplaced)
+{
+    const FileHandle file = OpenFileToAppend(GetPath("a").c_str(), FileRights::USUAL);
+    EXPECT_TRUE(IsFileAt(file, GetPath("a").c_str()));
+    Write(GetPath("b"), "another");
+    EXPECT_FALSE(IsFileAt(file, GetPath("b").c_str()));
+    EXPECT_TRUE(ReplaceFileBy(GetPath("a").c_str(), GetPath("c").c_str()));
+    EXPECT_FALSE(IsFileAt(file, GetPath("a").c_str()));
+    EXPECT_TRUE(IsFileAt(file, GetPath("c").c_str()));
+    EXPECT_TRUE(ReplaceFileBy(GetPath("b").c_str(), GetPath("a").c_str()));
+    EXPECT_FALSE(IsFileAt(file, GetPath("a").c_str()));
+    EXPECT_FALSE(IsFileAt(INVALID_FILE_HANDLE, GetPath("a").c_str()));
+    CloseFile(file);
+}
+
+TEST_F(FilesTest, GetFileWriteTime_JustWritten_AboutNow)
+{
+    const FileHandle file = OpenFileToAppend(GetPath("a").c_str(), FileRights::USUAL);
+    EXPECT_TRUE(WriteFile(file, "1", 1));
+    std::int64_t written = 0;
+    EXPECT_TRUE(GetFileWriteTime(file, written));
+    EXPECT_LT(std::abs(written - WallClockMs()), 60000);
+    CloseFile(file);
+    EXPECT_FALSE(GetFileWriteTime(INVALID_FILE_HANDLE, written));
+}
+
+TEST_F(FilesTest, WriteFile_Written_AllOrNothing)
+{
+    const FileHandle file = OpenFileToAppend(GetPath("a").c_str(), FileRights::USUAL);
+    std::size_t written = 9;
+    EXPECT_TRUE(WriteFile(file, "123", 3, nullptr, &written));
+    EXPECT_EQ(written, 3U);
+    CloseFile(file);
+    EXPECT_FALSE(WriteFile(INVALID_FILE_HANDLE, "123", 3, nullptr, &written));
+    EXPECT_EQ(written, 0U);
 }
 
 TEST_F(FilesTest, ReadFile_AtTheEnd_ZeroBytesAndTrue)

@@ -116,6 +116,31 @@ TEST_P(DataLogFaultTest, Purge_WriteFailsOnTheWay_SumStaysAndItIsDoneLater)
     purge.Stop();
 }
 
+// Rows of a group are deleted and their sum stored: both or neither, at whichever write the disk fails.
+TEST_P(DataLogFaultTest, Purge_WriteFailsAtAnyPoint_NoRowIsLost)
+{
+    constexpr SLONG8 NOW = 1699999200;
+    FakeCalendar calendar(NOW * 1000);
+    Messages messages;
+    ThreadPool pool;
+    for (std::size_t allowed = 0; allowed < 20; ++allowed) {
+        DataLogTime log;
+        log.SetSettings(true, 1, m_folder.GetFilePath(), "", String::sToString(static_cast<unsigned long>(allowed)));
+        const SLONG8 begin = NOW - 10 * 86400;
+        for (SLONG8 unit = begin; unit < begin + 240; unit += 5)
+            ASSERT_TRUE(log.AddEntry(CountEntry(static_cast<ULONG>(unit), 1, 1), messages));
+        DataLogPurge purge(pool);
+        purge.InitMonitorLog(log);
+        m_disk.FailAfter(allowed, GetParam());
+        ASSERT_TRUE(purge.Start());
+        ASSERT_TRUE(WaitFor([&] { return m_disk.HasFailed() || xQuery(log, CountEntry()) == 4; }));
+        purge.Stop();
+        m_disk.Repair();
+        xQuery(log, CountEntry());
+        EXPECT_EQ(SumCounts(m_results), 48U) << allowed;
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Faults, DataLogFaultTest,
                          ::testing::Values(FaultyDisk::FAULT::FULL, FaultyDisk::FAULT::BROKEN),
                          [](const ::testing::TestParamInfo<FaultyDisk::FAULT>& instance) {

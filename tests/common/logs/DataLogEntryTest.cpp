@@ -240,6 +240,15 @@ TEST(DataLogEntry, SetRawData_TextWithoutEndAndWithControlBytes_IsMadeSafe)
                                "cdefghijkl");
 }
 
+TEST(DataLogEntry, SetRawData_TextAndBytesBehindItsEnd_BytesAreCleared)
+{
+    NameEntry raw(1, 2);
+    raw.SetText(std::string("ab\0the tail", 11));
+    NameEntry entry;
+    ASSERT_TRUE(entry.SetRawData(raw.GetRawData(), raw.GetRawSize()));
+    EXPECT_TRUE(entry.IsSame(NameEntry(1, 2, "ab")));
+}
+
 /// Calls for the making safe of places that are not, or not wholly, inside its block.
 class MisplacedTextEntry : public NameEntry
 {

@@ -260,6 +260,51 @@ TEST_F(DataLogPurgeTest, LateEntryForAMergedMinute_IsMergedAtTheNextLook)
     EXPECT_EQ(xSum(), 7U);
 }
 
+TEST_F(DataLogPurgeTest, LateEntryForAMergedHour_IsMergedAtTheNextLook)
+{
+    const SLONG8 hour = NOW - 60 * DAY - 10 * HOUR;
+    xAdd(hour + 1, 1);
+    xAdd(hour + 3000, 2);
+    ASSERT_TRUE(m_purge.Start());
+    ASSERT_TRUE(WaitFor([&] { return xUnits() == std::vector<SLONG8>{hour}; }));
+    xAdd(hour + 1234, 4);
+    ASSERT_TRUE(WaitFor([&] { return xUnits() == std::vector<SLONG8>{hour}; }));
+    EXPECT_EQ(xSum(), 7U);
+}
+
+TEST_F(DataLogPurgeTest, ClockFarAhead_OneLookDropsTheOldestDayOnly)
+{
+    DataLogRecord held;
+    DataLogTime heldUnits;
+    held.SetSettings(true, 3600, m_folder.GetFilePath(), "", "held");
+    heldUnits.SetSettings(true, 3600, m_folder.GetFilePath(), "", "held-units");
+    Messages messages;
+    constexpr SLONG8 DAYS = 30;
+    for (SLONG8 day = 0; day < DAYS; ++day) {
+        const SLONG8 time = NOW - 30 * DAY + day * (DAY + 1);
+        ASSERT_TRUE(held.AddEntry(NameEntry(time * 1000, 1), messages));
+        ASSERT_TRUE(heldUnits.AddEntry(CountEntry(static_cast<ULONG>(time), 0, 1), messages));
+    }
+    const auto count = [&](DataLog& log, const DataLogEntry& prototype) {
+        EXPECT_TRUE(log.Query(DataLogQuery(), m_cancel, prototype, m_results, messages));
+        return m_results.GetCount();
+    };
+    m_calendar.Set((NOW + 3650 * DAY) * 1000);
+    m_purge.InitMonitorLog(held);
+    m_purge.InitMonitorLog(heldUnits);
+    ASSERT_TRUE(m_purge.Start());
+    EXPECT_TRUE(
+        WaitFor([&] { return count(held, NameEntry()) == DAYS - 1 && count(heldUnits, CountEntry()) == DAYS - 1; }));
+    // The other log shows that rounds have passed since then.
+    for (int round = 0; round < 2; ++round) {
+        xAddRecord(NOW, 1);
+        ASSERT_TRUE(WaitFor([&] { return xCountRecords() == 0; }));
+    }
+    m_purge.Stop();
+    EXPECT_EQ(count(held, NameEntry()), static_cast<ULONG>(DAYS - 1));
+    EXPECT_EQ(count(heldUnits, CountEntry()), static_cast<ULONG>(DAYS - 1));
+}
+
 TEST_F(DataLogPurgeTest, NoClassSeenYet_OnlyDropsAndMergesOnceItIs)
 {
     const SLONG8 minute = NOW - 10 * DAY;

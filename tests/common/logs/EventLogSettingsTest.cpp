@@ -58,6 +58,36 @@ TEST(EventLogSettings, ReadFrom_KeysAbsent_Unchanged)
     EXPECT_TRUE(settings == MakeSettings());
 }
 
+TEST(EventLogSettings, New_NoRotation)
+{
+    const EventLogSettings settings;
+    EXPECT_EQ(settings.GetRotateBytes(), 0U);
+    EXPECT_FALSE(settings.GetRotateDaily());
+    EXPECT_EQ(settings.GetOldFiles(), 10U);
+    EXPECT_FALSE(settings.GetReopenWhenMoved());
+}
+
+TEST(EventLogSettings, AnyRotationSetting_EightKeysReadBackAndOtherThanTheDefault)
+{
+    void (*const changes[])(EventLogSettings&) = {
+        [](EventLogSettings& settings) { settings.SetRotateBytes(0xFFFFFFFF); },
+        [](EventLogSettings& settings) { settings.SetRotateDaily(true); },
+        [](EventLogSettings& settings) { settings.SetOldFiles(0); },
+        [](EventLogSettings& settings) { settings.SetReopenWhenMoved(true); },
+    };
+    for (const auto change : changes) {
+        EventLogSettings settings = MakeSettings();
+        change(settings);
+        EXPECT_FALSE(settings == MakeSettings());
+        SettingsTransportSet set;
+        EXPECT_TRUE(settings.WriteTo(set));
+        EXPECT_EQ(set.GetDataCount(), 8U);
+        EventLogSettings read;
+        EXPECT_TRUE(read.ReadFrom(set));
+        EXPECT_TRUE(read == settings);
+    }
+}
+
 TEST(EventLogSettings, Spawn_CopyOrDefault)
 {
     const EventLogSettings settings = MakeSettings();

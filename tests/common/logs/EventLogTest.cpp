@@ -4,10 +4,13 @@
 #include "platform/Clock.h"
 #include "tests/common/logs/TestEntries.h"
 #include "tests/peers/TempFolder.h"
+#include "tests/peers/WaitFor.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -369,6 +372,376 @@ TEST_F(EventLogTest, SixteenThreads_EveryLineWholeAndTimesInOrder)
         lastTime = line.substr(0, 23);
     }
     EXPECT_EQ(seen.size(), lines.size());
+}
+
+/// An event of one letter makes a line of this many bytes: time, seven separators, "Service", the letter and the LF.
+constexpr ULONG SHORT_LINE = 23 + 7 + 7 + 1 + 1;
+
+class EventLogRotationTest : public EventLogTest
+{
+protected:
+    EventLogSettings xRotating(ULONG bytes, ULONG oldFiles) const
+    {
+        EventLogSettings settings = xSettings();
+        settings.SetRotateBytes(bytes);
+        settings.SetOldFiles(oldFiles);
+        return settings;
+    }
+    static void xPrintLetters(EventLog& log, const std::string& letters)
+    {
+        for (const char letter : letters)
+            log.PrintServiceNormal(String(std::string(1, letter)), "", "");
+    }
+    /// The letters of the lines of a file.
+    std::string xLetters(const std::string& name) const
+    {
+        std::string letters;
+        for (const std::string& line : xLines(name))
+            letters += line.at(line.size() - 3);
+        return letters;
+    }
+    bool xExists(const std::string& name) const { return std::filesystem::exists(m_folder / name); }
+};
+
+TEST_F(EventLogRotationTest, RotateBytes_FileIsFull_MovedBeforeTheLine)
+{
+    EventLog log;
+    log.SetSettings(xRotating(3 * SHORT_LINE, 2));
+    xPrintLetters(log, "abc");
+    EXPECT_FALSE(xExists("events.log.1"));
+    xPrintLetters(log, "defghijk");
+    EXPECT_EQ(xLetters("events.log"), "jk");
+    EXPECT_EQ(xLetters("events.log.1"), "ghi");
+    EXPECT_EQ(xLetters("events.log.2"), "def");
+    EXPECT_FALSE(xExists("events.log.3"));
+}
+
+TEST_F(EventLogRotationTest, RotateBytes_FileOfAnEarlierRun_ItsSizeCounts)
+{
+    for (int run = 0; run < 4; ++run) {
+        EventLog log;
+        log.SetSettings(xRotating(3 * SHORT_LINE, 5));
+        xPrintLetters(log, "a");
+    }
+    EXPECT_EQ(xLetters("events.log"), "a");
+    EXPECT_EQ(xLetters("events.log.1"), "aaa");
+}
+
+TEST_F(EventLogRotationTest, RotateBytes_LineLongerThanThat_HasAFileOfItsOwn)
+{
+    EventLog log;
+    log.SetSettings(xRotating(2 * SHORT_LINE, 5));
+    xPrintLetters(log, "a");
+    log.PrintServiceNormal(String(std::string(1000, 'x')), "", "");
+    log.PrintServiceNormal(String(std::string(1000, 'y')), "", "");
+    xPrintLetters(log, "b");
+    EXPECT_EQ(xLetters("events.log.3"), "a");
+    EXPECT_EQ(xLetters("events.log.2"), "x");
+    EXPECT_EQ(xLetters("events.log.1"), "y");
+    EXPECT_EQ(xLetters("events.log"), "b");
+}
+
+TEST_F(EventLogRotationTest, OldFilesZero_TheFileIsBegunAnew)
+{
+    EventLog log;
+    log.SetSettings(xRotating(2 * SHORT_LINE, 0));
+    xPrintLetters(log, "abc");
+    EXPECT_EQ(xLetters("events.log"), "c");
+    EXPECT_FALSE(xExists("events.log.1"));
+}
+
+TEST_F(EventLogRotationTest, OldFilesFewerThanBefore_TheRestIsDeleted)
+{
+    for (const char* name : {"events.log.1", "events.log.2", "events.log.3", "events.log.4"})
+        std::ofstream(m_folder / name) << "old";
+    EventLog log;
+    log.SetSettings(xRotating(SHORT_LINE, 2));
+    xPrintLetters(log, "ab");
+    EXPECT_EQ(xLetters("events.log.1"), "a");
+    EXPECT_TRUE(xExists("events.log.2"));
+    EXPECT_FALSE(xExists("events.log.3"));
+    EXPECT_FALSE(xExists("events.log.4"));
+}
+
+TEST_F(EventLogRotationTest, NumberIsFree_OlderFilesStay)
+{
+    std::ofstream(m_folder / "events.log.2") << "......old";
+    EventLog log;
+    log.SetSettings(xRotating(SHORT_LINE, 2));
+    xPrintLetters(log, "ab");
+    EXPECT_EQ(xLetters("events.log.1"), "a");
+    EXPECT_TRUE(xExists("events.log.2"));
+}
+
+TEST_F(EventLogRotationTest, FileCannotBeMoved_LinesGoOnInIt)
+{
+    std::filesystem::create_directories(m_folder / "events.log.1" / "sub");
+    EventLog log;
+    log.SetSettings(xRotating(2 * SHORT_LINE, 1));
+    xPrintLetters(log, "abcde");
+    EXPECT_EQ(xLetters("events.log"), "abcde");
+}
+
+TEST_F(EventLogRotationTest, RotateBytesZero_OneFile)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    for (int index = 0; index < 1000; ++index)
+        xPrintLetters(log, "a");
+    EXPECT_EQ(xLines().size(), 1000U);
+    EXPECT_FALSE(xExists("events.log.1"));
+}
+
+TEST_F(EventLogRotationTest, ManyThreads_NoLineIsLost)
+{
+    constexpr int THREADS = 8;
+    constexpr int LINES = 250;
+    EventLog log;
+    log.SetSettings(xRotating(100 * SHORT_LINE, 1000));
+    std::vector<std::thread> threads;
+    for (int index = 0; index < THREADS; ++index)
+        threads.emplace_back([&log] { xPrintLetters(log, std::string(LINES, 'a')); });
+    for (int index = 0; index < 20; ++index)
+        EXPECT_TRUE(log.Reopen());
+    for (auto& thread : threads)
+        thread.join();
+    std::size_t lines = xLines().size();
+    for (int number = 1; xExists("events.log." + std::to_string(number)); ++number) {
+        EXPECT_EQ(xLines("events.log." + std::to_string(number)).size(), 100U);
+        lines += xLines("events.log." + std::to_string(number)).size();
+    }
+    EXPECT_EQ(lines, static_cast<std::size_t>(THREADS * LINES));
+}
+
+TEST_F(EventLogRotationTest, RotateDaily_FirstLineOfTheDay_MovesTheFile)
+{
+    const SLONG8 day = 86400000;
+    const SLONG8 noon = 1700049600000;
+    EventLogSettings settings = xSettings();
+    settings.SetRotateDaily(true);
+    EventLog log;
+    {
+        FakeCalendar calendar(noon);
+        log.SetSettings(settings);
+        xPrintLetters(log, "ab");
+    }
+    {
+        FakeCalendar calendar(noon + day);
+        xPrintLetters(log, "cd");
+    }
+    FakeCalendar calendar(noon + 3 * day);
+    xPrintLetters(log, "e");
+    EXPECT_EQ(xLetters("events.log"), "e");
+    EXPECT_EQ(xLetters("events.log.1"), "cd");
+    EXPECT_EQ(xLetters("events.log.2"), "ab");
+}
+
+TEST_F(EventLogRotationTest, RotateDaily_FileWrittenYesterdayByAnEarlierRun_Moved)
+{
+    EventLogSettings settings = xSettings();
+    settings.SetRotateDaily(true);
+    for (const char* letter : {"a", "b"}) {
+        EventLog log;
+        log.SetSettings(settings);
+        xPrintLetters(log, letter);
+        std::filesystem::last_write_time(m_folder / "events.log",
+                                         std::filesystem::file_time_type::clock::now() - std::chrono::hours(24));
+    }
+    EXPECT_EQ(xLetters("events.log"), "b");
+    EXPECT_EQ(xLetters("events.log.1"), "a");
+}
+
+TEST_F(EventLogRotationTest, RotateDaily_WithTheSize_BothMoveIt)
+{
+    EventLogSettings settings = xRotating(2 * SHORT_LINE, 10);
+    settings.SetRotateDaily(true);
+    EventLog log;
+    {
+        FakeCalendar calendar(1700049600000);
+        log.SetSettings(settings);
+        xPrintLetters(log, "abc");
+    }
+    FakeCalendar calendar(1700049600000 + 86400000);
+    xPrintLetters(log, "d");
+    EXPECT_EQ(xLetters("events.log"), "d");
+    EXPECT_EQ(xLetters("events.log.1"), "c");
+    EXPECT_EQ(xLetters("events.log.2"), "ab");
+}
+
+TEST_F(EventLogRotationTest, TwoLogsRotateOneFile_NeitherUndoesTheOther)
+{
+    EventLog first;
+    EventLog second;
+    first.SetSettings(xRotating(2 * SHORT_LINE, 10));
+    second.SetSettings(xRotating(2 * SHORT_LINE, 10));
+    xPrintLetters(first, "ab");
+    xPrintLetters(second, "c");
+    xPrintLetters(first, "d");
+    EXPECT_EQ(xLetters("events.log.1") + xLetters("events.log"), "abcd");
+}
+
+TEST_F(EventLogRotationTest, FileMoved_NotAskedFor_LinesFollowIt)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    xPrintLetters(log, "a");
+    std::filesystem::rename(m_folder / "events.log", m_folder / "moved");
+    xPrintLetters(log, "b");
+    EXPECT_EQ(xLetters("moved"), "ab");
+    EXPECT_FALSE(xExists("events.log"));
+}
+
+TEST_F(EventLogRotationTest, FileMoved_Reopen_NewFile)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    xPrintLetters(log, "a");
+    std::filesystem::rename(m_folder / "events.log", m_folder / "moved");
+    EXPECT_TRUE(log.Reopen());
+    xPrintLetters(log, "b");
+    EXPECT_EQ(xLetters("moved"), "a");
+    EXPECT_EQ(xLetters("events.log"), "b");
+}
+
+TEST_F(EventLogRotationTest, FileNotMoved_Reopen_Appends)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    xPrintLetters(log, "a");
+    EXPECT_TRUE(log.Reopen());
+    xPrintLetters(log, "b");
+    EXPECT_EQ(xLetters("events.log"), "ab");
+}
+
+TEST_F(EventLogRotationTest, Reopen_NewFileCannotBeHad_FalseAndTheOldOneStays)
+{
+    EventLog log;
+    log.SetSettings(xSettings());
+    xPrintLetters(log, "a");
+    std::filesystem::rename(m_folder / "events.log", m_folder / "moved");
+    std::filesystem::create_directory(m_folder / "events.log");
+    EXPECT_FALSE(log.Reopen());
+    EXPECT_TRUE(log.IsOpen());
+    xPrintLetters(log, "b");
+    EXPECT_EQ(xLetters("moved"), "ab");
+}
+
+TEST_F(EventLogRotationTest, Reopen_DisabledOrUnusable_False)
+{
+    EventLog log;
+    EXPECT_FALSE(log.Reopen());
+    EXPECT_FALSE(log.IsOpen());
+    std::filesystem::create_directory(m_folder / "events.log");
+    log.SetSettings(xSettings());
+    EXPECT_FALSE(log.Reopen());
+    EXPECT_FALSE(log.IsOpen());
+    std::filesystem::remove(m_folder / "events.log");
+    EXPECT_TRUE(log.Reopen());
+    EXPECT_TRUE(log.IsOpen());
+}
+
+TEST_F(EventLogRotationTest, ReopenWhenMoved_MovedOrDeleted_NewFile)
+{
+    EventLogSettings settings = xSettings();
+    settings.SetReopenWhenMoved(true);
+    EventLog log;
+    log.SetSettings(settings);
+    xPrintLetters(log, "a");
+    std::filesystem::rename(m_folder / "events.log", m_folder / "moved");
+    xPrintLetters(log, "bc");
+    EXPECT_EQ(xLetters("moved"), "a");
+    EXPECT_EQ(xLetters("events.log"), "bc");
+    std::filesystem::remove(m_folder / "events.log");
+    xPrintLetters(log, "d");
+    EXPECT_EQ(xLetters("events.log"), "d");
+}
+
+TEST_F(EventLogRotationTest, ReopenWhenMoved_AnotherFileInItsPlace_AppendedTo)
+{
+    EventLogSettings settings = xSettings();
+    settings.SetReopenWhenMoved(true);
+    EventLog log;
+    log.SetSettings(settings);
+    xPrintLetters(log, "a");
+    std::filesystem::rename(m_folder / "events.log", m_folder / "moved");
+    std::ofstream(m_folder / "events.log", std::ios::binary) << "x  \n";
+    xPrintLetters(log, "b");
+    EXPECT_EQ(xLetters("events.log"), "xb");
+}
+
+TEST_F(EventLogRotationTest, ReopenWhenMoved_NewFileCannotBeHad_LinesFollowTheOldOneAndTriedAgain)
+{
+    g_tick = 1000;
+    TimedEvent::sSetSource([] { return g_tick; });
+    EventLogSettings settings = xSettings();
+    settings.SetReopenWhenMoved(true);
+    EventLog log;
+    log.SetSettings(settings);
+    xPrintLetters(log, "a");
+    std::filesystem::rename(m_folder / "events.log", m_folder / "moved");
+    std::filesystem::create_directory(m_folder / "events.log");
+    xPrintLetters(log, "b");
+    std::filesystem::remove(m_folder / "events.log");
+    g_tick += 5000;
+    xPrintLetters(log, "c");
+    TimedEvent::sSetSource(nullptr);
+    EXPECT_EQ(xLetters("moved"), "ab");
+    EXPECT_EQ(xLetters("events.log"), "c");
+}
+
+TEST_F(EventLogTest, FileEndsWithinALine_NextLineBeginsItsOwn)
+{
+    std::ofstream(m_folder / "events.log", std::ios::binary) << "begun and never ended";
+    EventLog log;
+    log.SetSettings(xSettings());
+    log.PrintServiceNormal("E", "", "");
+    log.PrintServiceNormal("F", "", "");
+    const auto lines = xLines();
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_EQ(lines[0], "begun and never ended");
+    EXPECT_EQ(xFields(lines[1]), "Service\t\t\t\tE\t\t");
+    EXPECT_EQ(xFields(lines[2]), "Service\t\t\t\tF\t\t");
+}
+
+TEST_F(EventLogTest, FolderNameIsNoText_LinesAreDroppedOrKeptNothingThrows)
+{
+    EventLogSettings settings = xSettings();
+    FilePath folder = m_folder.GetFilePath();
+    folder.MakeSafeForFileAppend(true);
+    folder += "\xFF\xFE";
+    settings.SetFolder(folder);
+    EventLog log;
+    EXPECT_NO_THROW(log.SetSettings(settings));
+    EXPECT_NO_THROW(log.PrintServiceNormal("E", "", ""));
+}
+
+TEST_F(EventLogTest, PrintIPDebug_LogIsHeldByAnother_SwitchedOffOneDoesNotWait)
+{
+    /// The time is asked for with the lock held: whoever asks stands still there until it is let go.
+    static std::atomic<bool> asked;
+    static std::atomic<bool> letGo;
+    asked = false;
+    letGo = false;
+    EventLog log;
+    log.SetSettings(xSettings());
+    TimePos::sSetSource([]() -> SLONG8 {
+        asked = true;
+        while (!letGo)
+            std::this_thread::yield();
+        return 1700000000000;
+    });
+    std::thread holder([&log] { xPrint(log, "E"); });
+    EXPECT_TRUE(WaitFor([] { return asked.load(); }));
+    std::atomic<bool> passed = false;
+    std::thread debugger([&log, &passed] {
+        log.PrintIPDebug(EventLogSessionID(), NetIP(), 0, NetIP(), 0, "Hidden", "", "");
+        passed = true;
+    });
+    EXPECT_TRUE(WaitFor([&passed] { return passed.load(); }));
+    letGo = true;
+    holder.join();
+    debugger.join();
+    TimePos::sSetSource(nullptr);
 }
 
 /// Takes the events elsewhere.

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 
 namespace kqlib {
@@ -227,6 +228,33 @@ TEST(SingleThreadByPoolDeathTest, Destructor_ThreadStillRuns_StopsADebugBuild)
         ::testing::AnyOf(::testing::HasSubstr("must end the thread"), ::testing::HasSubstr("data race on vptr")));
 }
 #endif
+
+/// Throws out of its body.
+class ThrowingWorker : public SingleThreadByPool
+{
+public:
+    explicit ThrowingWorker(ThreadPool& pool)
+        : SingleThreadByPool(pool)
+    {
+    }
+    ~ThrowingWorker() override { xEndThread(); }
+    bool Run() { return xRunThread(); }
+    bool IsRunning() const { return xIsThreadRunning(); }
+
+private:
+    void xThread() override { throw std::runtime_error("body"); }
+};
+
+TEST(SingleThreadByPool, BodyThrows_ThreadHasEndedAndCanBeRunAgain)
+{
+    ThreadPool pool;
+    ThrowingWorker worker(pool);
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_TRUE(worker.Run());
+        EXPECT_TRUE(WaitFor([&] { return !worker.IsRunning(); }));
+    }
+    EXPECT_EQ(pool.GetFailedCount(), 3U);
+}
 
 } // namespace
 } // namespace kqlib

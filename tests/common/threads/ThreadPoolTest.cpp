@@ -6,8 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <set>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -190,6 +193,141 @@ TEST(ThreadPool, Run_FromManyThreads_EveryJobRunsOnce)
     }
     EXPECT_EQ(runs, taken);
     EXPECT_GT(taken, 0);
+}
+
+TEST(ThreadPool, IdleTime_ThreadsWithoutAJob_End)
+{
+    ThreadPool pool(0, 20);
+    ThreadEvent goOn;
+    for (int job = 0; job < 8; ++job)
+        ASSERT_TRUE(pool.Run([&] { goOn.Wait(10000); }));
+    EXPECT_EQ(pool.GetThreadCount(), 8U);
+    goOn.Set();
+    EXPECT_TRUE(WaitFor([&] { return pool.GetThreadCount() == 0; }));
+    EXPECT_EQ(pool.GetRunningCount(), 0U);
+    // The pool goes on.
+    ThreadEvent ran;
+    ASSERT_TRUE(pool.Run([&] { ran.Set(); }));
+    EXPECT_TRUE(ran.Wait(10000));
+    EXPECT_TRUE(WaitFor([&] { return pool.GetThreadCount() == 0; }));
+}
+
+TEST(ThreadPool, IdleTime_JobLastsLonger_ThreadStays)
+{
+    ThreadPool pool(1, 1);
+    ThreadEvent goOn;
+    ThreadEvent ended;
+    ASSERT_TRUE(pool.Run([&] { goOn.Wait(50); }, [&] { ended.Set(); }));
+    EXPECT_EQ(pool.GetThreadCount(), 1U);
+    EXPECT_FALSE(pool.Run([] {}));
+    EXPECT_TRUE(ended.Wait(10000));
+    // A thread that has ended leaves its place under the limit.
+    EXPECT_TRUE(WaitFor([&] { return pool.GetThreadCount() == 0; }));
+    EXPECT_TRUE(pool.Run([] {}));
+}
+
+TEST(ThreadPool, IdleTime_JobsComeAsThreadsEnd_EachRunsOnce)
+{
+    constexpr int THREADS = 4;
+    constexpr int JOBS = 500;
+    std::atomic<int> ran{0};
+    {
+        ThreadPool pool(0, 1);
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < THREADS; ++thread)
+            threads.emplace_back([&] {
+                for (int job = 0; job < JOBS; ++job) {
+                    ThreadEvent ended;
+                    ASSERT_TRUE(pool.Run([&] { ++ran; }, [&] { ended.Set(); }));
+                    ASSERT_TRUE(ended.Wait(10000));
+                    // About the time that a thread may be idle.
+                    ended.Reset();
+                    ended.Wait(static_cast<ULONG>(job % 3));
+                }
+            });
+        for (std::thread& thread : threads)
+            thread.join();
+    }
+    EXPECT_EQ(ran, THREADS * JOBS);
+}
+
+TEST(ThreadPool, IdleTimeZero_ThreadsStay)
+{
+    ThreadPool pool;
+    ThreadEvent ended;
+    ASSERT_TRUE(pool.Run([] {}, [&] { ended.Set(); }));
+    ASSERT_TRUE(ended.Wait(10000));
+    ThreadEvent never;
+    EXPECT_FALSE(never.Wait(100));
+    EXPECT_EQ(pool.GetThreadCount(), 1U);
+}
+
+/// Takes about so many bytes of the stack.
+int UseStack(int kiloBytes)
+{
+    volatile char room[4096] = {};
+    room[0] = static_cast<char>(kiloBytes);
+    return kiloBytes <= 4 ? room[0] : UseStack(kiloBytes - 4) + room[0];
+}
+
+TEST(ThreadPool, StackBytes_MoreThanTheSystemGives_JobMayUseIt)
+{
+    ThreadPool pool(0, 0, 96UL * 1024 * 1024);
+    ThreadEvent ended;
+    ASSERT_TRUE(pool.Run([] { UseStack(20 * 1024); }, [&] { ended.Set(); }));
+    EXPECT_TRUE(ended.Wait(20000));
+}
+
+TEST(ThreadPool, StackBytes_OfAnySize_JobRuns)
+{
+    for (const ULONG bytes : {1UL, 4096UL, 65536UL, 65537UL, 262144UL}) {
+        ThreadPool pool(0, 0, bytes);
+        ThreadEvent ended;
+        ASSERT_TRUE(pool.Run([] {}, [&] { ended.Set(); })) << bytes;
+        EXPECT_TRUE(ended.Wait(20000)) << bytes;
+    }
+}
+
+TEST(ThreadPool, Run_JobThrows_EndsTheJobAloneAndIsCounted)
+{
+    ThreadPool pool(1);
+    for (ULONG round = 0; round < 3; ++round) {
+        ThreadEvent ended;
+        ASSERT_TRUE(pool.Run([] { throw std::runtime_error("job"); }, [&] { ended.Set(); }));
+        EXPECT_TRUE(ended.Wait(10000));
+        EXPECT_EQ(pool.GetFailedCount(), round + 1);
+    }
+    ThreadEvent ran;
+    ASSERT_TRUE(WaitFor([&] {
+        return pool.Run([] { throw 1; },
+                        [&] {
+                            ran.Set();
+                            throw std::bad_alloc();
+                        });
+    }));
+    EXPECT_TRUE(ran.Wait(10000));
+    EXPECT_TRUE(WaitFor([&] { return pool.GetFailedCount() == 5 && pool.GetRunningCount() == 0; }));
+    EXPECT_EQ(pool.GetThreadCount(), 1U);
+}
+
+// Run told the thread of its job after the job could have brought about the end of the pool.
+TEST(ThreadPool, Run_JobBringsAboutTheEndOfThePool_RunTouchesItNoMore)
+{
+    for (int round = 0; round < 300; ++round) {
+        auto pool = std::make_unique<ThreadPool>();
+        ThreadEvent first;
+        ThreadEvent second;
+        // The thread is on its way to its pause when the next job comes.
+        ASSERT_TRUE(pool->Run([] {}, [&] { first.Set(); }));
+        std::thread owner([&] {
+            second.Wait(10000);
+            pool.reset();
+        });
+        ThreadPool* const borrowed = pool.get();
+        ASSERT_TRUE(first.Wait(10000));
+        EXPECT_TRUE(borrowed->Run([&] { second.Set(); }));
+        owner.join();
+    }
 }
 
 } // namespace

@@ -31,6 +31,21 @@ TEST(STRINGSTest, AddByLine_Twice_AppendsBehind)
     EXPECT_THAT(items, ElementsAre("a", "b", "c"));
 }
 
+// The list grew while the line was still read.
+TEST(STRINGSTest, AddByLine_LineIsAnItemOfTheList_SplitWhole)
+{
+    const String text = "one of them, another one that is long, a third one that is long, a fourth; a fifth one";
+    STRINGS items = {text, ",;"};
+    items.shrink_to_fit();
+    items.AddByLine(items[0]);
+    EXPECT_THAT(items, ElementsAre(text, ",;", "one of them", "another one that is long", "a third one that is long",
+                                   "a fourth", "a fifth one"));
+    items.shrink_to_fit();
+    items.AddByLine(items[0], items[1]);
+    EXPECT_EQ(items.size(), 12U);
+    EXPECT_EQ(items.back(), "a fifth one");
+}
+
 TEST(STRINGSTest, AddByLine_SeparatorCharacter_OthersAreText)
 {
     STRINGS items;

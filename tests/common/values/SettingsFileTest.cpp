@@ -2,16 +2,21 @@
 #include "common/SettingsTransportSet.h"
 
 #include "common/FileAccess.h"
+#include "platform/Files.h"
 #include "tests/peers/FileRights.h"
 #include "tests/peers/TempFolder.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <limits>
 #include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
 
 namespace kqlib {
 namespace {
@@ -334,7 +339,7 @@ TEST_F(SettingsFileTest, SaveToFile_ThenLoadFromFile_Same)
     EXPECT_TRUE(read == set);
 }
 
-TEST_F(SettingsFileTest, SaveToFile_OldFile_ReplacedAndNoOtherFileLeft)
+TEST_F(SettingsFileTest, SaveToFile_OldFile_ReplacedAndWhatOthersLeftStays)
 {
     Write("settings.json", String(100000, 'x'));
     Write("settings.json.tmp", "what a process left when it died");
@@ -342,7 +347,83 @@ TEST_F(SettingsFileTest, SaveToFile_OldFile_ReplacedAndNoOtherFileLeft)
     SettingsTransportSet read;
     EXPECT_TRUE(read.LoadFromFile(GetPath("settings.json")));
     EXPECT_TRUE(read == MakeTree());
+    EXPECT_EQ(CountFiles(), 2);
+}
+
+TEST_F(SettingsFileTest, SaveToFile_SeveralSaversAtOnce_EachSavesAWholeFileAndNoneDisturbsAnother)
+{
+    constexpr int SAVERS = 4;
+    constexpr int ROUNDS = 100;
+    const auto make = [](int saver) {
+        SettingsTransportSet set;
+        set.AddString("text", String(20000 + 1000 * saver, static_cast<char>('a' + saver)));
+        return set;
+    };
+    ASSERT_TRUE(make(0).SaveToFile(GetPath("settings.json")));
+    std::atomic<int> running{SAVERS};
+    std::atomic<int> failures{0};
+    std::vector<std::thread> savers;
+    for (int saver = 0; saver < SAVERS; ++saver)
+        savers.emplace_back([&, saver] {
+            const SettingsTransportSet set = make(saver);
+            for (int round = 0; round < ROUNDS; ++round)
+                failures += set.SaveToFile(GetPath("settings.json")) ? 0 : 1;
+            --running;
+        });
+    const auto isWhole = [&] {
+        SettingsTransportSet read;
+        if (!read.LoadFromFile(GetPath("settings.json")))
+            return false;
+        for (int saver = 0; saver < SAVERS; ++saver)
+            if (read == make(saver))
+                return true;
+        return false;
+    };
+    while (running > 0)
+        EXPECT_TRUE(isWhole());
+    for (std::thread& saver : savers)
+        saver.join();
+    EXPECT_TRUE(isWhole());
     EXPECT_EQ(CountFiles(), 1);
+    // A system that lets nobody replace a file which is being read may refuse some.
+    if (platform::PathSeparator() == '/') {
+        EXPECT_EQ(failures, 0);
+    }
+}
+
+TEST_F(SettingsFileTest, SaveToFile_PathIsALink_WrittenThrough)
+{
+    std::filesystem::create_directory(m_folder / "folder");
+    Write("folder/real.json", "x");
+    std::error_code failure;
+    std::filesystem::create_symlink("folder/real.json", m_folder / "one", failure);
+    std::filesystem::create_symlink("one", m_folder / "settings.json", failure);
+    if (failure)
+        GTEST_SKIP() << "no links on this system";
+    ASSERT_TRUE(MakeTree().SaveToFile(GetPath("settings.json")));
+    EXPECT_TRUE(std::filesystem::is_symlink(m_folder / "settings.json"));
+    EXPECT_TRUE(std::filesystem::is_symlink(m_folder / "one"));
+    SettingsTransportSet read;
+    EXPECT_TRUE(read.LoadFromFile(GetPath("folder/real.json")));
+    EXPECT_TRUE(read == MakeTree());
+    EXPECT_EQ(CountFiles(), 3);
+}
+
+TEST_F(SettingsFileTest, SaveToFile_LinkToNothingOrToItselfOrToADevice_MadeOrFalse)
+{
+    std::error_code failure;
+    std::filesystem::create_symlink("new.json", m_folder / "dangling", failure);
+    std::filesystem::create_symlink("round", m_folder / "round", failure);
+    std::filesystem::create_symlink("/dev/null", m_folder / "device", failure);
+    if (failure)
+        GTEST_SKIP() << "no links on this system";
+    EXPECT_TRUE(MakeTree().SaveToFile(GetPath("dangling")));
+    SettingsTransportSet read;
+    EXPECT_TRUE(read.LoadFromFile(GetPath("new.json")));
+    EXPECT_FALSE(MakeTree().SaveToFile(GetPath("round")));
+    EXPECT_FALSE(MakeTree().SaveToFile(GetPath("device")));
+    EXPECT_TRUE(std::filesystem::is_symlink(m_folder / "device"));
+    EXPECT_EQ(CountFiles(), 4);
 }
 
 TEST_F(SettingsFileTest, SaveToFile_NotPossible_FalseAndNothingLeft)
@@ -365,10 +446,22 @@ TEST_F(SettingsFileTest, SaveToFile_NestedTooDeepToBeLoaded_FalseAndOldFileStays
     EXPECT_TRUE(read == MakeNested(MAX_DEPTH));
 }
 
-TEST_F(SettingsFileTest, SaveToFile_OldFileReadableByAll_NewOneByItsOwnerOnly)
+TEST_F(SettingsFileTest, SaveToFile_OldFile_KeepsItsRights)
 {
-    Write("settings.json", "x");
-    Write("settings.json.tmp", "x");
+    using std::filesystem::perms;
+    if (platform::PathSeparator() != '/')
+        GTEST_SKIP() << "the standard library shows no rights of others on this system";
+    for (const perms rights : {perms(0600), perms(0640), perms(0664), perms(0404)}) {
+        Write("settings.json", "x");
+        std::filesystem::permissions(m_folder / "settings.json", rights);
+        ASSERT_TRUE(MakeTree().SaveToFile(GetPath("settings.json")));
+        EXPECT_EQ(std::filesystem::status(m_folder / "settings.json").permissions(), rights);
+        std::filesystem::remove(m_folder / "settings.json");
+    }
+}
+
+TEST_F(SettingsFileTest, SaveToFile_NewFile_ByItsOwnerOnly)
+{
     ASSERT_TRUE(MakeTree().SaveToFile(GetPath("settings.json")));
     test::ExpectOwnerOnly(m_folder / "settings.json");
 }

@@ -92,6 +92,25 @@ TEST(TimePosTest, Offset_PastTheRange_StopsAtItsEnds)
     EXPECT_EQ(time.GetMilliSeconds(), MIN_MS);
 }
 
+TEST(TimePosTest, OffsetByDays_AcrossTheWholeRange_ExactOrAtItsEnd)
+{
+    TimePos time(MIN_MS);
+    time.OffsetByDays(MAX_MS);
+    EXPECT_EQ(time.GetMilliSeconds(), MAX_MS);
+    time.OffsetByDays(MIN_MS);
+    EXPECT_EQ(time.GetMilliSeconds(), MIN_MS);
+    // More days than a number of milliseconds can hold, and still not past the end.
+    const SLONG8 days = MAX_MS / DAY_MS + 1;
+    time.OffsetByDays(days);
+    EXPECT_EQ(time.GetMilliSeconds(), MIN_MS + (days - 1) * DAY_MS + DAY_MS);
+    time.SetMilliSeconds(MAX_MS);
+    time.OffsetByDays(-days);
+    EXPECT_EQ(time.GetMilliSeconds(), MAX_MS - (days - 1) * DAY_MS - DAY_MS);
+    time.SetMilliSeconds(-5000);
+    time.OffsetByDays(MAX_MS);
+    EXPECT_EQ(time.GetMilliSeconds(), MAX_MS);
+}
+
 TEST(TimePosTest, Between_WhicheverIsLater_WholeUnits)
 {
     const TimePos early(LEAP_DAY_2000);

@@ -43,7 +43,6 @@ enum class FAULT : std::uint8_t
     DISK_FULL,       ///< a write takes a part and fails; a file cannot be extended
     FLUSH_FAILS,
     REPLACE_FAILS, ///< or removing a file
-    LOG_FAILS,     ///< a line of the event log cannot be written
     TIME_FAILS,    ///< a time cannot be broken into local time
     NO_THREAD,
     NO_MEMORY, ///< for LARGE_BLOCK bytes or more

@@ -1,10 +1,8 @@
-// The wrapper's files, the event log's lines, and what else is asked of the system.
+// The wrapper's files, the event log's among them, and what else is asked of the system.
 #include "platform/Files.h"
 #include "platform/ResolverConfig.h"
 
 #include "tests/faults/posix/Interposition.h"
-
-#include <cstdio>
 
 namespace kqlib::platform {
 
@@ -12,11 +10,23 @@ using test::Call;
 using test::FAULT;
 using test::Real;
 
-FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate, bool ownerOnly)
+FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate, FileRights rights)
 {
     const Call call(__builtin_return_address(0));
     return call.Draw(FAULT::FILE_OPEN_FAILS) ? INVALID_FILE_HANDLE
-                                             : Real<&OpenFile>()(path, mode, create, truncate, ownerOnly);
+                                             : Real<&OpenFile>()(path, mode, create, truncate, rights);
+}
+
+FileHandle OpenFileToAppend(const char* path, FileRights rights)
+{
+    const Call call(__builtin_return_address(0));
+    return call.Draw(FAULT::FILE_OPEN_FAILS) ? INVALID_FILE_HANDLE : Real<&OpenFileToAppend>()(path, rights);
+}
+
+FileHandle MakeNewFile(const char* path, FileRights rights)
+{
+    const Call call(__builtin_return_address(0));
+    return call.Draw(FAULT::FILE_OPEN_FAILS) ? INVALID_FILE_HANDLE : Real<&MakeNewFile>()(path, rights);
 }
 
 bool ReadFile(FileHandle handle, void* buffer, std::size_t size, std::size_t& got)
@@ -28,17 +38,19 @@ bool ReadFile(FileHandle handle, void* buffer, std::size_t size, std::size_t& go
     return false;
 }
 
-bool WriteFile(FileHandle handle, const void* data, std::size_t size, bool* diskFull)
+bool WriteFile(FileHandle handle, const void* data, std::size_t size, bool* diskFull, std::size_t* written)
 {
     const Call call(__builtin_return_address(0));
     const auto draw = call.Draw(FAULT::DISK_FULL);
     if (!draw)
-        return Real<&WriteFile>()(handle, data, size, diskFull);
+        return Real<&WriteFile>()(handle, data, size, diskFull, written);
     // What still fitted is there.
-    if (size > 0)
-        Real<&WriteFile>()(handle, data, static_cast<std::size_t>(draw.Below(size)), nullptr);
+    std::size_t fitted = size > 0 ? static_cast<std::size_t>(draw.Below(size)) : 0;
+    Real<&WriteFile>()(handle, data, fitted, nullptr, &fitted);
     if (diskFull != nullptr)
         *diskFull = true;
+    if (written != nullptr)
+        *written = fitted;
     return false;
 }
 
@@ -54,6 +66,24 @@ bool GetFileSize(FileHandle handle, std::uint64_t& size)
     return !call.Draw(FAULT::FILE_READ_FAILS) && Real<&GetFileSize>()(handle, size);
 }
 
+bool GetFileWriteTime(FileHandle handle, std::int64_t& wallMs)
+{
+    const Call call(__builtin_return_address(0));
+    return !call.Draw(FAULT::FILE_READ_FAILS) && Real<&GetFileWriteTime>()(handle, wallMs);
+}
+
+bool IsFileAt(FileHandle handle, const char* path)
+{
+    const Call call(__builtin_return_address(0));
+    return !call.Draw(FAULT::FILE_READ_FAILS) && Real<&IsFileAt>()(handle, path);
+}
+
+bool CopyFileRights(const char* from, FileHandle to)
+{
+    const Call call(__builtin_return_address(0));
+    return !call.Draw(FAULT::FILE_OPEN_FAILS) && Real<&CopyFileRights>()(from, to);
+}
+
 bool SetFileSize(FileHandle handle, std::uint64_t size)
 {
     const Call call(__builtin_return_address(0));
@@ -64,6 +94,12 @@ bool FlushFile(FileHandle handle)
 {
     const Call call(__builtin_return_address(0));
     return !call.Draw(FAULT::FLUSH_FAILS) && Real<&FlushFile>()(handle);
+}
+
+bool FlushFolderOf(const char* path)
+{
+    const Call call(__builtin_return_address(0));
+    return !call.Draw(FAULT::FLUSH_FAILS) && Real<&FlushFolderOf>()(path);
 }
 
 bool ReplaceFileBy(const char* from, const char* to)
@@ -92,12 +128,3 @@ bool AppendServerSettings(std::vector<std::string>& texts)
 }
 
 } // namespace kqlib::platform
-
-// The event log writes through the C library.
-extern "C" __attribute__((visibility("default"))) std::size_t fwrite(const void* data, std::size_t size,
-                                                                     std::size_t count, std::FILE* file)
-{
-    using namespace kqlib::test;
-    const Call call(__builtin_return_address(0));
-    return call.Draw(FAULT::LOG_FAILS) ? 0 : Real<&fwrite>()(data, size, count, file);
-}

@@ -113,6 +113,22 @@ TEST(NetSessionStatusTest, SetUser_31And32Characters_BothLeave31)
     EXPECT_TRUE(record.GetUser().empty());
 }
 
+TEST(NetSessionStatusTest, SetUser_ShorterThanBefore_NothingStaysOfTheLongerOne)
+{
+    NetSessionStatus longer;
+    longer.SetUser("a.user.with.a.long.name");
+    longer.SetUser("b");
+    NetSessionStatus fresh;
+    fresh.SetUser("b");
+    EXPECT_TRUE(longer.IsSame(fresh));
+    // A merge takes the user over, in the same way.
+    NetSessionStatus target;
+    target.SetUser("a.user.with.a.long.name");
+    Messages messages;
+    EXPECT_TRUE(fresh.MergeInto(target, messages));
+    EXPECT_TRUE(target.IsSame(fresh));
+}
+
 TEST(NetSessionStatusTest, GetUser_StoredBytesWithoutTerminator_BoundedByTheField)
 {
     NetSessionStatus record;

@@ -1,4 +1,4 @@
-#include "platform/windows/OwnerOnly.h"
+#include "platform/windows/LimitedRights.h"
 
 namespace kqlib::platform {
 
@@ -21,26 +21,24 @@ std::vector<unsigned char> GetTokenUser()
 
 } // namespace
 
-OwnerOnly::OwnerOnly()
-    : m_user(GetTokenUser())
-    , m_valid(xBuild())
+LimitedRights::LimitedRights(FileRights rights)
+    : m_valid(rights == FileRights::USUAL || xBuild(rights == FileRights::OWNER_AND_GROUP))
 {
 }
 
-SECURITY_ATTRIBUTES* OwnerOnly::GetAttributes()
+bool LimitedRights::xBuild(bool groupReads)
 {
-    return m_valid ? &m_attributes : nullptr;
-}
-
-bool OwnerOnly::xBuild()
-{
-    if (m_user.empty())
+    m_user = GetTokenUser();
+    unsigned char group[SECURITY_MAX_SID_SIZE];
+    DWORD groupSize = sizeof(group);
+    if (m_user.empty() || !CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, group, &groupSize))
         return false;
     PSID const sid = reinterpret_cast<const TOKEN_USER*>(m_user.data())->User.Sid;
-    m_acl.resize(sizeof(ACL) + sizeof(ACCESS_ALLOWED_ACE) + GetLengthSid(sid));
+    m_acl.resize(sizeof(ACL) + 2 * sizeof(ACCESS_ALLOWED_ACE) + GetLengthSid(sid) + groupSize);
     auto* const acl = reinterpret_cast<ACL*>(m_acl.data());
     if (!InitializeAcl(acl, static_cast<DWORD>(m_acl.size()), ACL_REVISION) ||
         !AddAccessAllowedAce(acl, ACL_REVISION, FILE_ALL_ACCESS, sid) ||
+        (groupReads && !AddAccessAllowedAce(acl, ACL_REVISION, FILE_GENERIC_READ, group)) ||
         !InitializeSecurityDescriptor(&m_descriptor, SECURITY_DESCRIPTOR_REVISION) ||
         !SetSecurityDescriptorDacl(&m_descriptor, TRUE, acl, FALSE) ||
         !SetSecurityDescriptorControl(&m_descriptor, SE_DACL_PROTECTED, SE_DACL_PROTECTED))
