@@ -33,6 +33,26 @@ void OpenLogs(FtpService& service, const FtpSettings& settings)
     service.SetMonitoringEnabled(folder, "kqftpd-", "activity", "sessions");
 }
 
+/// The ports that a service listens on, with the numbers that the system has given them.
+NetPortBinds GetOpenPorts(FtpService& service)
+{
+    Vector<NetServiceStatus::ACTIVEPORT> ports;
+    service.GetListeningPorts(ports);
+    NetPortBinds binds;
+    for (const NetServiceStatus::ACTIVEPORT& entry : ports)
+        binds.Add(NetPortBind(entry.port, entry.ip == NetIP() ? String() : entry.ip.GetText()));
+    return binds;
+}
+
+/// Whether each of the bindings is to a port that one of the others is to.
+bool AreAmong(const NetPortBinds& binds, const NetPortBinds& others)
+{
+    return std::all_of(binds.begin(), binds.end(), [&others](const NetPortBind& bind) {
+        return std::any_of(others.begin(), others.end(),
+                           [&bind](const NetPortBind& other) { return other.GetPort() == bind.GetPort(); });
+    });
+}
+
 } // namespace
 
 FtpServer::FtpServer()
@@ -77,35 +97,68 @@ bool FtpServer::Reload(const FtpSettings& settings, String& error)
     const auto config = std::make_shared<const FtpConfig>(settings);
     if (settings.IsTLSWanted() && !config->certificate.Provide(error))
         return false;
+    if (!xListen(settings, error))
+        return false;
     m_service->SetConfig(config);
-    return xListen(settings, error);
+    return true;
 }
 
 void FtpServer::Stop()
 {
     m_service.reset();
     m_listen.clear();
+    m_limit = 0;
 }
 
 bool FtpServer::xListen(const FtpSettings& settings, String& error)
 {
-    NetPortBinds binds;
-    binds.AddByLine(settings.GetListen());
-    binds.AddByLine(settings.GetListenTLS());
+    NetPortBinds wanted;
+    wanted.AddByLine(settings.GetListen());
+    wanted.AddByLine(settings.GetListenTLS());
     // The gate counts the places and says 421 to who gets none; the service itself would let them wait in silence.
-    const ULONG8 limit = ULONG8{settings.GetMaxSessions()} + settings.GetReservedSessions() + DOORWAY;
-    m_service->SetSettings(binds, static_cast<ULONG>(std::min<ULONG8>(limit, ALL_BITS_32)), 0);
-    const String listen = binds.GetLine();
-    if (listen == m_listen)
-        return true; // starting again would move bindings with port 0 to other ports
-    NetPortBinds failed;
-    m_service->StartListen(failed);
+    const ULONG8 all = ULONG8{settings.GetMaxSessions()} + settings.GetReservedSessions() + DOORWAY;
+    const auto limit = static_cast<ULONG>(std::min<ULONG8>(all, ALL_BITS_32));
+    const String listen = wanted.GetLine();
+    if (listen == m_listen) // starting again would move bindings with port 0 to other ports
+        m_service->SetSettings(wanted, limit, 0);
+    else if (!xChangePorts(wanted, limit, error))
+        return false;
     m_listen = listen;
-    if (failed.GetCount() == 0)
-        return true;
+    m_limit = limit;
+    return true;
+}
+
+/// 1. The new ports are opened beside those that are open.
+/// 2. When that went well, those that nobody wants any more are closed. So it is tried, too, when a port could not be
+///    had only because of another binding of ours to the same one.
+/// 3. Otherwise everything becomes as it was.
+bool FtpServer::xChangePorts(const NetPortBinds& wanted, ULONG limit, String& error)
+{
+    const NetPortBinds before = GetOpenPorts(*m_service);
+    NetPortBinds both = before;
+    for (const NetPortBind& bind : wanted)
+        both.Add(bind);
+    NetPortBinds failed;
+    if (xOpen(both, m_limit, failed) || AreAmong(failed, before)) {
+        failed.Reset();
+        if (xOpen(wanted, limit, failed))
+            return true;
+    }
     error = "cannot listen on " + failed.GetLine();
-    m_listen.clear(); // the next reload tries again
+    NetPortBinds lost;
+    if (!xOpen(before, m_limit, lost)) {
+        error += ", nor any more on " + lost.GetLine();
+        m_listen.clear(); // the next reload tries them again, whatever it wants
+    }
     return false;
+}
+
+/// Has the service listen on exactly these. False: on all of them but those in failed.
+bool FtpServer::xOpen(const NetPortBinds& binds, ULONG limit, NetPortBinds& failed)
+{
+    m_service->SetSettings(binds, limit, 0);
+    m_service->StartListen(failed);
+    return failed.GetCount() == 0;
 }
 
 } // namespace kqlib

@@ -4,6 +4,7 @@
 #include "common/ThreadPool.h"
 #include "hosts/ftp/FtpService.h"
 #include "net/dns/NetDNSCache.h"
+#include "net/service/NetPortBinds.h"
 
 #include <memory>
 
@@ -24,8 +25,7 @@ public:
     /// Opens the logs and the ports. False: error says why, nothing runs.
     [[nodiscard]] bool Start(const FtpSettings& settings, String& error);
     /// Takes over changed settings: ports and limits at once, everything else for sessions that begin from now on; the
-    /// log folder stays. False: the certificate cannot be had (nothing changed), or a port could not be opened (the
-    /// others are, and the settings hold).
+    /// log folder stays. All or nothing: false, when the certificate or a port cannot be had, has changed nothing.
     [[nodiscard]] bool Reload(const FtpSettings& settings, String& error);
     /// Closes the ports, ends every session, writes the logs out.
     void Stop();
@@ -36,11 +36,14 @@ public:
 
 private:
     bool xListen(const FtpSettings& settings, String& error);
+    bool xChangePorts(const NetPortBinds& wanted, ULONG limit, String& error);
+    bool xOpen(const NetPortBinds& binds, ULONG limit, NetPortBinds& failed);
 
     ThreadPool m_pool;
     NetDNSCache m_cache;
     std::unique_ptr<FtpService> m_service;
-    String m_listen; // the bindings that are open
+    String m_listen;   // the bindings that are open; empty: none, or not those that the settings ask for
+    ULONG m_limit = 0; // of the service's sessions
 };
 
 } // namespace kqlib

@@ -15,7 +15,26 @@ namespace {
 /// Longer than any stop on a busy machine, shorter than the time-out of a client that is stuck.
 constexpr std::chrono::seconds HELD_UP(60);
 
-using FtpServerLife = FtpServerFixture;
+class FtpServerLife : public FtpServerFixture
+{
+protected:
+    static String Bind(std::uint16_t port) { return "127.0.0.1:" + String::sToString(port); }
+    /// A port that nobody has now.
+    static std::uint16_t FreePort()
+    {
+        FtpTestSocket finder;
+        return finder.Listen();
+    }
+    /// What a client of that port hears first; empty: nobody listens there.
+    static std::string GreetingAt(std::uint16_t port)
+    {
+        FtpTestSocket socket;
+        std::string greeting;
+        if (socket.Connect(port))
+            EXPECT_TRUE(socket.Receive(greeting));
+        return greeting;
+    }
+};
 
 /// The records in the session log of a server that has stopped.
 class SessionLog
@@ -146,17 +165,66 @@ TEST_F(FtpServerLife, Reload_NewSettings_ForNewSessionsOnly)
     EXPECT_EQ(after.Code("PASS secret"), 230);
 }
 
-TEST_F(FtpServerLife, Reload_PortTaken_SaysSoAndGoesOn)
+TEST_F(FtpServerLife, Reload_PortTaken_NothingChanges)
+{
+    Start();
+    FtpTestClient inside = LogIn();
+    FtpTestSocket other;
+    const std::uint16_t taken = other.Listen();
+    const std::uint16_t free = FreePort();
+    FtpSettings changed = m_settings;
+    changed.SetListen(Bind(free) + "," + Bind(taken));
+    changed.SetGreeting("Changed");
+    changed.SetMaxSessions(1);
+    changed.SetReservedSessions(0);
+    for (int round = 0; round < 3; ++round) {
+        String error;
+        EXPECT_FALSE(m_server.Reload(changed, error));
+        EXPECT_EQ(error, "cannot listen on " + Bind(taken));
+        EXPECT_EQ(GreetingAt(free), "");
+        EXPECT_EQ(GreetingAt(m_port), "220 kqftpd ready\r\n") << "port, greeting and limit are the old ones";
+        EXPECT_EQ(inside.Code("NOOP"), 200);
+    }
+    other.Close();
+    String error;
+    EXPECT_TRUE(WaitFor([&] { return m_server.Reload(changed, error); })) << error.c_str();
+    EXPECT_EQ(GreetingAt(m_port), "");
+    EXPECT_EQ(inside.Code("QUIT"), 221);
+    EXPECT_TRUE(WaitNoSessions());
+    EXPECT_EQ(GreetingAt(taken), "220 Changed\r\n");
+}
+
+TEST_F(FtpServerLife, Reload_SamePortOnOtherAddresses_Moves)
 {
     Start();
     FtpTestSocket other;
     const std::uint16_t taken = other.Listen();
     FtpSettings changed = m_settings;
-    changed.SetListen("127.0.0.1:" + String::sToString(taken));
+    String error;
+    changed.SetListen(String::sToString(m_port)); // on every address, of which this one is in the way
+    EXPECT_TRUE(m_server.Reload(changed, error)) << error.c_str();
+    EXPECT_NE(GreetingAt(m_port), "");
+    changed.SetListen(Bind(m_port) + "," + Bind(taken));
+    EXPECT_FALSE(m_server.Reload(changed, error));
+    EXPECT_NE(GreetingAt(m_port), "");
+    Vector<NetServiceStatus::ACTIVEPORT> ports;
+    m_server.GetService().GetListeningPorts(ports);
+    ASSERT_EQ(ports.GetCount(), 1U);
+    EXPECT_EQ(ports.Get(0).ip.GetText(), "0.0.0.0") << "on every address again";
+}
+
+TEST_F(FtpServerLife, Reload_CertificateCannotBeHad_NothingChanges)
+{
+    Start();
+    FtpSettings changed = m_settings;
+    const std::uint16_t free = FreePort();
+    changed.SetListen(Bind(free));
+    changed.SetTLSCertificate("/nowhere/a.crt");
+    changed.SetTLSKey("/nowhere/a.key");
     String error;
     EXPECT_FALSE(m_server.Reload(changed, error));
-    EXPECT_EQ(error, "cannot listen on 127.0.0.1:" + String::sToString(taken));
-    EXPECT_TRUE(m_server.Reload(m_settings, error)) << error.c_str();
+    EXPECT_EQ(GreetingAt(free), "");
+    EXPECT_NE(GreetingAt(m_port), "");
 }
 
 TEST_F(FtpServerLife, Start_PortTaken_Refused)
