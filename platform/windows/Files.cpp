@@ -77,9 +77,8 @@ FileHandle OpenFile(const char* path, FileMode mode, bool create, bool truncate,
     const FileHandle file = Open(path, access, GetDisposition(create), rights);
     if (file == INVALID_FILE_HANDLE)
         return file;
-    const bool existed = GetLastError() == ERROR_ALREADY_EXISTS || !create;
     // The rights first: nobody else shall read what comes.
-    if ((ownerOnly && existed && !MakeOwnerOnly(file)) || (truncate && !SetFileSize(file, 0))) {
+    if ((ownerOnly && !MakeOwnerOnly(file)) || (truncate && !SetFileSize(file, 0))) {
         CloseFile(file);
         return INVALID_FILE_HANDLE;
     }
