@@ -69,9 +69,9 @@ IoResult FromTransferError(SocketHandle handle, int error)
         return HasNotedRefusal(handle) ? IoResult::REFUSED : IoResult::WOULD_BLOCK;
     case WSAECONNREFUSED:
         return IoResult::REFUSED;
-    case WSAECONNRESET:
+    case WSAECONNRESET: // of a datagram: the peer's system refused an earlier one
         return IsDatagram(handle) ? IoResult::REFUSED : IoResult::RESET;
-    case WSAECONNABORTED:
+    case WSAECONNABORTED: // this system or the network broke it off
     case WSAENETRESET:
     case WSAESHUTDOWN:
         return IoResult::RESET;
@@ -80,7 +80,21 @@ IoResult FromTransferError(SocketHandle handle, int error)
     }
 }
 
-// Every socket of ours: never waits by itself and is not handed to child processes.
+// A new socket that no child process inherits, from the moment it is made: a child that another thread starts just then
+// would hold it open.
+SOCKET MakeSocket(int family, int type, int protocol)
+{
+    const SOCKET socket =
+        WSASocketW(family, type, protocol, nullptr, 0, WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT);
+    if (socket != INVALID_SOCKET || WSAGetLastError() != WSAEINVAL)
+        return socket;
+    // Windows 7 without its service pack does not know the flag.
+    return WSASocketW(family, type, protocol, nullptr, 0, WSA_FLAG_OVERLAPPED);
+}
+
+// Every socket of ours: never waits by itself and is not handed to child processes. An accepted socket has the flags
+// that its listener was made with, so that it is not inherited either; where a system does not keep to that, or does
+// not know the flag, it is taken from the handle here.
 bool PrepareSocket(SOCKET socket)
 {
     u_long nonBlocking = 1;
@@ -123,8 +137,8 @@ void EndSockets()
 
 SocketHandle OpenSocket(bool stream, Family family)
 {
-    const SOCKET socket = ::socket(family == Family::IP4 ? AF_INET : AF_INET6, stream ? SOCK_STREAM : SOCK_DGRAM,
-                                   stream ? IPPROTO_TCP : IPPROTO_UDP);
+    const SOCKET socket = MakeSocket(family == Family::IP4 ? AF_INET : AF_INET6, stream ? SOCK_STREAM : SOCK_DGRAM,
+                                     stream ? IPPROTO_TCP : IPPROTO_UDP);
     if (socket == INVALID_SOCKET)
         return INVALID_SOCKET_HANDLE;
     const auto handle = static_cast<SocketHandle>(socket);
