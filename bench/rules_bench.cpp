@@ -79,6 +79,36 @@ void RuleEvaluation(benchmark::State& state)
     }
 }
 
+/// The same for clients from all over the addresses of the rules, nearly half of which a rule matches.
+void RuleEvaluationScattered(benchmark::State& state)
+{
+    NetDNSCache cache;
+    const NetIPControlQuery query(cache);
+    const NetIPControl rules = AddressRules(state.range(0));
+    const NetIP local("192.0.2.1");
+    SCATTER numbers(state.range(0) * 256);
+    for (auto unused : state) {
+        (void)unused;
+        benchmark::DoNotOptimize(query.IsAllowed(rules, local, Address(0x0A000000U + numbers.Next())));
+    }
+}
+
+/// The decisions of a list from its last change until it has an index, which the last of them makes.
+void RuleIndex(benchmark::State& state)
+{
+    NetDNSCache cache;
+    const NetIPControlQuery query(cache);
+    NetIPControl rules = AddressRules(state.range(0));
+    const NetIP local("192.0.2.1");
+    const NetIP peer("192.0.2.77");
+    for (auto unused : state) {
+        (void)unused;
+        rules.MoveTop(0); // changes nothing but what the list knows of itself
+        for (int decision = 0; decision <= 64; ++decision)
+            benchmark::DoNotOptimize(query.IsAllowed(rules, local, peer));
+    }
+}
+
 /// An anti-hammer that holds so many addresses, every other one blocked; kept while the number stays the same.
 NetAntiHammer& FilledHammer(std::int64_t count)
 {
@@ -177,7 +207,9 @@ void TrackAddRemove(benchmark::State& state)
     }
 }
 
-BENCHMARK(RuleEvaluation)->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK(RuleEvaluation)->Arg(10)->Arg(100)->Arg(1000)->Arg(100000);
+BENCHMARK(RuleEvaluationScattered)->Arg(10)->Arg(100)->Arg(1000)->Arg(100000);
+BENCHMARK(RuleIndex)->Arg(1000)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(FillToTheCap)->Iterations(2)->Unit(benchmark::kMillisecond);
 BENCHMARK(TrackAddRemove)->Arg(200)->Arg(10000);
 

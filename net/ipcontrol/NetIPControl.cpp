@@ -1,10 +1,12 @@
 #include "net/ipcontrol/NetIPControl.h"
 
 #include "common/SettingsTransportSet.h"
+#include "net/ipcontrol/NetIPControlIndexShare.h"
 
 #include <algorithm>
 #include <cassert>
 #include <cstddef>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -15,12 +17,14 @@ NetIPControl& NetIPControl::operator=(const NetIPControl& other)
     // Copied aside first: half a list could lack the rule at its end that denies the rest.
     Vector<NetIPControlEntry> rules(other.m_rules);
     m_rules = std::move(rules);
+    m_index = other.m_index;
     return *this;
 }
 
 void NetIPControl::Reset()
 {
     m_rules.Reset();
+    m_index.reset();
 }
 
 SettingsTransferable* NetIPControl::Spawn(bool copy) const
@@ -30,6 +34,7 @@ SettingsTransferable* NetIPControl::Spawn(bool copy) const
 
 void NetIPControl::Add(const NetIPControlEntry& entry)
 {
+    xForgetIndex();
     m_rules.Add(entry);
 }
 
@@ -44,12 +49,14 @@ void NetIPControl::Append(const NetIPControl& other)
 void NetIPControl::Remove(ULONG index)
 {
     xCheckIndex(index);
+    xForgetIndex();
     m_rules.Delete(index);
 }
 
 void NetIPControl::Update(ULONG index, const NetIPControlEntry& entry)
 {
     xCheckIndex(index);
+    xForgetIndex();
     m_rules.Get(index) = entry;
 }
 
@@ -87,6 +94,7 @@ ULONG NetIPControl::MoveBottom(ULONG index)
 ULONG NetIPControl::xMove(ULONG from, ULONG to)
 {
     xCheckIndex(from);
+    xForgetIndex();
     const auto first = m_rules.begin();
     const auto source = first + static_cast<std::ptrdiff_t>(from);
     const auto target = first + static_cast<std::ptrdiff_t>(to);
@@ -95,6 +103,23 @@ ULONG NetIPControl::xMove(ULONG from, ULONG to)
     else
         std::rotate(target, source, source + 1);
     return to;
+}
+
+/// Null: the rules are to be walked.
+const NetIPControlIndex* NetIPControl::xGetIndex() const
+{
+    return m_index ? m_index->Get(*this) : nullptr;
+}
+
+/// Comes before every change, so that one that fails half-way is not decided about by what was before it. It fails
+/// never: without memory the rules are walked until the next change.
+void NetIPControl::xForgetIndex()
+{
+    m_index.reset();
+    try {
+        m_index = std::make_shared<NetIPControlIndexShare>();
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 void NetIPControl::xCheckIndex(ULONG index) const

@@ -5,13 +5,21 @@
 #include "common/Vector.h"
 #include "net/ipcontrol/NetIPControlEntry.h"
 
+#include <memory>
+
 namespace kqlib {
+
+class NetIPControlIndex;
+class NetIPControlIndexShare;
 
 /// The rules of one purpose, in the order in which they are evaluated (NetIPControlQuery). Fill it with Add or from
 /// settings, let the user move rules, hand it to a query.
 ///
 /// Settings form: one unnamed String per rule, its text form, in order. Reading appends; items that are no rules are
 /// dropped without a message.
+///
+/// Long lists are fine: a list that has been evaluated some dozens of times keeps an index over its rules, which its
+/// copies share until they change.
 ///
 /// Ownership: a plain value. Threads: one at a time; any number may evaluate a list while nobody changes it. Errors: a
 /// list never reports its rules' errors. An index at or past the count is the caller's error: every operation that
@@ -62,10 +70,15 @@ protected:
     bool xReadFrom(const SettingsTransportSet& set) override;
 
 private:
+    friend class NetIPControlQuery;
+
+    const NetIPControlIndex* xGetIndex() const;
+    void xForgetIndex();
     ULONG xMove(ULONG from, ULONG to);
     void xCheckIndex(ULONG index) const;
 
     Vector<NetIPControlEntry> m_rules;
+    std::shared_ptr<NetIPControlIndexShare> m_index; ///< of these rules; null: walk them
 };
 
 } // namespace kqlib

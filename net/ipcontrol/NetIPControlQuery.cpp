@@ -5,8 +5,10 @@
 #include "common/Vector.h"
 #include "net/dns/NetDNS.h"
 #include "net/ipcontrol/NetIPControl.h"
+#include "net/ipcontrol/NetIPControlIndex.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <string_view>
 
 namespace kqlib {
@@ -56,11 +58,32 @@ bool NetIPControlQuery::DoesMatch(const NetIPControlEntry& rule, const NetIP& lo
 bool NetIPControlQuery::xIsAllowed(const NetIPControl& rules, const NetIP& local, const NetIP& peer,
                                    const MAIL* mail) const
 {
+    const NetIPControlIndex* const index = NetIPControlIndex::sKnows(peer) ? rules.xGetIndex() : nullptr;
+    return index == nullptr ? xWalk(rules, local, peer, mail) : xDecideByIndex(rules, *index, local, peer, mail);
+}
+
+bool NetIPControlQuery::xWalk(const NetIPControl& rules, const NetIP& local, const NetIP& peer, const MAIL* mail) const
+{
     const ULONG count = rules.GetCount();
     for (ULONG index = 0; index < count; ++index)
         if (xDoesMatch(rules.Get(index), local, peer, mail))
             return rules.Get(index).GetAllow();
     return true;
+}
+
+/// As the walk, and with the look-ups that it makes: rules with names are asked in their order, and none of those
+/// behind the first rule that matches by addresses.
+bool NetIPControlQuery::xDecideByIndex(const NetIPControl& rules, const NetIPControlIndex& index, const NetIP& local,
+                                       const NetIP& peer, const MAIL* mail) const
+{
+    const std::uint32_t first = index.FindFirst(local, peer);
+    for (const std::uint32_t asked : index.GetAsked()) {
+        if (asked >= first)
+            break;
+        if (xDoesMatch(rules.Get(asked), local, peer, mail))
+            return rules.Get(asked).GetAllow();
+    }
+    return first == NetIPControlIndex::NONE || index.IsAllowing(first);
 }
 
 bool NetIPControlQuery::xDoesMatch(const NetIPControlEntry& rule, const NetIP& local, const NetIP& peer,

@@ -12,6 +12,7 @@ class NetDNSCache;
 class NetIP;
 class NetIPControl;
 class NetIPControlEntry;
+class NetIPControlIndex;
 
 /// Walks a rule list from the top; the first rule that matches decides. What no rule matches is allowed, so an empty
 /// list allows everything, and IsDenied is always the opposite of IsAllowed.
@@ -62,6 +63,9 @@ private:
     /// mail: null in the forms without mail addresses.
     ///@{
     bool xIsAllowed(const NetIPControl& rules, const NetIP& local, const NetIP& peer, const MAIL* mail) const;
+    bool xWalk(const NetIPControl& rules, const NetIP& local, const NetIP& peer, const MAIL* mail) const;
+    bool xDecideByIndex(const NetIPControl& rules, const NetIPControlIndex& index, const NetIP& local,
+                        const NetIP& peer, const MAIL* mail) const;
     bool xDoesMatch(const NetIPControlEntry& rule, const NetIP& local, const NetIP& peer, const MAIL* mail) const;
     ///@}
     bool xDoesHostMatch(const NetIPControlEntry& rule, const NetIP& peer) const;

@@ -189,5 +189,56 @@ TEST_F(FaultAccessTest, ListAssignment_EachBlockMissingOnce_OldListWhole)
     EXPECT_TRUE(list == other);
 }
 
+TEST_F(FaultAccessTest, Decision_EachBlockOfTheIndexMissingOnce_SameAnswersAndAnotherTry)
+{
+    constexpr std::uint32_t DECISIONS = 70; // more than a list is walked before it is indexed
+    const NetIPControlQuery query(m_cache);
+    NetIPControl rules;
+    for (const char* text : {"-ip=10.0.0.1", "+ipmask=10.0.0.0/255.0.0.255", "-sender=*", "-iprange=10.0.0.0-10.9.9.9",
+                             "-ip=2001:db8::1", "+ipmask=2001:db8::/ffff:ffff::ff", "-islocal"})
+        rules.Add(Rule(text));
+    std::uint32_t passing = 0;
+    bool isStruck = true;
+    for (; isStruck; ++passing) {
+        rules.MoveTop(0); // what the list has learned about itself is forgotten
+        isStruck = StrikeBlock(passing, [&] {
+            for (std::uint32_t decision = 0; decision < 3 * DECISIONS; ++decision) {
+                EXPECT_FALSE(query.IsAllowed(rules, LOCAL, NetIP("10.0.0.1")));
+                EXPECT_TRUE(query.IsAllowed(rules, LOCAL, NetIP("10.1.1.0")));
+                EXPECT_FALSE(query.IsAllowed(rules, LOCAL, NetIP("10.1.1.1")));
+                EXPECT_FALSE(query.IsAllowed(rules, LOCAL, NetIP("2001:db8::1")));
+                EXPECT_TRUE(query.IsAllowed(rules, LOCAL, NetIP("2001:db8::2")));
+                EXPECT_FALSE(query.IsAllowed(rules, LOCAL, LOCAL));
+            }
+        });
+        ASSERT_FALSE(HasFailure()) << "without block " << passing;
+    }
+    EXPECT_GT(passing, 10U);
+}
+
+TEST_F(FaultAccessTest, ListChanges_EachBlockMissingOnce_DecidedByWhatTheListHolds)
+{
+    const NetIPControlQuery query(m_cache);
+    const NetIP peer("10.0.0.1");
+    for (std::uint32_t passing = 0, struck = 1; struck != 0; ++passing) {
+        NetIPControl rules;
+        for (int number = 0; number < 4; ++number)
+            rules.Add(Rule("-ip=10.0.0.1"));
+        for (int decision = 0; decision < 70; ++decision)
+            EXPECT_FALSE(query.IsAllowed(rules, LOCAL, peer));
+        const auto change = [&](const auto& operation) {
+            struck += StrikeBlock(passing, operation) ? 1 : 0;
+            for (int decision = 0; decision < 70; ++decision)
+                ASSERT_EQ(query.IsAllowed(rules, LOCAL, peer), rules.Get(0).GetAllow());
+        };
+        struck = 0;
+        change([&] { rules.Add(Rule("+ip=10.0.0.1")); });
+        change([&] { rules.MoveTop(rules.GetCount() - 1); });
+        change([&] { rules.Update(0, Rule("-ip=10.0.0.1")); });
+        change([&] { rules.Remove(0); });
+        change([&] { rules.Append(NetIPControl(rules)); });
+    }
+}
+
 } // namespace
 } // namespace kqlib::test

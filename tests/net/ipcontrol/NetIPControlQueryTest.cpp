@@ -17,7 +17,9 @@
 
 #include <atomic>
 #include <fstream>
+#include <iterator>
 #include <memory>
+#include <random>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -274,6 +276,76 @@ TEST_F(NetIPControlHostTest, CheapRuleFirst_NoQuery)
 {
     EXPECT_TRUE(IsAllowed("+ip=10.0.0.1 -host=two.example -rhost=*", "10.0.0.1"));
     EXPECT_EQ(m_server->GetQueryCount(), 0U);
+}
+
+TEST_F(NetIPControlHostTest, IndexedList_NamesBehindTheDecidingAddress_NotAsked)
+{
+    const NetIPControl rules =
+        Rules("-ip=10.0.0.9 -host=two.example +ip=10.0.0.6 -rhost=*.lan +ipmask=10.0.0.0/255.0.0.0");
+    const auto ask = [&](const char* peer) {
+        NetDNSCache cache; // which knows no name yet
+        const std::size_t before = m_server->GetQueryCount();
+        const bool allowed = NetIPControlQuery(cache).IsAllowed(rules, LOCAL, NetIP(peer));
+        std::string asked = allowed ? "allowed" : "denied";
+        for (std::size_t number = before; number < m_server->GetQueryCount(); ++number)
+            asked += " " + m_server->GetQueries()[number].name;
+        return asked;
+    };
+    for (int decision = 0; decision < 70; ++decision) // the later ones by the list's index
+        ASSERT_EQ(ask("10.0.0.9"), "denied") << decision;
+    EXPECT_EQ(ask("10.0.0.1"), "denied two.example");
+    EXPECT_EQ(ask("10.0.0.6"), "allowed two.example");
+    EXPECT_EQ(ask("10.0.0.7"), "allowed two.example 7.0.0.10.in-addr.arpa");
+    EXPECT_EQ(ask("192.0.2.1"), "allowed two.example 1.2.0.192.in-addr.arpa");
+    EXPECT_EQ(ask("10.0.0.5"), "denied two.example");
+}
+
+// The order and the number of look-ups are those of a list that is walked.
+TEST_F(NetIPControlHostTest, IndexedLists_Random_LookUpsOfTheWalk)
+{
+    constexpr const char* TEXTS[] = {"-host=two.example",
+                                     "+host=alias.example",
+                                     "+host=none.example",
+                                     "-rhost=*.lan",
+                                     "+rhost=first.*",
+                                     "-ip=10.0.0.5",
+                                     "+ip=10.0.0.6",
+                                     "-islocal",
+                                     "+ipmask=10.0.0.4/255.255.255.254",
+                                     "-ipmask=0.0.0.0/0.0.0.0",
+                                     "+ipmask=10.0.0.1/255.0.0.1",
+                                     "-sender=*"};
+    std::mt19937 random(5);
+    for (int list = 0; list < 40; ++list) {
+        std::string line;
+        for (std::size_t count = 2 + random() % 6; count > 0; --count)
+            line += std::string(TEXTS[random() % std::size(TEXTS)]) + " ";
+        const NetIPControl rules = Rules(line);
+        for (int decision = 0; decision < 70; ++decision)
+            m_query.IsAllowed(rules, LOCAL, NetIP("10.0.0.1")); // over a cache that soon knows the names
+        for (const char* peer : {"10.0.0.1", "10.0.0.5", "10.0.0.6", "10.0.0.8", "192.168.0.1"}) {
+            const auto record = [&](const auto& decide) {
+                NetDNSCache cache;
+                const std::size_t before = m_server->GetQueryCount();
+                const NetIPControlQuery query(cache);
+                std::string text = decide(query) ? "allowed" : "denied";
+                const std::vector<DNSQuery> queries = m_server->GetQueries();
+                for (std::size_t number = before; number < queries.size(); ++number)
+                    text += " " + queries[number].name;
+                return text;
+            };
+            const auto walk = [&](const NetIPControlQuery& query) {
+                for (ULONG index = 0; index < rules.GetCount(); ++index)
+                    if (query.DoesMatch(rules.Get(index), LOCAL, NetIP(peer)))
+                        return rules.Get(index).GetAllow();
+                return true;
+            };
+            const auto decide = [&](const NetIPControlQuery& query) {
+                return query.IsAllowed(rules, LOCAL, NetIP(peer));
+            };
+            ASSERT_EQ(record(decide), record(walk)) << line << "for " << peer;
+        }
+    }
 }
 
 TEST_F(NetIPControlHostTest, NoServers_HostRulesDoNotMatch)
