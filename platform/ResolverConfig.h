@@ -40,6 +40,9 @@ KQCOMMON_API std::uint32_t GetServerSettingsReads();
 /// its first zero byte. Any thread.
 KQCOMMON_API void SplitServers(std::string_view value, std::vector<std::string>& servers);
 
+/// The path of the file in which the system keeps names of hosts (POSIX: /etc/hosts), UTF-8. Any thread.
+KQCOMMON_API std::string GetHostsFile();
+
 /// Takes the settings from elsewhere, for tests: POSIX: a folder that stands for "/". Windows: a key below
 /// HKEY_CURRENT_USER that stands for the one named above. Null brings the system's own back. Before other threads run.
 KQCOMMON_API void SetServerSettingsRoot(const char* root);

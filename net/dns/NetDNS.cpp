@@ -7,6 +7,7 @@
 #include "net/dns/NetDNSAnswer.h"
 #include "net/dns/NetDNSCache.h"
 #include "net/dns/NetDNSExchange.h"
+#include "net/dns/NetDNSHosts.h"
 #include "net/dns/NetDNSOptions.h"
 #include "net/dns/NetDNSResponse.h"
 #include "net/dns/NetDNSWriter.h"
@@ -28,6 +29,7 @@ constexpr std::uint32_t ANSWER_WAIT_MS = 5000; ///< for the answer to one query
 constexpr int MOST_ATTEMPTS = 3;               ///< at each address, while nothing answers
 constexpr int MOST_PASSES = 5;                 ///< queries of one attempt, one for each name of a CNAME chain
 constexpr ULONG ANSWER_SIZE = 1024;            ///< a longer answer is no answer
+constexpr ULONG MOST_CONFIRMED = 8;            ///< names of one address
 constexpr String::size_type DOMAIN_LIMIT = 256;
 constexpr String::size_type LONGEST_LABEL = 255; ///< not held against the 63 of the RFC, kept on purpose
 
@@ -285,8 +287,16 @@ bool NetDNS::ResolveIP(const NetIP& ip, STRINGS& names, Messages& msgs)
     const char* const zone = m_checked && !ip.IsIP4() ? ".ip6.arpa" : ".in-addr.arpa"; // the first: RFC 3596
     if (!DoPTRLookup(ip.GetTextReverseByteOrder() + zone, msgs))
         return false;
-    for (ULONG i = 0; i < GetPTRRecordCount(); ++i)
-        names.push_back(GetPTRRecord(i));
+    const bool confirm = m_checked && m_checked->options.GetConfirmNames();
+    const ULONG most = confirm ? MOST_CONFIRMED : GetPTRRecordCount();
+    for (ULONG i = 0; i < std::min(GetPTRRecordCount(), most); ++i) {
+        if (!confirm || xLeadsTo(GetPTRRecord(i), ip))
+            names.push_back(GetPTRRecord(i));
+    }
+    if (confirm && names.empty()) {
+        msgs.AddMessage(MSG_NAME_ERROR);
+        return false;
+    }
     return true;
 }
 
@@ -574,9 +584,14 @@ bool NetDNS::xCheckedLookup(const String& domain, const String* server, RRTYPE t
     return false;
 }
 
-/// Asks servers and keeps the verdict. Never null.
+/// Looks into the hosts file, then asks servers and keeps their verdict. Never null.
 std::shared_ptr<const NetDNSAnswer> NetDNS::xAskChecked(const String& domain, const String* server, RRTYPE type)
 {
+    const NetDNSOptions& options = m_checked->options;
+    NetDNSAnswer known;
+    if (server == nullptr && !options.GetHostsFile().empty() &&
+        NetDNSHosts::sGet(options.GetHostsFile())->Find(domain, type, known))
+        return std::make_shared<NetDNSAnswer>(std::move(known));
     std::vector<String> servers;
     if (server != nullptr) {
         servers.push_back(*server);
@@ -584,7 +599,6 @@ std::shared_ptr<const NetDNSAnswer> NetDNS::xAskChecked(const String& domain, co
         for (ULONG i = 0; i < m_servers.GetCount(); ++i)
             servers.push_back(m_servers.Get(i));
     }
-    const NetDNSOptions& options = m_checked->options;
     NetDNSExchange exchange(options);
     auto answer = std::make_shared<NetDNSAnswer>(exchange.Run(servers, domain, type));
     m_checked->refused += exchange.GetRefused();
@@ -626,6 +640,16 @@ bool NetDNS::xAppendAddresses(const String& host, RRTYPE type, Vector<NetIP>& ad
     for (ULONG i = 0; i < records.GetCount(); ++i)
         addresses.Add(NetIP(records.Get(i)));
     return true;
+}
+
+/// Whether a name has the address among its own. A failed look-up of it says no more than that.
+bool NetDNS::xLeadsTo(const String& name, const NetIP& ip)
+{
+    NetIP literal;
+    Vector<NetIP> addresses;
+    Messages codes;
+    return !literal.Set(name) && xAppendAddresses(name, ip.IsIP4() ? RR_A : RR_AAAA, addresses, codes) &&
+           std::find(addresses.begin(), addresses.end(), ip) != addresses.end();
 }
 
 /// Servers that the system's name service lists come first.

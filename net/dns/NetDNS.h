@@ -231,6 +231,7 @@ private:
     void xTakeAnswer(const NetDNSAnswer& answer, RRTYPE type);
     bool xAppendAddresses(const String& host, RRTYPE type, Vector<NetIP>& addresses, Messages& msgs);
 
+    bool xLeadsTo(const String& name, const NetIP& ip);
     void xGetDNSServersViaWSA();
     void xAddDNS(const String& server);
     void xClearDNSServers();

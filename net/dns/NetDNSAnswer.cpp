@@ -4,6 +4,7 @@
 #include "net/dns/NetDNSReader.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace kqlib {
 
@@ -79,6 +80,14 @@ void NetDNSAnswer::Fail(NetDNS::MESSAGE code)
 {
     *this = NetDNSAnswer();
     m_code = code;
+}
+
+void NetDNSAnswer::Give(std::vector<RECORD> records)
+{
+    *this = NetDNSAnswer();
+    m_records = std::move(records);
+    m_code = m_records.empty() ? NetDNS::MSG_NO_RECORDS : 0;
+    m_lifeSec = 0;
 }
 
 bool NetDNSAnswer::IsVerdict() const

@@ -32,6 +32,8 @@ public:
 
     /// Takes in a message of length bytes: the answer to a question for name and type.
     void Parse(const BYTE* message, ULONG length, const String& name, NetDNS::RRTYPE type);
+    /// Makes it the records; none: MSG_NO_RECORDS. Their life is 0.
+    void Give(std::vector<RECORD> records);
     /// Makes it a failure.
     void Fail(NetDNS::MESSAGE code);
 

@@ -1,5 +1,7 @@
 #include "net/dns/NetDNSOptions.h"
 
+#include "platform/ResolverConfig.h"
+
 namespace kqlib {
 
 namespace {
@@ -21,6 +23,16 @@ bool SetWithin(ULONG value, ULONG least, ULONG most, std::uint32_t& out)
 }
 
 } // namespace
+
+NetDNSOptions::NetDNSOptions()
+    : m_hostsFile(sGetSystemHostsFile())
+{
+}
+
+String NetDNSOptions::sGetSystemHostsFile()
+{
+    return platform::GetHostsFile();
+}
 
 bool NetDNSOptions::SetAnswerWaitMs(ULONG ms)
 {

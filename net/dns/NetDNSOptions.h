@@ -1,6 +1,7 @@
 // NetDNSOptions: how a resolver asks when its answers are to be trusted further.
 #pragma once
 
+#include "common/String.h"
 #include "common/Types.h"
 #include "platform/Export.h"
 
@@ -30,7 +31,7 @@ class KQNET_API NetDNSOptions
 {
 public:
     /// The defaults that the setters name.
-    NetDNSOptions() = default;
+    NetDNSOptions();
 
     /// How long a query waits for its answer, in milliseconds: 10 to 60000; 2000 at first.
     ///@{
@@ -76,6 +77,21 @@ public:
     bool GetLargeAnswers() const { return m_largeAnswers; }
     ///@}
 
+    /// The hosts file that is looked at before servers are asked, after the cache; empty: none. At first that of the
+    /// system. A name that stands there is answered by it alone, unless a server is named for the look-up.
+    ///@{
+    void SetHostsFile(const String& path) { m_hostsFile = path; }
+    const String& GetHostsFile() const { return m_hostsFile; }
+    static String sGetSystemHostsFile();
+    ///@}
+    /// Whether ResolveIP gives only names that lead back to the address: each name that the owner of the address
+    /// claims, at most eight, is looked up, which replaces the A or AAAA records. None left: MSG_NAME_ERROR. Off at
+    /// first.
+    ///@{
+    void SetConfirmNames(bool on) { m_confirmNames = on; }
+    bool GetConfirmNames() const { return m_confirmNames; }
+    ///@}
+
 private:
     std::uint32_t m_answerWaitMs = 2000;
     std::uint32_t m_lookupLimitMs = 10000;
@@ -85,6 +101,8 @@ private:
     std::uint32_t m_longestNegativeSec = 300;
     bool m_mixedCase = true;
     bool m_largeAnswers = true;
+    bool m_confirmNames = false;
+    String m_hostsFile;
 };
 
 } // namespace kqlib

@@ -20,6 +20,7 @@ constexpr std::size_t LONGEST_LINE = 4096;            ///< a longer line is left
 constexpr std::int64_t YOUNG_NS = 2000000000;         ///< how long a second change may look like the first
 
 constexpr const char* RESOLV_CONF = "/etc/resolv.conf";
+constexpr const char* HOSTS_FILE = "/etc/hosts";
 constexpr const char* RESOLVED_CONF = "/run/systemd/resolve/resolv.conf";
 constexpr const char* NETWORKD_LEASES = "/run/systemd/netif/leases";
 /// Where DHCP clients keep their leases.
@@ -237,6 +238,11 @@ bool AppendServerSettings(std::vector<std::string>& servers)
     }
     servers.insert(servers.end(), g_found.servers.begin(), g_found.servers.end());
     return true;
+}
+
+std::string GetHostsFile()
+{
+    return g_root + HOSTS_FILE;
 }
 
 std::uint32_t GetServerSettingsReads()

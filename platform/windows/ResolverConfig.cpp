@@ -115,6 +115,13 @@ bool AppendServerSettings(std::vector<std::string>& servers)
     }
 }
 
+std::string GetHostsFile()
+{
+    char folder[MAX_PATH + 1];
+    const UINT size = GetSystemDirectoryA(folder, sizeof(folder));
+    return std::string(folder, size < sizeof(folder) ? size : 0) + "\\drivers\\etc\\hosts";
+}
+
 std::uint32_t GetServerSettingsReads()
 {
     return g_reads;

@@ -1,8 +1,10 @@
 #include "net/dns/NetDNS.h"
 #include "net/dns/NetDNSCache.h"
+#include "net/dns/NetDNSOptions.h"
 #include "net/ipcontrol/NetIPControl.h"
 #include "net/ipcontrol/NetIPControlQuery.h"
 #include "platform/ResolverConfig.h"
+#include "platform/Sockets.h"
 #include "tests/peers/FakeDNSServer.h"
 #include "tests/peers/Missing.h"
 #include "tests/peers/Port53.h"
@@ -34,6 +36,8 @@ using testing::UnorderedElementsAre;
 /// named listens on addresses that an interface has, and loopback has this one.
 constexpr const char* ADDRESS = "127.0.0.1";
 constexpr int MOST_STARTS = 6;
+constexpr const char* ADDRESS6 = "::1";
+constexpr int BOOK = 20; ///< strings of 200 bytes in one text: more than a datagram holds
 constexpr int MANY = 25; ///< addresses that still fit into the 512 bytes of a plain DNS answer
 
 std::string Join(const std::string& prefix, int number, const std::string& suffix)
@@ -61,6 +65,12 @@ std::string MainZone()
     zone += "long IN TXT \"" + std::string(255, 'l') + "\" \"" + std::string(40, 'r') + "\"\n";
     zone += "short IN TXT \"one string, with blanks\"\nempty IN TXT \"\"\n";
     zone += "@ IN SPF \"v=spf1 mx -all\"\ntwo IN SPF \"v=spf1 \" \"a -all\"\n";
+    zone += "six IN AAAA 2001:db8::10\nboth IN A 192.0.2.30\nboth IN AAAA 2001:db8::30\nsixalias IN CNAME six\n";
+    zone += "_ftp._tcp IN SRV 20 5 2121 b\n_ftp._tcp IN SRV 10 0 21 a\nnomail IN MX 0 .\n";
+    zone += "book IN TXT";
+    for (int i = 0; i < BOOK; ++i)
+        zone += " \"" + std::string(200, static_cast<char>('a' + i)) + "\"";
+    zone += "\n";
     zone += "MiXeD IN A 192.0.2.77\nlong-life 900000 IN A 192.0.2.78\n";
     return zone;
 }
@@ -108,8 +118,8 @@ private:
         const std::string folder = m_folder.GetPath().string();
         std::string text = "options { directory \"" + folder + "\"; pid-file \"" + folder +
                            "/named.pid\"; session-keyfile \"" + folder + "/session.key\"; listen-on port 53 { " +
-                           ADDRESS +
-                           "; }; listen-on-v6 { none; }; recursion no; dnssec-validation no; allow-query { any; }; "
+                           ADDRESS + "; }; listen-on-v6 port 53 { " + ADDRESS6 +
+                           "; }; recursion no; dnssec-validation no; allow-query { any; }; "
                            "minimal-responses yes; empty-zones-enable no; };\ncontrols { };\n";
         for (const char* zone : {"kq.test", "2.0.192.in-addr.arpa"})
             text += "zone \"" + std::string(zone) + "\" { type master; file \"" + zone + "\"; };\n";
@@ -337,6 +347,118 @@ TEST_F(NamedTest, Servers_DeadOneBeforeNamed_NamedAsked)
     EXPECT_TRUE(dns.DoALookup("chain0.kq.test", m_msgs));
     ASSERT_EQ(dns.GetDNSServerCount(), 1U);
     EXPECT_EQ(dns.GetDNSServer(0), Server());
+}
+
+/// Look-ups with options, at either address of the server.
+class NamedOptionsTest : public NamedTest
+{
+protected:
+    NamedOptionsTest()
+    {
+        m_dns.SetOptions(m_options);
+        UseServer(m_dns);
+    }
+
+    NetDNSOptions m_options;
+    NetDNSCache m_cache;
+    NetDNS m_dns{NetIP::LOOKUP_ANY, m_cache};
+};
+
+TEST_F(NamedOptionsTest, Addresses_OfEachFamilyAndBoth_Found)
+{
+    ASSERT_TRUE(m_dns.DoAAAALookup("six.kq.test", m_msgs));
+    EXPECT_EQ(m_dns.GetAAAARecord(0), "2001:db8::10");
+    ASSERT_TRUE(m_dns.DoAAAALookup("sixalias.kq.test", m_msgs));
+    EXPECT_EQ(m_dns.GetAAAARecord(0), "2001:db8::10");
+    Vector<NetIP> addresses;
+    ASSERT_TRUE(m_dns.ResolveHost("both.kq.test", true, addresses, m_msgs));
+    ASSERT_EQ(addresses.GetCount(), 2U);
+    EXPECT_EQ(addresses.Get(0).GetText(), "192.0.2.30");
+    EXPECT_EQ(addresses.Get(1).GetText(), "2001:db8::30");
+    ASSERT_TRUE(m_dns.ResolveHost("chain0.kq.test", true, addresses, m_msgs));
+    EXPECT_EQ(addresses.GetCount(), 1U);
+    EXPECT_THAT(Codes(), IsEmpty());
+    EXPECT_EQ(m_dns.GetRefusedAnswers(), 0U);
+}
+
+TEST_F(NamedOptionsTest, Chains_OfAnyLengthUpTo6_FollowedWithinTheAnswer)
+{
+    for (int length = 0; length <= 6; ++length) {
+        ASSERT_TRUE(m_dns.DoALookup(String(Join("chain", length, ".kq.test")), m_msgs)) << length;
+        EXPECT_EQ(m_dns.GetARecord(0), "192.0.2.10");
+    }
+}
+
+TEST_F(NamedOptionsTest, Services_AndExchangers_InTheirOrder)
+{
+    ASSERT_TRUE(m_dns.DoSRVLookup("_ftp._tcp.kq.test", m_msgs));
+    ASSERT_EQ(m_dns.GetSRVRecordCount(), 2U);
+    EXPECT_EQ(m_dns.GetSRVRecord(0).name, "a.kq.test");
+    EXPECT_EQ(m_dns.GetSRVRecord(0).port, 21U);
+    EXPECT_EQ(m_dns.GetSRVRecord(1).weight, 5U);
+    ASSERT_TRUE(m_dns.DoMXLookup("kq.test", m_msgs));
+    EXPECT_EQ(m_dns.GetMXRecord(0), "first.mail.kq.test");
+    EXPECT_EQ(m_dns.GetMXRecord(4), "last.mail.kq.test");
+    ASSERT_TRUE(m_dns.DoMXLookup("nomail.kq.test", m_msgs));
+    ASSERT_EQ(m_dns.GetMXRecordCount(), 1U);
+    EXPECT_EQ(m_dns.GetMXRecord(0), "");
+}
+
+TEST_F(NamedOptionsTest, Texts_LongOnes_WholeAndOverTCPWhereTheyMust)
+{
+    ASSERT_TRUE(m_dns.DoTXTLookup("long.kq.test", m_msgs));
+    EXPECT_EQ(m_dns.GetTXTRecord(0), String(255, 'l') + String(40, 'r'));
+    ASSERT_TRUE(m_dns.DoTXTLookup("book.kq.test", m_msgs));
+    EXPECT_EQ(m_dns.GetTXTRecord(0).size(), 200U * BOOK);
+    ASSERT_TRUE(m_dns.DoALookup("crowd.kq.test", m_msgs));
+    EXPECT_EQ(m_dns.GetARecordCount(), 100U);
+    m_options.SetLargeAnswers(false);
+    NetDNS plain(NetIP::LOOKUP_ANY);
+    plain.SetOptions(m_options);
+    EXPECT_FALSE(plain.DoTXTLookup("book.kq.test", Server(), m_msgs));
+    EXPECT_THAT(Codes(), ElementsAre(53));
+}
+
+TEST_F(NamedOptionsTest, Nothing_NoNameNoRecordsAndRefused_CodesAndKept)
+{
+    EXPECT_FALSE(m_dns.DoALookup("none.kq.test", m_msgs));
+    EXPECT_FALSE(m_dns.DoMXLookup("chain0.kq.test", m_msgs));
+    EXPECT_FALSE(m_dns.DoALookup("host.refused.test", m_msgs));
+    EXPECT_THAT(Codes(), ElementsAre(54, 51, 56));
+    // The zone says how long "nothing" lives: no server is needed again.
+    STRINGS dead;
+    dead.push_back(String(FakeDNSServer::sGetDeadAddress()));
+    m_dns.SetDNSServers(dead);
+    Messages kept;
+    EXPECT_FALSE(m_dns.DoALookup("none.kq.test", kept) || m_dns.DoMXLookup("chain0.kq.test", kept));
+    ASSERT_EQ(kept.GetMessageCount(), 2U);
+    EXPECT_EQ(kept.Get(0), 54);
+    EXPECT_EQ(kept.Get(1), 51);
+}
+
+TEST_F(NamedOptionsTest, Reverse_NamesThatLeadBack_Confirmed)
+{
+    m_options.SetConfirmNames(true);
+    m_dns.SetOptions(m_options);
+    STRINGS names;
+    ASSERT_TRUE(m_dns.ResolveIP(NetIP("192.0.2.10"), names, m_msgs));
+    EXPECT_THAT(names, ElementsAre("chain0.kq.test"));
+    EXPECT_FALSE(m_dns.ResolveIP(NetIP("192.0.2.11"), names, m_msgs)); // its names have no address
+    EXPECT_THAT(Codes(), ElementsAre(54));
+}
+
+TEST_F(NamedOptionsTest, Server_AtItsIPv6Address_Answers)
+{
+    const platform::SocketHandle handle = platform::OpenSocket(false, platform::Family::IP6);
+    platform::Endpoint loopback;
+    loopback.family = platform::Family::IP6;
+    loopback.bytes[15] = 1;
+    const bool isThere = platform::BindSocket(handle, loopback, false);
+    platform::CloseSocket(handle);
+    if (!isThere)
+        GTEST_SKIP() << "there is no IPv6 loopback here";
+    ASSERT_TRUE(m_dns.DoTXTLookup("book.kq.test", ADDRESS6, m_msgs));
+    EXPECT_EQ(m_dns.GetTXTRecord(0).size(), 200U * BOOK);
 }
 
 /// Address rules that name hosts, decided by a name server that the system's settings name.

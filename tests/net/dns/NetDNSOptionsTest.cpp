@@ -5,12 +5,14 @@
 #include "platform/ResolverConfig.h"
 #include "tests/net/dns/Lookups.h"
 #include "tests/peers/Port53.h"
+#include "tests/peers/TempFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cctype>
+#include <fstream>
 #include <set>
 #include <string>
 #include <thread>
@@ -665,6 +667,97 @@ TEST_F(NetDNSCheckedTest, Lookup_Failed_RecordsOfTheOneBeforeAreGone)
     ASSERT_TRUE(dns.DoALookup("n", msgs));
     EXPECT_FALSE(dns.DoALookup("other", msgs));
     EXPECT_EQ(dns.GetARecordCount(), 0U);
+}
+
+TEST_F(NetDNSCheckedTest, Hosts_NameInTheFile_AnsweredByItAlone)
+{
+    const TempFolder folder;
+    std::ofstream(folder / "hosts", std::ios::binary) << "10.7.7.7 known.example alias\n";
+    FakeDNSServer server(AnswerA);
+    Use({server.GetAddress()});
+    options.SetHostsFile(String((folder / "hosts").string()));
+    dns.SetOptions(options);
+    Vector<NetIP> addresses;
+    ASSERT_TRUE(dns.ResolveHost("Known.example", true, addresses, msgs));
+    ASSERT_EQ(addresses.GetCount(), 1U);
+    EXPECT_EQ(addresses.Get(0).GetText(), "10.7.7.7");
+    String name;
+    ASSERT_TRUE(dns.ResolveIP(NetIP("10.7.7.7"), name, msgs));
+    EXPECT_EQ(name, "known.example");
+    EXPECT_EQ(server.GetQueryCount(), 0U);
+    // A server that is named is asked; what it says stays in the cache, which comes first.
+    ASSERT_TRUE(dns.DoALookup("alias", String(server.GetAddress()), msgs));
+    EXPECT_THAT(ARecords(dns), ElementsAre("10.0.0.1"));
+    ASSERT_TRUE(dns.DoALookup("known.example", msgs));
+    EXPECT_THAT(ARecords(dns), ElementsAre("10.7.7.7"));
+    ASSERT_TRUE(dns.DoALookup("unknown.example", msgs));
+    EXPECT_THAT(ARecords(dns), ElementsAre("10.0.0.1"));
+    EXPECT_THAT(Codes(msgs), IsEmpty());
+}
+
+TEST_F(NetDNSCheckedTest, Hosts_Off_NameAskedFor)
+{
+    EXPECT_EQ(options.GetHostsFile(), NetDNSOptions::sGetSystemHostsFile());
+    EXPECT_FALSE(options.GetHostsFile().empty());
+    FakeDNSServer server(AnswerA);
+    Use({server.GetAddress()});
+    options.SetHostsFile("");
+    dns.SetOptions(options);
+    ASSERT_TRUE(dns.DoALookup("localhost", msgs));
+    EXPECT_EQ(server.GetQueryCount(), 1U);
+}
+
+/// Claims three names for any address; "right.example" alone leads back to 10.0.0.1 and 2001:db8::1.
+Replies AnswerClaims(const DNSQuery& query, std::size_t)
+{
+    DNSMessage answer(query);
+    const bool right = query.name.size() == std::string("right.example").size() && std::tolower(query.name[0]) == 'r';
+    switch (query.type) {
+    case DNSMessage::PTR:
+        return {{answer.AddPtr("wrong.example").AddPtr("10.0.0.1").AddPtr("right.example").Build()}};
+    case DNSMessage::AAAA:
+        return {{answer.AddRecord(DNSMessage::Pointer(12), 28, 60, AAAA(right ? 1 : 2)).Build()}};
+    default:
+        return {{answer.AddA("10.0.0.9").AddA(right ? "10.0.0.1" : "10.0.0.8").Build()}};
+    }
+}
+
+TEST_F(NetDNSCheckedTest, Confirm_NamesThatLeadBack_OnlyThose)
+{
+    FakeDNSServer server(AnswerClaims);
+    Use({server.GetAddress()});
+    STRINGS names;
+    ASSERT_TRUE(dns.ResolveIP(NetIP("10.0.0.1"), names, msgs));
+    EXPECT_EQ(names.size(), 3U);
+    options.SetConfirmNames(true);
+    dns.SetOptions(options);
+    ASSERT_TRUE(dns.ResolveIP(NetIP("10.0.0.1"), names, msgs));
+    EXPECT_THAT(names, ElementsAre("right.example"));
+    ASSERT_TRUE(dns.ResolveIP(NetIP("2001:db8::1"), names, msgs));
+    EXPECT_THAT(names, ElementsAre("right.example"));
+    EXPECT_THAT(Codes(msgs), IsEmpty());
+    EXPECT_FALSE(dns.ResolveIP(NetIP("10.0.0.7"), names, msgs));
+    EXPECT_THAT(names, IsEmpty());
+    EXPECT_THAT(Codes(msgs), ElementsAre(54));
+}
+
+TEST_F(NetDNSCheckedTest, Confirm_ManyClaims_EightOfThemLookedUp)
+{
+    FakeDNSServer server([](const DNSQuery& query, std::size_t) -> Replies {
+        DNSMessage answer(query);
+        if (query.type != DNSMessage::PTR)
+            return {{answer.AddA("10.0.0.1").Build()}};
+        for (int i = 0; i < 20; ++i)
+            answer.AddPtr("name" + std::to_string(i) + ".example");
+        return {{answer.Build()}};
+    });
+    Use({server.GetAddress()});
+    options.SetConfirmNames(true);
+    dns.SetOptions(options);
+    STRINGS names;
+    ASSERT_TRUE(dns.ResolveIP(NetIP("10.0.0.1"), names, msgs));
+    EXPECT_EQ(names.size(), 8U);
+    EXPECT_EQ(server.GetQueryCount(), 9U);
 }
 
 /// The answer without records that says that there is more.
