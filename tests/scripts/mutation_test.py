@@ -253,7 +253,7 @@ class Judging(unittest.TestCase):
                          ("killed", "A.b, by a signal"))
 
     def test_BudgetUsedUp_NoFurtherTest(self):
-        self.assertEqual(self.judge(self.PASSED, seconds=5, budget=4), ("survived", "1 of 2 tests that reach it ran"))
+        self.assertEqual(self.judge(self.PASSED, seconds=5, budget=0), ("survived", "1 of 2 tests that reach it ran"))
 
 
 class Confined(unittest.TestCase):
