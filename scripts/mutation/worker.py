@@ -208,12 +208,19 @@ class SUITE:
 
 
 def batches(cases, file):
-    """What to start, in order: (cases, command) with many cases of one program in a command."""
-    own = "kqtest_" + "_".join(pathlib.PurePath(file).parts[:-1])
+    """What to start, in order: groups of cases of one program. First those named after the source, then those of its folder,
+    then the quick ones."""
+    path = pathlib.PurePath(file)
+    own = "kqtest_" + "_".join(path.parts[:-1])
+
+    def distance(case):
+        named = re.search(rf"\b{path.stem}(Test)?\b", case.name) is not None
+        return 0 if named else 1 if pathlib.PurePath(case.command[0]).name.startswith(own) else 2
+
     groups = collections.defaultdict(list)
     for case in sorted(cases, key=lambda case: case.seconds):
         single = len(case.command) > 1 and case.command[1].startswith("--gtest_filter=") and not case.environment
-        groups[case.command[0] if single else case.name].append(case)
+        groups[distance(case), case.command[0] if single else case.name].append(case)
     found = []
     for group in groups.values():
         begin = 0
@@ -224,8 +231,7 @@ def batches(cases, file):
                 count += 1
             found.append(group[begin:begin + count])
             begin += count
-    found.sort(key=lambda group: (not pathlib.PurePath(group[0].command[0]).name.startswith(own),
-                                  sum(case.seconds for case in group)))
+    found.sort(key=lambda group: (distance(group[0]), sum(case.seconds for case in group)))
     return found
 
 
