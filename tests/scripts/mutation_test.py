@@ -218,7 +218,7 @@ class ScriptedMaker:
 
 
 class Judging(unittest.TestCase):
-    MUTANT = mutator.find_mutants("net/dns/a.cpp", "void W()\n{\n    x = y;\n}\n")[0]
+    MUTANT = mutator.find_mutants("net/dns/NetDNS.cpp", "void W()\n{\n    x = y;\n}\n")[0]
     FAILED_B = (1, "[ RUN      ] A.b\n[  FAILED  ] A.b (3 ms)\n[  FAILED  ] 1 test, listed below:\n")
     PASSED = (0, "")
 
@@ -253,7 +253,7 @@ class Judging(unittest.TestCase):
                          ("killed", "A.b, by a signal"))
 
     def test_BudgetUsedUp_NoFurtherTest(self):
-        self.assertEqual(self.judge(self.PASSED, seconds=5, budget=4), ("survived", "1 of 2 tests that reach it ran"))
+        self.assertEqual(self.judge(self.PASSED, seconds=5, budget=0), ("survived", "1 of 2 tests that reach it ran"))
 
 
 class Confined(unittest.TestCase):
@@ -303,6 +303,12 @@ class Books(unittest.TestCase):
         names = [[one.name for one in group] for group in worker.batches(cases, "net/dns/NetDNS.cpp")]
         self.assertEqual(names, [["kqtest_net_dns.A.a", "kqtest_net_dns.A.b"], ["kqtest_net_dns.A.slow"],
                                  ["kqtest_tools_kq.B.x"], ["python3.live"]])
+
+    def test_Batches_NamedAfterTheSourceFirst(self):
+        cases = [case("NetDNSCacheTest.a", 0.1), case("NetDNSTest.slow", 7), case("B.x", 0, "kqtest_tools_kq")]
+        names = [[one.name for one in group] for group in worker.batches(cases, "net/dns/NetDNS.cpp")]
+        self.assertEqual(names, [["kqtest_net_dns.NetDNSTest.slow"], ["kqtest_net_dns.NetDNSCacheTest.a"],
+                                 ["kqtest_tools_kq.B.x"]])
 
     def test_Draw_SameSeedSameMutantsAndALargerCountHoldsTheSmaller(self):
         mutants = mutator.find_mutants("a.cpp", "void W()\n{\n" + "\n".join(f"    x = {n};" for n in range(50)) + "\n}\n")
