@@ -15,7 +15,8 @@ class NetIPControlEntry;
 class NetIPControlIndex;
 
 /// Walks a rule list from the top; the first rule that matches decides. What no rule matches is allowed, so an empty
-/// list allows everything, and IsDenied is always the opposite of IsAllowed.
+/// list allows everything, and IsDenied is always the opposite of IsAllowed. A list that has decided often answers from
+/// an index instead of being walked; its decisions and its name look-ups are the same.
 ///
 /// local is the server's own address of the connection, peer the client's. The forms without mail addresses pass over
 /// sender and recipient rules. In a reverse-host rule the rule's text alone is the pattern, and the name plain text,

@@ -216,6 +216,23 @@ TEST_F(FaultAccessTest, Decision_EachBlockOfTheIndexMissingOnce_SameAnswersAndAn
     EXPECT_GT(passing, 10U);
 }
 
+TEST_F(FaultAccessTest, Decisions_NoMemoryForTheIndexAtFirst_MadeLaterAndOnce)
+{
+    const NetIPControlQuery query(m_cache);
+    NetIPControl rules;
+    rules.Add(Rule("-ip=10.0.0.1"));
+    const auto decide = [&] {
+        for (int decision = 0; decision < 70; ++decision)
+            EXPECT_FALSE(query.IsAllowed(rules, LOCAL, NetIP("10.0.0.1")));
+    };
+    EXPECT_TRUE(StrikeBlock(0, decide));
+    EXPECT_TRUE(StrikeBlock(0, decide)) << "tried again";
+    decide();
+    EXPECT_FALSE(StrikeBlock(0, decide)) << "it is there";
+    rules.MoveTop(0);
+    EXPECT_TRUE(StrikeBlock(0, decide)) << "of other rules";
+}
+
 TEST_F(FaultAccessTest, ListChanges_EachBlockMissingOnce_DecidedByWhatTheListHolds)
 {
     const NetIPControlQuery query(m_cache);

@@ -350,7 +350,10 @@ TEST_F(NetAntiHammerTest, Construction_CapAboveTheMost_CutToIt)
         {
         }
     };
-    for (const ULONG cap : {static_cast<ULONG>(0x100000000ULL), ~ULONG{0}, NetAntiHammer::MAX_ENTRIES + 1}) {
+    std::vector<ULONG> caps = {~ULONG{0}, NetAntiHammer::MAX_ENTRIES + 1};
+    if (sizeof(ULONG) > 4)
+        caps.push_back(static_cast<ULONG>(0x100000000ULL));
+    for (const ULONG cap : caps) {
         HAMMER hammer(m_cache, cap);
         EXPECT_FALSE(hammer.AddFailedAttempt(PEER, LOCAL));
         Vector<NetAntiHammer::ENTRY> failed;

@@ -278,7 +278,8 @@ TEST_F(NetIPControlIndexTest, EveryChangeAfterTheIndex_DecidesAnew)
         EXPECT_EQ(IsAllowed(rules, peer), expected);
     };
     change([&] { rules.Update(1, Rule("+ip=10.0.0.3")); }, "10.0.0.3", true);
-    change([&] { rules.Remove(0); }, "10.0.0.3", true);
+    change([&] { rules.Remove(1); }, "10.0.0.3", false);
+    change([&] { rules.Update(0, Rule("+ip=10.0.0.3")); }, "10.0.0.3", true);
     change([&] { rules.MoveTop(1); }, "10.0.0.3", false);
     change([&] { rules.MoveBottom(0); }, "10.0.0.3", true);
     change([&] { rules.MoveUp(1); }, "10.0.0.3", false);
