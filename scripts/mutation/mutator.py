@@ -186,7 +186,7 @@ class BODY:
                 end = self._end_of_template(index)
                 alone.update(range(index, end + 1))
                 index = end
-            elif token.text == "[" and self.tokens[index + 1].text == "[":
+            elif token.text == "[" and (self.tokens[index + 1].text == "[" or self._is_array_declared(index)):
                 alone.update(range(index, self.pairs[index] + 1))
             index += 1
         return alone
@@ -200,6 +200,13 @@ class BODY:
                     break
             index += 1
         return min(index, self.last)
+
+    def _is_array_declared(self, index):
+        """char text[2 * 8 + 1]; more room does no harm."""
+        before = self.tokens[index - 2]
+        return self.tokens[index - 1].kind == "name" and \
+            (before.kind == "name" and before.text not in STATEMENTS or
+             before.text in (">", "*") and not self._is_spaced(index - 2))
 
     def _opens_template(self, index):
         """vector<int>: no blank on its left, a name before it."""
@@ -247,15 +254,9 @@ class BODY:
             self._add("constant", token.begin, token.end, WORDS[token.text])
         elif token.kind == "number":
             number = re.fullmatch(r"(0[xX][\da-fA-F']+|\d[\d']*)([uUlLzZ]*)", token.text)
-            if number and not self._is_size_of_array(index):
+            if number:
                 value = int(number[1].replace("'", ""), 0 if number[1][:2].lower() == "0x" else 10)
                 self._add("constant", token.begin, token.end, f"{value + 1}{number[2]}")
-
-    def _is_size_of_array(self, index):
-        """char text[64]; one more does no harm."""
-        return [self.tokens[at].text for at in (index - 1, index + 1)] == ["[", "]"] and \
-            self.tokens[index - 2].kind == "name" and (self.tokens[index - 3].kind == "name" or
-                                                       self.tokens[index - 3].text in (">", "*"))
 
     def _conditions(self):
         """The whole condition of an if or a loop the other way round."""

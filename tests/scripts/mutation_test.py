@@ -141,7 +141,8 @@ class LeftAlone(unittest.TestCase):
         self.assertEqual(mutator.find_mutants("a.cpp", "bool operator<(A a, B b)\n{\n    return Less(a, b);\n}\n"), [])
 
     def test_SizeOfAnArray(self):
-        self.assertEqual(changes("char text[64];"), [])
+        self.assertEqual(changes("char text[64];\nstd::array<char, 4>* a[2 * 8 + 1];"), [])
+        self.assertEqual(changes("text[64]->Work();"), ["{{text[64]->Work() => }};", "text[{{64 => 65}}]->Work();"])
 
 
 class OnOurSources(unittest.TestCase):
@@ -298,7 +299,7 @@ def case(name, seconds, program="kqtest_net_dns", filtered=True):
 
 class Books(unittest.TestCase):
     def test_Batches_OwnFolderFirstThenTheQuickOnes(self):
-        cases = [case("A.slow", 5), case("B.x", 0.1, "kqtest_tools_kq"), case("A.a", 0.1), case("A.b", 0.2),
+        cases = [case("A.slow", 9), case("B.x", 0.1, "kqtest_tools_kq"), case("A.a", 0.1), case("A.b", 0.2),
                  case("live", 9, "python3", False)]
         names = [[one.name for one in group] for group in worker.batches(cases, "net/dns/NetDNS.cpp")]
         self.assertEqual(names, [["kqtest_net_dns.A.a", "kqtest_net_dns.A.b"], ["kqtest_net_dns.A.slow"],
@@ -315,6 +316,8 @@ class Books(unittest.TestCase):
         first = [mutant.key for mutant in worker.draw(mutants, 10, 7)]
         self.assertEqual(first, [mutant.key for mutant in worker.draw(mutants[::-1], 20, 7)][:10])
         self.assertNotEqual(first, [mutant.key for mutant in worker.draw(mutants, 10, 8)])
+        gone = [mutant for mutant in mutants if mutant.key != first[0]]
+        self.assertEqual(first[1:], [mutant.key for mutant in worker.draw(gone, 9, 7)])
         self.assertEqual(len(worker.draw(mutants, 0, 7)), len(mutants))
 
     def test_Results_OnlyThoseOfThisStateAreKnownAgain(self):
