@@ -78,8 +78,11 @@ bool EventLogFile::WriteLine(std::string line)
 
 bool EventLogFile::sRotate(const FilePath& path, ULONG keep)
 {
-    if (keep == 0)
-        return FileAccess::sDelete(path);
+    // Emptied and not deleted: a name that is deleted while the file is open stays there on some systems.
+    if (keep == 0) {
+        FileAccess file;
+        return file.Open(path, FileAccess::AM_WRITE, false, true);
+    }
     // 1. Find the first number that is free; the file of the last one that may be kept is overwritten.
     ULONG free = 1;
     while (free < keep && Exists(GetOldPath(path, free)))

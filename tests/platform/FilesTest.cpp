@@ -137,10 +137,17 @@ TEST_F(FilesTest, IsFileAt_UntilItIsMovedDeletedOrReplaced)
     EXPECT_FALSE(IsFileAt(file, GetPath("b").c_str()));
     EXPECT_TRUE(ReplaceFileBy(GetPath("a").c_str(), GetPath("c").c_str()));
     EXPECT_FALSE(IsFileAt(file, GetPath("a").c_str()));
-    EXPECT_TRUE(IsFileAt(file, GetPath("c").c_str()));
     EXPECT_TRUE(ReplaceFileBy(GetPath("b").c_str(), GetPath("a").c_str()));
     EXPECT_FALSE(IsFileAt(file, GetPath("a").c_str()));
     EXPECT_FALSE(IsFileAt(INVALID_FILE_HANDLE, GetPath("a").c_str()));
+    CloseFile(file);
+}
+
+TEST_F(FilesTest, IsFileAt_MovedWhileOpen_AtItsNewPlace)
+{
+    const FileHandle file = OpenFileToAppend(GetPath("a").c_str(), FileRights::USUAL);
+    EXPECT_TRUE(ReplaceFileBy(GetPath("a").c_str(), GetPath("b").c_str()));
+    EXPECT_TRUE(IsFileAt(file, GetPath("b").c_str()));
     CloseFile(file);
 }
 

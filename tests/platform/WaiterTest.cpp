@@ -169,6 +169,34 @@ TEST_F(WaiterTest, Wake_TwoThreadsAnswerEachOther_NoneIsLost)
     EXPECT_FALSE(failed) << round;
 }
 
+// The waker watches for the moment at which the wait begins, and comes a little later each time.
+TEST_F(WaiterTest, Wake_JustAsTheWaitBegins_NoneIsLost)
+{
+    constexpr std::uint32_t ROUNDS = 100000;
+    constexpr std::uint32_t LATEST = 200; // passes of an empty loop
+    constexpr std::uint32_t PATIENCE = 2000;
+    std::atomic<std::uint32_t> begun{0};
+    std::atomic<bool> failed{false};
+    std::thread waker([&] {
+        for (std::uint32_t round = 1; round <= ROUNDS && !failed; ++round) {
+            for (std::uint32_t looks = 1; begun < round && !failed; ++looks)
+                if (looks % PATIENCE == 0)
+                    std::this_thread::yield();
+            for (volatile std::uint32_t late = 0; late < round % LATEST; late = late + 1)
+                ;
+            m_waiter.Wake();
+        }
+    });
+    std::uint32_t round = 1;
+    for (; round <= ROUNDS && !failed; ++round) {
+        begun = round;
+        if (m_waiter.Wait(LONG_MS, m_woken) != WaitResult::READY || !m_woken)
+            failed = true;
+    }
+    waker.join();
+    EXPECT_FALSE(failed) << round;
+}
+
 // Wake-ups that come whenever they like, at each point of a wait: after each one, what it told of must be seen. Now and
 // then the waker stands still until it is, so that no later wake-up makes good for one that was lost.
 TEST_F(WaiterTest, Wake_AMillionTimesAgainstWaits_NoneIsLost)

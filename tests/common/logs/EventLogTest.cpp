@@ -441,7 +441,7 @@ TEST_F(EventLogRotationTest, RotateBytes_LineLongerThanThat_HasAFileOfItsOwn)
     EXPECT_EQ(xLetters("events.log"), "b");
 }
 
-TEST_F(EventLogRotationTest, OldFilesZero_TheFileIsBegunAnew)
+TEST_F(EventLogRotationTest, OldFilesZero_TheFileIsEmptied)
 {
     EventLog log;
     log.SetSettings(xRotating(2 * SHORT_LINE, 0));
@@ -640,7 +640,7 @@ TEST_F(EventLogRotationTest, Reopen_DisabledOrUnusable_False)
     EXPECT_TRUE(log.IsOpen());
 }
 
-TEST_F(EventLogRotationTest, ReopenWhenMoved_MovedOrDeleted_NewFile)
+TEST_F(EventLogRotationTest, ReopenWhenMoved_Moved_NewFile)
 {
     EventLogSettings settings = xSettings();
     settings.SetReopenWhenMoved(true);
@@ -651,9 +651,18 @@ TEST_F(EventLogRotationTest, ReopenWhenMoved_MovedOrDeleted_NewFile)
     xPrintLetters(log, "bc");
     EXPECT_EQ(xLetters("moved"), "a");
     EXPECT_EQ(xLetters("events.log"), "bc");
+}
+
+TEST_F(EventLogRotationTest, ReopenWhenMoved_Deleted_NewFile)
+{
+    EventLogSettings settings = xSettings();
+    settings.SetReopenWhenMoved(true);
+    EventLog log;
+    log.SetSettings(settings);
+    xPrintLetters(log, "a");
     std::filesystem::remove(m_folder / "events.log");
-    xPrintLetters(log, "d");
-    EXPECT_EQ(xLetters("events.log"), "d");
+    xPrintLetters(log, "b");
+    EXPECT_EQ(xLetters("events.log"), "b");
 }
 
 TEST_F(EventLogRotationTest, ReopenWhenMoved_AnotherFileInItsPlace_AppendedTo)
