@@ -1,4 +1,5 @@
 // The wait for sockets, for a wake-up from another thread, and for a time, whichever comes first.
+// Inside the library only.
 #pragma once
 
 #include "platform/Export.h"

@@ -23,6 +23,9 @@ public:
     const FilePath& GetKeyFile() const { return m_keyFile; }
 
     /// Sees to it that both files are there; makes them if they are to be made. False: error says what is missing.
+    /// Whether two files (PEM) can be read, hold a certificate and a key without a pass phrase, and belong together.
+    /// False: error names the file and what is wrong.
+    [[nodiscard]] static bool sCheckPair(const FilePath& file, const FilePath& keyFile, String& error);
     [[nodiscard]] bool Provide(String& error) const;
 
 private:

@@ -1,7 +1,8 @@
 // FtpServer: a whole kqftpd, from its settings.
 #include "hosts/ftp/FtpServer.h"
 
-#include "hosts/ftpcommon/FtpPaths.h"
+#include "hosts/ftp/FtpLogFolder.h"
+#include "hosts/ftp/FtpSettingsCheck.h"
 #include "net/ports/NetPortBinds.h"
 #include "net/sockets/NetTCPSSL.h"
 
@@ -14,15 +15,14 @@ namespace {
 /// Sessions that the service may have besides those with a place: they hear why they are refused, or leave.
 constexpr ULONG DOORWAY = 256;
 
-/// Opens the event log and both data logs in the settings' folder, which is made when it is missing. A folder that
-/// cannot be had costs the logs, not the service.
-void OpenLogs(FtpService& service, const FtpSettings& settings)
+/// Opens the event log and both data logs in the settings' folder, which is made when it is missing. False: error says
+/// why there are no logs.
+bool OpenLogs(FtpService& service, const FtpSettings& settings, String& error)
 {
     const FilePath& folder = settings.GetLogFolder();
     if (folder.empty())
-        return;
-    std::error_code ignored;
-    std::filesystem::create_directories(ToStdPath(folder), ignored);
+        return true;
+    const bool isUsable = FtpLogFolder::sProvide(folder, error);
     EventLogSettings events;
     events.SetEnabled(true);
     events.SetFolder(folder);
@@ -31,6 +31,9 @@ void OpenLogs(FtpService& service, const FtpSettings& settings)
     service.SetLogModeNormal(events, true);
     service.SetLogLosses(true);
     service.SetMonitoringEnabled(folder, "kqftpd-", "activity", "sessions");
+    if (isUsable && !service.GetEventLog().IsOpen())
+        error = "log_folder: kqftpd.log cannot be opened in " + folder.GetText();
+    return isUsable && service.GetEventLog().IsOpen();
 }
 
 /// The ports that a service listens on, with the numbers that the system has given them.
@@ -70,16 +73,20 @@ FtpServer::~FtpServer()
 bool FtpServer::Start(const FtpSettings& settings, String& error)
 {
     Stop();
-    Messages messages;
-    if (!settings.CheckErrors(messages)) {
-        error = FtpSettings::sGetErrorText(messages.Get(0));
+    error = settings.FindError();
+    if (!error.empty())
         return false;
-    }
     const auto config = std::make_shared<const FtpConfig>(settings);
     if (settings.IsTLSWanted() && !config->certificate.Provide(error))
         return false;
     m_service = std::make_unique<FtpService>(m_pool, m_cache, config);
-    OpenLogs(*m_service, settings);
+    String logError;
+    if (!OpenLogs(*m_service, settings, logError) && settings.GetRequireLogs()) {
+        error = logError;
+        Stop();
+        return false;
+    }
+    Messages messages;
     if (!m_service->Start(messages)) {
         error = "the service's threads cannot be started";
         Stop();
@@ -89,6 +96,9 @@ bool FtpServer::Start(const FtpSettings& settings, String& error)
         Stop();
         return false;
     }
+    m_warnings = FtpSettingsCheck::sFindHomeFaults(settings);
+    if (!logError.empty())
+        m_warnings.push_back(logError);
     return true;
 }
 
@@ -100,6 +110,7 @@ bool FtpServer::Reload(const FtpSettings& settings, String& error)
     if (!xListen(settings, error))
         return false;
     m_service->SetConfig(config);
+    m_warnings = FtpSettingsCheck::sFindHomeFaults(settings);
     return true;
 }
 

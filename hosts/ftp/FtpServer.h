@@ -1,6 +1,7 @@
 // FtpServer: a whole kqftpd, from its settings.
 #pragma once
 
+#include "common/STRINGS.h"
 #include "common/ThreadPool.h"
 #include "hosts/ftp/FtpService.h"
 #include "net/dns/NetDNSCache.h"
@@ -22,13 +23,17 @@ public:
     FtpServer(const FtpServer&) = delete;
     FtpServer& operator=(const FtpServer&) = delete;
 
-    /// Opens the logs and the ports. False: error says why, nothing runs.
+    /// Opens the logs and the ports. False: error says why, nothing runs. GetWarnings tells what is not as it should be
+    /// all the same.
     [[nodiscard]] bool Start(const FtpSettings& settings, String& error);
     /// Takes over changed settings: ports and limits at once, everything else for sessions that begin from now on; the
     /// log folder stays. All or nothing: false, when the certificate or a port cannot be had, has changed nothing.
     [[nodiscard]] bool Reload(const FtpSettings& settings, String& error);
     /// Closes the ports, ends every session, writes the logs out.
     void Stop();
+
+    /// Of the last Start or Reload that succeeded: logs that cannot be had, homes that cannot be entered.
+    const STRINGS& GetWarnings() const { return m_warnings; }
 
     bool IsRunning() const { return m_service != nullptr; }
     /// Only while running.
@@ -42,6 +47,7 @@ private:
     ThreadPool m_pool;
     NetDNSCache m_cache;
     std::unique_ptr<FtpService> m_service;
+    STRINGS m_warnings;
     String m_listen;   // the bindings that are open; empty: none, or not those that the settings ask for
     ULONG m_limit = 0; // of the service's sessions
 };

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
@@ -134,6 +135,7 @@ constexpr KEY SERVER_KEYS[] = {
     {"block_time_ms", FORM::NUMBER},
     {"greeting", FORM::TEXT},
     {"log_folder", FORM::TEXT},
+    {"require_logs", FORM::FLAG},
     {"log_debug", FORM::FLAG},
     {"connection_rules", FORM::RULES},
     {"hammer_attempts", FORM::NUMBER},
@@ -150,6 +152,67 @@ constexpr KEY SERVER_KEYS[] = {
 constexpr KEY USER_KEYS[] = {
     {"name", FORM::TEXT},   {"password", FORM::TEXT},  {"home", FORM::TEXT},
     {"rights", FORM::TEXT}, {"anonymous", FORM::FLAG},
+};
+
+/// What an error in an account ends with.
+String NameAccount(const String& name)
+{
+    return name.empty() ? String() : " (account \"" + MakeVisible(name) + "\")";
+}
+
+String NameAccount(const JSON& user)
+{
+    const auto name = user.is_object() ? user.find("name") : user.end();
+    return user.is_object() && name != user.end() && name->is_string() ? NameAccount(String(name->get<std::string>()))
+                                                                       : String();
+}
+
+/// Finds a key that stands twice in one object, of which the later one would silently win. Handed to the JSON reader,
+/// which calls it for each thing that it has read.
+class TwinFinder
+{
+public:
+    bool operator()(int, JSON::parse_event_t event, JSON& value)
+    {
+        using EVENT = JSON::parse_event_t;
+        if (event == EVENT::object_start || event == EVENT::array_start)
+            xEnter(event == EVENT::array_start);
+        else if (event == EVENT::object_end || event == EVENT::array_end)
+            m_levels.pop_back();
+        else if (event == EVENT::key)
+            xNoteKey(value.get<std::string>());
+        return true;
+    }
+    /// "users[1].home" and the like; empty: none.
+    const String& GetTwin() const { return m_twin; }
+
+private:
+    struct LEVEL
+    {
+        bool isList;
+        ULONG8 count = 0; // objects and lists in a list so far
+        std::string key;  // the last one
+        std::set<std::string> keys;
+    };
+
+    void xEnter(bool isList)
+    {
+        if (!m_levels.empty())
+            ++m_levels.back().count;
+        m_levels.push_back({isList, 0, {}, {}});
+    }
+    void xNoteKey(const std::string& key)
+    {
+        m_levels.back().key = key;
+        if (m_levels.back().keys.insert(key).second || !m_twin.empty())
+            return;
+        for (const LEVEL& level : m_levels)
+            m_twin += level.isList ? "[" + String::sToString(level.count - 1) + "]"
+                                   : (m_twin.empty() ? "" : ".") + MakeVisible(level.key);
+    }
+
+    std::vector<LEVEL> m_levels;
+    String m_twin;
 };
 
 /// Puts a person's JSON into a settings set, refusing every key and every form that is not in the table.
@@ -225,8 +288,10 @@ private:
         ULONG8 number = 0;
         for (const JSON& user : list) {
             const String where = path + "[" + String::sToString(number++) + "]";
-            if (!ReadObject(user, USER_KEYS, where, *users->AddSet(SettingsTransportSet::UNNAMED)))
+            if (!ReadObject(user, USER_KEYS, where, *users->AddSet(SettingsTransportSet::UNNAMED))) {
+                m_error += NameAccount(user);
                 return false;
+            }
         }
         return true;
     }
@@ -329,6 +394,14 @@ bool IsWithoutBlanks(const String& text)
     return !HasControlCharacter(text) && text.find(' ') == String::npos;
 }
 
+/// True for the name of a host, and for an address; what consists of digits and dots must be one.
+bool IsHost(const String& text)
+{
+    NetIP address;
+    const bool isNumeric = text.str().find_first_not_of("0123456789.") == std::string::npos;
+    return IsWithoutBlanks(text) && (!isNumeric || (address.Set(text) && address.IsIP4()));
+}
+
 /// A line of port bindings reads any text as something; what is written by a person must be "address:port" or a port.
 bool IsListenLine(const String& line)
 {
@@ -338,7 +411,8 @@ bool IsListenLine(const String& line)
         const String::size_type colon = item.find(':');
         const String port = colon == String::npos ? item : item.substr(colon + 1);
         USHORT number = 0;
-        return colon != 0 && (port == "0" || ParsePort(port, number));
+        const bool isHost = colon == String::npos || (colon != 0 && IsHost(item.substr(0, colon)));
+        return isHost && (port == "0" || ParsePort(port, number));
     });
 }
 
@@ -450,12 +524,12 @@ bool FtpSettings::IsSame(const SettingsTransferable& other) const
            m_externalAddress == that->m_externalAddress && m_idleSecs == that->m_idleSecs &&
            m_stallSecs == that->m_stallSecs && m_connectSecs == that->m_connectSecs &&
            m_loginAttempts == that->m_loginAttempts && m_blockTimeMs == that->m_blockTimeMs &&
-           m_greeting == that->m_greeting && m_logFolder == that->m_logFolder && m_logDebug == that->m_logDebug &&
-           m_connectionRules == that->m_connectionRules && m_hammerAttempts == that->m_hammerAttempts &&
-           m_hammerWindowSecs == that->m_hammerWindowSecs && m_hammerBlockSecs == that->m_hammerBlockSecs &&
-           m_hammerExemptions == that->m_hammerExemptions && m_maxSessionsPerAddress == that->m_maxSessionsPerAddress &&
-           m_updateHost == that->m_updateHost && m_updatePort == that->m_updatePort &&
-           m_updatePath == that->m_updatePath && m_users == that->m_users;
+           m_greeting == that->m_greeting && m_logFolder == that->m_logFolder && m_requireLogs == that->m_requireLogs &&
+           m_logDebug == that->m_logDebug && m_connectionRules == that->m_connectionRules &&
+           m_hammerAttempts == that->m_hammerAttempts && m_hammerWindowSecs == that->m_hammerWindowSecs &&
+           m_hammerBlockSecs == that->m_hammerBlockSecs && m_hammerExemptions == that->m_hammerExemptions &&
+           m_maxSessionsPerAddress == that->m_maxSessionsPerAddress && m_updateHost == that->m_updateHost &&
+           m_updatePort == that->m_updatePort && m_updatePath == that->m_updatePath && m_users == that->m_users;
 }
 
 bool FtpSettings::ReadFile(const FilePath& file, String& error)
@@ -474,23 +548,50 @@ bool FtpSettings::ReadFile(const FilePath& file, String& error)
 bool FtpSettings::ReadJson(const String& json, String& error)
 {
     JSON root;
+    TwinFinder twins;
     try {
-        root = JSON::parse(json.str());
+        root = JSON::parse(json.str(), std::ref(twins));
     } catch (const JSON::exception& failure) {
         error = String("not valid JSON: ") + failure.what();
+        return false;
+    }
+    if (!twins.GetTwin().empty()) {
+        error = twins.GetTwin() + ": is there twice";
         return false;
     }
     SettingsTransportSet set;
     FtpSettings read;
     if (!JsonReader(error).ReadObject(root, SERVER_KEYS, String(), set) || !read.ReadFrom(set))
         return false;
-    Messages messages;
-    if (!read.CheckErrors(messages)) {
-        error = sGetErrorText(messages.Get(0));
+    if (const String found = read.FindError(); !found.empty()) {
+        error = found;
         return false;
     }
     *this = read;
     return true;
+}
+
+String FtpSettings::FindError() const
+{
+    Messages messages;
+    if (CheckErrors(messages))
+        return {};
+    const int code = messages.Get(0);
+    std::set<String> names;
+    for (std::size_t i = 0; i < m_users.size(); ++i) {
+        const String& name = m_users[i].GetName();
+        Messages own;
+        if (code == SAME_NAME && !names.insert(name).second)
+            return sGetErrorText(code) + NameAccount(name);
+        if (m_users[i].CheckErrors(own) || own.Get(0) != code)
+            continue;
+        // "users.home: ..." becomes "users[0].home: ..."
+        const String text = sGetErrorText(code);
+        const String::size_type dot = text.find('.');
+        return text.substr(0, dot) + "[" + String::sToString(static_cast<ULONG8>(i)) + "]" + text.substr(dot) +
+               NameAccount(name);
+    }
+    return sGetErrorText(code);
 }
 
 String FtpSettings::sGetErrorText(int code)
@@ -543,6 +644,7 @@ bool FtpSettings::xWriteTo(SettingsTransportSet& set) const
     set.AddULONG("block_time_ms", m_blockTimeMs);
     set.AddString("greeting", m_greeting);
     set.AddString("log_folder", m_logFolder.GetText());
+    set.AddBool("require_logs", m_requireLogs);
     set.AddBool("log_debug", m_logDebug);
     set.AddSettings("connection_rules", m_connectionRules);
     set.AddULONG("hammer_attempts", m_hammerAttempts);
@@ -582,6 +684,7 @@ bool FtpSettings::xReadFrom(const SettingsTransportSet& set)
     ReadNumber(set, "block_time_ms", m_blockTimeMs);
     set.GetString("greeting", m_greeting);
     ReadPath(set, "log_folder", m_logFolder);
+    set.GetBool("require_logs", m_requireLogs);
     set.GetBool("log_debug", m_logDebug);
     ReadRules(set, "connection_rules", m_connectionRules);
     ReadNumber(set, "hammer_attempts", m_hammerAttempts);

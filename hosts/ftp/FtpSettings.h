@@ -80,6 +80,9 @@ public:
     [[nodiscard]] bool ReadFile(const FilePath& file, String& error);
     /// The same from a text; relative folders stay as they are.
     [[nodiscard]] bool ReadJson(const String& json, String& error);
+    /// The first thing that CheckErrors finds wrong, as a sentence that names the key, and the account if it is one of
+    /// an account; empty when it finds nothing.
+    String FindError() const;
     /// The sentence for a code of CheckErrors; it names the key.
     static String sGetErrorText(int code);
 
@@ -151,6 +154,9 @@ public:
     /// Where the event log and the data logs go; empty: no logs.
     const FilePath& GetLogFolder() const { return m_logFolder; }
     void SetLogFolder(const FilePath& folder) { m_logFolder = folder; }
+    /// No start without logs; otherwise the server serves, and says that it has none.
+    bool GetRequireLogs() const { return m_requireLogs; }
+    void SetRequireLogs(bool require) { m_requireLogs = require; }
     bool GetLogDebug() const { return m_logDebug; }
     void SetLogDebug(bool debug) { m_logDebug = debug; }
     /// Who may connect at all; what no rule matches may.
@@ -210,6 +216,7 @@ private:
     std::uint32_t m_blockTimeMs = 2;
     String m_greeting = "kqftpd ready";
     FilePath m_logFolder;
+    bool m_requireLogs = false;
     bool m_logDebug = false;
     NetIPControl m_connectionRules;
     std::uint32_t m_hammerAttempts = 5;

@@ -1,6 +1,7 @@
 // kqftpd: the command line.
 #include "hosts/ftp/FtpPassword.h"
 #include "hosts/ftp/FtpServer.h"
+#include "hosts/ftp/FtpSettingsCheck.h"
 #include "hosts/ftp/app/Demonstration.h"
 #include "hosts/ftp/app/UpdateCheck.h"
 #include "platform/Memory.h"
@@ -117,6 +118,26 @@ bool Start(const OPTIONS& options, FtpServer& server, FtpSettings& settings, Str
     return false;
 }
 
+/// Looks at everything that the settings name.
+int CheckOnly(const OPTIONS& options, const FtpSettings& settings)
+{
+    NetSocket::sStartSockets();
+    const STRINGS faults = FtpSettingsCheck::sFindFaults(settings);
+    NetSocket::sEndSockets();
+    for (const String& fault : faults)
+        Fail(EXIT_SETTINGS, String(options.settingsFile) + ": " + fault);
+    if (!faults.empty())
+        return EXIT_SETTINGS;
+    std::cout << "settings are good" << std::endl;
+    return EXIT_OK;
+}
+
+void PrintWarnings(const FtpServer& server)
+{
+    for (const String& warning : server.GetWarnings())
+        std::cerr << "kqftpd: warning: " << warning.c_str() << std::endl;
+}
+
 /// Says where it listens; who started it reads that.
 void PrintPorts(FtpServer& server, bool portFirst)
 {
@@ -150,10 +171,12 @@ void Reload(const OPTIONS& options, FtpServer& server)
     String error;
     if (options.settingsFile.empty())
         return; // a demonstration has nothing to read again
-    if (ReadSettings(options, settings, error) && server.Reload(settings, error))
-        PrintPorts(server, false);
-    else
-        Fail(EXIT_SETTINGS, error); // and on with the settings in use
+    if (!ReadSettings(options, settings, error) || !server.Reload(settings, error)) {
+        Fail(EXIT_SETTINGS, error + "; nothing was changed");
+        return;
+    }
+    PrintWarnings(server);
+    PrintPorts(server, false);
 }
 
 int Serve(const OPTIONS& options, FtpSettings& settings)
@@ -166,6 +189,7 @@ int Serve(const OPTIONS& options, FtpSettings& settings)
         return Fail(EXIT_START, error);
     if (!Start(options, server, settings, error))
         return Fail(EXIT_START, error);
+    PrintWarnings(server);
     PrintPorts(server, options.printPort);
     if (isDemonstration)
         PrintHowToTry(server, settings);
@@ -200,10 +224,8 @@ int main(int argc, char** argv)
     String error;
     if (!ReadSettings(options, settings, error))
         return Fail(EXIT_SETTINGS, error);
-    if (options.checkOnly) {
-        std::cout << "settings are good" << std::endl;
-        return EXIT_OK;
-    }
+    if (options.checkOnly)
+        return CheckOnly(options, settings);
     if (options.checkUpdate)
         return CheckUpdate(settings);
     return Serve(options, settings);

@@ -245,16 +245,64 @@ TEST_F(FtpServerLife, Start_BadSettings_Refused)
     EXPECT_TRUE(error.StartsWith("block_time_ms:"));
 }
 
-TEST_F(FtpServerLife, LogFolder_CannotBeMade_ServerServes)
+TEST_F(FtpServerLife, LogFolder_CannotBeUsed_ServerServesAndSaysSo)
+{
+    WriteHomeFile("notafolder", "");
+    const struct
+    {
+        std::filesystem::path folder;
+        std::string warning;
+    } cases[] = {{Home() / "notafolder", " is not a folder"}, {Home() / "notafolder/below", " cannot be made"}};
+    for (const auto& each : cases) {
+        m_settings.SetLogFolder(FromStdPath(each.folder));
+        Start();
+        FtpTestClient client = LogIn();
+        std::string bytes;
+        EXPECT_EQ(client.Download("NLST", bytes), 226);
+        EXPECT_EQ(client.Code("QUIT"), 221);
+        EXPECT_TRUE(WaitNoSessions());
+        ASSERT_EQ(m_server.GetWarnings().size(), 1U);
+        EXPECT_EQ(m_server.GetWarnings()[0].str(),
+                  "log_folder: " + FromStdPath(each.folder).GetText().str() + each.warning);
+    }
+}
+
+TEST_F(FtpServerLife, LogFolder_CannotBeUsedAndIsRequired_Refused)
 {
     WriteHomeFile("notafolder", "");
     m_settings.SetLogFolder(FromStdPath(Home() / "notafolder"));
+    m_settings.SetRequireLogs(true);
+    String error;
+    EXPECT_FALSE(m_server.Start(m_settings, error));
+    EXPECT_FALSE(m_server.IsRunning());
+    EXPECT_TRUE(error.StartsWith("log_folder: ")) << error.c_str();
+    m_settings.SetLogFolder(FromStdPath(m_folder / "logs/deep"));
     Start();
-    FtpTestClient client = LogIn();
-    std::string bytes;
-    EXPECT_EQ(client.Download("NLST", bytes), 226);
-    EXPECT_EQ(client.Code("QUIT"), 221);
-    EXPECT_TRUE(WaitNoSessions());
+    EXPECT_TRUE(m_server.GetWarnings().empty());
+}
+
+TEST_F(FtpServerLife, LogFileOfAnotherKind_CannotBeOpened_SaidSo)
+{
+    std::filesystem::create_directories(m_folder / "logs/kqftpd.log");
+    Start();
+    ASSERT_EQ(m_server.GetWarnings().size(), 1U);
+    EXPECT_TRUE(m_server.GetWarnings()[0].StartsWith("log_folder: kqftpd.log cannot be opened in "));
+}
+
+TEST_F(FtpServerLife, HomeMissing_OthersAreServedAndItIsSaid)
+{
+    FtpUserSettings lost = User("lost", "read");
+    lost.SetHome(FromStdPath(m_folder / "nowhere"));
+    m_settings.SetUsers({User("admin", "read"), lost});
+    Start();
+    EXPECT_EQ(LogIn().Code("NOOP"), 200);
+    ASSERT_EQ(m_server.GetWarnings().size(), 1U);
+    EXPECT_EQ(m_server.GetWarnings()[0], "users[1].home: " + FromStdPath(m_folder / "nowhere").GetText() +
+                                             ": No such file or folder (account \"lost\")");
+    String error;
+    m_settings.SetUsers({User("admin", "read")});
+    EXPECT_TRUE(m_server.Reload(m_settings, error));
+    EXPECT_TRUE(m_server.GetWarnings().empty());
 }
 
 TEST_F(FtpServerLife, BlockTime_Raised_SessionsWorkAlike)

@@ -55,7 +55,7 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
     ASSERT_TRUE(settings.ReadJson(WithGuest(R"(, "listen": "127.0.0.1:21, 10.0.0.1:2121", "max_sessions": 7,
         "passive_ports": "50000-50010", "external_address": "1.2.3.4", "idle_timeout_secs": 11,
         "stall_timeout_secs": 12, "connect_timeout_secs": 13, "login_attempts": 4, "block_time_ms": 100,
-        "greeting": "Hello", "log_folder": "/var/log/x", "log_debug": true,
+        "greeting": "Hello", "log_folder": "/var/log/x", "require_logs": true, "log_debug": true,
         "update_host": "updates.example", "update_port": 8080, "update_path": "/v.txt",
         "listen_tls": "127.0.0.1:990, 991", "offer_tls": true, "require_tls": true, "require_tls_farewell": false,
         "tls_certificate": "/etc/x.crt",
@@ -77,6 +77,7 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
     EXPECT_EQ(settings.GetBlockTimeMs(), 100U);
     EXPECT_EQ(settings.GetGreeting(), "Hello");
     EXPECT_EQ(settings.GetLogFolder().GetText(), "/var/log/x");
+    EXPECT_TRUE(settings.GetRequireLogs());
     EXPECT_TRUE(settings.GetLogDebug());
     EXPECT_EQ(settings.GetUpdateHost(), "updates.example");
     EXPECT_EQ(settings.GetUpdatePort(), 8080U);
@@ -119,7 +120,35 @@ TEST(FtpSettings, ReadJson_TLSKeysThatDoNotGoTogether_NamedInTheError)
 TEST(FtpSettings, ReadJson_UnknownKey_NamedInTheError)
 {
     EXPECT_EQ(ErrorOf(WithGuest(", \"lisen\": \"x\"")), "lisen: is not a known key");
-    EXPECT_EQ(ErrorOf(R"({"users": [{"name": "a", "hom": "/"}]})"), "users[0].hom: is not a known key");
+    EXPECT_EQ(ErrorOf(R"({"users": [{"name": "a", "hom": "/"}]})"), "users[0].hom: is not a known key (account \"a\")");
+}
+
+TEST(FtpSettings, ReadJson_SameKeyTwice_NamedInTheError)
+{
+    EXPECT_EQ(ErrorOf(WithGuest(R"(, "greeting": "a", "greeting": "b")")), "greeting: is there twice");
+    EXPECT_EQ(ErrorOf(WithGuest(R"(, "users": [])")), "users: is there twice");
+    EXPECT_EQ(ErrorOf(R"({"users": [{"name": "a", "home": "/", "anonymous": true},
+                                    {"name": "b", "home": "/", "home": "/srv", "anonymous": true}]})"),
+              "users[1].home: is there twice");
+    EXPECT_EQ(ErrorOf(R"({"a\nb": 1, "a\nb": 2})"), "a?b: is there twice");
+}
+
+TEST(FtpSettings, ReadJson_ErrorInAnAccount_NamesIt)
+{
+    const auto with = [](const char* second) {
+        return ErrorOf(String("{\"users\": [") + GUEST + ", " + second + "]}");
+    };
+    EXPECT_EQ(with(R"({"name": "bob", "home": "", "anonymous": true})"),
+              "users[1].home: must name a folder (account \"bob\")");
+    EXPECT_EQ(with(R"({"name": "bob", "home": "/b", "anonymous": true, "rights": "all"})"),
+              "users[1].rights: only read, write, delete and admin are known (account \"bob\")");
+    EXPECT_EQ(with(R"({"name": "bob", "home": "/b"})"),
+              "users[1].password: missing, and the account is not anonymous (account \"bob\")");
+    EXPECT_EQ(with(R"({"name": "guest", "home": "/b", "anonymous": true})"),
+              "users: two accounts have the same name (account \"guest\")");
+    EXPECT_EQ(with(R"({"home": "/b", "anonymous": true})"),
+              "users[1].name: must be from 1 to 31 characters without control characters");
+    EXPECT_EQ(with(R"({"name": "bob", "home": 1})"), "users[1].home: must be a text in quotes (account \"bob\")");
 }
 
 TEST(FtpSettings, ReadJson_WrongType_NamedInTheError)
@@ -159,6 +188,10 @@ TEST(FtpSettings, ReadJson_BadValues_NamedInTheError)
         {", \"listen\": \"127.0.0.1\"", "listen:"},
         {", \"listen\": \"127.0.0.1:\"", "listen:"},
         {", \"listen\": \":21\"", "listen:"},
+        {", \"listen\": \"999.1.1.1:21\"", "listen:"},
+        {", \"listen\": \"1.2.3:21\"", "listen:"},
+        {", \"listen\": \"127.0.0.1:21, 1.2.3.4.5:21\"", "listen:"},
+        {", \"listen\": \"a b:21\"", "listen:"},
         {", \"listen\": \"127.0.0.1:21x\"", "listen:"},
         {", \"listen\": \"127.0.0.1:21, 127.0.0.1:65536\"", "listen:"},
         {", \"max_sessions\": 0", "max_sessions:"},
@@ -202,13 +235,13 @@ TEST(FtpSettings, ReadJson_BadAccounts_NamedInTheError)
         const char* start;
     } cases[] = {
         {"", "users: needs"},
-        {R"({"name": "", "home": "/x", "anonymous": true})", "users.name:"},
-        {R"({"name": "12345678901234567890123456789012", "home": "/x", "anonymous": true})", "users.name:"},
-        {R"({"name": "a\u0001", "home": "/x", "anonymous": true})", "users.name:"},
-        {R"({"name": "a", "anonymous": true})", "users.home:"},
-        {R"({"name": "a", "home": "/x", "anonymous": true, "rights": "read,fly"})", "users.rights:"},
-        {R"({"name": "a", "home": "/x"})", "users.password: missing"},
-        {R"({"name": "a", "home": "/x", "password": "plain"})", "users.password: must"},
+        {R"({"name": "", "home": "/x", "anonymous": true})", "users[0].name:"},
+        {R"({"name": "12345678901234567890123456789012", "home": "/x", "anonymous": true})", "users[0].name:"},
+        {R"({"name": "a\u0001", "home": "/x", "anonymous": true})", "users[0].name:"},
+        {R"({"name": "a", "anonymous": true})", "users[0].home:"},
+        {R"({"name": "a", "home": "/x", "anonymous": true, "rights": "read,fly"})", "users[0].rights:"},
+        {R"({"name": "a", "home": "/x"})", "users[0].password: missing"},
+        {R"({"name": "a", "home": "/x", "password": "plain"})", "users[0].password: must"},
         {R"({"name": "a", "home": "/x", "anonymous": true}, {"name": "a", "home": "/y", "anonymous": true})",
          "users: two"},
     };

@@ -182,6 +182,22 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual(missing.returncode, 2)
         self.assertIn("/nowhere/ftp.json: cannot be read", missing.stderr)
 
+    def test_check_names_everything_that_cannot_work(self):
+        path = self.write_settings(listen="203.0.113.7:2121", tls_certificate="a.crt", tls_key="a.key")
+        os.rmdir(self.home)
+        bad = run("--settings", path, "--check")
+        self.assertEqual((bad.returncode, bad.stdout), (2, ""))
+        for fault in ("listen: 203.0.113.7 is no address of this machine", "tls_certificate: ", "users[0].home: "):
+            self.assertIn(f"ftp.json: {fault}", bad.stderr)
+        self.assertIn('(account "ann")', bad.stderr)
+
+    def test_logs_that_cannot_be_had_are_said(self):
+        with open(os.path.join(self.folder.name, "logs"), "w", encoding="utf-8"):
+            pass
+        refused = run("--settings", self.write_settings(require_logs=True))
+        self.assertEqual(refused.returncode, 3)
+        self.assertRegex(refused.stderr, "kqftpd: log_folder: .*logs is not a folder\n")
+
     def check_update(self, body):
         """Exit code and texts of an update check that one request is answered with this version file."""
         with socket.create_server(("127.0.0.1", 0)) as listener:
