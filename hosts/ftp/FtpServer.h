@@ -5,7 +5,7 @@
 #include "common/ThreadPool.h"
 #include "hosts/ftp/FtpService.h"
 #include "net/dns/NetDNSCache.h"
-#include "net/service/NetPortBinds.h"
+#include "net/ports/NetPortBinds.h"
 
 #include <memory>
 

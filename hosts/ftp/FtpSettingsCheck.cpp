@@ -5,7 +5,7 @@
 #include "hosts/ftp/FtpFileSystem.h"
 #include "hosts/ftp/FtpLogFolder.h"
 #include "hosts/ftpcommon/FtpText.h"
-#include "net/service/NetPortBinds.h"
+#include "net/ports/NetPortBinds.h"
 #include "net/sockets/NetTCP.h"
 
 namespace kqlib {
