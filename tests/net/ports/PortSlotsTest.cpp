@@ -1,7 +1,7 @@
 // The virtual functions of a port binding stand in a fixed order: hosts that were built against an older library go on
 // working. So do those that include the headers from where they have always been.
-#include "net/ports/NetPortBind.h"
-#include "net/ports/NetPortBinds.h"
+#include "net/service/NetPortBind.h"
+#include "net/service/NetPortBinds.h"
 
 #include "tests/peers/VirtualSlot.h"
 
