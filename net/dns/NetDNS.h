@@ -75,7 +75,7 @@ public:
     {
         ULONG priority = 0; ///< the lowest is to be used first
         ULONG weight = 0;   ///< among equal priorities: the share of its uses
-        ULONG port = 0;
+        ULONG port = 0;     ///< of the service on that host
         String name; ///< of the host, without a dot at its end; empty: the service is not offered
     };
 

@@ -265,8 +265,10 @@ bool NetDNSExchange::xAskByStream(const platform::Endpoint& server, const std::v
     const SOCKET_GUARD socket(platform::OpenSocket(true, server.family));
     if (socket.Get() == platform::INVALID_SOCKET_HANDLE || !ConnectUntil(socket.Get(), server, endTick))
         return false;
-    std::vector<BYTE> framed{static_cast<BYTE>(query.size() >> 8), static_cast<BYTE>(query.size() & 0xFF)};
-    framed.insert(framed.end(), query.begin(), query.end());
+    std::vector<BYTE> framed(2 + query.size());
+    framed[0] = static_cast<BYTE>(query.size() >> 8);
+    framed[1] = static_cast<BYTE>(query.size() & 0xFF);
+    std::copy(query.begin(), query.end(), framed.begin() + 2);
     std::vector<BYTE> length;
     if (!xSendAll(socket.Get(), framed, endTick) || !xRecvAll(socket.Get(), 2, endTick, length) ||
         !xRecvAll(socket.Get(), length[0] * std::size_t{256} + length[1], endTick, message))
