@@ -51,7 +51,6 @@ constexpr std::array<RATE, FAULT_COUNT> RATES = {{
     {"disk full", 0, 10},
     {"flush fails", 0, 10},
     {"replace fails", 0, 10},
-    {"log line not written", 0, 10},
     {"time not told", 0, 50},
     {"no thread", 0, 8},
     {"no memory", 0, 60},
