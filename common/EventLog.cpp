@@ -122,7 +122,7 @@ struct EventLog::STATE
     void UsePreLocked(const EventLogSettings& newSettings);
     bool ReopenPreLocked();
     bool OpenPreLocked();
-    void RotatePreLocked(std::size_t lineSize, int day);
+    bool RotatePreLocked(std::size_t lineSize, int day);
     template <class MAKE_FIELDS> void Write(const MAKE_FIELDS& makeFields);
 
     /// As in settings, asked for without the lock: a line that nobody keeps is not even put together.
@@ -170,19 +170,22 @@ bool EventLog::STATE::OpenPreLocked()
     return file != nullptr;
 }
 
-/// Moves a file out of the way that has no room for a line of lineSize bytes, or is of a day before.
-void EventLog::STATE::RotatePreLocked(std::size_t lineSize, int day)
+/// Moves a file out of the way that has no room for a line of lineSize bytes, or is of a day before. False: that would
+/// be due, and could not be done.
+bool EventLog::STATE::RotatePreLocked(std::size_t lineSize, int day)
 {
     const ULONG8 most = settings.GetRotateBytes();
     const bool full = most != 0 && file->GetSize() + lineSize > most;
     const bool old = settings.GetRotateDaily() && file->GetDay() < day;
-    if (file->GetSize() == 0 || (!full && !old) || !retry.IsTriggered(TimedEvent::sGetNow()))
-        return;
-    // Where somebody else has moved the file already, there is only a new one to be begun.
-    if (file->IsInPlace() && !EventLogFile::sRotate(GetPath(settings), settings.GetOldFiles()))
-        retry.Restart(TimedEvent::sGetNow());
-    else
-        ReopenPreLocked();
+    if (file->GetSize() == 0 || (!full && !old))
+        return true;
+    if (!retry.IsTriggered(TimedEvent::sGetNow()))
+        return false;
+    // Where the file was moved already, by somebody else or by a try before, there is only a new one to be begun.
+    if (!file->IsInPlace() || EventLogFile::sRotate(GetPath(settings), settings.GetOldFiles()))
+        return ReopenPreLocked();
+    retry.Restart(TimedEvent::sGetNow());
+    return false;
 }
 
 /// Writes what makeFields gives, or nothing where there is no memory for it.
@@ -196,8 +199,8 @@ template <class MAKE_FIELDS> void EventLog::STATE::Write(const MAKE_FIELDS& make
         const platform::CalendarTime time = GetTime();
         std::string line = GetTimeText(time) + fields;
         const int day = EventLogFile::sGetDay(time);
-        RotatePreLocked(line.size() + 1, day);
-        file->SetDay(day);
+        if (RotatePreLocked(line.size() + 1, day))
+            file->SetDay(day);
         // It goes to the system at once, so that the death of the process takes no line. One that cannot be written is
         // dropped.
         static_cast<void>(file->WriteLine(std::move(line)));

@@ -1,10 +1,13 @@
 #include "common/EventLogFile.h"
 
 #include "common/FileAccess.h"
+#include "common/NativePath.h"
 #include "common/String.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
+#include <system_error>
 
 namespace kqlib {
 
@@ -19,10 +22,12 @@ FilePath GetOldPath(const FilePath& path, ULONG number)
     return old;
 }
 
+/// Whether there is a file, also one that may not be read.
 bool Exists(const FilePath& path)
 {
-    FileAccess file;
-    return file.Open(path, FileAccess::AM_READ, false, false);
+    std::filesystem::path native;
+    std::error_code failure;
+    return ToNativePath(path, native) && std::filesystem::exists(native, failure);
 }
 
 } // namespace

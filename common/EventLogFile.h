@@ -40,7 +40,7 @@ public:
 
     /// A day as a number that grows: 20261122.
     static int sGetDay(const platform::CalendarTime& time) { return (time.year * 100 + time.month) * 100 + time.day; }
-    /// Moves the file out of the way: it becomes path.1, path.1 becomes path.2 and so on; those past path.<keep> are
+    /// Moves the file out of the way: it becomes path.1, path.1 becomes path.2 and so on; those past number keep are
     /// deleted; with keep 0 the file itself is emptied. False: nothing was lost, the file is where it was.
     static bool sRotate(const FilePath& path, ULONG keep);
 

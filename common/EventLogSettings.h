@@ -65,7 +65,8 @@ public:
     void SetOldFiles(ULONG count) { m_oldFiles = static_cast<std::uint32_t>(std::min(count, ALL_BITS_32)); }
     ///@}
     /// Whether each line looks first if the file was moved or deleted, and begins a new one under its name then (on
-    /// Windows the name of a deleted file is there until the log lets it go: move it instead). It costs two questions to the system; a host that calls EventLog::Reopen after moving the file needs it not.
+    /// Windows the name of a deleted file is there until the log lets it go: move it instead). It costs two questions
+    /// to the system; a host that calls EventLog::Reopen after moving the file needs it not.
     ///@{
     bool GetReopenWhenMoved() const { return m_reopenWhenMoved; }
     void SetReopenWhenMoved(bool reopen) { m_reopenWhenMoved = reopen; }

@@ -14,8 +14,8 @@ namespace kqlib::platform {
 /// A socket that a wait looks at, for one purpose at least, and what the wait found.
 struct WaitedSocket
 {
-    SocketHandle handle = INVALID_SOCKET_HANDLE;
-    bool forRead = true;   ///< ends the wait when something can be received or accepted
+    SocketHandle handle = INVALID_SOCKET_HANDLE; ///< borrowed for the time of the wait
+    bool forRead = true;                         ///< ends the wait when something can be received or accepted
     bool forWrite = false; ///< ends the wait when something can be sent, or a connection attempt is decided
     /// Set by the wait. READY: as asked for, or broken or closed: the operation itself then tells. TIMED_OUT: nothing
     /// came. FAILED: it is no socket.

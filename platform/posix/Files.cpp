@@ -220,7 +220,8 @@ bool CopyFileRights(const char* from, FileHandle to)
     if (!same && ::fchown(ToDescriptor(to), source.st_uid, source.st_gid) != 0 && source.st_gid != target.st_gid &&
         ::fchown(ToDescriptor(to), unchanged, source.st_gid) != 0)
         mode &= ~groupRights;
-    return ::fchmod(ToDescriptor(to), mode) == 0;
+    // A volume without rights of its own gives every file the same, and lets nobody change them.
+    return (target.st_mode & 07777) == mode || ::fchmod(ToDescriptor(to), mode) == 0;
 }
 
 bool FlushFolderOf(const char* path)

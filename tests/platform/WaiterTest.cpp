@@ -173,7 +173,7 @@ TEST_F(WaiterTest, Wake_TwoThreadsAnswerEachOther_NoneIsLost)
 TEST_F(WaiterTest, Wake_JustAsTheWaitBegins_NoneIsLost)
 {
     constexpr std::uint32_t ROUNDS = 100000;
-    constexpr std::uint32_t LATEST = 200; // passes of an empty loop
+    constexpr std::uint32_t LATEST = 64; // passes of an empty loop
     constexpr std::uint32_t PATIENCE = 2000;
     std::atomic<std::uint32_t> begun{0};
     std::atomic<bool> failed{false};
@@ -182,7 +182,7 @@ TEST_F(WaiterTest, Wake_JustAsTheWaitBegins_NoneIsLost)
             for (std::uint32_t looks = 1; begun < round && !failed; ++looks)
                 if (looks % PATIENCE == 0)
                     std::this_thread::yield();
-            for (volatile std::uint32_t late = 0; late < round % LATEST; late = late + 1)
+            for (std::atomic<std::uint32_t> late{0}; late < round % LATEST; ++late)
                 ;
             m_waiter.Wake();
         }

@@ -568,6 +568,32 @@ TEST_F(EventLogRotationTest, RotateDaily_WithTheSize_BothMoveIt)
     EXPECT_EQ(xLetters("events.log.2"), "ab");
 }
 
+TEST_F(EventLogRotationTest, RotateDaily_FileCannotBeMoved_TriedAgainOnTheSameDay)
+{
+    g_tick = 1000;
+    TimedEvent::sSetSource([] { return g_tick; });
+    std::filesystem::create_directories(m_folder / "events.log.1" / "sub");
+    EventLogSettings settings = xSettings();
+    settings.SetRotateDaily(true);
+    settings.SetOldFiles(1);
+    EventLog log;
+    {
+        FakeCalendar calendar(1700049600000);
+        log.SetSettings(settings);
+        xPrintLetters(log, "a");
+    }
+    FakeCalendar calendar(1700049600000 + 86400000);
+    xPrintLetters(log, "b");
+    std::filesystem::remove_all(m_folder / "events.log.1");
+    xPrintLetters(log, "c");
+    EXPECT_EQ(xLetters("events.log"), "abc");
+    g_tick += 5000;
+    xPrintLetters(log, "d");
+    TimedEvent::sSetSource(nullptr);
+    EXPECT_EQ(xLetters("events.log.1"), "abc");
+    EXPECT_EQ(xLetters("events.log"), "d");
+}
+
 TEST_F(EventLogRotationTest, TwoLogsRotateOneFile_NeitherUndoesTheOther)
 {
     EventLog first;
