@@ -246,7 +246,6 @@ bool NetTCPSSL::Recv(unsigned char* buf, unsigned long& len)
     if (m_ssl == nullptr)
         return NetTCP::Recv(buf, len);
     // Bytes that are decrypted already show nothing to read on the socket.
-    const OpenSSLErrorGuard errors;
     const bool tryFirst = m_waitState != WS_WANTS_READ || SSL_pending(m_ssl) > 0;
     const bool wasConnected = IsConnected();
     PEER_END end = PE_BROKEN_OFF; // so it is when waiting fails
@@ -263,14 +262,14 @@ bool NetTCPSSL::Send(const unsigned char* data, unsigned long& len)
         return NetTCP::Send(data, len);
     if (len == 0 && IsConnected())
         return true;
-    const OpenSSLErrorGuard errors;
     // The system nearly always has room.
     return xMoveOverTLS(true, len, [&] { return xWriteOnce(data, len); });
 }
 
 /// Makes one attempt and, while TLS waits for the peer, one more after waiting at most the block time for that very
 /// thing: a socket that can be written says nothing about a record that is to be read first, nor the other way round.
-/// tryFirst: without it the wait comes first. len: out, bytes moved. False: closed, with the code set.
+/// tryFirst: without it the wait comes first. len: out, bytes moved. False: closed, with the code set. No error of
+/// OpenSSL stays in its queue: an attempt empties it first and leaves one only when it fails, and closing empties it.
 template <class ATTEMPT> bool NetTCPSSL::xMoveOverTLS(bool tryFirst, unsigned long& len, const ATTEMPT& attempt)
 {
     if (!xIsOpenFor(IsConnected(), len))
