@@ -5,6 +5,7 @@
 #include "hosts/ftp/FtpConfig.h"
 #include "hosts/ftp/FtpGate.h"
 #include "hosts/ftp/FtpLiveBoard.h"
+#include "hosts/ftp/FtpUploads.h"
 
 #include <memory>
 #include <mutex>
@@ -35,6 +36,7 @@ private:
     std::mutex m_configMutex;
     std::shared_ptr<const FtpConfig> m_config; // guarded by m_configMutex
     FtpGate m_gate;                            // used by the sessions, which go before it
+    FtpUploads m_uploads;                      // the same
     FtpLiveBoard m_board;
 };
 

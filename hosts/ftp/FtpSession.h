@@ -7,7 +7,9 @@
 #include "hosts/ftp/FtpGate.h"
 #include "hosts/ftp/FtpListing.h"
 #include "hosts/ftp/FtpLiveBoard.h"
+#include "hosts/ftp/FtpUploads.h"
 #include "hosts/ftpcommon/FtpDataAddress.h"
+#include "hosts/ftpcommon/FtpFile.h"
 
 #include <functional>
 #include <memory>
@@ -16,8 +18,6 @@
 #include <vector>
 
 namespace kqlib {
-
-class FtpFile;
 
 /// Reads commands, looks them up in a table and answers them (RFC 959, 1123, 2389, 2428, 3659, 4217).
 ///
@@ -45,7 +45,7 @@ public:
     /// Starts the session's thread.
     FtpSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& activityLog, EventLog& eventLog,
                const EventLogSessionID& id, FtpSocket* const connection, std::shared_ptr<const FtpConfig> config,
-               FtpGate& gate, FtpLiveBoard& board);
+               FtpGate& gate, FtpUploads& uploads, FtpLiveBoard& board);
     ~FtpSession() override;
 
 protected:
@@ -234,8 +234,26 @@ private:
     bool xSendText(NetTCP* socket, const std::string& text);
     END xReceiveFile(platform::FileHandle file);
     END xJudgeUploadEnd() const;
+
+    /// An upload on its way into a file.
+    struct UPLOAD
+    {
+        explicit UPLOAD(FtpUploads& uploads)
+            : claim(uploads)
+        {
+        }
+        bool IsHidden() const { return !(target == path); }
+
+        String path;   // what the client named
+        String target; // what is written to: the same, or a hidden name beside it
+        FtpFile file;
+        FtpUploadClaim claim;
+    };
     void xUpload(const String& argument, bool append);
-    RESULT xOpenUpload(const String& path, bool append, ULONG8 from, FtpFile& file);
+    RESULT xOpenUpload(UPLOAD& upload, bool append, ULONG8 from);
+    RESULT xOpenHidden(UPLOAD& upload);
+    END xMoveUpload(UPLOAD& upload, bool append, ULONG8 from);
+    END xShowUpload(const UPLOAD& upload, END end);
 
     /// A listing: one entry is turned into text at a time.
     enum class LISTFORM : std::uint8_t
@@ -261,6 +279,7 @@ private:
     NetDNSCache& m_cache;
     const std::shared_ptr<const FtpConfig> m_config;
     FtpGate& m_gate;
+    FtpUploads& m_uploads;
     FtpLiveBoard& m_board;
 
     // Used by the session's thread only.

@@ -2,12 +2,13 @@
 #include "hosts/ftp/FtpSession.h"
 
 #include "hosts/ftp/FtpAscii.h"
-#include "hosts/ftpcommon/FtpFile.h"
 #include "hosts/ftpcommon/FtpText.h"
 
 #include <algorithm>
 #include <charconv>
 #include <iterator>
+#include <random>
+#include <utility>
 
 namespace kqlib {
 
@@ -207,52 +208,107 @@ void FtpSession::xCmdAppe(const String& argument)
     xUpload(argument, true);
 }
 
-/// Data go straight into the file: what has arrived when a transfer breaks off stays, so that it can be resumed.
+/// Data go straight into the file: what has arrived when a transfer breaks off stays, so that it can be resumed. Or, by
+/// a setting, they go to a hidden name, and the file appears when it is whole.
 void FtpSession::xUpload(const String& argument, bool append)
 {
     const ULONG8 asked = std::exchange(m_restart, 0);
     const ULONG8 from = append ? 0 : asked; // APPE knows its place itself
-    String path;
-    if (!xResolve(argument, path))
+    UPLOAD upload(m_uploads);
+    if (!xResolve(argument, upload.path))
         return;
-    const FilePath realPath = m_files.GetRealPath(path);
+    const FilePath realPath = m_files.GetRealPath(upload.path);
     const RECORDER record = [&](bool success, const String& reason) {
         if (append)
             xRecordFileAppended(xGetMainNetState(), success, realPath, reason);
         else
             xRecordFileUploaded(xGetMainNetState(), success, realPath, reason);
     };
-    FtpFile file;
-    const RESULT result = xOpenUpload(path, append, from, file);
+    FtpFileSystem::FACTS facts;
+    RESULT result = xOpenUpload(upload, append, from);
+    if (result == RESULT::DONE)
+        result = m_files.GetRoot().GetFacts(upload.target.str(), facts);
     if (result != RESULT::DONE) {
         record(false, FtpFileSystem::sDescribe(result));
         return xReplyFailure(result, 553);
     }
-    if (from > file.GetSize() || (from != 0 && m_isAscii)) {
+    if (!upload.claim.Take(facts)) {
+        constexpr const char* BUSY = "Somebody else is uploading this file";
+        record(false, BUSY);
+        return xReply(450, BUSY);
+    }
+    if (from > upload.file.GetSize() || (from != 0 && m_isAscii)) {
         record(false, "Bad restart position");
         return xReply(554, "The restart position is not possible");
     }
+    const END end = xMoveUpload(upload, append, from);
+    // Whoever has the reply finds everything in the file, and may upload again.
+    upload.claim.Release();
+    xFinishTransfer(end, record);
+}
+
+FtpSession::END FtpSession::xMoveUpload(UPLOAD& upload, bool append, ULONG8 from)
+{
+    FtpFile& file = upload.file;
     const ULONG8 start = append ? file.GetSize() : from;
-    END end = xBeginTransfer(append ? "APPE" : "STOR", path, ACT_UPLOAD, "Ready to receive");
+    END end = xBeginTransfer(append ? "APPE" : "STOR", upload.path, ACT_UPLOAD, "Ready to receive");
+    bool isUnused = false;
     if (end == END::COMPLETE) {
         // Only now that data can come is the old content given up.
         const bool isReady = platform::SetFileSize(file.Get(), start) && platform::SeekFile(file.Get(), start);
         end = isReady ? xReceiveFile(file.Get()) : END::WRITE_FAILED;
-    } else if (file.WasMade() && file.GetSize() == 0) {
-        file.Close();
-        // Nothing was received: an empty file that nobody asked for goes again, and if it cannot, it does no harm.
-        static_cast<void>(m_files.GetRoot().RemoveFile(path.str()));
-    }
-    file.Close(); // whoever has the reply finds everything in the file
-    xFinishTransfer(end, record);
+    } else
+        isUnused = file.WasMade() && file.GetSize() == 0;
+    file.Close();
+    if (upload.IsHidden())
+        return xShowUpload(upload, end);
+    // Nothing was received: an empty file that nobody asked for goes again, and if it cannot, it does no harm.
+    if (isUnused)
+        static_cast<void>(m_files.GetRoot().RemoveFile(upload.target.str()));
+    return end;
 }
 
-FtpSession::RESULT FtpSession::xOpenUpload(const String& path, bool append, ULONG8 from, FtpFile& file)
+/// The end of an upload to a hidden name: a whole file gets its own name, anything else goes.
+FtpSession::END FtpSession::xShowUpload(const UPLOAD& upload, END end)
+{
+    const platform::RootFolder& root = m_files.GetRoot();
+    if (end == END::COMPLETE && root.Rename(upload.target.str(), upload.path.str(), true) == RESULT::DONE)
+        return end;
+    static_cast<void>(root.RemoveFile(upload.target.str())); // if it cannot be removed, it does no harm
+    return end == END::COMPLETE ? END::WRITE_FAILED : end;
+}
+
+FtpSession::RESULT FtpSession::xOpenUpload(UPLOAD& upload, bool append, ULONG8 from)
 {
     if (!xHasRight(FtpUserSettings::WRITE))
         return RESULT::DENIED;
+    upload.target = upload.path;
     const bool mayMake = append || from == 0; // a restart goes on with what is there
-    return file.Open(m_files.GetRoot(), path.str(), platform::FileMode::WRITE, mayMake);
+    FtpFileSystem::FACTS facts;
+    const bool isLink = m_files.GetRoot().GetOwnFacts(upload.path.str(), facts) == RESULT::DONE &&
+                        facts.kind == platform::FileKind::LINK; // which a renaming would replace
+    if (m_config->settings.GetHiddenUploads() && !append && from == 0 && !isLink)
+        return xOpenHidden(upload);
+    return upload.file.Open(m_files.GetRoot(), upload.path.str(), platform::FileMode::WRITE, mayMake);
+}
+
+/// Opens a new file beside the one that was named. One that may not be written must not be replaced either.
+FtpSession::RESULT FtpSession::xOpenHidden(UPLOAD& upload)
+{
+    constexpr int TRIES = 100;
+    const platform::RootFolder& root = m_files.GetRoot();
+    const RESULT old = upload.file.Open(root, upload.path.str(), platform::FileMode::WRITE, false);
+    if (old != RESULT::DONE && old != RESULT::NOT_FOUND)
+        return old;
+    const String folder = upload.path.substr(0, upload.path.str().rfind('/') + 1);
+    std::random_device random;
+    for (int i = 0; i < TRIES; ++i) {
+        upload.target = folder + ".kqftpd-" + String::sToString(static_cast<ULONG8>(random())) + ".part";
+        const RESULT result = upload.file.Open(root, upload.target.str(), platform::FileMode::WRITE, true);
+        if (result != RESULT::DONE || upload.file.WasMade())
+            return result;
+    }
+    return RESULT::FAILED;
 }
 
 FtpSession::END FtpSession::xReceiveFile(platform::FileHandle file)

@@ -131,6 +131,7 @@ constexpr KEY SERVER_KEYS[] = {
     {"idle_timeout_secs", FORM::NUMBER},
     {"stall_timeout_secs", FORM::NUMBER},
     {"connect_timeout_secs", FORM::NUMBER},
+    {"hidden_uploads", FORM::FLAG},
     {"login_attempts", FORM::NUMBER},
     {"block_time_ms", FORM::NUMBER},
     {"greeting", FORM::TEXT},
@@ -523,13 +524,14 @@ bool FtpSettings::IsSame(const SettingsTransferable& other) const
            m_logInSecs == that->m_logInSecs && m_passivePorts == that->m_passivePorts &&
            m_externalAddress == that->m_externalAddress && m_idleSecs == that->m_idleSecs &&
            m_stallSecs == that->m_stallSecs && m_connectSecs == that->m_connectSecs &&
-           m_loginAttempts == that->m_loginAttempts && m_blockTimeMs == that->m_blockTimeMs &&
-           m_greeting == that->m_greeting && m_logFolder == that->m_logFolder && m_requireLogs == that->m_requireLogs &&
-           m_logDebug == that->m_logDebug && m_connectionRules == that->m_connectionRules &&
-           m_hammerAttempts == that->m_hammerAttempts && m_hammerWindowSecs == that->m_hammerWindowSecs &&
-           m_hammerBlockSecs == that->m_hammerBlockSecs && m_hammerExemptions == that->m_hammerExemptions &&
-           m_maxSessionsPerAddress == that->m_maxSessionsPerAddress && m_updateHost == that->m_updateHost &&
-           m_updatePort == that->m_updatePort && m_updatePath == that->m_updatePath && m_users == that->m_users;
+           m_hiddenUploads == that->m_hiddenUploads && m_loginAttempts == that->m_loginAttempts &&
+           m_blockTimeMs == that->m_blockTimeMs && m_greeting == that->m_greeting && m_logFolder == that->m_logFolder &&
+           m_requireLogs == that->m_requireLogs && m_logDebug == that->m_logDebug &&
+           m_connectionRules == that->m_connectionRules && m_hammerAttempts == that->m_hammerAttempts &&
+           m_hammerWindowSecs == that->m_hammerWindowSecs && m_hammerBlockSecs == that->m_hammerBlockSecs &&
+           m_hammerExemptions == that->m_hammerExemptions && m_maxSessionsPerAddress == that->m_maxSessionsPerAddress &&
+           m_updateHost == that->m_updateHost && m_updatePort == that->m_updatePort &&
+           m_updatePath == that->m_updatePath && m_users == that->m_users;
 }
 
 bool FtpSettings::ReadFile(const FilePath& file, String& error)
@@ -640,6 +642,7 @@ bool FtpSettings::xWriteTo(SettingsTransportSet& set) const
     set.AddULONG("idle_timeout_secs", m_idleSecs);
     set.AddULONG("stall_timeout_secs", m_stallSecs);
     set.AddULONG("connect_timeout_secs", m_connectSecs);
+    set.AddBool("hidden_uploads", m_hiddenUploads);
     set.AddULONG("login_attempts", m_loginAttempts);
     set.AddULONG("block_time_ms", m_blockTimeMs);
     set.AddString("greeting", m_greeting);
@@ -680,6 +683,7 @@ bool FtpSettings::xReadFrom(const SettingsTransportSet& set)
     ReadNumber(set, "idle_timeout_secs", m_idleSecs);
     ReadNumber(set, "stall_timeout_secs", m_stallSecs);
     ReadNumber(set, "connect_timeout_secs", m_connectSecs);
+    set.GetBool("hidden_uploads", m_hiddenUploads);
     ReadNumber(set, "login_attempts", m_loginAttempts);
     ReadNumber(set, "block_time_ms", m_blockTimeMs);
     set.GetString("greeting", m_greeting);

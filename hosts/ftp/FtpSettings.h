@@ -142,6 +142,9 @@ public:
     /// Seconds in which a passive client must make its data connection.
     ULONG GetConnectSecs() const { return m_connectSecs; }
     void SetConnectSecs(ULONG secs) { m_connectSecs = static_cast<std::uint32_t>(secs); }
+    /// Uploads go to a hidden name and get their own when they are whole.
+    bool GetHiddenUploads() const { return m_hiddenUploads; }
+    void SetHiddenUploads(bool hidden) { m_hiddenUploads = hidden; }
     /// Wrong passwords until a session is closed.
     ULONG GetLoginAttempts() const { return m_loginAttempts; }
     void SetLoginAttempts(ULONG count) { m_loginAttempts = static_cast<std::uint32_t>(count); }
@@ -212,6 +215,7 @@ private:
     std::uint32_t m_idleSecs = 300;
     std::uint32_t m_stallSecs = 120;
     std::uint32_t m_connectSecs = 30;
+    bool m_hiddenUploads = false;
     std::uint32_t m_loginAttempts = 3;
     std::uint32_t m_blockTimeMs = 2;
     String m_greeting = "kqftpd ready";

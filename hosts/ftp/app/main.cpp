@@ -6,6 +6,7 @@
 #include "hosts/ftp/app/UpdateCheck.h"
 #include "platform/Memory.h"
 #include "platform/Signals.h"
+#include "platform/Terminal.h"
 
 #include <CLI/CLI.hpp>
 #include <iostream>
@@ -66,9 +67,18 @@ int Fail(int code, const String& text)
 
 int HashPassword()
 {
+    // A person types it twice, for it is not shown.
+    const bool isPerson = platform::IsInputTerminal();
     std::string password;
-    if (!std::getline(std::cin, password) || password.empty())
+    if (isPerson)
+        std::cerr << "Password: " << std::flush;
+    if (!platform::ReadHiddenLine(password) || password.empty())
         return Fail(EXIT_SETTINGS, "no password on standard input");
+    std::string again = password;
+    if (isPerson)
+        std::cerr << "Again: " << std::flush;
+    if (isPerson && (!platform::ReadHiddenLine(again) || again != password))
+        return Fail(EXIT_SETTINGS, "the two are not the same");
     std::cout << FtpPassword::sHash(String(password)).c_str() << std::endl;
     return EXIT_OK;
 }
@@ -181,6 +191,7 @@ void Reload(const OPTIONS& options, FtpServer& server)
 
 int Serve(const OPTIONS& options, FtpSettings& settings)
 {
+    platform::HoldProcessRequests(); // from here on there is something to be ended in order
     Demonstration demonstration;
     FtpServer server;
     String error;
@@ -211,7 +222,6 @@ int Serve(const OPTIONS& options, FtpSettings& settings)
 
 int main(int argc, char** argv)
 {
-    platform::HoldProcessRequests();
     platform::GiveBackLargeBlocks(); // each password check takes 16 MiB for a moment
     CLI::App app("kqftpd: a file-transfer (FTP) server");
     app.allow_windows_style_options(false); // "/x" is a path on every system

@@ -4,6 +4,7 @@
 #include "hosts/ftpclient/FtpNames.h"
 #include "hosts/ftpclient/FtpURL.h"
 #include "hosts/ftpcommon/FtpPaths.h"
+#include "platform/Terminal.h"
 
 #include <CLI/CLI.hpp>
 #include <fstream>
@@ -116,7 +117,9 @@ bool Options::xReadPassword(String& password, String& error) const
     std::string line;
     bool isRead = false;
     if (passwordFile == "-") {
-        isRead = static_cast<bool>(std::getline(std::cin, line));
+        if (platform::IsInputTerminal())
+            std::cerr << "Password: " << std::flush;
+        isRead = platform::ReadHiddenLine(line);
     } else {
         std::ifstream file(ToStdPath(FilePath(String(passwordFile))));
         isRead = static_cast<bool>(std::getline(file, line));

@@ -9,7 +9,6 @@
 int main(int argc, char** argv)
 {
     using namespace kqlib;
-    platform::HoldProcessRequests();
     CLI::App app("kqftp: a file-transfer (FTP) client");
     app.set_version_flag("--version", "kqftp " KQFTP_VERSION);
     app.allow_windows_style_options(false); // "/x" is a path on every system
@@ -24,6 +23,7 @@ int main(int argc, char** argv)
         output.PrintFailure(error);
         return EXIT_USAGE;
     }
+    platform::HoldProcessRequests(); // before there are threads, and after somebody may have typed a password
     FtpClient client(settings);
     const StopWatcher watcher([&client] { client.Cancel(); });
     return Commands(client, options, output).Run(path);

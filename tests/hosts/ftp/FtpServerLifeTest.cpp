@@ -30,8 +30,8 @@ protected:
     {
         FtpTestSocket socket;
         std::string greeting;
-        if (socket.Connect(port))
-            EXPECT_TRUE(socket.Receive(greeting));
+        const bool isServed = socket.Connect(port);
+        EXPECT_EQ(socket.Receive(greeting, isServed ? waitForMs : 0), isServed);
         return greeting;
     }
 };

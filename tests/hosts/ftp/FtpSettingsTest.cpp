@@ -43,6 +43,7 @@ TEST(FtpSettings, ReadJson_OnlyAnAccount_RestIsDefault)
     EXPECT_EQ(settings.GetLoginAttempts(), 3U);
     EXPECT_EQ(settings.GetBlockTimeMs(), 2U);
     EXPECT_TRUE(settings.GetRequireTLSFarewell());
+    EXPECT_FALSE(settings.GetHiddenUploads());
     EXPECT_TRUE(settings.GetLogFolder().empty());
     ASSERT_EQ(settings.GetUsers().size(), 1U);
     EXPECT_EQ(settings.GetUsers()[0].GetRights(), "read");
@@ -54,7 +55,7 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
     String error;
     ASSERT_TRUE(settings.ReadJson(WithGuest(R"(, "listen": "127.0.0.1:21, 10.0.0.1:2121", "max_sessions": 7,
         "passive_ports": "50000-50010", "external_address": "1.2.3.4", "idle_timeout_secs": 11,
-        "stall_timeout_secs": 12, "connect_timeout_secs": 13, "login_attempts": 4, "block_time_ms": 100,
+        "hidden_uploads": true, "stall_timeout_secs": 12, "connect_timeout_secs": 13, "login_attempts": 4, "block_time_ms": 100,
         "greeting": "Hello", "log_folder": "/var/log/x", "require_logs": true, "log_debug": true,
         "update_host": "updates.example", "update_port": 8080, "update_path": "/v.txt",
         "listen_tls": "127.0.0.1:990, 991", "offer_tls": true, "require_tls": true, "require_tls_farewell": false,
@@ -72,6 +73,7 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
     EXPECT_EQ(settings.GetExternalAddress(), "1.2.3.4");
     EXPECT_EQ(settings.GetIdleSecs(), 11U);
     EXPECT_EQ(settings.GetStallSecs(), 12U);
+    EXPECT_TRUE(settings.GetHiddenUploads());
     EXPECT_EQ(settings.GetConnectSecs(), 13U);
     EXPECT_EQ(settings.GetLoginAttempts(), 4U);
     EXPECT_EQ(settings.GetBlockTimeMs(), 100U);

@@ -5,6 +5,7 @@ usage: program_test.py KQFTPD [EMULATOR]
 """
 import contextlib
 import ftplib
+import hashlib
 import io
 import json
 import os
@@ -68,6 +69,14 @@ class Server:
 
 def run(*switches, text=""):
     return subprocess.run([*PROGRAM, *switches], input=text, capture_output=True, text=True, timeout=60)
+
+
+def wait_until(condition):
+    deadline = time.monotonic() + 20
+    while not condition():
+        if time.monotonic() > deadline:
+            raise AssertionError("waited for too long")
+        time.sleep(0.01)
 
 
 class ProgramTest(unittest.TestCase):
@@ -239,6 +248,76 @@ class ProgramTest(unittest.TestCase):
             taken = run("--port", str(port))
         self.assertEqual(taken.returncode, 3)
         self.assertIn(f"cannot listen on 127.0.0.1:{port}", taken.stderr)
+
+    def test_update_check_and_hashing_end_when_they_are_asked_to(self):
+        with socket.create_server(("127.0.0.1", 0)) as silent:
+            path = self.write_settings(update_host="127.0.0.1", update_port=silent.getsockname()[1])
+            for switches in (["--hash-password"], ["--settings", path, "--check-update"]):
+                for how in {signal.SIGINT, STOP}:
+                    process = subprocess.Popen([*PROGRAM, *switches], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
+                                               stderr=subprocess.DEVNULL)
+                    if "--check-update" in switches:
+                        silent.accept()[0].recv(1)  # it has begun; the connection may go
+                    else:
+                        time.sleep(0.2)  # it shows nothing that could be waited for
+                    process.send_signal(how)
+                    self.assertNotEqual(process.wait(20), 0, (switches, how))
+                    process.stdin.close()
+
+    def test_password_without_its_line_end_is_hashed(self):
+        for text in ("secret", "secret\n", "secret\r\n", "secret\nmore\n"):
+            hashed = subprocess.run([*PROGRAM, "--hash-password"], input=text.encode(), capture_output=True,
+                                    timeout=60).stdout.decode().strip()
+            _, cost, block, parallel, salt, wanted = hashed.split("$")
+            for password, fits in ((b"secret", True), (b"secret\r", False)):
+                made = hashlib.scrypt(password, salt=bytes.fromhex(salt), n=int(cost), r=int(block), p=int(parallel),
+                                      dklen=len(wanted) // 2)
+                self.assertEqual(made.hex() == wanted.lower(), fits, (text, password))
+        self.assertEqual(run("--hash-password", text="\r\n").returncode, 2)
+
+    @unittest.skipIf(EMULATOR, "Wine has no terminal of this kind")
+    def test_password_is_not_shown_and_the_terminal_set_back(self):
+        import pty
+        import termios
+
+        def is_shown(terminal):
+            return bool(termios.tcgetattr(terminal)[3] & termios.ECHO)
+
+        def type_in(*lines, end=None):
+            """What the terminal shows, and the exit code."""
+            process, terminal = pty.fork()
+            if process == 0:
+                os.execv(PROGRAM[0], [PROGRAM[0], "--hash-password"])
+            shown = b""
+            try:
+                for prompt, line in lines:
+                    while prompt not in shown:
+                        shown += os.read(terminal, 4096)
+                    wait_until(lambda: not is_shown(terminal))
+                    os.write(terminal, line)
+                if end:
+                    wait_until(lambda: b"Again" in shown or not is_shown(terminal))
+                    os.kill(process, end)
+                code = os.waitstatus_to_exitcode(os.waitpid(process, 0)[1])
+                self.assertTrue(is_shown(terminal))
+                try:
+                    while block := os.read(terminal, 4096):
+                        shown += block
+                except OSError:
+                    pass  # that is how the end of a terminal looks
+                return shown, code
+            finally:
+                os.close(terminal)
+
+        shown, code = type_in((b"Password: ", b"secret\n"), (b"Again: ", b"secret\n"))
+        self.assertEqual(code, 0)
+        self.assertIn(b"scrypt$", shown)
+        self.assertNotIn(b"secret", shown)
+        shown, code = type_in((b"Password: ", b"secret\n"), (b"Again: ", b"Secret\n"))
+        self.assertEqual(code, 2)
+        self.assertIn(b"the two are not the same", shown)
+        for end in (signal.SIGINT, signal.SIGTERM):
+            self.assertEqual(type_in((b"Password: ", b"half of it"), end=end)[1], -end)
 
     def test_wrong_switches_are_refused(self):
         for switches in (["--nonsense"], ["--port", "65536"], ["--port", "x"], ["--block-time", "0"]):
