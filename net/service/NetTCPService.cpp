@@ -4,10 +4,10 @@
 #include "platform/Threads.h"
 
 #include "common/EventLogSettings.h"
-#include "common/WithinMemory.h"
+#include "common/RunGuarded.h"
 #include "net/session/NetTCPSession.h"
 #include "net/sockets/NetTCP.h"
-#include "net/sockets/SocketWatch.h"
+#include "net/sockets/SocketHandOver.h"
 #include "net/status/NetServiceLiveStatus.h"
 #include "net/status/NetSessionStatus.h"
 
@@ -37,19 +37,52 @@ template <class SESSIONS, class ACTION> void ForEachSession(SESSIONS& incoming, 
             action(sessions->Get(index));
 }
 
-/// Whether the listener is what a binding of that address and port asks for. One that has failed is closed and is not.
-bool Serves(const NetTCP& listener, const NetIP& ip, USHORT port)
-{
-    return listener.IsListening() && listener.GetLocalIP() == ip && listener.GetLocalPort() == port;
-}
-
 } // namespace
+
+struct NetTCPService::PORTS
+{
+    /// A listening socket, and its end as it was opened: a socket that fails forgets it.
+    struct LISTENER
+    {
+        std::unique_ptr<NetTCP> socket;
+        NetServiceStatus::ACTIVEPORT end;
+
+        /// Whether it is what a binding of that address and port asks for. One that has failed is closed and is not.
+        bool Serves(const WANTED& wanted) const
+        {
+            return socket->IsListening() && end.ip == wanted.ip && end.port == wanted.port;
+        }
+    };
+    /// A connection that was accepted and has no session yet.
+    struct WAITING
+    {
+        std::unique_ptr<NetTCP> connection;
+        const NetTCP* listener; ///< that it came in on
+    };
+
+    /// Closes a listening socket, and what waits behind it, as the system does with its own backlog.
+    auto Close(std::vector<LISTENER>::iterator listener)
+    {
+        std::erase_if(waiting, [&](const WAITING& one) { return one.listener == listener->socket.get(); });
+        return listeners.erase(listener);
+    }
+
+    std::vector<LISTENER> listeners;
+    std::vector<WAITING> waiting; ///< oldest first, ACCEPTED_AT_ONCE at most
+};
+
+/// What came of one look at every listener.
+enum class NetTCPService::ATTEMPT
+{
+    ACCEPTED,
+    NOTHING_CAME,
+    NONE_LISTENS
+};
 
 struct NetTCPService::THREADSTATE
 {
-    LISTENERS listeners;  // while holding
-    bool holding = false; // the listeners are here
-    ULONG nextListener = 0;
+    std::unique_ptr<PORTS> ports; // null: not held
+    std::size_t nextListener = 0;
     ULONG incoming = 0; // sessions in this pass
     ULONG outgoing = 0;
     ULONG room = 0; // incoming sessions that may come in this pass
@@ -83,6 +116,7 @@ NetTCPService::NetTCPService(ThreadPool& pool, NetDNSCache& cache)
     , m_resolver(NetIP::LOOKUP_ANY, cache)
     , m_logPurge(pool)
     , m_eventLog(nullptr)
+    , m_ports(std::make_unique<PORTS>())
 {
     m_ownEventLogs.push_back(std::make_unique<EventLog>());
     m_eventLog = m_ownEventLogs.back().get();
@@ -102,7 +136,7 @@ NetTCPService::~NetTCPService()
 
 bool NetTCPService::Init(Messages& messages)
 {
-    const ThreadGatewayGuard alone(m_listenGateway);
+    const ThreadGatewayGuard alone(m_initGateway);
     if (xIsThreadRunning())
         return true;
     if (xRunThread() && m_logPurge.Start()) {
@@ -185,7 +219,7 @@ void NetTCPService::StartListen(NetPortBinds& failed)
     for (const WANTED& place : wanted)
         if (!xIsServedPreLocked(place) && !xOpenListenerPreLocked(place))
             failed.Add(*place.bind);
-    xPublishPortsPreLocked();
+    xPublishPortsPreLocked(*m_ports);
 }
 
 void NetTCPService::StopListen()
@@ -199,7 +233,7 @@ void NetTCPService::xStopListen()
     const ListenerAccess access(*this);
     const ThreadGatewayGuard guard(m_lock);
     xCloseUnwantedPreLocked({});
-    xPublishPortsPreLocked();
+    xPublishPortsPreLocked(*m_ports);
 }
 
 void NetTCPService::xResolveBinds(const NetPortBinds& binds, std::vector<WANTED>& wanted, NetPortBinds& failed)
@@ -216,25 +250,20 @@ void NetTCPService::xResolveBinds(const NetPortBinds& binds, std::vector<WANTED>
 
 void NetTCPService::xCloseUnwantedPreLocked(const std::vector<WANTED>& wanted)
 {
-    for (ULONG index = 0; index < m_listeners.GetCount();) {
-        const NetTCP& listener = m_listeners.Get(index);
-        if (std::any_of(wanted.begin(), wanted.end(),
-                        [&](const WANTED& place) { return Serves(listener, place.ip, place.port); }))
-        {
-            ++index;
+    for (auto listener = m_ports->listeners.begin(); listener != m_ports->listeners.end();) {
+        if (std::any_of(wanted.begin(), wanted.end(), [&](const WANTED& place) { return listener->Serves(place); })) {
+            ++listener;
             continue;
         }
-        xLogPortPreLocked("Close Listening Port", listener.GetLocalIP(), listener.GetLocalPort());
-        m_listeners.Delete(index);
+        xLogPortPreLocked("Close Listening Port", listener->socket->GetLocalIP(), listener->socket->GetLocalPort());
+        listener = m_ports->Close(listener);
     }
 }
 
 bool NetTCPService::xIsServedPreLocked(const WANTED& wanted) const
 {
-    for (ULONG index = 0; index < m_listeners.GetCount(); ++index)
-        if (Serves(m_listeners.Get(index), wanted.ip, wanted.port))
-            return true;
-    return false;
+    return std::any_of(m_ports->listeners.begin(), m_ports->listeners.end(),
+                       [&](const PORTS::LISTENER& listener) { return listener.Serves(wanted); });
 }
 
 bool NetTCPService::xOpenListenerPreLocked(const WANTED& wanted)
@@ -249,17 +278,19 @@ bool NetTCPService::xOpenListenerPreLocked(const WANTED& wanted)
         xLogPortPreLocked("Open Listening Port Fail", wanted.ip, wanted.port);
         return false;
     }
-    xLogPortPreLocked("Open Listening Port Success", listener->GetLocalIP(), listener->GetLocalPort());
-    m_listeners.Give(listener.release());
+    const NetServiceStatus::ACTIVEPORT end{listener->GetLocalIP(), listener->GetLocalPort()};
+    xLogPortPreLocked("Open Listening Port Success", end.ip, end.port);
+    m_ports->listeners.push_back({std::move(listener), end});
     return true;
 }
 
-void NetTCPService::xPublishPortsPreLocked()
+void NetTCPService::xPublishPortsPreLocked(const PORTS& ports)
 {
-    Vector<NetServiceStatus::ACTIVEPORT> ports;
-    for (ULONG index = 0; index < m_listeners.GetCount(); ++index)
-        ports.Add({m_listeners.Get(index).GetLocalIP(), m_listeners.Get(index).GetLocalPort()});
-    m_status.SetActivePorts(ports);
+    Vector<NetServiceStatus::ACTIVEPORT> active;
+    for (const PORTS::LISTENER& listener : ports.listeners)
+        if (listener.socket->IsListening())
+            active.Add(listener.end);
+    m_status.SetActivePorts(active);
 }
 
 void NetTCPService::xLogPortPreLocked(const char* event, const NetIP& ip, USHORT port)
@@ -272,8 +303,8 @@ void NetTCPService::xLogPortPreLocked(const char* event, const NetIP& ip, USHORT
 
 void NetTCPService::xLockListenerAccess()
 {
+    m_accessRequested = true; // before the lock is had: the listener thread looks at it between two sessions
     m_lock.Lock();
-    m_accessRequested = true;
     while (xIsListenerAccessWithThreadPreLocked()) {
         m_lock.Unlock();
         const bool threadRuns = xIsThreadRunning();
@@ -318,104 +349,136 @@ void NetTCPService::xThread()
         m_listenerThreadId = platform::CurrentThreadId();
     }
     THREADSTATE state;
-    const auto pass = [this, &state] {
-        if (xPreparePass(state))
-            xServeWaitingConnections(state);
-        else
-            platform::SleepMs(IDLE_MS);
-        xRecordActivity(state);
-    };
     while (!xShouldThreadEnd()) {
-        // A pass that finds no memory has dropped the connections it had accepted; the ports stay.
-        if (!RunWithinMemory(pass))
+        // A pass that an exception left, want of memory say, has lost nothing: the next one goes on where it was.
+        if (!RunGuarded([this, &state] { xPass(state); }))
             platform::SleepMs(IDLE_MS);
     }
-    if (state.holding) {
+    if (state.ports) {
         // They stay open: whoever asked for them, or the destructor, closes them.
         const ThreadGatewayGuard guard(m_lock);
-        m_listeners.TakeAll(state.listeners);
+        m_ports = std::move(state.ports);
     }
+}
+
+void NetTCPService::xPass(THREADSTATE& state)
+{
+    if (xPreparePass(state)) {
+        xAcceptWaiting(state);
+        xServeWaiting(state);
+    } else {
+        platform::SleepMs(IDLE_MS);
+    }
+    xRecordActivity(state);
 }
 
 /// Takes or hands back the listeners and retires finished sessions. True when a connection may be accepted.
 bool NetTCPService::xPreparePass(THREADSTATE& state)
 {
     const ThreadGatewayGuard guard(m_lock);
-    if (!state.holding && xIsListenerAccessWithThreadPreLocked()) {
-        state.listeners.TakeAll(m_listeners);
-        state.holding = true;
-    }
-    if (state.holding && xIsListenerAccessReqPreLocked()) {
-        m_listeners.TakeAll(state.listeners);
+    if (!state.ports && xIsListenerAccessWithThreadPreLocked())
+        state.ports = std::move(m_ports);
+    if (state.ports && xIsListenerAccessReqPreLocked()) {
+        m_ports = std::move(state.ports);
         xGiveListenerAccessPreLocked();
-        state.holding = false;
     }
     xRemoveDone();
     state.incoming = m_incoming.GetCount();
     state.outgoing = m_outgoing.GetCount();
     state.room = m_maxIncoming > state.incoming ? m_maxIncoming - state.incoming : 0;
-    return state.holding && state.room > 0;
+    return state.ports && state.room > 0;
 }
 
-/// Accepts what is waiting, then makes the sessions. The backlog of a port is short, and a system may forget a
+/// Accepts what is waiting, before sessions are made of it. The backlog of a port is short, and a system may forget a
 /// connection that finds it full although the client takes it for made; so it is emptied before anything that takes
-/// longer is done.
-void NetTCPService::xServeWaitingConnections(THREADSTATE& state)
+/// longer is done. Waits 2 ms for the first connection, or 50 ms while no port is open.
+void NetTCPService::xAcceptWaiting(THREADSTATE& state)
 {
-    const ULONG most = std::min(state.room, ACCEPTED_AT_ONCE);
-    std::vector<std::unique_ptr<NetTCP>> accepted;
-    std::unique_ptr<NetTCP> next(xAcceptConnection(state.listeners, state.nextListener));
-    while (next) {
-        accepted.push_back(std::move(next));
-        if (accepted.size() < most)
-            xsExamineListeners(state.listeners, state.nextListener, 0, next);
-    }
-    for (std::unique_ptr<NetTCP>& connection : accepted)
-        xServeConnection(std::move(connection), state);
-}
-
-NetTCP* NetTCPService::xAcceptConnection(LISTENERS& listeners, ULONG& index)
-{
-    std::unique_ptr<NetTCP> connection;
-    if (!xsExamineListeners(listeners, index, ACCEPT_BLOCK_MS, connection))
+    std::vector<PORTS::WAITING>& waiting = state.ports->waiting;
+    waiting.reserve(ACCEPTED_AT_ONCE);
+    const auto most = static_cast<std::size_t>(std::min(state.room, ACCEPTED_AT_ONCE));
+    ATTEMPT last = ATTEMPT::ACCEPTED;
+    while (last == ATTEMPT::ACCEPTED && waiting.size() < most)
+        last = xAcceptOne(state, waiting.empty() ? ACCEPT_BLOCK_MS : 0);
+    if (last == ATTEMPT::NONE_LISTENS && waiting.empty())
         platform::SleepMs(NO_LISTENER_MS);
-    return connection.release();
 }
 
-bool NetTCPService::xsExamineListeners(LISTENERS& listeners, ULONG& index, ULONG firstBlockMs,
-                                       std::unique_ptr<NetTCP>& connection)
+/// Examines each listener once, in turn, until one has a connection. firstBlockMs: how long the first that listens may
+/// wait; the others do not.
+NetTCPService::ATTEMPT NetTCPService::xAcceptOne(THREADSTATE& state, std::uint32_t firstBlockMs)
 {
-    bool anyListens = false;
-    for (ULONG examined = 0; examined < listeners.GetCount(); ++examined) {
-        if (index >= listeners.GetCount())
-            index = 0;
-        NetTCP& listener = listeners.Get(index);
-        ++index; // also past one that has a connection, so that the ports are served in turn
+    PORTS& ports = *state.ports;
+    ATTEMPT result = ATTEMPT::NONE_LISTENS;
+    for (std::size_t examined = 0; examined < ports.listeners.size(); ++examined) {
+        if (state.nextListener >= ports.listeners.size())
+            state.nextListener = 0;
+        NetTCP& listener = *ports.listeners[state.nextListener].socket;
+        ++state.nextListener; // also past one that has a connection, so that the ports are served in turn
         if (!listener.IsListening())
             continue;
-        listener.SetBlockTime(anyListens ? 0 : firstBlockMs);
-        anyListens = true;
-        connection.reset(listener.Accept());
-        if (connection)
-            break;
+        listener.SetBlockTime(result == ATTEMPT::NONE_LISTENS ? firstBlockMs : 0);
+        result = ATTEMPT::NOTHING_CAME;
+        std::unique_ptr<NetTCP> connection(listener.Accept());
+        if (connection) {
+            ports.waiting.push_back({std::move(connection), &listener});
+            return ATTEMPT::ACCEPTED;
+        }
+        if (!listener.IsListening()) {
+            const ThreadGatewayGuard guard(m_lock);
+            xPublishPortsPreLocked(ports);
+        }
     }
-    return anyListens;
+    return result;
 }
 
-void NetTCPService::xServeConnection(std::unique_ptr<NetTCP> connection, THREADSTATE& state)
+/// Makes sessions of the connections that wait, as long as nothing has changed that forbids it. Those that are left
+/// wait for the next pass; a port that is closed takes its own with it.
+void NetTCPService::xServeWaiting(THREADSTATE& state)
 {
-    const ThreadGatewayGuard guard(m_lock);
+    for (bool first = true;; first = false) {
+        const ThreadGatewayGuard guard(m_lock);
+        if (state.ports->waiting.empty() || (!first && !xMayServePreLocked(state)))
+            return;
+        xServeNextPreLocked(state);
+    }
+}
+
+bool NetTCPService::xMayServePreLocked(const THREADSTATE& state) const
+{
+    return !xShouldThreadEnd() && !xIsListenerAccessReqPreLocked() && state.incoming < m_maxIncoming;
+}
+
+void NetTCPService::xServeNextPreLocked(THREADSTATE& state)
+{
     xReserveSessionPreLocked(m_incoming);
-    const SocketWatch watch(*connection);
-    NetTCPSession* session = nullptr;
-    // A session that finds no memory may have taken the connection over, and down with it.
-    static_cast<void>(RunWithinMemory([&] { session = xCreateSession(connection.get(), xGenSessionIDPreLocked()); }));
-    if (session != nullptr || !watch.IsAlive())
-        static_cast<void>(connection.release());
+    std::unique_ptr<NetTCP> connection = std::move(state.ports->waiting.front().connection);
+    state.ports->waiting.erase(state.ports->waiting.begin());
+    NetTCPSession* const session = xMakeSessionPreLocked(std::move(connection));
     if (session == nullptr)
         return;
     xAddSessionPreLocked(m_incoming, session);
     ++state.incoming;
+}
+
+/// Null: the host wants none, or was left by an exception; the connection is closed then.
+NetTCPSession* NetTCPService::xMakeSessionPreLocked(std::unique_ptr<NetTCP> connection)
+{
+    const EventLogSessionID id = xGenSessionIDPreLocked();
+    const NetTCPSession::NETSTATE ends{connection->GetLocalIP(), connection->GetLocalPort(), connection->GetRemoteIP(),
+                                       connection->GetRemotePort()};
+    NetTCP* const offered = connection.get();
+    SocketHandOver handOver(std::move(connection));
+    NetTCPSession* session = nullptr;
+    String why;
+    if (!RunGuarded([&] { session = xCreateSession(offered, id); }, why)) {
+        GetEventLog().PrintIPNormal(id, ends.remoteIP, ends.remotePort, ends.localIP, ends.localPort,
+                                    "Connection Refused", String(), why);
+        return nullptr;
+    }
+    if (session != nullptr)
+        handOver.GiveUp();
+    return session;
 }
 
 /// Writes one sample of the current connections per time unit.

@@ -65,13 +65,14 @@ protected:
     /// Makes the session of an accepted connection. Called on the listener thread with the service lock held, once per
     /// connection; it may call operations that take the lock again, such as GenSessionID, but must not wait for a
     /// thread that does. The session returned owns connection, and the service owns the session. Null: the service
-    /// deletes connection, which closes it; nothing is logged. std::bad_alloc counts as null, whether the session had
-    /// taken connection over by then or not.
+    /// deletes connection, which closes it; nothing is logged. An exception, of whatever kind, refuses the connection,
+    /// whether a session had taken it over by then or not: "Connection Refused" is logged with what the exception says
+    /// as the comment, the connection is closed, and the service goes on.
     virtual NetTCPSession* xCreateSession(NetTCP* const connection, EventLogSessionID id) = 0;
 
 public:
     /// Starts the listener thread and the log purger and stamps the creation time; true at once when the thread runs
-    /// already. False: message code 3 was added, nothing runs.
+    /// already, also while a StartListen resolves names. False: message code 3 was added, nothing runs.
     bool Init(Messages& messages);
     /// The bindings count from the next StartListen, the limits (numbers of sessions) at once. More than 32 bits hold
     /// counts as the largest such number.
@@ -80,9 +81,10 @@ public:
     /// Opens, keeps and closes listening sockets so that exactly the bindings listen. A binding that could not be
     /// brought up is appended to failed, which is not cleared first; before Init that is every one. A listener whose
     /// address and port are still wanted keeps its socket; one on a random port (0) or an IPv6 address is always opened
-    /// anew; kept on purpose. Blocks while host names are resolved.
+    /// anew; kept on purpose. Blocks while host names are resolved, and while the listener thread makes a session.
     void StartListen(NetPortBinds& failed);
-    /// Closes all listening ports. Waits for a StartListen that is under way.
+    /// Closes all listening ports, and the connections that came in on them and have no session yet. Waits for a
+    /// StartListen that is under way.
     void StopListen();
 
     /// Hands a session that was made for an outgoing connection to the service. False: the thread does not run, the
@@ -137,7 +139,8 @@ public:
     bool GetIsActive() const;
     /// At least one port is open.
     bool GetIsListening() const;
-    /// Replaces ports by the addresses and ports that listen, as the sockets tell them (an IPv6 one: 0.0.0.0 port 0).
+    /// Replaces ports by the addresses and ports that listen, as the sockets tell them (an IPv6 one: 0.0.0.0 port 0). A
+    /// port whose socket has failed is not among them; StartListen opens it anew.
     void GetListeningPorts(Vector<NetServiceStatus::ACTIVEPORT>& ports) const;
     /// As many sessions as the limit, or more.
     ///@{
@@ -162,7 +165,6 @@ protected:
     NetDNS& xGetResolver() { return m_resolver; }
 
 private:
-    using LISTENERS = VectorPtr<NetTCP>;
     using SESSIONS = VectorPtr<NetTCPSession>;
 
     /// A place to listen on, and the binding that asks for it.
@@ -172,12 +174,15 @@ private:
         USHORT port;
         const NetPortBind* bind;
     };
+    /// What the hand-over gives to and fro: the listening sockets, and connections that wait for their session.
+    struct PORTS;
     /// What the listener thread keeps to itself.
     struct THREADSTATE;
+    enum class ATTEMPT;
     class ListenerAccess;
 
     // The hand-over of the listeners between the listener thread and StartListen or StopListen.
-    /// Asks for the listeners and waits until the thread has put them back into m_listeners, or does not run.
+    /// Asks for the listeners and waits until the thread has put them back into m_ports, or does not run.
     void xLockListenerAccess();
     /// Lets the thread have them again.
     void xUnlockListenerAccess();
@@ -187,23 +192,21 @@ private:
     bool xIsListenerAccessWithThreadPreLocked() const;
 
     // Listener thread only.
+    void xPass(THREADSTATE& state);
     bool xPreparePass(THREADSTATE& state);
-    void xServeWaitingConnections(THREADSTATE& state);
-    void xServeConnection(std::unique_ptr<NetTCP> connection, THREADSTATE& state);
+    void xAcceptWaiting(THREADSTATE& state);
+    ATTEMPT xAcceptOne(THREADSTATE& state, std::uint32_t firstBlockMs);
+    void xServeWaiting(THREADSTATE& state);
+    bool xMayServePreLocked(const THREADSTATE& state) const;
+    void xServeNextPreLocked(THREADSTATE& state);
+    NetTCPSession* xMakeSessionPreLocked(std::unique_ptr<NetTCP> connection);
     void xRecordActivity(THREADSTATE& state);
-    /// One connection of the listeners, examined in turn from index on; null when none came within 2 ms, or after a
-    /// pause of 50 ms when none listens. Caller deletes.
-    NetTCP* xAcceptConnection(LISTENERS& listeners, ULONG& index);
-    /// Examines each listener once, from index on, until one has a connection. firstBlockMs: how long the first that
-    /// listens may wait; the others do not. False: none listens.
-    static bool xsExamineListeners(LISTENERS& listeners, ULONG& index, ULONG firstBlockMs,
-                                   std::unique_ptr<NetTCP>& connection);
 
     void xResolveBinds(const NetPortBinds& binds, std::vector<WANTED>& wanted, NetPortBinds& failed);
     void xCloseUnwantedPreLocked(const std::vector<WANTED>& wanted);
     bool xOpenListenerPreLocked(const WANTED& wanted);
     bool xIsServedPreLocked(const WANTED& wanted) const;
-    void xPublishPortsPreLocked();
+    void xPublishPortsPreLocked(const PORTS& ports);
     void xLogPortPreLocked(const char* event, const NetIP& ip, USHORT port);
     void xStopListen();
 
@@ -229,13 +232,13 @@ private:
     std::atomic<EventLog*> m_eventLog; // read without the lock, too
     bool m_logEvents = true;
     bool m_eventLogShared = false;
-    LISTENERS m_listeners; // used by whom the hand-over gives them to
+    std::unique_ptr<PORTS> m_ports; // null while the listener thread has them
     ThreadGateway m_lock;
     std::uint32_t m_listenerThreadId = 0;
     NetPortBinds m_binds;
     std::uint32_t m_maxIncoming = 0;
     std::uint32_t m_maxOutgoing = 0;
-    bool m_accessRequested = false;
+    std::atomic<bool> m_accessRequested{false}; // set without the lock, which the listener thread may hold for long
     bool m_accessWithThread = true;
     SESSIONS m_incoming; // changed under m_lock and m_sessionsGateway, read under either
     SESSIONS m_outgoing; // the same
@@ -243,8 +246,9 @@ private:
     std::uint32_t m_endedAtLook = 0; // count of ended threads when xRemoveDone looked through the lists last
     bool m_cameSinceLook = false;    // a session was added since
 
-    // Lock order: m_listenGateway, m_lock, m_sessionsGateway.
-    ThreadGateway m_listenGateway;   // one Init, StartListen or StopListen at a time
+    // Lock order: m_listenGateway, m_lock, m_sessionsGateway. No other is taken under m_initGateway but m_lock.
+    ThreadGateway m_initGateway;     // one Init at a time
+    ThreadGateway m_listenGateway;   // one StartListen or StopListen at a time
     ThreadGateway m_sessionsGateway; // the two session lists; never held while waiting for a session
     std::vector<std::unique_ptr<EventLog>> m_ownEventLogs; // the one in use last; earlier ones may still be referred to
 };

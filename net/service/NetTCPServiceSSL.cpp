@@ -1,10 +1,9 @@
 #include "net/service/NetTCPServiceSSL.h"
 
-#include "common/WithinMemory.h"
 #include "net/dns/NetDNS.h"
 #include "net/session/NetTCPSession.h"
 #include "net/sockets/NetTCPSSL.h"
-#include "net/sockets/SocketWatch.h"
+#include "net/sockets/SocketHandOver.h"
 
 #include <memory>
 
@@ -21,15 +20,13 @@ NetTCPSession* NetTCPServiceSSL::xCreateSession(NetTCP* const connection, EventL
     auto secured = cache != nullptr ? std::make_unique<NetTCPSSL>(NetIP::LOOKUP_ANY, *cache)
                                     : std::make_unique<NetTCPSSL>(NetIP::LOOKUP_ANY);
     secured->Upgrade(*connection);
-    const SocketWatch watch(*secured);
-    NetTCPSession* session = nullptr;
-    static_cast<void>(RunWithinMemory([&] { session = xCreateSessionSSL(secured.get(), id); }));
-    if (!watch.IsAlive())
-        static_cast<void>(secured.release()); // a session took it over and down with it
+    NetTCPSSL* const offered = secured.get();
+    SocketHandOver handOver(std::move(secured));
+    NetTCPSession* const session = xCreateSessionSSL(offered, id);
     if (session == nullptr)
         return nullptr; // the base deletes the emptied connection
     // The session owns the new socket now, and nobody needs the emptied one.
-    static_cast<void>(secured.release());
+    handOver.GiveUp();
     delete connection;
     return session;
 }

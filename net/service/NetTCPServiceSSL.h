@@ -24,7 +24,7 @@ protected:
 
     /// Makes the session of one accepted connection. Called on the listener thread with the service lock held; must not
     /// wait. The returned session owns connection. Null: connection is deleted, which closes it; nothing is logged.
-    /// std::bad_alloc counts as null.
+    /// An exception, of whatever kind, refuses the connection as it does in xCreateSession.
     virtual NetTCPSession* xCreateSessionSSL(NetTCPSSL* const connection, EventLogSessionID id) = 0;
 };
 

@@ -7,6 +7,7 @@
 #include "common/EventLog.h"
 #include "common/RunAllSteps.h"
 #include "net/session/NetTCPSessionParts.h"
+#include "net/sockets/SocketHandOver.h"
 #include "net/status/NetSessionLiveStatus.h"
 
 #include <utility>
@@ -58,6 +59,7 @@ NetTCPSession::NetTCPSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& 
     , m_sessionID(id)
     , m_parts(std::make_unique<PARTS>(dataLog, eventLog, id, timeOutSecs, m_mainSocket->IsConnected()))
 {
+    SocketHandOver::sTake(*m_mainSocket);
     m_mainSocket->SetBlockTime(BLOCK_TIME_MS);
     if (m_parts->acceptedAtConstruction) {
         m_parts->book.CountFirstConnection();

@@ -3,7 +3,7 @@
 #include "platform/Sockets.h"
 
 #include "common/Messages.h"
-#include "net/sockets/SocketWatch.h"
+#include "net/sockets/SocketHandOver.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -57,7 +57,7 @@ NetSocket::NetSocket(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache)
 
 NetSocket::~NetSocket()
 {
-    SocketWatch::sNoteEnd(*this);
+    SocketHandOver::sTake(*this); // whoever still hands it over must not delete it again
     // Not Close: the derived class, whose state it would clear, is gone already.
     platform::CloseSocket(m_socket);
 }

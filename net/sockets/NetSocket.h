@@ -13,6 +13,7 @@ struct sockaddr_in6;
 namespace kqlib {
 
 class NetDNSCache;
+class SocketHandOver;
 
 namespace platform {
 enum class IoResult : std::uint8_t;
@@ -180,6 +181,8 @@ protected:
     ///@}
 
 private:
+    friend class SocketHandOver;
+
     template <class ATTEMPT>
     platform::IoResult xMoveWithin(bool forRead, bool tryFirst, unsigned long& len, const ATTEMPT& attempt);
 
@@ -194,6 +197,7 @@ private:
     std::uint32_t m_bytesIn = 0;
     std::uint32_t m_bytesOut = 0;
     std::uint32_t m_blockTimeMs = 0;
+    SocketHandOver* m_handOver = nullptr; // owns this object until a session takes it; null: none
     bool m_recvFlowing = false; // the last receive brought bytes, so the next one need not wait first; a hint only
     bool m_sendFlowing = true;  // the last send took over all, so the next one need not wait first; a hint only
 };

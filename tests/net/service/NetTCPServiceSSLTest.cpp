@@ -167,6 +167,7 @@ TEST_F(NetTCPServiceSSLTest, CreateSession_NoMemory_ConnectionClosedOthersServed
     NetTCPSSL client(NetIP::LOOKUP_ANY);
     ASSERT_TRUE(client.Connect(NetIP(String("127.0.0.1")), m_port));
     EXPECT_TRUE(client.SSLConnect());
+    EXPECT_EQ(m_log.Count("Connection Refused"), 2U);
 }
 
 TEST_F(NetTCPServiceSSLTest, Session_MadeOverAConnectedPlainTLSSocket_ThenServedOverTLS)

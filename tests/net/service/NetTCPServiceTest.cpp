@@ -6,6 +6,7 @@
 #include "platform/Threads.h"
 #include "tests/net/service/ServiceFixture.h"
 #include "tests/peers/KnownName.h"
+#include "tests/peers/PrivateMember.h"
 #include "tests/peers/TempFolder.h"
 #include "tests/peers/posix/DescriptorShortage.h"
 
@@ -20,6 +21,14 @@
 #include <thread>
 
 namespace kqlib::test {
+
+/// Whether somebody has asked for the listening sockets and not got them yet.
+struct AccessRequested
+{
+    friend std::atomic<bool> NetTCPService::*GetPrivateMember(AccessRequested);
+};
+template struct PrivateMember<AccessRequested, &NetTCPService::m_accessRequested>;
+
 namespace {
 
 using testing::ElementsAre;
@@ -48,6 +57,35 @@ protected:
     std::string Opened(USHORT port) const { return "Open Listening Port Success|" + Port(port) + "|"; }
     std::string Closed(USHORT port) const { return "Close Listening Port|" + Port(port) + "|"; }
     std::string Failed(USHORT port) const { return "Open Listening Port Fail|" + Port(port) + "|"; }
+
+    /// A StartListen or StopListen waits for the listening sockets.
+    bool IsAccessRequested() const
+    {
+        return (static_cast<NetTCPService&>(*m_service).*GetPrivateMember(AccessRequested())).load();
+    }
+    /// Makes the factory do so while it makes the first session.
+    void DuringTheFirstSession(std::function<void()> action)
+    {
+        m_service->SetFactory([this, action](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+            if (id.GetSession() == 0)
+                action();
+            return new TestSession(*m_service, connection, id, {});
+        });
+    }
+    /// So many clients, each with a line sent, in the backlog of a port. The first limit above 0 lets them in at once.
+    std::list<TestClient> ConnectToBacklog(USHORT port, int count) const
+    {
+        std::list<TestClient> clients;
+        for (int index = 0; index < count; ++index) {
+            clients.emplace_back(port);
+            EXPECT_TRUE(clients.back().SendLine("hello"));
+        }
+        return clients;
+    }
+    void SetLimit(ULONG maxIncoming, const std::string& binds = "127.0.0.1:0")
+    {
+        m_service->SetSettings(Binds(binds), maxIncoming, 0);
+    }
 };
 
 // ------------------------------------------------------------------------------------------------------ start-up
@@ -107,6 +145,25 @@ TEST_F(NetTCPServiceTest, Init_NoThreadAtAll_Message3)
         EXPECT_EQ(messages.Get(0), 3);
     }
     end = true;
+}
+
+TEST_F(NetTCPServiceTest, Init_RunningWhileThePortsAreChanged_TrueAtOnce)
+{
+    std::atomic<bool> answered{false};
+    std::atomic<bool> inTime{false};
+    std::thread changer;
+    DuringTheFirstSession([&] {
+        changer = std::thread([this] { m_service->StopListen(); });
+        inTime = WaitFor([&] { return answered.load(); });
+    });
+    const TestClient client(Start());
+    EXPECT_TRUE(WaitFor([this] { return IsAccessRequested(); }));
+    Messages messages;
+    EXPECT_TRUE(m_service->Init(messages));
+    answered = true;
+    EXPECT_TRUE(WaitFor([this] { return !m_service->GetIsListening(); }));
+    changer.join();
+    EXPECT_TRUE(inTime);
 }
 
 // --------------------------------------------------------------------------------------------------------- ports
@@ -439,6 +496,75 @@ TEST_F(NetTCPServiceTest, Accept_SeveralWaitAtEachPort_PortsServedInTurn)
         return served.size() == 6;
     }));
     EXPECT_THAT(served, ElementsAre(ports[0], ports[1], ports[2], ports[0], ports[2], ports[0]));
+}
+
+TEST_F(NetTCPServiceTest, Accept_FactoryLowersTheLimit_OthersWaitForRoom)
+{
+    Init("127.0.0.1:0", 0);
+    DuringTheFirstSession([this] { SetLimit(1); });
+    std::list<TestClient> clients = ConnectToBacklog(Listen(), 4);
+    SetLimit(10);
+    EXPECT_EQ(clients.front().ReadLine(), "OK hello");
+    EXPECT_TRUE(clients.back().ReadLine(100).empty());
+    EXPECT_EQ(m_service->GetIDs().size(), 1U);
+    SetLimit(10);
+    clients.pop_front();
+    for (TestClient& client : clients)
+        EXPECT_EQ(client.ReadLine(), "OK hello");
+}
+
+TEST_F(NetTCPServiceTest, Accept_EndRequestInTheFactory_NoFurtherSessionUntilTheNextInit)
+{
+    Init("127.0.0.1:0", 0);
+    DuringTheFirstSession([this] { m_service->AskThreadToEnd(); });
+    std::list<TestClient> clients = ConnectToBacklog(Listen(), 4);
+    SetLimit(10);
+    ASSERT_TRUE(WaitFor([this] { return !m_service->GetIsActive(); }));
+    EXPECT_EQ(m_service->GetIDs().size(), 1U);
+    Messages messages;
+    ASSERT_TRUE(m_service->Init(messages));
+    for (TestClient& client : clients)
+        EXPECT_EQ(client.ReadLine(), "OK hello");
+}
+
+TEST_F(NetTCPServiceTest, Accept_StopListenWhileASessionIsMade_NoFurtherSessionAndTheOthersClosed)
+{
+    Init("127.0.0.1:0", 0);
+    std::thread stopper;
+    DuringTheFirstSession([&] {
+        stopper = std::thread([this] { m_service->StopListen(); });
+        EXPECT_TRUE(WaitFor([this] { return IsAccessRequested(); }));
+    });
+    std::list<TestClient> clients = ConnectToBacklog(Listen(), 4);
+    SetLimit(10);
+    EXPECT_EQ(clients.front().ReadLine(), "OK hello");
+    ASSERT_TRUE(WaitFor([this] { return !m_service->GetIsListening(); }));
+    stopper.join();
+    EXPECT_EQ(m_service->GetIDs().size(), 1U);
+    EXPECT_TRUE(clients.front().Talk("still here"));
+    clients.pop_front();
+    for (TestClient& client : clients)
+        EXPECT_TRUE(client.WaitClosed());
+}
+
+TEST_F(NetTCPServiceTest, StartListen_ConnectionsWaitForRoom_KeptWithTheirPort)
+{
+    const USHORT kept = FreePort();
+    const USHORT left = FreePort();
+    Init(Port(kept) + "," + Port(left), 0);
+    DuringTheFirstSession([&] { SetLimit(1, Port(kept)); });
+    NetPortBinds failed;
+    m_service->StartListen(failed);
+    std::list<TestClient> atKept = ConnectToBacklog(kept, 2);
+    std::list<TestClient> atLeft = ConnectToBacklog(left, 2);
+    SetLimit(10, Port(kept));
+    ASSERT_TRUE(WaitFor([this] { return m_service->GetIDs().size() == 1; }));
+    m_service->StartListen(failed); // one of the four has a session, the others wait for room
+    EXPECT_EQ(failed.GetCount(), 0U);
+    SetLimit(10, Port(kept));
+    for (TestClient& client : atKept)
+        EXPECT_EQ(client.ReadLine(), "OK hello");
+    EXPECT_TRUE(atLeft.back().WaitClosed());
 }
 
 /// A session that finds no memory after it has taken its connection over.

@@ -120,6 +120,7 @@ public:
     /// Before Init.
     void SetFactory(FACTORY factory) { m_factory = std::move(factory); }
     void EndThread() { xEndThread(); }
+    void AskThreadToEnd() { xEndThreadAsync(); }
 
     ThreadPool& GetPool() const { return xGetPool(); }
     NetDNSCache& GetCache() { return *xGetResolver().GetCache(); }

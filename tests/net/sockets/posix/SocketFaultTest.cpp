@@ -142,7 +142,8 @@ TEST_F(ServiceFaultTest, StartListen_ListenerHadFailed_OpenedAnew)
         TestClient client(port); // makes the listener thread accept
         ASSERT_TRUE(WaitFor([&] { return fault.IsUsedUp(); }));
     }
-    ASSERT_TRUE(WaitFor([&] { return !TestClient(port).IsConnected(); }));
+    ASSERT_TRUE(WaitFor([&] { return !m_service->GetIsListening(); })) << "a dead one is not listed";
+    EXPECT_FALSE(TestClient(port).IsConnected());
     EXPECT_EQ(Listen(), port);
     EXPECT_THAT(m_log.GetServiceTexts(),
                 testing::ElementsAre("Close Listening Port|0.0.0.0:0|", "Open Listening Port Success|" + place + "|"));
@@ -161,6 +162,8 @@ TEST_F(ServiceFaultTest, OneListenerFails_TheOthersGoOn)
     }
     ASSERT_TRUE(WaitFor([&] { return !TestClient(ports[0]).IsConnected() || !TestClient(ports[1]).IsConnected(); }));
     const bool firstFailed = !TestClient(ports[0]).IsConnected();
+    EXPECT_THAT(GetPorts(), testing::ElementsAre(ports[firstFailed ? 1 : 0])) << "the dead one is not listed";
+    EXPECT_TRUE(m_service->GetIsListening());
     for (int round = 0; round < 3; ++round)
         EXPECT_TRUE(TestClient(ports[firstFailed ? 1 : 0]).Talk("hello"));
 }

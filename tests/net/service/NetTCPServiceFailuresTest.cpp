@@ -1,0 +1,158 @@
+// Exceptions that leave the host's code on the listener thread, and what a service loses without being asked.
+#include "tests/net/service/ServiceFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <new>
+#include <stdexcept>
+
+namespace kqlib::test {
+namespace {
+
+using testing::ElementsAre;
+
+/// A session that an exception ends after it has taken its connection over.
+class UnfinishedSession : public NetTCPSession
+{
+public:
+    UnfinishedSession(TestService& service, NetTCP* connection, const EventLogSessionID& id)
+        : NetTCPSession(service.GetPool(), service.GetCache(), service.GetActivityLog(), service.GetEventLog(), id, 60,
+                        connection)
+    {
+        throw std::runtime_error("not finished");
+    }
+};
+
+class NetTCPServiceFailuresTest : public ServiceFixture
+{
+protected:
+    /// Makes the factory of the first connection do so; the others get sessions.
+    void SetFirstFactory(TestService::FACTORY factory)
+    {
+        m_service->SetFactory([this, factory](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+            if (id.GetSession() == 0)
+                return factory(connection, id);
+            return new TestSession(*m_service, connection, id, {});
+        });
+    }
+    /// The first client is refused for that reason, and the next one served.
+    void ExpectFirstRefused(const std::string& why)
+    {
+        const USHORT port = Start();
+        TestClient first(port);
+        EXPECT_TRUE(first.WaitClosed());
+        EXPECT_TRUE(TestClient(port).Talk("hello"));
+        const std::vector<CapturedEventLog::EVENT> refused = GetEvents("Connection Refused");
+        ASSERT_EQ(refused.size(), 1U);
+        EXPECT_EQ(refused[0].kind, 'N');
+        EXPECT_TRUE(refused[0].id == m_service->GetIDs().at(0));
+        EXPECT_EQ(refused[0].localPort, port);
+        EXPECT_TRUE(refused[0].remote == NetIP(String("127.0.0.1")));
+        EXPECT_NE(refused[0].remotePort, 0);
+        EXPECT_EQ(refused[0].detail, String());
+        EXPECT_EQ(refused[0].comment, String(why));
+        EXPECT_EQ(m_service->GetIDs().size(), 2U);
+    }
+    std::vector<CapturedEventLog::EVENT> GetEvents(const std::string& text) const
+    {
+        std::vector<CapturedEventLog::EVENT> events;
+        for (const auto& event : m_log.GetEvents())
+            if (event.event == String(text))
+                events.push_back(event);
+        return events;
+    }
+};
+
+// --------------------------------------------------------------------------------------------------- the factory
+
+TEST_F(NetTCPServiceFailuresTest, CreateSession_StandardException_RefusedWithItsText)
+{
+    SetFirstFactory([](NetTCP*, EventLogSessionID) -> NetTCPSession* { throw std::runtime_error("no table left"); });
+    ExpectFirstRefused("no table left");
+}
+
+TEST_F(NetTCPServiceFailuresTest, CreateSession_NoMemory_Refused)
+{
+    SetFirstFactory([](NetTCP*, EventLogSessionID) -> NetTCPSession* { throw std::bad_alloc(); });
+    ExpectFirstRefused(std::bad_alloc().what());
+}
+
+TEST_F(NetTCPServiceFailuresTest, CreateSession_ExceptionWithoutText_Refused)
+{
+    SetFirstFactory([](NetTCP*, EventLogSessionID) -> NetTCPSession* { throw 42; });
+    ExpectFirstRefused("Exception of an unknown kind");
+}
+
+TEST_F(NetTCPServiceFailuresTest, CreateSession_ExceptionAfterTheSessionTookTheConnection_RefusedAndClosedOnce)
+{
+    SetFirstFactory([this](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+        return new UnfinishedSession(*m_service, connection, id);
+    });
+    ExpectFirstRefused("not finished");
+}
+
+TEST_F(NetTCPServiceFailuresTest, CreateSession_ExceptionAfterTheFactoryDeletedTheConnection_RefusedAndClosedOnce)
+{
+    SetFirstFactory([](NetTCP* connection, EventLogSessionID) -> NetTCPSession* {
+        const std::unique_ptr<NetTCP> careful(connection);
+        throw std::runtime_error("gone");
+    });
+    ExpectFirstRefused("gone");
+}
+
+TEST_F(NetTCPServiceFailuresTest, CreateSession_ExceptionWhileASessionLivesOnElsewhere_ItsConnectionStays)
+{
+    std::unique_ptr<TestSession> elsewhere;
+    SetFirstFactory([&](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+        elsewhere = std::make_unique<TestSession>(*m_service, connection, id, TestSession::HOOKS());
+        throw std::runtime_error("too late");
+    });
+    TestClient client(Start());
+    EXPECT_TRUE(client.Talk("hello"));
+    EXPECT_EQ(m_service->GetSessionCount(), 0U);
+    EXPECT_EQ(m_log.Count("Connection Refused"), 1U);
+    elsewhere.reset();
+    EXPECT_TRUE(client.WaitClosed());
+}
+
+TEST_F(NetTCPServiceFailuresTest, CreateSession_NullAfterTheSessionWentAgain_ClosedOnceAndNotLogged)
+{
+    SetFirstFactory([this](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+        const TestSession unwanted(*m_service, connection, id, {});
+        return nullptr;
+    });
+    const USHORT port = Start();
+    EXPECT_TRUE(TestClient(port).WaitClosed());
+    EXPECT_TRUE(TestClient(port).Talk("hello"));
+    EXPECT_EQ(m_log.Count("Connection Refused"), 0U);
+}
+
+// ----------------------------------------------------------------------------------------- other code of the host
+
+/// A host's log that fails to write a refusal.
+class FailingLog : public CapturedEventLog
+{
+public:
+    void PrintIPNormal(const EventLogSessionID& id, NetIP remote, USHORT remotePort, NetIP local, USHORT localPort,
+                       const String& event, const String& detail, const String& comment) override
+    {
+        CapturedEventLog::PrintIPNormal(id, remote, remotePort, local, localPort, event, detail, comment);
+        if (event == String("Connection Refused"))
+            throw std::runtime_error("disk on fire");
+    }
+};
+
+TEST_F(NetTCPServiceFailuresTest, EventLog_FailsOnTheListenerThread_ConnectionClosedOthersServed)
+{
+    FailingLog log;
+    m_service->SetLogModeShared(&log, true);
+    SetFirstFactory([](NetTCP*, EventLogSessionID) -> NetTCPSession* { throw 42; });
+    const USHORT port = Start();
+    EXPECT_TRUE(TestClient(port).WaitClosed());
+    EXPECT_TRUE(TestClient(port).Talk("hello"));
+    EXPECT_EQ(log.Count("Connection Refused"), 1U);
+    m_service.reset(); // before its log
+}
+
+} // namespace
+} // namespace kqlib::test
