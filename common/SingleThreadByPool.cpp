@@ -5,6 +5,7 @@
 #include "common/WithinMemory.h"
 
 #include <cassert>
+#include <utility>
 
 namespace kqlib {
 
@@ -67,9 +68,9 @@ ThreadPool& SingleThreadByPool::xGetPool() const
     return m_pool;
 }
 
-ULONG SingleThreadByPool::xsGetEndedCount()
+void SingleThreadByPool::xCountEndIn(std::shared_ptr<std::atomic<std::uint32_t>> counter)
 {
-    return ThreadControl::sGetEndedCount();
+    m_control->CountEndIn(std::move(counter));
 }
 
 } // namespace kqlib

@@ -4,6 +4,8 @@
 #include "common/Types.h"
 #include "platform/Export.h"
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 
 namespace kqlib {
@@ -48,9 +50,10 @@ protected:
     /// The pool given at construction.
     ThreadPool& xGetPool() const;
 
-    /// Changes whenever xIsThreadRunning of any object has turned false (wraps at 2^32): who looks through many objects
-    /// for ended ones need not look while it stays the same.
-    static ULONG xsGetEndedCount();
+    /// From here on one is added to counter just after xIsThreadRunning has turned false (wraps at 2^32): who looks
+    /// through many objects for ended ones need not look while it stays the same. The thread holds counter in common
+    /// with the caller. Of an end before this call it knows nothing. Any thread.
+    void xCountEndIn(std::shared_ptr<std::atomic<std::uint32_t>> counter);
 
 private:
     struct CONTROL;

@@ -1,17 +1,8 @@
 #include "common/ThreadControl.h"
 
+#include <utility>
+
 namespace kqlib {
-
-namespace {
-
-std::atomic<std::uint32_t> endedCount{0};
-
-} // namespace
-
-std::uint32_t ThreadControl::sGetEndedCount()
-{
-    return endedCount.load();
-}
 
 bool ThreadControl::Start()
 {
@@ -27,9 +18,7 @@ bool ThreadControl::Start()
 void ThreadControl::CancelStart()
 {
     std::lock_guard lock(m_mutex);
-    m_running.store(false);
-    endedCount.fetch_add(1);
-    m_ended.notify_all();
+    xEndPreLocked();
 }
 
 void ThreadControl::EnterBody()
@@ -42,9 +31,21 @@ void ThreadControl::LeaveBody()
 {
     std::lock_guard lock(m_mutex);
     m_bodyThread = std::thread::id();
+    xEndPreLocked();
+}
+
+void ThreadControl::xEndPreLocked()
+{
     m_running.store(false);
-    endedCount.fetch_add(1);
+    if (m_endCounter)
+        m_endCounter->fetch_add(1);
     m_ended.notify_all();
+}
+
+void ThreadControl::CountEndIn(std::shared_ptr<std::atomic<std::uint32_t>> counter)
+{
+    std::lock_guard lock(m_mutex);
+    m_endCounter = std::move(counter);
 }
 
 void ThreadControl::WaitUntilEnded()

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -37,15 +38,18 @@ public:
     /// True on the thread that is in the body.
     bool IsOwnThread() const;
 
-    /// How often any object's IsRunning has turned false in this process, counted just afterwards; wraps at 2^32.
-    static std::uint32_t sGetEndedCount();
+    /// One is added to counter whenever IsRunning has turned false from here on, just afterwards; wraps at 2^32.
+    void CountEndIn(std::shared_ptr<std::atomic<std::uint32_t>> counter);
 
 private:
+    void xEndPreLocked();
+
     mutable std::mutex m_mutex;
     std::condition_variable m_ended;
     std::atomic<bool> m_running{false}; ///< written under the mutex
     std::atomic<bool> m_endRequested{false};
-    std::thread::id m_bodyThread; ///< under the mutex; no thread outside the body
+    std::thread::id m_bodyThread;                             ///< under the mutex; no thread outside the body
+    std::shared_ptr<std::atomic<std::uint32_t>> m_endCounter; ///< under the mutex; null: nobody counts
 };
 
 } // namespace kqlib

@@ -24,6 +24,7 @@ void OpenLogs(FtpService& service, const FtpSettings& settings)
     events.SetFileName("kqftpd.log");
     events.SetUsePrintDebug(settings.GetLogDebug());
     service.SetLogModeNormal(events, true);
+    service.SetLogLosses(true);
     service.SetMonitoringEnabled(folder, "kqftpd-", "activity", "sessions");
 }
 

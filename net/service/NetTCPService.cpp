@@ -5,6 +5,7 @@
 
 #include "common/EventLogSettings.h"
 #include "common/RunGuarded.h"
+#include "net/service/SessionRegistry.h"
 #include "net/session/NetTCPSession.h"
 #include "net/sockets/NetTCP.h"
 #include "net/sockets/SocketHandOver.h"
@@ -29,12 +30,9 @@ constexpr std::uint32_t ACCEPT_BLOCK_MS = 2; // one wait for a connection
 constexpr ULONG ACCEPTED_AT_ONCE = 64;       // connections accepted before sessions are made of them
 constexpr std::uint32_t NO_LISTENER_MS = 50; // while no port is open
 
-/// Calls action with each session, incoming ones first.
-template <class SESSIONS, class ACTION> void ForEachSession(SESSIONS& incoming, SESSIONS& outgoing, ACTION action)
+String EndText(const NetIP& ip, USHORT port)
 {
-    for (SESSIONS* sessions : {&incoming, &outgoing})
-        for (ULONG index = 0; index < sessions->GetCount(); ++index)
-            action(sessions->Get(index));
+    return ip.GetText() + ":" + String::sToString(port);
 }
 
 } // namespace
@@ -117,6 +115,7 @@ NetTCPService::NetTCPService(ThreadPool& pool, NetDNSCache& cache)
     , m_logPurge(pool)
     , m_eventLog(nullptr)
     , m_ports(std::make_unique<PORTS>())
+    , m_sessions(std::make_unique<SessionRegistry>())
 {
     m_ownEventLogs.push_back(std::make_unique<EventLog>());
     m_eventLog = m_ownEventLogs.back().get();
@@ -180,6 +179,12 @@ void NetTCPService::SetLogModeShared(EventLog* const eventLog, bool logEvents)
     }
     m_logEvents = logEvents;
     m_eventLog = eventLog;
+}
+
+void NetTCPService::SetLogLosses(bool logLosses)
+{
+    const ThreadGatewayGuard guard(m_lock);
+    m_logLosses = logLosses;
 }
 
 void NetTCPService::SetMonitoringEnabled(const FilePath& folder, const String& prefix, const String& activityName,
@@ -296,7 +301,7 @@ void NetTCPService::xPublishPortsPreLocked(const PORTS& ports)
 void NetTCPService::xLogPortPreLocked(const char* event, const NetIP& ip, USHORT port)
 {
     if (m_logEvents)
-        GetEventLog().PrintServiceNormal(event, ip.GetText() + ":" + String::sToString(port), String());
+        GetEventLog().PrintServiceNormal(event, EndText(ip, port), String());
 }
 
 // -------------------------------------------------------------------------- the hand-over of the listening sockets
@@ -383,8 +388,8 @@ bool NetTCPService::xPreparePass(THREADSTATE& state)
         xGiveListenerAccessPreLocked();
     }
     xRemoveDone();
-    state.incoming = m_incoming.GetCount();
-    state.outgoing = m_outgoing.GetCount();
+    state.incoming = m_sessions->GetIncoming().GetCount();
+    state.outgoing = m_sessions->GetOutgoing().GetCount();
     state.room = m_maxIncoming > state.incoming ? m_maxIncoming - state.incoming : 0;
     return state.ports && state.room > 0;
 }
@@ -413,7 +418,8 @@ NetTCPService::ATTEMPT NetTCPService::xAcceptOne(THREADSTATE& state, std::uint32
     for (std::size_t examined = 0; examined < ports.listeners.size(); ++examined) {
         if (state.nextListener >= ports.listeners.size())
             state.nextListener = 0;
-        NetTCP& listener = *ports.listeners[state.nextListener].socket;
+        const PORTS::LISTENER& place = ports.listeners[state.nextListener];
+        NetTCP& listener = *place.socket;
         ++state.nextListener; // also past one that has a connection, so that the ports are served in turn
         if (!listener.IsListening())
             continue;
@@ -427,6 +433,7 @@ NetTCPService::ATTEMPT NetTCPService::xAcceptOne(THREADSTATE& state, std::uint32
         if (!listener.IsListening()) {
             const ThreadGatewayGuard guard(m_lock);
             xPublishPortsPreLocked(ports);
+            xNoteLostListenerPreLocked(place.end);
         }
     }
     return result;
@@ -451,13 +458,13 @@ bool NetTCPService::xMayServePreLocked(const THREADSTATE& state) const
 
 void NetTCPService::xServeNextPreLocked(THREADSTATE& state)
 {
-    xReserveSessionPreLocked(m_incoming);
+    m_sessions->Reserve(m_sessions->GetIncoming());
     std::unique_ptr<NetTCP> connection = std::move(state.ports->waiting.front().connection);
     state.ports->waiting.erase(state.ports->waiting.begin());
     NetTCPSession* const session = xMakeSessionPreLocked(std::move(connection));
     if (session == nullptr)
         return;
-    xAddSessionPreLocked(m_incoming, session);
+    m_sessions->Add(m_sessions->GetIncoming(), session);
     ++state.incoming;
 }
 
@@ -472,6 +479,7 @@ NetTCPSession* NetTCPService::xMakeSessionPreLocked(std::unique_ptr<NetTCP> conn
     NetTCPSession* session = nullptr;
     String why;
     if (!RunGuarded([&] { session = xCreateSession(offered, id); }, why)) {
+        ++m_losses.connectionsRefused;
         GetEventLog().PrintIPNormal(id, ends.remoteIP, ends.remotePort, ends.localIP, ends.localPort,
                                     "Connection Refused", String(), why);
         return nullptr;
@@ -514,9 +522,10 @@ bool NetTCPService::AddOutgoingConnection(NetTCPSession* session)
     if (!xIsThreadRunning())
         return false;
     const ThreadGatewayGuard guard(m_lock);
-    if (m_outgoing.GetCount() < m_maxOutgoing) {
-        xReserveSessionPreLocked(m_outgoing);
-        xAddSessionPreLocked(m_outgoing, session);
+    SessionRegistry::LIST& outgoing = m_sessions->GetOutgoing();
+    if (outgoing.GetCount() < m_maxOutgoing) {
+        m_sessions->Reserve(outgoing);
+        m_sessions->Add(outgoing, session);
     }
     return true; // also when it was not taken, kept on purpose
 }
@@ -535,36 +544,7 @@ void NetTCPService::CloseSessionsAsync()
 
 unsigned long NetTCPService::xRemoveDone()
 {
-    // With thousands of sessions a look at each would cost every pass more than its accept: unless some thread has
-    // ended or a session come since the last look, there is nothing to find.
-    const auto endedCount = static_cast<std::uint32_t>(xsGetEndedCount());
-    if (endedCount == m_endedAtLook && !m_cameSinceLook)
-        return 0;
-    m_endedAtLook = endedCount;
-    m_cameSinceLook = false;
-    ULONG removed = 0;
-    const bool all = RunWithinMemory([this, &removed] {
-        removed = xRemoveDonePreLocked(m_outgoing);
-        removed += xRemoveDonePreLocked(m_incoming);
-    });
-    if (!all)
-        m_cameSinceLook = true; // the next look finds those that are left
-    return removed;
-}
-
-ULONG NetTCPService::xRemoveDonePreLocked(SESSIONS& sessions)
-{
-    ULONG removed = 0;
-    for (ULONG index = 0; index < sessions.GetCount();) {
-        if (!sessions.Get(index).IsComplete()) {
-            ++index;
-            continue;
-        }
-        xRetirePreLocked(sessions.Get(index));
-        xDeleteSessionPreLocked(sessions, index);
-        ++removed;
-    }
-    return removed;
+    return m_sessions->RemoveDone([this](const NetTCPSession& session) { xRetirePreLocked(session); });
 }
 
 void NetTCPService::xRetirePreLocked(const NetTCPSession& session)
@@ -574,63 +554,51 @@ void NetTCPService::xRetirePreLocked(const NetTCPSession& session)
     m_status.AddDataFrom(live.GetStatus());
     Messages ignored; // a record that cannot be written, or no log, does not keep the session
     static_cast<void>(RunWithinMemory([&] { m_sessionLog.AddEntry(live.GetStatus(), ignored); }));
+    xNoteLossPreLocked(session, live.GetStatus());
 }
 
-/// Room for one more, so that adding it cannot fail.
-void NetTCPService::xReserveSessionPreLocked(SESSIONS& sessions)
+void NetTCPService::xNoteLossPreLocked(const NetTCPSession& session, const NetSessionStatus& status)
 {
-    const ThreadGatewayGuard guard(m_sessionsGateway);
-    sessions.ReserveOne();
+    if (session.HasRun() && !session.HasFailed())
+        return;
+    ++(session.HasRun() ? m_losses.sessionsFailed : m_losses.sessionsWithoutThread);
+    if (!m_logLosses)
+        return;
+    // A line that cannot be written does not keep the session either.
+    static_cast<void>(RunGuarded([&] {
+        GetEventLog().PrintIPNormal(status.GetSessionID(), status.GetRemoteIP(), status.GetRemotePort(),
+                                    status.GetLocalIP(), status.GetLocalPort(), "Session Lost", String(),
+                                    session.HasRun() ? "Failed" : "No Thread");
+    }));
 }
 
-void NetTCPService::xAddSessionPreLocked(SESSIONS& sessions, NetTCPSession* session)
+void NetTCPService::xNoteLostListenerPreLocked(const NetServiceStatus::ACTIVEPORT& end)
 {
-    const ThreadGatewayGuard guard(m_sessionsGateway);
-    sessions.Give(session);
-    m_cameSinceLook = true; // it may be complete already
-}
-
-void NetTCPService::xDeleteSessionPreLocked(SESSIONS& sessions, ULONG index)
-{
-    std::unique_ptr<NetTCPSession> session; // deleted after the lists are free again
-    const ThreadGatewayGuard guard(m_sessionsGateway);
-    session.reset(sessions.Remove(index));
+    ++m_losses.listenersLost;
+    if (m_logLosses)
+        GetEventLog().PrintServiceNormal("Listening Port Lost", EndText(end.ip, end.port), String());
 }
 
 void NetTCPService::xCloseSessions()
 {
-    xCloseListPreLocked(m_incoming);
-    xCloseListPreLocked(m_outgoing);
-}
-
-void NetTCPService::xCloseListPreLocked(SESSIONS& sessions)
-{
-    while (sessions.GetCount() > 0) {
-        sessions.Get(0).ForceComplete();
-        // There is no next look: where there is no memory for its sums, a session goes without them.
-        static_cast<void>(RunWithinMemory([&] { xRetirePreLocked(sessions.Get(0)); }));
-        xDeleteSessionPreLocked(sessions, 0);
-    }
+    m_sessions->CloseAll([this](const NetTCPSession& session) { xRetirePreLocked(session); });
 }
 
 void NetTCPService::xCloseSessionsAsync()
 {
-    ForEachSession(m_incoming, m_outgoing, [](NetTCPSession& session) { session.ForceCompleteAsync(); });
+    m_sessions->AskAll();
 }
 
 // ----------------------------------------------------------------------------------------------- control messages
 
 void NetTCPService::SendControlMsg(const EventLogSessionID& id, unsigned long code, const String& text)
 {
-    const ThreadGatewayGuard guard(m_sessionsGateway);
-    ForEachSession(m_incoming, m_outgoing,
-                   [&](NetTCPSession& session) { session.SendControlMsgIfYourID(id, code, text); });
+    m_sessions->Tell([&](NetTCPSession& session) { session.SendControlMsgIfYourID(id, code, text); });
 }
 
 void NetTCPService::SendControlMsgAll(unsigned long code, const String& text)
 {
-    const ThreadGatewayGuard guard(m_sessionsGateway);
-    ForEachSession(m_incoming, m_outgoing, [&](NetTCPSession& session) { session.SendControlMsg(code, text); });
+    m_sessions->Tell([&](NetTCPSession& session) { session.SendControlMsg(code, text); });
 }
 
 void NetTCPService::SendControlMsgDisconnect(const EventLogSessionID& id, const String& text)
@@ -675,19 +643,19 @@ void NetTCPService::GetListeningPorts(Vector<NetServiceStatus::ACTIVEPORT>& port
 bool NetTCPService::GetIsMaxIncomingConnectionsReached() const
 {
     const ThreadGatewayGuard guard(m_lock);
-    return m_incoming.GetCount() >= m_maxIncoming;
+    return m_sessions->GetIncoming().GetCount() >= m_maxIncoming;
 }
 
 bool NetTCPService::GetIsMaxOutgoingConnectionsReached() const
 {
     const ThreadGatewayGuard guard(m_lock);
-    return m_outgoing.GetCount() >= m_maxOutgoing;
+    return m_sessions->GetOutgoing().GetCount() >= m_maxOutgoing;
 }
 
 void NetTCPService::GetLiveSessions(NetServiceLiveStatus& out)
 {
     const ThreadGatewayGuard guard(m_lock);
-    ForEachSession(m_incoming, m_outgoing, [&](const NetTCPSession& session) {
+    m_sessions->ForEach([&](const NetTCPSession& session) {
         auto live = std::make_unique<NetSessionLiveStatus>();
         session.GetStatus(*live);
         out.GiveStatus(live.release());
@@ -698,13 +666,19 @@ void NetTCPService::GetStatus(NetServiceStatus& out) const
 {
     const ThreadGatewayGuard guard(m_lock);
     out = m_status;
-    out.SetCurrentConnectionsIn(m_incoming.GetCount());
-    out.SetCurrentConnectionsOut(m_outgoing.GetCount());
-    ForEachSession(m_incoming, m_outgoing, [&](const NetTCPSession& session) {
+    out.SetCurrentConnectionsIn(m_sessions->GetIncoming().GetCount());
+    out.SetCurrentConnectionsOut(m_sessions->GetOutgoing().GetCount());
+    m_sessions->ForEach([&](const NetTCPSession& session) {
         NetSessionLiveStatus live;
         session.GetStatus(live);
         out.AddDataFrom(live.GetStatus());
     });
+}
+
+void NetTCPService::GetLosses(LOSSES& out) const
+{
+    const ThreadGatewayGuard guard(m_lock);
+    out = m_losses;
 }
 
 bool NetTCPService::QueryActivity(const DataLogQuery& query, const ThreadEvent& cancel, DataLogResults& results,

@@ -8,7 +8,6 @@
 #include "common/EventLogSessionID.h"
 #include "common/SingleThreadByPool.h"
 #include "common/ThreadGateway.h"
-#include "common/VectorPtr.h"
 #include "net/dns/NetDNS.h"
 #include "net/service/NetPortBinds.h"
 #include "net/status/NetServiceStatus.h"
@@ -26,6 +25,7 @@ class NetServiceLiveStatus;
 class NetSessionLiveStatus;
 class NetTCP;
 class NetTCPSession;
+class SessionRegistry;
 class ThreadPool;
 
 /// Listens on the ports of a NetPortBinds list, accepts on one listener thread and makes one session per connection
@@ -51,6 +51,15 @@ class ThreadPool;
 class KQNET_API NetTCPService : public SingleThreadByPool
 {
 public:
+    /// What the service has lost since it was made, without anybody having asked for it.
+    struct LOSSES
+    {
+        ULONG8 connectionsRefused = 0;    ///< connections whose xCreateSession an exception left
+        ULONG8 sessionsWithoutThread = 0; ///< sessions for which no thread was to be had
+        ULONG8 sessionsFailed = 0;        ///< sessions that an exception ended, want of memory included
+        ULONG8 listenersLost = 0;         ///< listening sockets that failed; StartListen opens their ports anew
+    };
+
     /// Nothing runs yet and nothing listens.
     NetTCPService(ThreadPool& pool, NetDNSCache& cache);
     /// Ends the thread and the log purger, closes the ports and all sessions (asks all, then waits for each), flushes
@@ -119,6 +128,10 @@ public:
     void SetLogModeNormal(const EventLogSettings& settings, bool logEvents);
     /// Logs into a log of somebody else, which is borrowed and not null; an own one is closed. Before Init.
     void SetLogModeShared(EventLog* const eventLog, bool logEvents);
+    /// Whether losses get a line in the event log; false at first. A session that had no thread, or that an exception
+    /// ended: "Session Lost", with its id and addresses and the comment "No Thread" or "Failed", when it is retired. A
+    /// listening socket that failed: "Listening Port Lost" with its address and port. They are counted in any case.
+    void SetLogLosses(bool logLosses);
     /// The event log in use; never null.
     ///@{
     EventLog& GetEventLog() { return *m_eventLog; }
@@ -152,6 +165,8 @@ public:
     /// Totals of finished sessions and of the running ones so far (these lag by up to one time unit), with the numbers
     /// of current connections.
     void GetStatus(NetServiceStatus& out) const;
+    /// What was lost up to now; sessions count when they are retired.
+    void GetLosses(LOSSES& out) const;
     /// Entries (NetSessionActivity) of the activity log. False: no log, or cancelled.
     bool QueryActivity(const DataLogQuery& query, const ThreadEvent& cancel, DataLogResults& results,
                        Messages& messages);
@@ -165,8 +180,6 @@ protected:
     NetDNS& xGetResolver() { return m_resolver; }
 
 private:
-    using SESSIONS = VectorPtr<NetTCPSession>;
-
     /// A place to listen on, and the binding that asks for it.
     struct WANTED
     {
@@ -213,14 +226,11 @@ private:
     EventLogSessionID xGenSessionIDPreLocked();
     /// Retires and deletes the sessions that are complete; returns how many. Lock held by the caller.
     unsigned long xRemoveDone();
-    ULONG xRemoveDonePreLocked(SESSIONS& sessions);
     /// Counts the finished session in the status and keeps its record in the session log.
     void xRetirePreLocked(const NetTCPSession& session);
-    void xReserveSessionPreLocked(SESSIONS& sessions);
-    void xAddSessionPreLocked(SESSIONS& sessions, NetTCPSession* session);
-    void xDeleteSessionPreLocked(SESSIONS& sessions, ULONG index);
+    void xNoteLossPreLocked(const NetTCPSession& session, const NetSessionStatus& status);
+    void xNoteLostListenerPreLocked(const NetServiceStatus::ACTIVEPORT& end);
     void xCloseSessions();
-    void xCloseListPreLocked(SESSIONS& sessions);
     void xCloseSessionsAsync();
 
     // Guarded by m_lock, unless said otherwise.
@@ -240,16 +250,14 @@ private:
     std::uint32_t m_maxOutgoing = 0;
     std::atomic<bool> m_accessRequested{false}; // set without the lock, which the listener thread may hold for long
     bool m_accessWithThread = true;
-    SESSIONS m_incoming; // changed under m_lock and m_sessionsGateway, read under either
-    SESSIONS m_outgoing; // the same
+    const std::unique_ptr<SessionRegistry> m_sessions; // its walk that tells all sessions needs no lock of ours
     std::uint32_t m_nextSession = 0;
-    std::uint32_t m_endedAtLook = 0; // count of ended threads when xRemoveDone looked through the lists last
-    bool m_cameSinceLook = false;    // a session was added since
+    bool m_logLosses = false;
+    LOSSES m_losses;
 
-    // Lock order: m_listenGateway, m_lock, m_sessionsGateway. No other is taken under m_initGateway but m_lock.
-    ThreadGateway m_initGateway;     // one Init at a time
-    ThreadGateway m_listenGateway;   // one StartListen or StopListen at a time
-    ThreadGateway m_sessionsGateway; // the two session lists; never held while waiting for a session
+    // Lock order: m_listenGateway, m_lock, the registry's own. No other is taken under m_initGateway but m_lock.
+    ThreadGateway m_initGateway;                           // one Init at a time
+    ThreadGateway m_listenGateway;                         // one StartListen or StopListen at a time
     std::vector<std::unique_ptr<EventLog>> m_ownEventLogs; // the one in use last; earlier ones may still be referred to
 };
 

@@ -21,6 +21,7 @@ class DataLogTime;
 class EventLog;
 class FilePath;
 class NetSessionLiveStatus;
+class SessionRegistry;
 
 /// One connection: a main socket, a thread that runs the protocol over it, a time-out, a queue of control messages, log
 /// lines and statistics. A server derives from it. It either overrides xHandleSession, or it leaves the base version,
@@ -401,6 +402,8 @@ private:
         NOTHING,
         BYTES
     };
+
+    friend class SessionRegistry; // has the ends of its sessions counted
 
     template <class PART> void xRunPart(PART&& part);
     void xStartAndHandle();

@@ -8,8 +8,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <thread>
+#include <utility>
 
 namespace kqlib {
 namespace {
@@ -31,6 +33,7 @@ public:
     bool IsRunning() const { return xIsThreadRunning(); }
     bool ShouldEnd() const { return xShouldThreadEnd(); }
     ThreadPool& GetPool() const { return xGetPool(); }
+    void CountEndIn(std::shared_ptr<std::atomic<std::uint32_t>> counter) { xCountEndIn(std::move(counter)); }
 
     std::atomic<int> bodies{0};
     std::atomic<bool> endOnOwnThread{false};
@@ -181,6 +184,36 @@ TEST(SingleThreadByPool, Deleted_AsSoonAsItDoesNotRun_ThreadTouchesNothingOfIt)
         worker.reset();
     }
     EXPECT_LE(pool.GetThreadCount(), 2U);
+}
+
+TEST(SingleThreadByPool, xCountEndIn_EndsFromThenOn_CountedForThatObjectAlone)
+{
+    ThreadPool pool;
+    Worker counted(pool);
+    Worker other(pool);
+    const auto ends = std::make_shared<std::atomic<std::uint32_t>>(0xFFFFFFFFU);
+    ASSERT_TRUE(counted.Run());
+    counted.End();
+    counted.CountEndIn(ends);
+    ASSERT_TRUE(other.Run());
+    other.End();
+    EXPECT_EQ(ends->load(), 0xFFFFFFFFU);
+    ASSERT_TRUE(counted.Run());
+    EXPECT_EQ(ends->load(), 0xFFFFFFFFU);
+    counted.End();
+    EXPECT_EQ(ends->load(), 0U) << "wraps";
+}
+
+TEST(SingleThreadByPool, xCountEndIn_NoThreadToBeHad_CountedToo)
+{
+    ThreadPool pool(1);
+    Worker first(pool);
+    Worker second(pool);
+    const auto ends = std::make_shared<std::atomic<std::uint32_t>>(0);
+    second.CountEndIn(ends);
+    ASSERT_TRUE(first.Run());
+    EXPECT_FALSE(second.Run());
+    EXPECT_EQ(ends->load(), 1U);
 }
 
 TEST(SingleThreadByPool, xEndThread_FromTwoThreads_BothReturn)

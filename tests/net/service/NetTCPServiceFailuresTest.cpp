@@ -154,5 +154,100 @@ TEST_F(NetTCPServiceFailuresTest, EventLog_FailsOnTheListenerThread_ConnectionCl
     m_service.reset(); // before its log
 }
 
+// --------------------------------------------------------------------------------------------------------- losses
+
+class NetTCPServiceLossesTest : public NetTCPServiceFailuresTest
+{
+protected:
+    /// Of these the listener, the purger and the first session take one each.
+    static constexpr ULONG THREADS = 3;
+
+    /// Serves one client while a second finds no thread.
+    void LoseASession(bool logLosses)
+    {
+        m_service = std::make_unique<TestService>(m_fewThreads, m_cache);
+        m_service->SetLogModeShared(&m_log, true);
+        m_service->SetLogLosses(logLosses);
+        const USHORT port = Start();
+        TestClient first(port);
+        ASSERT_TRUE(first.Talk("hello"));
+        TestClient second(port);
+        m_lostPort = second.GetLocalPort();
+        EXPECT_TRUE(second.WaitClosed());
+        EXPECT_TRUE(WaitForSessions(1));
+        EXPECT_TRUE(first.Talk("still here"));
+    }
+    NetTCPService::LOSSES GetLosses() const
+    {
+        NetTCPService::LOSSES losses;
+        m_service->GetLosses(losses);
+        return losses;
+    }
+    /// A session whose protocol an exception leaves.
+    void LoseASessionByAnException()
+    {
+        SetFirstFactory([this](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+            TestSession::HOOKS hooks;
+            hooks.handle = [](TestSession&) { throw std::bad_alloc(); };
+            return new TestSession(*m_service, connection, id, hooks);
+        });
+        const USHORT port = Start();
+        EXPECT_TRUE(TestClient(port).WaitClosed());
+        EXPECT_TRUE(WaitForSessions(0));
+        EXPECT_TRUE(TestClient(port).Talk("hello"));
+    }
+
+    ThreadPool m_fewThreads{THREADS};
+    USHORT m_lostPort = 0;
+};
+
+TEST_F(NetTCPServiceLossesTest, Session_NoThread_CountedAndLoggedWhenAsked)
+{
+    LoseASession(true);
+    const NetTCPService::LOSSES losses = GetLosses();
+    EXPECT_EQ(losses.sessionsWithoutThread, 1U);
+    EXPECT_EQ(losses.sessionsFailed + losses.connectionsRefused + losses.listenersLost, 0U);
+    const std::vector<CapturedEventLog::EVENT> lost = GetEvents("Session Lost");
+    ASSERT_EQ(lost.size(), 1U);
+    EXPECT_EQ(lost[0].kind, 'N');
+    EXPECT_TRUE(lost[0].id == m_service->GetIDs().at(1));
+    EXPECT_EQ(lost[0].remotePort, m_lostPort);
+    EXPECT_EQ(lost[0].detail, String());
+    EXPECT_EQ(lost[0].comment, String("No Thread"));
+}
+
+TEST_F(NetTCPServiceLossesTest, Session_NoThread_NotLoggedUnlessAsked)
+{
+    LoseASession(false);
+    EXPECT_EQ(GetLosses().sessionsWithoutThread, 1U);
+    EXPECT_EQ(m_log.Count("Session Lost"), 0U);
+}
+
+TEST_F(NetTCPServiceLossesTest, Session_NoMemory_CountedAndLoggedWhenAsked)
+{
+    m_service->SetLogLosses(true);
+    LoseASessionByAnException();
+    EXPECT_EQ(GetLosses().sessionsFailed, 1U);
+    EXPECT_EQ(GetLosses().sessionsWithoutThread, 0U);
+    const std::vector<CapturedEventLog::EVENT> lost = GetEvents("Session Lost");
+    ASSERT_EQ(lost.size(), 1U);
+    EXPECT_TRUE(lost[0].id == m_service->GetIDs().at(0));
+    EXPECT_EQ(lost[0].comment, String("Failed"));
+}
+
+TEST_F(NetTCPServiceLossesTest, Session_NoMemory_NotLoggedUnlessAsked)
+{
+    LoseASessionByAnException();
+    EXPECT_EQ(GetLosses().sessionsFailed, 1U);
+    EXPECT_EQ(m_log.Count("Session Lost"), 0U);
+}
+
+TEST_F(NetTCPServiceLossesTest, Connection_Refused_Counted)
+{
+    SetFirstFactory([](NetTCP*, EventLogSessionID) -> NetTCPSession* { throw 42; });
+    EXPECT_TRUE(TestClient(Start()).WaitClosed());
+    EXPECT_EQ(GetLosses().connectionsRefused, 1U);
+}
+
 } // namespace
 } // namespace kqlib::test

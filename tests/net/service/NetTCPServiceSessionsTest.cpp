@@ -42,8 +42,10 @@ protected:
     }
     static void RunUntilAsked(TestSession& session)
     {
-        while (!session.ShouldEnd())
+        while (!session.ShouldEnd()) {
+            session.NoteMessages();
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
     }
     /// count clients, each with its session running. One after the other, for the backlog of a port is short.
     std::list<TestClient> Connect(USHORT port, ULONG count)
@@ -371,6 +373,18 @@ TEST_F(NetTCPServiceSessionsTest, SendControlMsgAll_EveryForm_EverySession)
     EXPECT_EQ(GetTrace()[8], "disconnect:z");
 }
 
+TEST_F(NetTCPServiceSessionsTest, SendControlMsg_OutgoingSession_ReachedByItsIDAndWithAllOthers)
+{
+    const USHORT port = Start();
+    std::list<TestClient> clients = Connect(port, 1);
+    const EventLogSessionID id = m_service->GenSessionID();
+    ASSERT_TRUE(m_service->AddOutgoingConnection(MakeOutgoing(id)));
+    m_service->SendControlMsgStopTransfer(id, "one");
+    ASSERT_TRUE(WaitFor([this] { return GetTrace() == TEXTS{"2:one"}; }));
+    m_service->SendControlMsgAll(7, "both");
+    EXPECT_TRUE(WaitFor([this] { return GetTrace() == TEXTS{"2:one", "7:both", "7:both"}; }));
+}
+
 TEST_F(NetTCPServiceSessionsTest, SendControlMsgAll_FromSessionsWhileTheyAreClosed_NoDeadlock)
 {
     m_service->SetFactory([&](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
@@ -425,6 +439,30 @@ TEST_F(NetTCPServiceSessionsTest, Destroy_Running_PortsThenSessionsThenPurge)
     EXPECT_THAT(order, ElementsAre("Close Listening Port", "Connection Closed", "Connection Closed", "Purge"));
     for (TestClient& client : clients)
         EXPECT_TRUE(client.WaitClosed());
+}
+
+TEST_F(NetTCPServiceSessionsTest, Destroy_BothLists_AllAreAskedBeforeAnyIsWaitedFor)
+{
+    constexpr unsigned SESSIONS = 4; // two of each list
+    std::atomic<unsigned> asked{0};
+    std::atomic<unsigned> sawAllAsked{0};
+    TestSession::HOOKS hooks;
+    hooks.handle = [&](TestSession& session) {
+        RunUntilAsked(session);
+        ++asked;
+        if (WaitFor([&] { return asked == SESSIONS; }))
+            ++sawAllAsked;
+    };
+    m_service->SetFactory([&](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+        return new TestSession(*m_service, connection, id, hooks);
+    });
+    const USHORT port = Start();
+    const std::list<TestClient> clients = Connect(port, 2);
+    for (int count = 0; count < 2; ++count)
+        ASSERT_TRUE(
+            m_service->AddOutgoingConnection(new TestSession(*m_service, nullptr, m_service->GenSessionID(), hooks)));
+    m_service.reset();
+    EXPECT_EQ(sawAllAsked, SESSIONS);
 }
 
 TEST_F(NetTCPServiceSessionsTest, Destroy_NeverStarted_OnlyPurge)

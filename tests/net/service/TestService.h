@@ -63,6 +63,12 @@ public:
     }
 
     bool ShouldEnd() const { return xShouldSessionEnd(); }
+    /// For a session without a connection: notes the control messages that wait.
+    void NoteMessages()
+    {
+        for (CTRLMSG message; xProcessMsgsAndTakeNext(message);)
+            xEventMonControlMsgRecv(message);
+    }
 
 protected:
     void xHandleSession() override

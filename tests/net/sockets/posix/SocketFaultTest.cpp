@@ -152,9 +152,11 @@ TEST_F(ServiceFaultTest, StartListen_ListenerHadFailed_OpenedAnew)
 
 TEST_F(ServiceFaultTest, OneListenerFails_TheOthersGoOn)
 {
+    m_service->SetLogLosses(true);
     Start("127.0.0.1:0,127.0.0.1:0");
     const std::vector<USHORT> ports = GetPorts();
     ASSERT_EQ(ports.size(), 2U);
+    m_log.Clear();
     {
         const SocketFault fault(SocketFault::ACCEPT, EINVAL);
         TestClient client(ports[0]);
@@ -164,6 +166,11 @@ TEST_F(ServiceFaultTest, OneListenerFails_TheOthersGoOn)
     const bool firstFailed = !TestClient(ports[0]).IsConnected();
     EXPECT_THAT(GetPorts(), testing::ElementsAre(ports[firstFailed ? 1 : 0])) << "the dead one is not listed";
     EXPECT_TRUE(m_service->GetIsListening());
+    EXPECT_THAT(m_log.GetServiceTexts(), testing::ElementsAre("Listening Port Lost|127.0.0.1:" +
+                                                              std::to_string(ports[firstFailed ? 0 : 1]) + "|"));
+    NetTCPService::LOSSES losses;
+    m_service->GetLosses(losses);
+    EXPECT_EQ(losses.listenersLost, 1U);
     for (int round = 0; round < 3; ++round)
         EXPECT_TRUE(TestClient(ports[firstFailed ? 1 : 0]).Talk("hello"));
 }
