@@ -2,7 +2,7 @@
 // these; then the line.
 #include "fuzz/Check.h"
 #include "fuzz/Input.h"
-#include "net/service/NetPortBinds.h"
+#include "net/ports/NetPortBinds.h"
 
 #include <string>
 

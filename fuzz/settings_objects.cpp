@@ -3,7 +3,7 @@
 #include "common/SettingsTransportSet.h"
 #include "fuzz/Check.h"
 #include "net/ipcontrol/NetIPControl.h"
-#include "net/service/NetPortBinds.h"
+#include "net/ports/NetPortBinds.h"
 #include "net/ssl/NetSSLCertCreate.h"
 #include "net/status/NetServiceLiveStatus.h"
 #include "net/status/NetServiceStatus.h"

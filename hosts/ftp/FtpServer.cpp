@@ -2,7 +2,7 @@
 #include "hosts/ftp/FtpServer.h"
 
 #include "hosts/ftpcommon/FtpPaths.h"
-#include "net/service/NetPortBinds.h"
+#include "net/ports/NetPortBinds.h"
 #include "net/sockets/NetTCPSSL.h"
 
 namespace kqlib {

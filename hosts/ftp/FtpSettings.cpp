@@ -8,7 +8,7 @@
 #include "hosts/ftp/FtpPassword.h"
 #include "hosts/ftpcommon/FtpPaths.h"
 #include "hosts/ftpcommon/FtpText.h"
-#include "net/service/NetPortBinds.h"
+#include "net/ports/NetPortBinds.h"
 
 #include <algorithm>
 #include <filesystem>

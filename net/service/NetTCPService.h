@@ -9,7 +9,7 @@
 #include "common/SingleThreadByPool.h"
 #include "common/ThreadGateway.h"
 #include "net/dns/NetDNS.h"
-#include "net/service/NetPortBinds.h"
+#include "net/ports/NetPortBinds.h"
 #include "net/status/NetServiceStatus.h"
 #include "net/status/NetSessionActivity.h"
 

@@ -2,7 +2,7 @@
 
 #include "common/STRINGS.h"
 #include "common/SettingsTransportSet.h"
-#include "net/service/NetPortBinds.h"
+#include "net/ports/NetPortBinds.h"
 #include "net/status/NetSessionStatus.h"
 
 #include <algorithm>

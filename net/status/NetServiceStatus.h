@@ -5,6 +5,7 @@
 #include "common/SettingsTransferable.h"
 #include "common/TimePos.h"
 #include "common/Vector.h"
+#include "net/status/NetCounterAdders.h"
 #include "net/status/NetCounterBlock.h"
 
 namespace kqlib {
@@ -19,7 +20,7 @@ class NetSessionStatus;
 ///
 /// Ownership: a plain value, copied whole. Threads: one at a time; whoever shares a record guards it.
 /// Errors: none; settings that are absent or malformed leave their fields unchanged.
-class KQNET_API NetServiceStatus : public SettingsTransferable
+class KQNET_API NetServiceStatus : public SettingsTransferable, public NetCounterAdders<NetServiceStatus>
 {
 public:
     /// A local end that the service listens on; port in host order.
@@ -74,8 +75,7 @@ public:
     ///@}
 
     /// The totals in their order, each under its name; NetCounterBlock::COUNTER tells what they count. The references
-    /// are valid as long as the object. Increase… adds the low 32 bits of the amount to the 64-bit total, which wraps;
-    /// the two current-connection counters are only set.
+    /// are valid as long as the object.
     ///@{
     const ULONG8& GetCurrentConnectionsIn() const { return m_counters[NetCounterBlock::CURRENT_CONNECTIONS_IN]; }
     void SetCurrentConnectionsIn(const ULONG8& value) { m_counters[NetCounterBlock::CURRENT_CONNECTIONS_IN] = value; }
@@ -85,100 +85,80 @@ public:
 
     const ULONG8& GetConnectionsIn() const { return m_counters[NetCounterBlock::CONNECTIONS_IN]; }
     void SetConnectionsIn(const ULONG8& value) { m_counters[NetCounterBlock::CONNECTIONS_IN] = value; }
-    void IncreaseConnectionsIn(ULONG amount) { xIncrease(NetCounterBlock::CONNECTIONS_IN, amount); }
 
     const ULONG8& GetConnectionsOutSuccesses() const { return m_counters[NetCounterBlock::CONNECTIONS_OUT_SUCCESSES]; }
     void SetConnectionsOutSuccesses(const ULONG8& value)
     {
         m_counters[NetCounterBlock::CONNECTIONS_OUT_SUCCESSES] = value;
     }
-    void IncreaseConnectionsOutSuccesses(ULONG amount)
-    {
-        xIncrease(NetCounterBlock::CONNECTIONS_OUT_SUCCESSES, amount);
-    }
 
     const ULONG8& GetConnectionsOutFails() const { return m_counters[NetCounterBlock::CONNECTIONS_OUT_FAILS]; }
     void SetConnectionsOutFails(const ULONG8& value) { m_counters[NetCounterBlock::CONNECTIONS_OUT_FAILS] = value; }
-    void IncreaseConnectionsOutFails(ULONG amount) { xIncrease(NetCounterBlock::CONNECTIONS_OUT_FAILS, amount); }
 
     const ULONG8& GetDataInBytes() const { return m_counters[NetCounterBlock::DATA_IN_BYTES]; }
     void SetDataInBytes(const ULONG8& value) { m_counters[NetCounterBlock::DATA_IN_BYTES] = value; }
-    void IncreaseDataInBytes(ULONG amount) { xIncrease(NetCounterBlock::DATA_IN_BYTES, amount); }
 
     const ULONG8& GetDataOutBytes() const { return m_counters[NetCounterBlock::DATA_OUT_BYTES]; }
     void SetDataOutBytes(const ULONG8& value) { m_counters[NetCounterBlock::DATA_OUT_BYTES] = value; }
-    void IncreaseDataOutBytes(ULONG amount) { xIncrease(NetCounterBlock::DATA_OUT_BYTES, amount); }
 
     const ULONG8& GetCommandsIn() const { return m_counters[NetCounterBlock::COMMANDS_IN]; }
     void SetCommandsIn(const ULONG8& value) { m_counters[NetCounterBlock::COMMANDS_IN] = value; }
-    void IncreaseCommandsIn(ULONG amount) { xIncrease(NetCounterBlock::COMMANDS_IN, amount); }
 
     const ULONG8& GetCommandsOut() const { return m_counters[NetCounterBlock::COMMANDS_OUT]; }
     void SetCommandsOut(const ULONG8& value) { m_counters[NetCounterBlock::COMMANDS_OUT] = value; }
-    void IncreaseCommandsOut(ULONG amount) { xIncrease(NetCounterBlock::COMMANDS_OUT, amount); }
 
     const ULONG8& GetSSLSuccesses() const { return m_counters[NetCounterBlock::SSL_SUCCESSES]; }
     void SetSSLSuccesses(const ULONG8& value) { m_counters[NetCounterBlock::SSL_SUCCESSES] = value; }
-    void IncreaseSSLSuccesses(ULONG amount) { xIncrease(NetCounterBlock::SSL_SUCCESSES, amount); }
 
     const ULONG8& GetSSLFails() const { return m_counters[NetCounterBlock::SSL_FAILS]; }
     void SetSSLFails(const ULONG8& value) { m_counters[NetCounterBlock::SSL_FAILS] = value; }
-    void IncreaseSSLFails(ULONG amount) { xIncrease(NetCounterBlock::SSL_FAILS, amount); }
 
     const ULONG8& GetLoginSuccesses() const { return m_counters[NetCounterBlock::LOGIN_SUCCESSES]; }
     void SetLoginSuccesses(const ULONG8& value) { m_counters[NetCounterBlock::LOGIN_SUCCESSES] = value; }
-    void IncreaseLoginSuccesses(ULONG amount) { xIncrease(NetCounterBlock::LOGIN_SUCCESSES, amount); }
 
     const ULONG8& GetLoginFails() const { return m_counters[NetCounterBlock::LOGIN_FAILS]; }
     void SetLoginFails(const ULONG8& value) { m_counters[NetCounterBlock::LOGIN_FAILS] = value; }
-    void IncreaseLoginFails(ULONG amount) { xIncrease(NetCounterBlock::LOGIN_FAILS, amount); }
 
     const ULONG8& GetDirsCreated() const { return m_counters[NetCounterBlock::DIRS_CREATED]; }
     void SetDirsCreated(const ULONG8& value) { m_counters[NetCounterBlock::DIRS_CREATED] = value; }
-    void IncreaseDirsCreated(ULONG amount) { xIncrease(NetCounterBlock::DIRS_CREATED, amount); }
 
     const ULONG8& GetDirsDeleted() const { return m_counters[NetCounterBlock::DIRS_DELETED]; }
     void SetDirsDeleted(const ULONG8& value) { m_counters[NetCounterBlock::DIRS_DELETED] = value; }
-    void IncreaseDirsDeleted(ULONG amount) { xIncrease(NetCounterBlock::DIRS_DELETED, amount); }
 
     const ULONG8& GetDirsMoved() const { return m_counters[NetCounterBlock::DIRS_MOVED]; }
     void SetDirsMoved(const ULONG8& value) { m_counters[NetCounterBlock::DIRS_MOVED] = value; }
-    void IncreaseDirsMoved(ULONG amount) { xIncrease(NetCounterBlock::DIRS_MOVED, amount); }
 
     const ULONG8& GetDirsRead() const { return m_counters[NetCounterBlock::DIRS_READ]; }
     void SetDirsRead(const ULONG8& value) { m_counters[NetCounterBlock::DIRS_READ] = value; }
-    void IncreaseDirsRead(ULONG amount) { xIncrease(NetCounterBlock::DIRS_READ, amount); }
 
     const ULONG8& GetFilesCreated() const { return m_counters[NetCounterBlock::FILES_CREATED]; }
     void SetFilesCreated(const ULONG8& value) { m_counters[NetCounterBlock::FILES_CREATED] = value; }
-    void IncreaseFilesCreated(ULONG amount) { xIncrease(NetCounterBlock::FILES_CREATED, amount); }
 
     const ULONG8& GetFilesAppended() const { return m_counters[NetCounterBlock::FILES_APPENDED]; }
     void SetFilesAppended(const ULONG8& value) { m_counters[NetCounterBlock::FILES_APPENDED] = value; }
-    void IncreaseFilesAppended(ULONG amount) { xIncrease(NetCounterBlock::FILES_APPENDED, amount); }
 
     const ULONG8& GetFilesDeleted() const { return m_counters[NetCounterBlock::FILES_DELETED]; }
     void SetFilesDeleted(const ULONG8& value) { m_counters[NetCounterBlock::FILES_DELETED] = value; }
-    void IncreaseFilesDeleted(ULONG amount) { xIncrease(NetCounterBlock::FILES_DELETED, amount); }
 
     const ULONG8& GetFilesMoved() const { return m_counters[NetCounterBlock::FILES_MOVED]; }
     void SetFilesMoved(const ULONG8& value) { m_counters[NetCounterBlock::FILES_MOVED] = value; }
-    void IncreaseFilesMoved(ULONG amount) { xIncrease(NetCounterBlock::FILES_MOVED, amount); }
 
     const ULONG8& GetFilesRead() const { return m_counters[NetCounterBlock::FILES_READ]; }
     void SetFilesRead(const ULONG8& value) { m_counters[NetCounterBlock::FILES_READ] = value; }
-    void IncreaseFilesRead(ULONG amount) { xIncrease(NetCounterBlock::FILES_READ, amount); }
     ///@}
+
+    /// Adds the low 32 bits of the amount to a 64-bit total, which wraps. Not to the two current-connection counters,
+    /// which are only set.
+    void IncreaseCounter(NetCounterBlock::COUNTER counter, ULONG amount)
+    {
+        m_counters[counter] += static_cast<std::uint32_t>(amount);
+    }
 
 protected:
     /// What Reset does, without a virtual call.
     void xReset();
 
 private:
-    void xIncrease(NetCounterBlock::COUNTER counter, ULONG amount)
-    {
-        m_counters[counter] += static_cast<std::uint32_t>(amount);
-    }
     void xReadPorts(const SettingsTransportSet& set);
     void xReadCounters(const SettingsTransportSet& set);
 

@@ -1,4 +1,4 @@
-// The virtual functions of the services and port bindings stand in a fixed order, and the interface has fixed types:
+// The virtual functions of the services stand in a fixed order, and the interface has fixed types:
 // hosts that were built against an older library go on working.
 #include "net/service/NetTCPServiceSSL.h"
 
@@ -23,21 +23,6 @@ public:
     static std::size_t OfTLSFactory() { return VirtualSlot(&T::xCreateSessionSSL); }
     static constexpr bool FACTORY_TYPE =
         std::is_same_v<decltype(&T::xCreateSession), NetTCPSession* (SERVICE::*)(NetTCP*, EventLogSessionID)>;
-};
-
-class BindSlots : public NetPortBind
-{
-public:
-    using T = BindSlots;
-
-    static SLOTS Get()
-    {
-        bool (T::*const isSame)(const SettingsTransferable&) const = &T::IsSame;
-        return {VirtualSlot(&T::Reset),          VirtualSlot(&T::Spawn),       VirtualSlot(&T::WriteTo),
-                VirtualSlot(&T::ReadFrom),       VirtualSlot(&T::CheckErrors), VirtualSlot(&T::CheckWarnings),
-                VirtualSlot(&T::xWriteTo),       VirtualSlot(&T::xReadFrom),   VirtualSlot(&T::xCheckErrors),
-                VirtualSlot(&T::xCheckWarnings), VirtualSlot(isSame)};
-    }
 };
 
 using S = NetTCPService;
@@ -70,12 +55,11 @@ static_assert(std::is_same_v<decltype(&S::QueryOldSessions),
 static_assert(std::is_base_of_v<SingleThreadByPool, S> && std::is_base_of_v<S, NetTCPServiceSSL>);
 static_assert(sizeof(NetTCPServiceSSL) == sizeof(S) && !std::is_copy_constructible_v<S>);
 
-TEST(ServiceSlots, VirtualFunctions_ServicesAndBinding_StandInTheFixedOrder)
+TEST(ServiceSlots, VirtualFunctions_Services_StandInTheFixedOrder)
 {
     EXPECT_EQ(SlotsOf<NetTCPService>::OfFactory(), 3U) << "behind the destructor and xThread";
     EXPECT_EQ(SlotsOf<NetTCPServiceSSL>::OfFactory(), 3U);
     EXPECT_EQ(SlotsOf<NetTCPServiceSSL>::OfTLSFactory(), 4U);
-    EXPECT_EQ(BindSlots::Get(), SlotRange(2, 12));
 }
 
 } // namespace

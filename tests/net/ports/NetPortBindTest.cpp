@@ -1,6 +1,6 @@
 // Port bindings: one binding and the list with its text line.
 #include "common/SettingsTransportSet.h"
-#include "net/service/NetPortBinds.h"
+#include "net/ports/NetPortBinds.h"
 #include "tests/peers/KnownName.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "net/service/NetPortBind.h"
+#include "net/ports/NetPortBind.h"
 
 #include "common/SettingsTransportSet.h"
 #include "net/dns/NetDNS.h"

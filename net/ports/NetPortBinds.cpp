@@ -1,8 +1,20 @@
-#include "net/service/NetPortBinds.h"
+#include "net/ports/NetPortBinds.h"
 
 #include <algorithm>
 
 namespace kqlib {
+
+namespace {
+
+/// The items of a line, by the rules of STRINGS::AddByLine.
+template <class... RULES> STRINGS Split(const String& line, const RULES&... rules)
+{
+    STRINGS items;
+    items.AddByLine(line, rules...);
+    return items;
+}
+
+} // namespace
 
 NetPortBinds::NetPortBinds(const NetPortBind& bind)
 {
@@ -16,44 +28,32 @@ SettingsTransferable* NetPortBinds::Spawn(bool copy) const
 
 void NetPortBinds::AddByLine(const String& line)
 {
-    STRINGS items;
-    items.AddByLine(line);
-    xRead(items);
+    xRead(Split(line));
 }
 
 void NetPortBinds::AddByLine(const String& line, unsigned char separator)
 {
-    STRINGS items;
-    items.AddByLine(line, separator);
-    xRead(items);
+    xRead(Split(line, separator));
 }
 
 void NetPortBinds::AddByLine(const String& line, const String& separators)
 {
-    STRINGS items;
-    items.AddByLine(line, separators);
-    xRead(items);
+    xRead(Split(line, separators));
 }
 
 void NetPortBinds::AddByLine(const String& line, bool skipEmpty, bool trim)
 {
-    STRINGS items;
-    items.AddByLine(line, skipEmpty, trim);
-    xRead(items);
+    xRead(Split(line, skipEmpty, trim));
 }
 
 void NetPortBinds::AddByLine(const String& line, unsigned char separator, bool skipEmpty, bool trim)
 {
-    STRINGS items;
-    items.AddByLine(line, separator, skipEmpty, trim);
-    xRead(items);
+    xRead(Split(line, separator, skipEmpty, trim));
 }
 
 void NetPortBinds::AddByLine(const String& line, const String& separators, bool skipEmpty, bool trim)
 {
-    STRINGS items;
-    items.AddByLine(line, separators, skipEmpty, trim);
-    xRead(items);
+    xRead(Split(line, separators, skipEmpty, trim));
 }
 
 void NetPortBinds::GetLine(String& out) const
