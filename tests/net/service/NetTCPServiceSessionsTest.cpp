@@ -444,10 +444,12 @@ TEST_F(NetTCPServiceSessionsTest, Destroy_Running_PortsThenSessionsThenPurge)
 TEST_F(NetTCPServiceSessionsTest, Destroy_BothLists_AllAreAskedBeforeAnyIsWaitedFor)
 {
     constexpr unsigned SESSIONS = 4; // two of each list
+    std::atomic<unsigned> running{0};
     std::atomic<unsigned> asked{0};
     std::atomic<unsigned> sawAllAsked{0};
     TestSession::HOOKS hooks;
     hooks.handle = [&](TestSession& session) {
+        ++running;
         RunUntilAsked(session);
         ++asked;
         if (WaitFor([&] { return asked == SESSIONS; }))
@@ -461,6 +463,7 @@ TEST_F(NetTCPServiceSessionsTest, Destroy_BothLists_AllAreAskedBeforeAnyIsWaited
     for (int count = 0; count < 2; ++count)
         ASSERT_TRUE(
             m_service->AddOutgoingConnection(new TestSession(*m_service, nullptr, m_service->GenSessionID(), hooks)));
+    ASSERT_TRUE(WaitFor([&] { return running == SESSIONS; }));
     m_service.reset();
     EXPECT_EQ(sawAllAsked, SESSIONS);
 }
