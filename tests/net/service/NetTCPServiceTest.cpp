@@ -53,6 +53,12 @@ std::string ReadOnlyFile(const TempFolder& folder)
 class NetTCPServiceTest : public ServiceFixture
 {
 protected:
+    void TearDown() override
+    {
+        JoinStopper();
+        ServiceFixture::TearDown();
+    }
+
     std::string Port(USHORT port) const { return "127.0.0.1:" + std::to_string(port); }
     std::string Opened(USHORT port) const { return "Open Listening Port Success|" + Port(port) + "|"; }
     std::string Closed(USHORT port) const { return "Close Listening Port|" + Port(port) + "|"; }
@@ -72,6 +78,19 @@ protected:
             return new TestSession(*m_service, connection, id, {});
         });
     }
+    /// StopListen on a thread of its own, as soon as the first session is being made; then action, in the factory.
+    void StopListenDuringTheFirstSession(std::function<void()> action)
+    {
+        DuringTheFirstSession([this, action] {
+            m_stopper = std::thread([this] { m_service->StopListen(); });
+            action();
+        });
+    }
+    void JoinStopper()
+    {
+        if (m_stopper.joinable())
+            m_stopper.join();
+    }
     /// So many clients, each with a line sent, in the backlog of a port. The first limit above 0 lets them in at once.
     std::list<TestClient> ConnectToBacklog(USHORT port, int count) const
     {
@@ -86,6 +105,9 @@ protected:
     {
         m_service->SetSettings(Binds(binds), maxIncoming, 0);
     }
+
+private:
+    std::thread m_stopper; // begun by the factory, ended before the service
 };
 
 // ------------------------------------------------------------------------------------------------------ start-up
@@ -151,18 +173,13 @@ TEST_F(NetTCPServiceTest, Init_RunningWhileThePortsAreChanged_TrueAtOnce)
 {
     std::atomic<bool> answered{false};
     std::atomic<bool> inTime{false};
-    std::thread changer;
-    DuringTheFirstSession([&] {
-        changer = std::thread([this] { m_service->StopListen(); });
-        inTime = WaitFor([&] { return answered.load(); });
-    });
+    StopListenDuringTheFirstSession([&] { inTime = WaitFor([&] { return answered.load(); }); });
     const TestClient client(Start());
     EXPECT_TRUE(WaitFor([this] { return IsAccessRequested(); }));
     Messages messages;
     EXPECT_TRUE(m_service->Init(messages));
     answered = true;
     EXPECT_TRUE(WaitFor([this] { return !m_service->GetIsListening(); }));
-    changer.join();
     EXPECT_TRUE(inTime);
 }
 
@@ -530,16 +547,11 @@ TEST_F(NetTCPServiceTest, Accept_EndRequestInTheFactory_NoFurtherSessionUntilThe
 TEST_F(NetTCPServiceTest, Accept_StopListenWhileASessionIsMade_NoFurtherSessionAndTheOthersClosed)
 {
     Init("127.0.0.1:0", 0);
-    std::thread stopper;
-    DuringTheFirstSession([&] {
-        stopper = std::thread([this] { m_service->StopListen(); });
-        EXPECT_TRUE(WaitFor([this] { return IsAccessRequested(); }));
-    });
+    StopListenDuringTheFirstSession([this] { EXPECT_TRUE(WaitFor([this] { return IsAccessRequested(); })); });
     std::list<TestClient> clients = ConnectToBacklog(Listen(), 4);
     SetLimit(10);
     EXPECT_EQ(clients.front().ReadLine(), "OK hello");
     ASSERT_TRUE(WaitFor([this] { return !m_service->GetIsListening(); }));
-    stopper.join();
     EXPECT_EQ(m_service->GetIDs().size(), 1U);
     EXPECT_TRUE(clients.front().Talk("still here"));
     clients.pop_front();
