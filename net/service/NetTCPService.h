@@ -47,6 +47,9 @@ class ThreadPool;
 /// QueryOldSessions, GetEventLog, GetActivityLog and GetIsActive do not take it.
 ///
 /// Errors: by result; Init adds message code 3. Ports that cannot be opened are logged and handed back by StartListen.
+/// No exception of the host's code leaves the listener thread: one out of xCreateSession refuses that connection, and
+/// others, out of an event log of the host's say, end no more than what the thread was about. What is lost that way,
+/// GetLosses counts.
 /// The order of the virtual functions is part of the binary interface; new ones go last.
 class KQNET_API NetTCPService : public SingleThreadByPool
 {
