@@ -66,10 +66,7 @@ FtpFileSystem::RESULT FtpFileSystem::GetShownFacts(const String& path, FACTS& fa
     const RESULT own = m_root.GetOwnFacts(path.str(), facts);
     if (own != RESULT::DONE || facts.kind != platform::FileKind::LINK)
         return own;
-    FACTS target;
-    if (m_root.GetFacts(path.str(), target) == RESULT::DONE)
-        facts = target;
-    return RESULT::DONE;
+    return m_root.GetFacts(path.str(), facts);
 }
 
 FtpFileSystem::RESULT FtpFileSystem::Rename(const String& from, const String& to, bool replace) const

@@ -41,8 +41,8 @@ public:
 
     /// True for a folder that the user may enter.
     bool IsFolder(const String& path) const;
-    /// The facts of an entry as the user gets to see it: of a link, those of what it leads to, unless it leads out of
-    /// the home or nowhere; then the link's own.
+    /// The facts of an entry as the user gets to see it: of a link, those of what it leads to. A link that leads out of
+    /// the home or nowhere is not shown: ESCAPES, NOT_FOUND and the like.
     [[nodiscard]] RESULT GetShownFacts(const String& path, FACTS& facts) const;
     /// Renames. replace: a file at to may be replaced; a folder never is (EXISTS).
     [[nodiscard]] RESULT Rename(const String& from, const String& to, bool replace) const;

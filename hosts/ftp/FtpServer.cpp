@@ -15,6 +15,21 @@ namespace {
 /// Sessions that the service may have besides those with a place: they hear why they are refused, or leave.
 constexpr ULONG DOORWAY = 256;
 
+EventLogSettings MakeLogSettings(const FtpSettings& settings, const FilePath& folder)
+{
+    constexpr ULONG BYTES_PER_MB = 1024 * 1024;
+    EventLogSettings events;
+    events.SetEnabled(true);
+    events.SetFolder(folder);
+    events.SetFileName("kqftpd.log");
+    events.SetUsePrintDebug(settings.GetLogDebug());
+    events.SetRotateBytes(settings.GetLogRotateMB() * BYTES_PER_MB);
+    events.SetRotateDaily(settings.GetLogRotateDaily());
+    events.SetOldFiles(settings.GetLogOldFiles());
+    events.SetReopenWhenMoved(true);
+    return events;
+}
+
 /// Opens the event log and both data logs in the settings' folder, which is made when it is missing. False: error says
 /// why there are no logs.
 bool OpenLogs(FtpService& service, const FtpSettings& settings, String& error)
@@ -23,12 +38,7 @@ bool OpenLogs(FtpService& service, const FtpSettings& settings, String& error)
     if (folder.empty())
         return true;
     const bool isUsable = FtpLogFolder::sProvide(folder, error);
-    EventLogSettings events;
-    events.SetEnabled(true);
-    events.SetFolder(folder);
-    events.SetFileName("kqftpd.log");
-    events.SetUsePrintDebug(settings.GetLogDebug());
-    service.SetLogModeNormal(events, true);
+    service.SetLogModeNormal(MakeLogSettings(settings, folder), true);
     service.SetLogLosses(true);
     service.SetMonitoringEnabled(folder, "kqftpd-", "activity", "sessions");
     if (isUsable && !service.GetEventLog().IsOpen())
@@ -80,6 +90,7 @@ bool FtpServer::Start(const FtpSettings& settings, String& error)
     if (settings.IsTLSWanted() && !config->certificate.Provide(error))
         return false;
     m_service = std::make_unique<FtpService>(m_pool, m_cache, config);
+    m_logFolder = settings.GetLogFolder();
     String logError;
     if (!OpenLogs(*m_service, settings, logError) && settings.GetRequireLogs()) {
         error = logError;
@@ -110,8 +121,30 @@ bool FtpServer::Reload(const FtpSettings& settings, String& error)
     if (!xListen(settings, error))
         return false;
     m_service->SetConfig(config);
+    xSetLogSettings(settings);
     m_warnings = FtpSettingsCheck::sFindHomeFaults(settings);
     return true;
+}
+
+/// Setting what is set already would close the file for a moment, and try one that cannot be had.
+void FtpServer::xSetLogSettings(const FtpSettings& settings)
+{
+    if (m_logFolder.empty())
+        return;
+    EventLog& log = m_service->GetEventLog();
+    EventLogSettings before;
+    log.GetSettings(before);
+    const EventLogSettings wanted = MakeLogSettings(settings, m_logFolder);
+    if (!(wanted == before))
+        log.SetSettings(wanted);
+}
+
+bool FtpServer::ReopenLog(String& error)
+{
+    if (m_logFolder.empty() || m_service->GetEventLog().Reopen())
+        return true;
+    error = "log_folder: kqftpd.log cannot be opened in " + m_logFolder.GetText();
+    return false;
 }
 
 void FtpServer::Stop()

@@ -26,9 +26,13 @@ public:
     /// Opens the logs and the ports. False: error says why, nothing runs. GetWarnings tells what is not as it should be
     /// all the same.
     [[nodiscard]] bool Start(const FtpSettings& settings, String& error);
-    /// Takes over changed settings: ports and limits at once, everything else for sessions that begin from now on; the
-    /// log folder stays. All or nothing: false, when the certificate or a port cannot be had, has changed nothing.
+    /// Takes over changed settings: ports, limits and the rotation of the log at once, everything else for sessions
+    /// that begin from now on; the log folder stays. All or nothing: false, when the certificate or a port cannot be
+    /// had, has changed nothing.
     [[nodiscard]] bool Reload(const FtpSettings& settings, String& error);
+    /// Goes on in the event log's file as the path names it now, for who has moved the old one. False: error says why
+    /// not; the old file stays in use.
+    [[nodiscard]] bool ReopenLog(String& error);
     /// Closes the ports, ends every session, writes the logs out.
     void Stop();
 
@@ -40,6 +44,7 @@ public:
     FtpService& GetService() { return *m_service; }
 
 private:
+    void xSetLogSettings(const FtpSettings& settings);
     bool xListen(const FtpSettings& settings, String& error);
     bool xChangePorts(const NetPortBinds& wanted, ULONG limit, String& error);
     bool xOpen(const NetPortBinds& binds, ULONG limit, NetPortBinds& failed);
@@ -48,8 +53,9 @@ private:
     NetDNSCache m_cache;
     std::unique_ptr<FtpService> m_service;
     STRINGS m_warnings;
-    String m_listen;   // the bindings that are open; empty: none, or not those that the settings ask for
-    ULONG m_limit = 0; // of the service's sessions
+    FilePath m_logFolder; // as of the start
+    String m_listen;      // the bindings that are open; empty: none, or not those that the settings ask for
+    ULONG m_limit = 0;    // of the service's sessions
 };
 
 } // namespace kqlib

@@ -1,6 +1,7 @@
 // FtpSession: the loop over commands, replies, and the watch over the control connection.
 #include "hosts/ftp/FtpSession.h"
 
+#include "hosts/ftp/FtpTelnet.h"
 #include "hosts/ftpcommon/FtpText.h"
 
 #include "common/TimedEvent.h"
@@ -134,6 +135,7 @@ ULONG FtpSession::xGetPatienceSecs() const
 
 void FtpSession::xExecute(String line)
 {
+    line = FtpTelnet::sStrip(line);
     xFilterTelnetSpecials(line);
     const String::size_type blank = line.find(' ');
     const String name = line.substr(0, blank);
@@ -286,8 +288,6 @@ void FtpSession::xReplyFailure(RESULT result, unsigned failCode)
 {
     if (result == RESULT::DISK_FULL)
         failCode = 452;
-    else if (result == RESULT::BAD_NAME)
-        failCode = 553;
     xReply(failCode, FtpFileSystem::sDescribe(result));
 }
 
@@ -371,7 +371,7 @@ void FtpSession::xLookAtQueue()
     }
 }
 
-/// Gives the complete line at position, without its end and without leading Telnet bytes; position: behind it then.
+/// Gives the complete line at position, without its end and without what Telnet put there; position: behind it then.
 bool FtpSession::xGetQueuedLine(ULONG& position, String& line) const
 {
     const unsigned char* start = m_commandBuffer.buffer + position;
@@ -382,6 +382,7 @@ bool FtpSession::xGetQueuedLine(ULONG& position, String& line) const
     line = String(start, length);
     if (line.EndsWith("\r"))
         line.pop_back();
+    line = FtpTelnet::sStrip(line);
     xFilterTelnetSpecials(line);
     position += static_cast<ULONG>(length) + 1;
     return true;
@@ -405,11 +406,11 @@ FtpListing::RIGHTS FtpSession::xGetListingRights() const
     return {xHasRight(FtpUserSettings::READ), xHasRight(FtpUserSettings::WRITE), xHasRight(FtpUserSettings::REMOVE)};
 }
 
-bool FtpSession::xResolve(const String& argument, String& path)
+bool FtpSession::xResolve(const String& argument, String& path, unsigned failCode)
 {
     if (m_files.Resolve(argument, path) == RESULT::DONE)
         return true;
-    xReply(553, FtpFileSystem::sDescribe(RESULT::BAD_NAME));
+    xReply(failCode, FtpFileSystem::sDescribe(RESULT::BAD_NAME));
     return false;
 }
 

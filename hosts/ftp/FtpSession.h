@@ -135,7 +135,7 @@ private:
     void xReplyLines(unsigned code, const String& first, const std::string& body, const String& last);
     /// Replies with code and text when result is DONE, else as xReplyFailure.
     void xReplyResult(RESULT result, unsigned code, const String& text, unsigned failCode = 550);
-    /// Replies with failCode (or 452, 553 where they say more) and the sentence for result.
+    /// Replies with failCode (or 452 where it says more) and the sentence for result.
     void xReplyFailure(RESULT result, unsigned failCode = 550);
     void xReplySyntaxError(const char* text = "Syntax error in the argument");
 
@@ -147,8 +147,9 @@ private:
     void xReplyTransferState();
 
     bool xHasRight(FtpUserSettings::RIGHT right) const;
-    /// Makes the virtual path of an argument; replies and answers false when it is no name.
-    bool xResolve(const String& argument, String& path);
+    /// Makes the virtual path of an argument; replies with failCode and answers false when it is no name. RFC 959,
+    /// section 5.4, lists 553 for commands that give a name to a file, 550 for most others and 501 for listings.
+    bool xResolve(const String& argument, String& path, unsigned failCode = 550);
     FtpListing::RIGHTS xGetListingRights() const;
     void xLogOut();
 
@@ -270,7 +271,14 @@ private:
         std::int64_t nowMs;
     };
     void xList(const char* verb, LISTFORM form, const String& argument, const String& prefix);
+    struct ENTRY
+    {
+        std::string name;
+        FtpFileSystem::FACTS facts;
+    };
     void xAddEntry(std::string& out, const LISTING& listing, const String& name, FtpFileSystem::FACTS facts) const;
+    void xAddListedItself(std::string& out, const LISTING& listing) const;
+    bool xReadEntries(platform::FolderReader& reader, std::vector<ENTRY>& entries);
     /// Sends the listing of a folder (or of a single file) to the socket.
     END xSendListing(NetTCP* socket, const LISTING& listing, platform::FolderReader& reader);
     void xListOnControl(const String& argument);

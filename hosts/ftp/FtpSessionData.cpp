@@ -14,7 +14,7 @@ namespace {
 constexpr ULONG DATA_BLOCK_TIME_MS = 50;
 /// Ports below are services of other programs, which no client may have connected to (RFC 2577, section 3).
 constexpr USHORT FIRST_USER_PORT = 1024;
-/// Of the network protocol in EPRT.
+/// Of the network protocol in EPSV and EPRT.
 constexpr std::size_t MAX_FAMILY_DIGITS = 5;
 
 } // namespace
@@ -37,7 +37,7 @@ void FtpSession::xCmdEpsv(const String& argument)
         m_isOnlyEpsv = true;
         return xReply(200, "Only EPSV from now on");
     }
-    if (argument == "2")
+    if (!(argument == "1") && IsDecimal(argument, MAX_FAMILY_DIGITS))
         return xReply(522, "Network protocol not supported, use (1)");
     if (!argument.empty() && !(argument == "1"))
         return xReplySyntaxError();
@@ -170,6 +170,8 @@ FtpSession::END FtpSession::xAcceptData()
         if (!xShouldGoOn())
             return xWhyStopped();
     }
+    if (m_data->GetRemotePort() == 0) // it was reset before it was taken: nobody knows any more whose it was
+        return END::NOT_CONNECTED;
     return m_data->GetRemoteIP() == xGetMainNetState().remoteIP ? END::COMPLETE : END::FOREIGN;
 }
 

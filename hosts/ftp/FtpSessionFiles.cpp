@@ -97,7 +97,7 @@ void FtpSession::xCmdRnto(const String& argument)
     if (from.empty())
         return xReply(503, "RNFR comes first");
     String to;
-    if (!xResolve(argument, to))
+    if (!xResolve(argument, to, 553))
         return;
     FtpFileSystem::FACTS facts;
     const bool isFolder =

@@ -18,6 +18,10 @@ namespace {
 constexpr std::size_t CHUNK_BYTES = 256 * 1024;
 /// What a listing gathers before it is sent.
 constexpr std::size_t LIST_CHUNK_BYTES = 64 * 1024;
+/// Entries of a folder that are kept and sorted at a time.
+constexpr std::size_t SORTED_TOGETHER = 100000;
+/// Entries between two looks at the control connection.
+constexpr std::size_t LOOKS_EVERY = 1000;
 
 using BUFFER = std::unique_ptr<unsigned char[]>;
 
@@ -215,7 +219,7 @@ void FtpSession::xUpload(const String& argument, bool append)
     const ULONG8 asked = std::exchange(m_restart, 0);
     const ULONG8 from = append ? 0 : asked; // APPE knows its place itself
     UPLOAD upload(m_uploads);
-    if (!xResolve(argument, upload.path))
+    if (!xResolve(argument, upload.path, 553))
         return;
     const FilePath realPath = m_files.GetRealPath(upload.path);
     const RECORDER record = [&](bool success, const String& reason) {
@@ -371,7 +375,7 @@ void FtpSession::xCmdNlst(const String& argument)
 void FtpSession::xCmdMlsd(const String& argument)
 {
     String path;
-    if (!xResolve(argument, path))
+    if (!xResolve(argument, path, 501))
         return;
     if (xHasRight(FtpUserSettings::READ) && !m_files.IsFolder(path))
         return xReply(501, FtpFileSystem::sDescribe(RESULT::NOT_FOLDER)); // RFC 3659, section 7.2.1
@@ -382,7 +386,7 @@ void FtpSession::xList(const char* verb, LISTFORM form, const String& argument, 
 {
     m_restart = 0;
     LISTING listing{form, String(), prefix, TimePos::sNow().GetMilliSeconds()};
-    if (!xResolve(argument, listing.path))
+    if (!xResolve(argument, listing.path, 501))
         return;
     const FilePath realPath = m_files.GetRealPath(listing.path);
     platform::FolderReader reader;
@@ -407,31 +411,62 @@ void FtpSession::xList(const char* verb, LISTFORM form, const String& argument, 
 FtpSession::END FtpSession::xSendListing(NetTCP* socket, const LISTING& listing, platform::FolderReader& reader)
 {
     std::string text;
-    std::string name;
-    FtpFileSystem::FACTS facts;
-    if (!m_files.IsFolder(listing.path)) {
-        if (m_files.GetShownFacts(listing.path, facts) == RESULT::DONE)
-            xAddEntry(text, listing, String(), facts);
-    } else if (listing.form == LISTFORM::FACTS && m_files.GetRoot().GetFacts(listing.path.str(), facts) == RESULT::DONE)
-        FtpListing::sAddFactLine(text, ".", facts, m_facts, xGetListingRights(), "cdir");
-    while (reader.Read(name, facts)) {
-        xAddEntry(text, listing, String(name), facts);
-        if (text.size() < LIST_CHUNK_BYTES)
-            continue;
-        if (!xSendText(socket, text))
+    xAddListedItself(text, listing);
+    std::vector<ENTRY> entries;
+    for (bool isMore = true; isMore;) {
+        isMore = xReadEntries(reader, entries);
+        if (m_transfer.isActive && !xShouldGoOn())
             return xWhyStopped();
-        text.clear();
+        for (const ENTRY& entry : entries) {
+            xAddEntry(text, listing, String(entry.name), entry.facts);
+            if (text.size() < LIST_CHUNK_BYTES)
+                continue;
+            if (!xSendText(socket, text))
+                return xWhyStopped();
+            text.clear();
+        }
     }
     return xSendText(socket, text) ? END::COMPLETE : xWhyStopped();
 }
 
-/// Appends the line of one entry; facts are the entry's own. An empty name: the listed path itself.
+/// What a listing shows of the listed path itself: everything of a file, and of a folder what MLSD begins with.
+void FtpSession::xAddListedItself(std::string& out, const LISTING& listing) const
+{
+    FtpFileSystem::FACTS facts;
+    if (!m_files.IsFolder(listing.path)) {
+        if (m_files.GetShownFacts(listing.path, facts) == RESULT::DONE)
+            xAddEntry(out, listing, String(), facts);
+    } else if (listing.form == LISTFORM::FACTS && m_files.GetRoot().GetFacts(listing.path.str(), facts) == RESULT::DONE)
+        FtpListing::sAddFactLine(out, ".", facts, m_facts, xGetListingRights(), "cdir");
+}
+
+/// Reads the next entries of a folder and sorts them by the bytes of their names. False: there are no more. A folder
+/// has one part, unless it is so large that sorting it as a whole would take much memory.
+bool FtpSession::xReadEntries(platform::FolderReader& reader, std::vector<ENTRY>& entries)
+{
+    entries.clear();
+    ENTRY entry;
+    bool isMore = true;
+    while (entries.size() < SORTED_TOGETHER && isMore) {
+        isMore = reader.Read(entry.name, entry.facts);
+        if (isMore)
+            entries.push_back(entry);
+        if (m_transfer.isActive && entries.size() % LOOKS_EVERY == 0 && !xShouldGoOn())
+            return false; // the caller finds out why
+    }
+    std::sort(entries.begin(), entries.end(),
+              [](const ENTRY& left, const ENTRY& right) { return left.name < right.name; });
+    return isMore;
+}
+
+/// Appends the line of one entry; facts are the entry's own. An empty name: the listed path itself. A link shows what
+/// it leads to; one that cannot be followed is left out, as if it were not there: no command takes what lies behind it.
 void FtpSession::xAddEntry(std::string& out, const LISTING& listing, const String& name,
                            FtpFileSystem::FACTS facts) const
 {
-    // A link shows what it leads to, as far as that can be reached.
-    if (facts.kind == platform::FileKind::LINK)
-        static_cast<void>(m_files.GetShownFacts(FtpFileSystem::sJoin(listing.path, name), facts));
+    if (facts.kind == platform::FileKind::LINK &&
+        m_files.GetShownFacts(FtpFileSystem::sJoin(listing.path, name), facts) != RESULT::DONE)
+        return;
     const String shown = listing.prefix + name;
     if (listing.form == LISTFORM::LONG)
         FtpListing::sAddLongLine(out, shown, facts, listing.nowMs);
@@ -447,7 +482,7 @@ void FtpSession::xListOnControl(const String& argument)
 {
     const String path = SkipFlags(argument);
     LISTING listing{LISTFORM::LONG, String(), String(), TimePos::sNow().GetMilliSeconds()};
-    if (!xResolve(path, listing.path))
+    if (!xResolve(path, listing.path, 501))
         return;
     platform::FolderReader reader;
     FtpFileSystem::FACTS facts;

@@ -25,6 +25,8 @@ using JSON = nlohmann::json;
 
 constexpr ULONG MAX_SECS = 86400;
 constexpr ULONG MAX_RESERVED = 1000;
+constexpr ULONG MAX_LOG_MB = 4095; // what 32 bits hold as bytes
+constexpr ULONG MAX_OLD_LOGS = 1000;
 constexpr ULONG MAX_BLOCK_TIME_MS = 1000;
 constexpr ULONG MAX_SETTINGS_BYTES = 16U * 1024 * 1024;
 constexpr ULONG8 MAX_NUMBER = ALL_BITS_32;
@@ -59,7 +61,9 @@ enum CODE : int
     // From 330: of the server again.
     BAD_LOG_IN_SECS = 330,
     BAD_RESERVED_SESSIONS,
-    BAD_RESERVED_ADDRESSES
+    BAD_RESERVED_ADDRESSES,
+    BAD_LOG_ROTATE_MB,
+    BAD_LOG_OLD_FILES
 };
 
 struct CODE_TEXT
@@ -76,6 +80,8 @@ constexpr CODE_TEXT CODE_TEXTS[] = {
     {BAD_LOG_IN_SECS, "login_timeout_secs: must be from 1 to 86400"},
     {BAD_RESERVED_SESSIONS, "reserved_sessions: must be from 0 to 1000"},
     {BAD_RESERVED_ADDRESSES, "reserved_addresses: a range begins behind its end, or a host name is empty"},
+    {BAD_LOG_ROTATE_MB, "log_rotate_mb: must be from 0 to 4095"},
+    {BAD_LOG_OLD_FILES, "log_old_files: must be from 0 to 1000"},
     {BAD_IDLE, "idle_timeout_secs: must be from 1 to 86400"},
     {BAD_STALL, "stall_timeout_secs: must be from 1 to 86400"},
     {BAD_CONNECT, "connect_timeout_secs: must be from 1 to 86400"},
@@ -137,6 +143,9 @@ constexpr KEY SERVER_KEYS[] = {
     {"greeting", FORM::TEXT},
     {"log_folder", FORM::TEXT},
     {"require_logs", FORM::FLAG},
+    {"log_rotate_mb", FORM::NUMBER},
+    {"log_rotate_daily", FORM::FLAG},
+    {"log_old_files", FORM::NUMBER},
     {"log_debug", FORM::FLAG},
     {"connection_rules", FORM::RULES},
     {"hammer_attempts", FORM::NUMBER},
@@ -526,12 +535,13 @@ bool FtpSettings::IsSame(const SettingsTransferable& other) const
            m_stallSecs == that->m_stallSecs && m_connectSecs == that->m_connectSecs &&
            m_hiddenUploads == that->m_hiddenUploads && m_loginAttempts == that->m_loginAttempts &&
            m_blockTimeMs == that->m_blockTimeMs && m_greeting == that->m_greeting && m_logFolder == that->m_logFolder &&
-           m_requireLogs == that->m_requireLogs && m_logDebug == that->m_logDebug &&
-           m_connectionRules == that->m_connectionRules && m_hammerAttempts == that->m_hammerAttempts &&
-           m_hammerWindowSecs == that->m_hammerWindowSecs && m_hammerBlockSecs == that->m_hammerBlockSecs &&
-           m_hammerExemptions == that->m_hammerExemptions && m_maxSessionsPerAddress == that->m_maxSessionsPerAddress &&
-           m_updateHost == that->m_updateHost && m_updatePort == that->m_updatePort &&
-           m_updatePath == that->m_updatePath && m_users == that->m_users;
+           m_requireLogs == that->m_requireLogs && m_logRotateMB == that->m_logRotateMB &&
+           m_logRotateDaily == that->m_logRotateDaily && m_logOldFiles == that->m_logOldFiles &&
+           m_logDebug == that->m_logDebug && m_connectionRules == that->m_connectionRules &&
+           m_hammerAttempts == that->m_hammerAttempts && m_hammerWindowSecs == that->m_hammerWindowSecs &&
+           m_hammerBlockSecs == that->m_hammerBlockSecs && m_hammerExemptions == that->m_hammerExemptions &&
+           m_maxSessionsPerAddress == that->m_maxSessionsPerAddress && m_updateHost == that->m_updateHost &&
+           m_updatePort == that->m_updatePort && m_updatePath == that->m_updatePath && m_users == that->m_users;
 }
 
 bool FtpSettings::ReadFile(const FilePath& file, String& error)
@@ -648,6 +658,9 @@ bool FtpSettings::xWriteTo(SettingsTransportSet& set) const
     set.AddString("greeting", m_greeting);
     set.AddString("log_folder", m_logFolder.GetText());
     set.AddBool("require_logs", m_requireLogs);
+    set.AddULONG("log_rotate_mb", m_logRotateMB);
+    set.AddBool("log_rotate_daily", m_logRotateDaily);
+    set.AddULONG("log_old_files", m_logOldFiles);
     set.AddBool("log_debug", m_logDebug);
     set.AddSettings("connection_rules", m_connectionRules);
     set.AddULONG("hammer_attempts", m_hammerAttempts);
@@ -689,6 +702,9 @@ bool FtpSettings::xReadFrom(const SettingsTransportSet& set)
     set.GetString("greeting", m_greeting);
     ReadPath(set, "log_folder", m_logFolder);
     set.GetBool("require_logs", m_requireLogs);
+    ReadNumber(set, "log_rotate_mb", m_logRotateMB);
+    set.GetBool("log_rotate_daily", m_logRotateDaily);
+    ReadNumber(set, "log_old_files", m_logOldFiles);
     set.GetBool("log_debug", m_logDebug);
     ReadRules(set, "connection_rules", m_connectionRules);
     ReadNumber(set, "hammer_attempts", m_hammerAttempts);
@@ -730,6 +746,8 @@ void FtpSettings::xCheckErrors(Messages& messages) const
     check(m_reservedSessions <= MAX_RESERVED, BAD_RESERVED_SESSIONS);
     check(AreRulesGood(m_reservedAddresses), BAD_RESERVED_ADDRESSES);
     check(isTime(m_logInSecs), BAD_LOG_IN_SECS);
+    check(m_logRotateMB <= MAX_LOG_MB, BAD_LOG_ROTATE_MB);
+    check(m_logOldFiles <= MAX_OLD_LOGS, BAD_LOG_OLD_FILES);
     check(isTime(m_idleSecs), BAD_IDLE);
     check(isTime(m_stallSecs), BAD_STALL);
     check(isTime(m_connectSecs), BAD_CONNECT);

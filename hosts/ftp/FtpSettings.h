@@ -160,6 +160,15 @@ public:
     /// No start without logs; otherwise the server serves, and says that it has none.
     bool GetRequireLogs() const { return m_requireLogs; }
     void SetRequireLogs(bool require) { m_requireLogs = require; }
+    /// Megabytes (of 1024 * 1024 bytes) from which on the event log begins a new file; 0: however large it is.
+    ULONG GetLogRotateMB() const { return m_logRotateMB; }
+    void SetLogRotateMB(ULONG megabytes) { m_logRotateMB = static_cast<std::uint32_t>(megabytes); }
+    /// It begins one each day, too.
+    bool GetLogRotateDaily() const { return m_logRotateDaily; }
+    void SetLogRotateDaily(bool daily) { m_logRotateDaily = daily; }
+    /// How many old files of it are kept.
+    ULONG GetLogOldFiles() const { return m_logOldFiles; }
+    void SetLogOldFiles(ULONG count) { m_logOldFiles = static_cast<std::uint32_t>(count); }
     bool GetLogDebug() const { return m_logDebug; }
     void SetLogDebug(bool debug) { m_logDebug = debug; }
     /// Who may connect at all; what no rule matches may.
@@ -221,6 +230,9 @@ private:
     String m_greeting = "kqftpd ready";
     FilePath m_logFolder;
     bool m_requireLogs = false;
+    std::uint32_t m_logRotateMB = 100;
+    bool m_logRotateDaily = false;
+    std::uint32_t m_logOldFiles = 10;
     bool m_logDebug = false;
     NetIPControl m_connectionRules;
     std::uint32_t m_hammerAttempts = 5;

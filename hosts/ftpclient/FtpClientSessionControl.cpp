@@ -35,7 +35,7 @@ bool FtpClientSession::xFailBroken()
 bool FtpClientSession::xFailRefused(OUTCOME outcome)
 {
     m_result.replyCode = m_reply.GetCode();
-    const String text = "the server says: " + String::sToString(m_reply.GetCode()) + " " + m_reply.GetText();
+    const String text = "the server says: " + String::sToString(m_reply.GetCode()) + " " + m_reply.GetWholeText();
     return xFail(outcome, MakeVisible(text));
 }
 

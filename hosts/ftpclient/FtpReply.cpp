@@ -8,6 +8,7 @@ namespace kqlib {
 namespace {
 
 constexpr std::size_t CODE_DIGITS = 3;
+constexpr std::size_t MAX_WHOLE_TEXT = 1000;
 constexpr std::size_t MAX_LINES = 2000; // longer than any greeting; a server that never ends its reply is given up
 
 /// The code that a line begins with; 0: none. What follows is nothing, a blank or, with more lines to come, "-".
@@ -39,7 +40,7 @@ FtpReply::STATE FtpReply::AddLine(const String& line)
         if (code == 0)
             return STATE::WRONG;
         m_code = code;
-        m_text = TextOf(line);
+        (more ? m_first : m_text) = TextOf(line);
         m_isOver = !more;
         return more ? STATE::INCOMPLETE : STATE::COMPLETE;
     }
@@ -56,10 +57,30 @@ FtpReply::STATE FtpReply::AddLine(const String& line)
     return STATE::INCOMPLETE;
 }
 
+String FtpReply::GetWholeText() const
+{
+    String whole;
+    const auto add = [&whole](const String& text) {
+        if (!text.empty() && whole.size() < MAX_WHOLE_TEXT)
+            whole += (whole.empty() ? "" : "; ") + text;
+    };
+    add(m_first);
+    for (const String& line : m_inner) {
+        bool more = false;
+        const bool hasCode = ReadCode(line, more) == m_code; // many servers begin every line with it
+        const std::string& text = line.str();
+        const std::string::size_type start = text.find_first_not_of(' ', hasCode ? CODE_DIGITS + 1 : 0);
+        add(start == std::string::npos ? String() : String(text.substr(start)));
+    }
+    add(m_text);
+    return whole;
+}
+
 void FtpReply::Reset()
 {
     m_code = 0;
     m_isOver = true;
+    m_first.clear();
     m_text.clear();
     m_inner.clear();
 }

@@ -34,6 +34,8 @@ public:
     /// The command is not known, or not offered; another one may do.
     bool IsNotOffered() const { return GetClass() == 5 && m_code < 505; }
 
+    /// All lines for people, "; " between, without the codes; of a very long reply the beginning.
+    String GetWholeText() const;
     /// The last line without the code.
     const String& GetText() const { return m_text; }
     /// The lines between the first and the last one, as they came.
@@ -42,6 +44,7 @@ public:
 private:
     unsigned m_code = 0;
     bool m_isOver = true; // the next line begins a reply
+    String m_first;       // the first of several lines, without its code
     String m_text;
     STRINGS m_inner;
 };

@@ -179,6 +179,9 @@ void Reload(const OPTIONS& options, FtpServer& server)
 {
     FtpSettings settings;
     String error;
+    // The log comes first: whoever has moved it waits for that, whatever the settings say.
+    if (!server.ReopenLog(error))
+        Fail(EXIT_SETTINGS, error);
     if (options.settingsFile.empty())
         return; // a demonstration has nothing to read again
     if (!ReadSettings(options, settings, error) || !server.Reload(settings, error)) {

@@ -14,7 +14,7 @@ TEST_F(FtpServerInput, Line_UpToTheLimit_Whole)
     FtpTestClient client = LogIn();
     // The CR counts while it waits for its LF, so 1022 characters are the longest line.
     const std::string longest = "CWD " + std::string(MAX_COMMAND - 2 - 4, 'x');
-    EXPECT_EQ(client.Code(longest), 553) << "a name that long is none";
+    EXPECT_EQ(client.Code(longest), 550) << "a name that long is none";
     EXPECT_EQ(client.Code("NOOP"), 200);
 }
 
@@ -43,15 +43,60 @@ TEST_F(FtpServerInput, NulAndControlBytes_NeverReachAName)
     Start();
     FtpTestClient client = LogIn();
     client.Send(std::string("MKD a\0b\r\n", 9));
-    EXPECT_EQ(client.ReadCode(), 553);
+    EXPECT_EQ(client.ReadCode(), 550);
     client.Send(std::string("\0\0\0\r\n", 5));
     EXPECT_EQ(client.ReadCode(), 500);
     client.Send(std::string("NO\0OP\r\n", 7));
     EXPECT_EQ(client.ReadCode(), 500);
     client.Send("MKD a\rb\r\n");
-    EXPECT_EQ(client.ReadCode(), 553);
-    EXPECT_EQ(client.Code("MKD \x1B[2J"), 553);
+    EXPECT_EQ(client.ReadCode(), 550);
+    EXPECT_EQ(client.Code("MKD \x1B[2J"), 550);
     EXPECT_TRUE(std::filesystem::is_empty(Home()));
+}
+
+TEST_F(FtpServerInput, BadName_EachCommand_CodeThatTheStandardListsForIt)
+{
+    WriteHomeFile("f", "");
+    Start();
+    FtpTestClient client = LogIn();
+    for (const char* command : {"CWD", "MKD", "RMD", "DELE", "RNFR", "SIZE", "MDTM", "MLST", "RETR"})
+        EXPECT_EQ(client.Code(std::string(command) + " a\tb"), 550) << command;
+    for (const char* command : {"LIST", "NLST", "STAT", "MLSD"})
+        EXPECT_EQ(client.Code(std::string(command) + " a\tb"), 501) << command;
+    for (const char* command : {"STOR", "APPE"})
+        EXPECT_EQ(client.Code(std::string(command) + " a\tb"), 553) << command;
+    EXPECT_EQ(client.Code("RNFR f"), 350);
+    EXPECT_EQ(client.Code("RNTO a\tb"), 553);
+}
+
+TEST_F(FtpServerInput, TelnetCommandsAndNegotiation_AreSkipped)
+{
+    Start();
+    FtpTestClient client = LogIn();
+    const struct
+    {
+        std::string line;
+        int code;
+    } cases[] = {
+        {"\xFF\xFB\x18\xFF\xFD\x03NOOP", 200},      // WILL and DO before the command
+        {"NO\xFF\xFC\x01OP", 200},                  // WONT in it
+        {"NOOP\xFF\xFE\x01", 200},                  // DONT behind it
+        {"\xFF\xFA\x18\x01xterm\xFF\xF0NOOP", 200}, // a subnegotiation
+        {"\xFF\xF9NOOP\xFF\xF1", 200},              // commands without an option
+        {"\xFF\xF4\xFF\xF2NOOP", 200},              // an interrupt and its mark
+        {"MKD a\xFF\xFF"
+         "b",
+         257},             // the byte itself
+        {"NOOP\xFF", 500}, // no command of Telnet
+        {"NOOP\xFFx", 500},
+        {"\xFF\xFB", 500}, // cut short
+        {"\xFF\xFA\x18", 500},
+        {"NOOP\xFF\xFB\x01 \xFF\xFD\x01x", 200},
+    };
+    for (const auto& each : cases)
+        EXPECT_EQ(client.Code(each.line), each.code) << testing::PrintToString(each.line);
+    EXPECT_TRUE(IsInHome("a\xFF"
+                         "b"));
 }
 
 TEST_F(FtpServerInput, Bytes_EveryValueAsACommand_Answered)

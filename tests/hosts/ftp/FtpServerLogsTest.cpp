@@ -125,5 +125,79 @@ TEST_F(FtpServerLogs, Folder_IsAFile_ServedWithoutLogs)
     EXPECT_EQ(ReadFile(m_folder / "logs"), "no folder");
 }
 
+TEST_F(FtpServerLogs, NewFiles_ReadableByOwnerAndGroupOnly)
+{
+    Start();
+    {
+        FtpTestClient client = LogIn();
+        EXPECT_EQ(client.Code("QUIT"), 221);
+    }
+    EXPECT_TRUE(WaitNoSessions());
+    m_server.Stop();
+    if (platform::PathSeparator() != '/')
+        GTEST_SKIP() << "the standard library shows no rights of others on this system";
+    using std::filesystem::perms;
+    const std::filesystem::path logs = m_folder / "logs";
+    const auto forbidden = [](const std::filesystem::path& path) {
+        return std::filesystem::status(path).permissions() & (perms::others_all | perms::group_write);
+    };
+    EXPECT_EQ(forbidden(logs), perms::none);
+    int count = 0;
+    for (const auto& file : std::filesystem::directory_iterator(logs)) {
+        EXPECT_EQ(forbidden(file.path()), perms::none) << file.path();
+        ++count;
+    }
+    EXPECT_GE(count, 3);
+}
+
+TEST_F(FtpServerLogs, EventLogMovedOrDeleted_NewOneAppears)
+{
+    Start();
+    const std::filesystem::path log = m_folder / "logs/kqftpd.log";
+    const auto logIn = [this] { EXPECT_EQ(LogIn().Code("QUIT"), 221); };
+    logIn();
+    EventLogText();
+    std::filesystem::rename(log, m_folder / "logs/moved");
+    logIn(); // the first line makes it
+    EXPECT_NE(EventLogText().find("\tLogin Success\t"), std::string::npos);
+    EXPECT_NE(ReadFile(m_folder / "logs/moved").find("\tLogin Success\t"), std::string::npos);
+    EXPECT_TRUE(WaitNoSessions());
+    EventLogText();
+    std::filesystem::rename(log, m_folder / "logs/moved again");
+    String error;
+    EXPECT_TRUE(m_server.ReopenLog(error)) << error.c_str();
+    EXPECT_TRUE(std::filesystem::exists(log)) << "without a line";
+    std::filesystem::remove(log);
+    std::filesystem::create_directory(log);
+    EXPECT_FALSE(m_server.ReopenLog(error));
+    EXPECT_TRUE(error.StartsWith("log_folder: kqftpd.log cannot be opened in ")) << error.c_str();
+}
+
+TEST_F(FtpServerLogs, Rotation_BySize_OldFilesKeptAsManyAsSet)
+{
+    constexpr std::uintmax_t MB = 1024 * 1024;
+    const std::filesystem::path logs = m_folder / "logs";
+    std::filesystem::create_directory(logs);
+    for (const char* name : {"kqftpd.log", "kqftpd.log.1", "kqftpd.log.2"})
+        std::ofstream(logs / name, std::ios::binary) << name << std::string(MB, 'x') << "\n";
+    m_settings.SetLogRotateMB(1);
+    m_settings.SetLogOldFiles(2);
+    Start();
+    EXPECT_EQ(LogIn().Code("QUIT"), 221);
+    EXPECT_TRUE(WaitNoSessions());
+    EXPECT_LT(EventLogText().size(), MB);
+    EXPECT_TRUE(ReadFile(logs / "kqftpd.log.1").starts_with("kqftpd.logx"));
+    EXPECT_TRUE(ReadFile(logs / "kqftpd.log.2").starts_with("kqftpd.log.1x"));
+    EXPECT_FALSE(std::filesystem::exists(logs / "kqftpd.log.3"));
+    // A reload changes the rotation of the log that runs.
+    m_settings.SetLogRotateMB(0);
+    String error;
+    EXPECT_TRUE(m_server.Reload(m_settings, error)) << error.c_str();
+    std::ofstream(logs / "kqftpd.log", std::ios::binary | std::ios::app) << std::string(2 * MB, 'x') << "\n";
+    EXPECT_EQ(LogIn().Code("QUIT"), 221);
+    EXPECT_TRUE(WaitNoSessions());
+    EXPECT_GT(EventLogText().size(), 2 * MB);
+}
+
 } // namespace
 } // namespace kqlib::test

@@ -2,6 +2,7 @@
 #include "tests/hosts/ftp/FtpServerFixture.h"
 #include "tests/peers/Missing.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <iostream>
@@ -222,10 +223,57 @@ TEST_F(FtpServerTransfer, Mlsd_FolderOnly)
     EXPECT_EQ(client.Download("MLSD", listing), 226);
     const std::vector<std::string> lines = Lines(listing);
     EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()),
-              (std::set<std::string>{"type=cdir; .", "type=file;size=5; f", "type=file;size=5; link",
-                                     "type=OS.unix=slink; dangling"}));
+              (std::set<std::string>{"type=cdir; .", "type=file;size=5; f", "type=file;size=5; link"}));
     EXPECT_EQ(client.Download("MLSD f", listing), 501);
     EXPECT_EQ(client.Download("MLSD missing", listing), 501);
+}
+
+TEST_F(FtpServerTransfer, Listings_LinksThatCannotBeFollowed_AreNotThere)
+{
+    fs::create_directory(m_folder / "outside");
+    fs::create_symlink("../outside", Home() / "out");
+    fs::create_symlink(Home(), Home() / "absolute");
+    fs::create_symlink("nowhere", Home() / "dangling");
+    fs::create_symlink("loop", Home() / "loop");
+    fs::create_symlink(".", Home() / "good");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string listing;
+    EXPECT_EQ(client.Download("NLST", listing), 226);
+    EXPECT_EQ(listing, "good\r\n");
+    EXPECT_EQ(client.Download("LIST", listing), 226);
+    EXPECT_EQ(Lines(listing).size(), 1U) << listing;
+    for (const char* name : {"out", "absolute", "dangling", "loop"}) {
+        for (const char* command : {"CWD ", "MLST ", "STAT "})
+            EXPECT_EQ(client.Code(std::string(command) + name), 550) << command << name;
+        for (const char* command : {"LIST ", "NLST ", "RETR "})
+            EXPECT_EQ(client.Download(std::string(command) + name, listing), 550) << command << name;
+    }
+    EXPECT_EQ(client.Code("DELE out"), 250) << "the link itself is the user's";
+}
+
+TEST_F(FtpServerTransfer, Listings_AnyOrderOnTheDisk_SortedByName)
+{
+    const std::vector<std::string> sorted = {"A", "B", "Z", "a", "a.b", "a1", "a10", "a2", "b", "\xC3\xA4"};
+    for (const std::size_t index : {7, 2, 9, 0, 5, 1, 8, 3, 6, 4})
+        WriteHomeFile(sorted[index], "");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string listing;
+    std::string wanted;
+    for (const std::string& name : sorted)
+        wanted += name + "\r\n";
+    EXPECT_EQ(client.Download("NLST", listing), 226);
+    EXPECT_EQ(listing, wanted);
+    for (const char* command : {"LIST", "MLSD"}) {
+        EXPECT_EQ(client.Download(command, listing), 226);
+        std::vector<std::string> lines = Lines(listing);
+        if (command == std::string("MLSD"))
+            lines.erase(lines.begin()); // of the folder itself
+        ASSERT_EQ(lines.size(), sorted.size()) << command;
+        for (std::size_t i = 0; i < lines.size(); ++i)
+            EXPECT_TRUE(lines[i].ends_with(" " + sorted[i])) << lines[i];
+    }
 }
 
 TEST_F(FtpServerTransfer, Stat_WithPath_ListsOnTheControlConnection)
@@ -569,6 +617,12 @@ TEST_F(FtpServerRunning, HiddenUploads_AppearWholeOrNotAtAll)
     ASSERT_TRUE(first.OpenPassive(data));
     ASSERT_EQ(first.Code("STOR f"), 150);
     ASSERT_TRUE(data.Send("half"));
+    ASSERT_TRUE(WaitFor([this] {
+        return std::any_of(fs::directory_iterator(Home()), fs::directory_iterator(),
+                           [](const fs::directory_entry& file) {
+                               return file.path().filename().string().starts_with(".kqftpd-") && file.file_size() == 4;
+                           });
+    }));
     data.Reset();
     EXPECT_EQ(first.ReadCode(), 426);
     EXPECT_EQ(ReadHomeFile("f"), "first");

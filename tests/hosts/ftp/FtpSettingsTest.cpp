@@ -44,6 +44,9 @@ TEST(FtpSettings, ReadJson_OnlyAnAccount_RestIsDefault)
     EXPECT_EQ(settings.GetBlockTimeMs(), 2U);
     EXPECT_TRUE(settings.GetRequireTLSFarewell());
     EXPECT_FALSE(settings.GetHiddenUploads());
+    EXPECT_EQ(settings.GetLogRotateMB(), 100U);
+    EXPECT_FALSE(settings.GetLogRotateDaily());
+    EXPECT_EQ(settings.GetLogOldFiles(), 10U);
     EXPECT_TRUE(settings.GetLogFolder().empty());
     ASSERT_EQ(settings.GetUsers().size(), 1U);
     EXPECT_EQ(settings.GetUsers()[0].GetRights(), "read");
@@ -57,6 +60,7 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
         "passive_ports": "50000-50010", "external_address": "1.2.3.4", "idle_timeout_secs": 11,
         "hidden_uploads": true, "stall_timeout_secs": 12, "connect_timeout_secs": 13, "login_attempts": 4, "block_time_ms": 100,
         "greeting": "Hello", "log_folder": "/var/log/x", "require_logs": true, "log_debug": true,
+        "log_rotate_mb": 4095, "log_rotate_daily": true, "log_old_files": 3,
         "update_host": "updates.example", "update_port": 8080, "update_path": "/v.txt",
         "listen_tls": "127.0.0.1:990, 991", "offer_tls": true, "require_tls": true, "require_tls_farewell": false,
         "tls_certificate": "/etc/x.crt",
@@ -80,6 +84,9 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
     EXPECT_EQ(settings.GetGreeting(), "Hello");
     EXPECT_EQ(settings.GetLogFolder().GetText(), "/var/log/x");
     EXPECT_TRUE(settings.GetRequireLogs());
+    EXPECT_EQ(settings.GetLogRotateMB(), 4095U);
+    EXPECT_TRUE(settings.GetLogRotateDaily());
+    EXPECT_EQ(settings.GetLogOldFiles(), 3U);
     EXPECT_TRUE(settings.GetLogDebug());
     EXPECT_EQ(settings.GetUpdateHost(), "updates.example");
     EXPECT_EQ(settings.GetUpdatePort(), 8080U);
@@ -204,6 +211,8 @@ TEST(FtpSettings, ReadJson_BadValues_NamedInTheError)
         {", \"passive_ports\": \"1-2x\"", "passive_ports:"},
         {", \"external_address\": \"host.example\"", "external_address:"},
         {", \"external_address\": \"::1\"", "external_address:"},
+        {", \"log_rotate_mb\": 4096", "log_rotate_mb:"},
+        {", \"log_old_files\": 1001", "log_old_files:"},
         {", \"login_timeout_secs\": 0", "login_timeout_secs:"},
         {", \"login_timeout_secs\": 86401", "login_timeout_secs:"},
         {", \"reserved_sessions\": 1001", "reserved_sessions:"},

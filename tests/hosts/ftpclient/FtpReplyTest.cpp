@@ -76,5 +76,24 @@ TEST(FtpReply, Classes_ByFirstDigit)
     }
 }
 
+TEST(FtpReply, GetWholeText_SeveralLines_AllThatTheySay)
+{
+    FtpReply reply;
+    EXPECT_EQ(reply.GetWholeText(), "");
+    reply.AddLine("550 No such file");
+    EXPECT_EQ(reply.GetWholeText(), "No such file");
+    for (const char* line : {"530-Your account", "530- has run out", "  on Monday", "", "530 Login incorrect"})
+        reply.AddLine(line);
+    EXPECT_EQ(reply.GetWholeText(), "Your account; has run out; on Monday; Login incorrect");
+    EXPECT_EQ(reply.GetText(), "Login incorrect");
+    reply.AddLine("421 Bye");
+    EXPECT_EQ(reply.GetWholeText(), "Bye") << "nothing of the one before";
+    reply.AddLine("421-" + String(std::string(900, 'x')));
+    for (int i = 0; i < 1000; ++i)
+        reply.AddLine(String(std::string(200, 'y')));
+    reply.AddLine("421 End");
+    EXPECT_LT(reply.GetWholeText().size(), 1500U);
+}
+
 } // namespace
 } // namespace kqlib

@@ -172,6 +172,23 @@ class ProgramTest(unittest.TestCase):
         self.assertIn("connection_rules[0]: is not a rule", bad.stderr)
 
     @needs_reload
+    def test_moved_log_begins_anew_at_sighup_even_with_damaged_settings(self):
+        path = self.write_settings()
+        log = os.path.join(self.folder.name, "logs", "kqftpd.log")
+        with Server("--settings", path) as server:
+            for broken in (False, True):
+                os.rename(log, log + ".moved")
+                if broken:
+                    with open(path, "w", encoding="utf-8") as file:
+                        file.write("{")
+                server.process.send_signal(signal.SIGHUP)
+                wait_until(lambda: os.path.exists(log))
+                server.client("ann", "secret").quit()
+            self.assertEqual(server.stop()[0], 0)
+        with open(log, encoding="utf-8") as file:
+            self.assertIn("\tLogin Success\t", file.read())
+
+    @needs_reload
     def test_damaged_settings_read_again_change_nothing(self):
         path = self.write_settings()
         with Server("--settings", path) as server:
