@@ -7,6 +7,7 @@
 #include <atomic>
 #include <functional>
 #include <new>
+#include <ostream>
 #include <stdexcept>
 #include <tuple>
 
@@ -47,13 +48,25 @@ struct HOOK
     bool isMonitored;                               ///< the monitor runs
 };
 
+void PrintTo(const EXCEPTION& exception, std::ostream* out)
+{
+    *out << exception.name;
+}
+
+void PrintTo(const HOOK& hook, std::ostream* out)
+{
+    *out << hook.name;
+}
+
 void Nothing(SESSION&, NetTCP&) {}
 
 void ClientSays(NetTCP& client, const std::string& text)
 {
-    unsigned long length = text.size();
-    ASSERT_TRUE(client.Send(text.data(), length));
-    ASSERT_EQ(length, text.size());
+    for (unsigned long done = 0; done < text.size();) {
+        unsigned long length = text.size() - done;
+        ASSERT_TRUE(client.Send(text.data() + done, length));
+        done += length;
+    }
 }
 
 const HOOK HOOKS[] = {
