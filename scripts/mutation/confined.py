@@ -35,7 +35,8 @@ def _limit():
 def run(command, folder, writable, environment, seconds):
     """(exit code, the end of the output); None for the code when the time was over."""
     # Were the worker killed, the run would end with it.
-    namespaces = ["setpriv", "--pdeathsig", "KILL", "unshare", "--mount", "--net", "--ipc", "--pid", "--fork", "--kill-child", "--mount-proc"]
+    namespaces = ["setpriv", "--pdeathsig", "KILL", "unshare", "--mount", "--net", "--ipc", "--pid", "--fork",
+                  "--kill-child", "--mount-proc"]
     if os.geteuid() != 0:
         namespaces.append("--map-root-user")
     settings = dict(os.environ, **environment, KQ_MUTANTS_WRITABLE=" ".join(map(str, writable)),
