@@ -106,7 +106,7 @@ protected:
     void Use(const std::vector<std::string>& servers) { SetServers(dns, servers); }
 
     /// One round, and a short wait.
-    void BeImpatient(ULONG waitMs = 60)
+    void BeImpatient(ULONG waitMs = 1000)
     {
         ASSERT_TRUE(options.SetAnswerWaitMs(waitMs) && options.SetRounds(1));
         dns.SetOptions(options);
@@ -266,8 +266,8 @@ TEST_F(NetDNSCheckedTest, Late_AnswerAfterTheWait_NotTakenForTheNextQuery)
 {
     FakeDNSServer server([](const DNSQuery& query, std::size_t number) -> Replies {
         if (number == 0)
-            return {{DNSMessage(query).AddA("6.6.6.6").Build(), 80}};
-        return {{DNSMessage(query).AddA("10.0.0.1").Build(), 150}};
+            return {{DNSMessage(query).AddA("6.6.6.6").Build(), 1000}};
+        return {{DNSMessage(query).AddA("10.0.0.1").Build(), 1300}};
     });
     ASSERT_TRUE(options.SetAnswerWaitMs(40) && options.SetRounds(1));
     dns.SetOptions(options);
