@@ -234,7 +234,9 @@ TEST_F(NetDNSCheckedTest, Forged_65000BeforeTheRightOne_NoneBelieved)
             bytes[1] = static_cast<unsigned char>(id & 0xFF);
             replies.push_back({bytes});
         }
-        replies.push_back({DNSMessage(query).AddA("10.0.0.1").Build(), 300});
+        // Several times, for the system drops what it has no room for.
+        for (const unsigned delayMs : {300U, 1000U, 3000U, 8000U, 16000U})
+            replies.push_back({DNSMessage(query).AddA("10.0.0.1").Build(), delayMs});
         return replies;
     });
     ASSERT_TRUE(options.SetAnswerWaitMs(30000) && options.SetLookupLimitMs(120000));
