@@ -64,6 +64,7 @@ struct NetDNS::CHECKED
 
     NetDNSOptions options;
     ULONG refused = 0;
+    bool lastFromCache = false;
     VectorPtr<String> aaaaRecords;
     VectorPtr<SRV_RECORD> srvRecords;
 };
@@ -98,6 +99,11 @@ const NetDNSOptions* NetDNS::GetOptions() const
 ULONG NetDNS::GetRefusedAnswers() const
 {
     return m_checked ? m_checked->refused : 0;
+}
+
+bool NetDNS::IsLastFromCache() const
+{
+    return m_checked && m_checked->lastFromCache;
 }
 
 bool NetDNS::DoALookup(const String& domain, Messages& msgs)
@@ -575,6 +581,7 @@ bool NetDNS::xCheckedLookup(const String& domain, const String* server, RRTYPE t
         return false;
     }
     std::shared_ptr<const NetDNSAnswer> answer = m_cache ? m_cache->xReadChecked(domain, type) : nullptr;
+    m_checked->lastFromCache = answer != nullptr;
     if (!answer)
         answer = xAskChecked(domain, server, type);
     xTakeAnswer(*answer, type);

@@ -103,6 +103,8 @@ public:
     /// of another question, or in another mix of cases. What comes from other addresses or ports the system drops
     /// unseen. 0 without options.
     ULONG GetRefusedAnswers() const;
+    /// Whether the last look-up was answered by the cache. False without options.
+    bool IsLastFromCache() const;
 
     /// Look-ups of one type. Each asks the cache, then the servers in their order until one gives records. True: the
     /// records can be read. False: codes were added, except after five CNAME records in a row, which add none.

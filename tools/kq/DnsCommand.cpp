@@ -2,6 +2,7 @@
 
 #include "net/dns/NetDNS.h"
 #include "net/dns/NetDNSCache.h"
+#include "net/dns/NetDNSOptions.h"
 #include "tools/kq/MessageTexts.h"
 
 #include <CLI/CLI.hpp>
@@ -12,7 +13,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace kq {
@@ -27,6 +27,7 @@ struct OPTIONS
     std::string server; ///< empty: the system's servers
     unsigned repeat = 1;
     bool json = false;
+    bool checked = false; ///< with NetDNSOptions
 };
 
 /// One type of look-up: its sub-command and what the resolver and the cache have for it.
@@ -37,8 +38,8 @@ struct TYPE
     bool (NetDNS::*lookUp)(const String&, Messages&);
     bool (NetDNS::*lookUpAt)(const String&, const String&, Messages&);
     ULONG (NetDNS::*getCount)() const;
-    const String& (NetDNS::*getRecord)(ULONG) const;
-    bool (NetDNSCache::*isCached)(const String&, VectorPtr<String>&); ///< null: mail exchangers
+    const String& (NetDNS::*getRecord)(ULONG) const;                  ///< null: services
+    bool (NetDNSCache::*isCached)(const String&, VectorPtr<String>&); ///< null where options are needed, and for MX
 };
 
 constexpr TYPE TYPES[] = {
@@ -50,14 +51,33 @@ constexpr TYPE TYPES[] = {
      &NetDNS::GetPTRRecordCount, &NetDNS::GetPTRRecord, &NetDNSCache::IsPtrLookupCached},
     {"txt", "Texts of a name", &NetDNS::DoTXTLookup, &NetDNS::DoTXTLookup, &NetDNS::GetTXTRecordCount,
      &NetDNS::GetTXTRecord, &NetDNSCache::IsTxtLookupCached},
+    {"aaaa", "IPv6 addresses of a host (always with --checked)", &NetDNS::DoAAAALookup, &NetDNS::DoAAAALookup,
+     &NetDNS::GetAAAARecordCount, &NetDNS::GetAAAARecord, nullptr},
+    {"srv", "Hosts of a service: priority, weight, port, host (always with --checked)", &NetDNS::DoSRVLookup,
+     &NetDNS::DoSRVLookup, &NetDNS::GetSRVRecordCount, nullptr, nullptr},
     {"spf", "SPF records (type 99) of a domain", &NetDNS::DoSPFLookup, &NetDNS::DoSPFLookup, &NetDNS::GetSPFRecordCount,
      &NetDNS::GetSPFRecord, &NetDNSCache::IsSpfLookupCached},
 };
 
-bool IsMx(const TYPE& type)
+// By the commands' names: on Windows the address of a function of a DLL is not the same everywhere.
+bool IsA(const TYPE& type, std::string_view command)
 {
-    return type.isCached == nullptr;
+    return type.command == command;
 }
+
+bool HasPriority(const TYPE& type)
+{
+    return IsA(type, "mx") || IsA(type, "srv");
+}
+
+/// One record; what its type does not have is 0.
+struct RECORD
+{
+    ULONG priority;
+    ULONG weight;
+    ULONG port;
+    String text;
+};
 
 /// What came of one look-up.
 struct RESULT
@@ -65,7 +85,7 @@ struct RESULT
     bool success = false;
     bool cached = false;
     double milliseconds = 0;
-    std::vector<std::pair<ULONG, String>> records; ///< priority (0 but for mail exchangers) and text
+    std::vector<RECORD> records;
     Messages msgs;
 };
 
@@ -73,29 +93,42 @@ bool IsCached(const TYPE& type, NetDNSCache& cache, const String& name)
 {
     VectorPtr<NetDNS::MX_RECORD> exchangers;
     VectorPtr<String> texts;
-    return IsMx(type) ? cache.IsMxLookupCached(name, exchangers) : (cache.*type.isCached)(name, texts);
+    return IsA(type, "mx") ? cache.IsMxLookupCached(name, exchangers) : (cache.*type.isCached)(name, texts);
+}
+
+RECORD GetRecord(const TYPE& type, const NetDNS& dns, ULONG index)
+{
+    if (IsA(type, "mx"))
+        return {dns.GetMXRecordPriority(index), 0, 0, dns.GetMXRecord(index)};
+    if (!IsA(type, "srv"))
+        return {0, 0, 0, (dns.*type.getRecord)(index)};
+    const NetDNS::SRV_RECORD& record = dns.GetSRVRecord(index);
+    return {record.priority, record.weight, record.port, record.name};
 }
 
 RESULT LookUp(const TYPE& type, const String& name, const String& server, NetDNS& dns)
 {
     RESULT result;
-    result.cached = IsCached(type, *dns.GetCache(), name);
+    result.cached = dns.GetOptions() == nullptr && IsCached(type, *dns.GetCache(), name);
     const auto start = std::chrono::steady_clock::now();
     result.success =
         server.empty() ? (dns.*type.lookUp)(name, result.msgs) : (dns.*type.lookUpAt)(name, server, result.msgs);
     const std::chrono::duration<double, std::milli> passed = std::chrono::steady_clock::now() - start;
     result.milliseconds = passed.count();
+    result.cached = result.cached || dns.IsLastFromCache();
     for (ULONG i = 0; result.success && i < (dns.*type.getCount)(); ++i)
-        result.records.emplace_back(IsMx(type) ? dns.GetMXRecordPriority(i) : 0, (dns.*type.getRecord)(i));
+        result.records.push_back(GetRecord(type, dns, i));
     return result;
 }
 
 void PrintResult(const TYPE& type, const RESULT& result)
 {
-    for (const auto& [priority, text] : result.records) {
-        if (IsMx(type))
-            std::printf("%lu ", priority);
-        std::printf("%s\n", Printable(text).c_str());
+    for (const RECORD& record : result.records) {
+        if (HasPriority(type))
+            std::printf("%lu ", record.priority);
+        if (IsA(type, "srv"))
+            std::printf("%lu %lu ", record.weight, record.port);
+        std::printf("%s\n", Printable(record.text).c_str());
     }
     for (ULONG i = 0; i < result.msgs.GetMessageCount(); ++i)
         std::printf("message %d: %s\n", result.msgs.Get(i), MessageText(result.msgs.Get(i)).c_str());
@@ -107,11 +140,17 @@ void PrintResult(const TYPE& type, const RESULT& result)
 nlohmann::json ToJson(const TYPE& type, const RESULT& result)
 {
     nlohmann::json records = nlohmann::json::array();
-    for (const auto& [priority, text] : result.records) {
-        if (IsMx(type))
-            records.push_back({{"priority", priority}, {"name", text.str()}});
-        else
-            records.push_back(text.str());
+    for (const RECORD& record : result.records) {
+        if (!HasPriority(type)) {
+            records.push_back(record.text.str());
+            continue;
+        }
+        nlohmann::json fields = {{"priority", record.priority}, {"name", record.text.str()}};
+        if (IsA(type, "srv")) {
+            fields["weight"] = record.weight;
+            fields["port"] = record.port;
+        }
+        records.push_back(fields);
     }
     return {{"success", result.success},
             {"cached", result.cached},
@@ -121,12 +160,11 @@ nlohmann::json ToJson(const TYPE& type, const RESULT& result)
 }
 
 /// The name to ask for: an address after "ptr" stands for its reverse name.
-String QueryName(const TYPE& type, const String& given)
+String QueryName(const TYPE& type, const String& given, bool checked)
 {
     NetIP address;
-    // By the command's name: on Windows the address of a function of a DLL is not the same everywhere.
-    if (std::string_view(type.command) == "ptr" && address.Set(given))
-        return address.GetTextReverseByteOrder() + ".in-addr.arpa";
+    if (IsA(type, "ptr") && address.Set(given))
+        return address.GetTextReverseByteOrder() + (checked && !address.IsIP4() ? ".ip6.arpa" : ".in-addr.arpa");
     return given;
 }
 
@@ -134,7 +172,10 @@ bool RunLookUps(const TYPE& type, const OPTIONS& options)
 {
     NetDNSCache cache;
     NetDNS dns(NetIP::LOOKUP_ANY, cache);
-    const String name = QueryName(type, options.name);
+    const bool checked = options.checked || IsA(type, "aaaa") || IsA(type, "srv");
+    if (checked)
+        dns.SetOptions(NetDNSOptions());
+    const String name = QueryName(type, options.name, checked);
     nlohmann::json lookups = nlohmann::json::array();
     bool success = true;
     for (unsigned i = 0; i < options.repeat; ++i) {
@@ -146,7 +187,11 @@ bool RunLookUps(const TYPE& type, const OPTIONS& options)
             PrintResult(type, result);
     }
     if (options.json)
-        PrintJson({{"type", type.command}, {"name", name.str()}, {"lookups", lookups}});
+        PrintJson({{"type", type.command},
+                   {"name", name.str()},
+                   {"checked", checked},
+                   {"refused", dns.GetRefusedAnswers()},
+                   {"lookups", lookups}});
     return success;
 }
 
@@ -182,6 +227,8 @@ void AddDnsCommand(CLI::App& app, int& exitCode)
         command->add_option("--repeat", options->repeat, "Look up this many times over one cache")
             ->check(CLI::Range(1U, 100000U));
         command->add_flag("--json", options->json, "Print one line of JSON");
+        command->add_flag("--checked", options->checked,
+                          "Believe only answers to the very question; whole texts, long answers, the hosts file");
         command->callback([options, &type, &exitCode] { exitCode = RunLookUps(type, *options) ? 0 : 1; });
     }
     CLI::App* const servers = dns->add_subcommand("servers", "Lists the DNS servers of this system");

@@ -106,7 +106,7 @@ protected:
     void Use(const std::vector<std::string>& servers) { SetServers(dns, servers); }
 
     /// One round, and a short wait.
-    void BeImpatient(ULONG waitMs = 60)
+    void BeImpatient(ULONG waitMs = 1000)
     {
         ASSERT_TRUE(options.SetAnswerWaitMs(waitMs) && options.SetRounds(1));
         dns.SetOptions(options);
@@ -234,7 +234,9 @@ TEST_F(NetDNSCheckedTest, Forged_65000BeforeTheRightOne_NoneBelieved)
             bytes[1] = static_cast<unsigned char>(id & 0xFF);
             replies.push_back({bytes});
         }
-        replies.push_back({DNSMessage(query).AddA("10.0.0.1").Build(), 300});
+        // Several times, for the system drops what it has no room for.
+        for (const unsigned delayMs : {300U, 1000U, 3000U, 8000U, 16000U})
+            replies.push_back({DNSMessage(query).AddA("10.0.0.1").Build(), delayMs});
         return replies;
     });
     ASSERT_TRUE(options.SetAnswerWaitMs(30000) && options.SetLookupLimitMs(120000));
@@ -266,8 +268,8 @@ TEST_F(NetDNSCheckedTest, Late_AnswerAfterTheWait_NotTakenForTheNextQuery)
 {
     FakeDNSServer server([](const DNSQuery& query, std::size_t number) -> Replies {
         if (number == 0)
-            return {{DNSMessage(query).AddA("6.6.6.6").Build(), 80}};
-        return {{DNSMessage(query).AddA("10.0.0.1").Build(), 150}};
+            return {{DNSMessage(query).AddA("6.6.6.6").Build(), 1000}};
+        return {{DNSMessage(query).AddA("10.0.0.1").Build(), 1300}};
     });
     ASSERT_TRUE(options.SetAnswerWaitMs(40) && options.SetRounds(1));
     dns.SetOptions(options);

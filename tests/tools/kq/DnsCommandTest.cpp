@@ -106,6 +106,39 @@ TEST_F(DnsCommandTest, Repeat_ThreeTimes_SecondAndThirdFromTheCache)
     EXPECT_EQ(server.GetQueryCount(), 1U);
 }
 
+TEST_F(DnsCommandTest, Checked_ForgedAnswerInFront_RefusedAndCounted)
+{
+    FakeDNSServer server([](const DNSQuery& query, std::size_t) -> Replies {
+        auto forged = DNSMessage(query).AddA("6.6.6.6").Build();
+        forged[0] ^= 1;
+        return {{forged}, {DNSMessage(query).AddA("10.0.0.1").Build()}};
+    });
+    const PROGRAMRESULT plain = Kq({"a", "host.example", "--server", server.GetAddress()});
+    EXPECT_THAT(plain.output, HasSubstr("6.6.6.6\n"));
+    const json document = json::parse(
+        Kq({"a", "host.example", "--server", server.GetAddress(), "--checked", "--repeat", "2", "--json"}).output);
+    EXPECT_EQ(document["checked"], true);
+    EXPECT_EQ(document["refused"], 1);
+    EXPECT_EQ(document["lookups"][0]["records"], json::parse(R"(["10.0.0.1"])"));
+    EXPECT_EQ(document["lookups"][0]["cached"], false);
+    EXPECT_EQ(document["lookups"][1]["cached"], true);
+}
+
+TEST_F(DnsCommandTest, AaaaAndSrv_WithoutAnyOption_AskedWithOptions)
+{
+    FakeDNSServer server([](const DNSQuery& query, std::size_t) -> Replies {
+        DNSMessage answer(query);
+        if (query.type == DNSMessage::SRV)
+            return {{answer.AddSrv(10, 5, 2121, "ftp.example").Build()}};
+        std::vector<unsigned char> address(16);
+        address[15] = 1;
+        return {{answer.AddRecord(DNSMessage::Pointer(12), DNSMessage::AAAA, 60, address).Build()}};
+    });
+    EXPECT_THAT(Kq({"aaaa", "host.example", "--server", server.GetAddress()}).output, HasSubstr("::1\n-- found, 1 "));
+    EXPECT_THAT(Kq({"srv", "_ftp._tcp.example", "--server", server.GetAddress()}).output,
+                HasSubstr("10 5 2121 ftp.example\n"));
+}
+
 TEST_F(DnsCommandTest, Json_BytesThatAreNoText_StillJson)
 {
     FakeDNSServer server([](const DNSQuery& query, std::size_t) -> Replies {
