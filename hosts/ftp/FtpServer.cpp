@@ -183,7 +183,8 @@ bool FtpServer::xChangePorts(const NetPortBinds& wanted, ULONG limit, String& er
     for (const NetPortBind& bind : wanted)
         both.Add(bind);
     NetPortBinds failed;
-    if (xOpen(both, m_limit, failed) || AreAmong(failed, before)) {
+    // At the start there is nothing to keep, and a binding with port 0 is opened once.
+    if (before.GetCount() == 0 || xOpen(both, m_limit, failed) || AreAmong(failed, before)) {
         failed.Reset();
         if (xOpen(wanted, limit, failed))
             return true;

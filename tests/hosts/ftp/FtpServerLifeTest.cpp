@@ -227,6 +227,20 @@ TEST_F(FtpServerLife, Reload_CertificateCannotBeHad_NothingChanges)
     EXPECT_NE(GreetingAt(m_port), "");
 }
 
+TEST_F(FtpServerLife, Start_PortZeroAndATLSPort_EachOpenedOnceInTheirOrder)
+{
+    const std::uint16_t tlsPort = FreePort();
+    m_settings.SetListenTLS(Bind(tlsPort));
+    m_settings.SetStateFolder(FromStdPath(m_folder / "state"));
+    String error;
+    ASSERT_TRUE(m_server.Start(m_settings, error)) << error.c_str();
+    Vector<NetServiceStatus::ACTIVEPORT> ports;
+    m_server.GetService().GetListeningPorts(ports);
+    ASSERT_EQ(ports.GetCount(), 2U);
+    EXPECT_EQ(ports.Get(1).port, tlsPort) << "whoever starts the program reads the other one first";
+    EXPECT_FALSE(HasEvent("Close Listening Port"));
+}
+
 TEST_F(FtpServerLife, Start_PortTaken_Refused)
 {
     FtpTestSocket other;
