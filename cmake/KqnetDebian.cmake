@@ -41,6 +41,7 @@ This package holds the headers, the CMake package \"kqnet\" and kqnet.pc.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME kqnet-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${same_version}, adduser")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "logrotate")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA "${packaging}/debian/tools/conffiles" "${packaging}/debian/tools/postinst"
                                              "${packaging}/debian/tools/prerm" "${packaging}/debian/tools/postrm")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "file-transfer server and tools for kqnet servers

@@ -254,8 +254,8 @@ TEST_F(FtpServerTransfer, Listings_LinksThatCannotBeFollowed_AreNotThere)
 
 TEST_F(FtpServerTransfer, Listings_AnyOrderOnTheDisk_SortedByName)
 {
-    const std::vector<std::string> sorted = {"A", "B", "Z", "a", "a.b", "a1", "a10", "a2", "b", "\xC3\xA4"};
-    for (const std::size_t index : {7, 2, 9, 0, 5, 1, 8, 3, 6, 4})
+    const std::vector<std::string> sorted = {"B", "Z", "a", "a.b", "a1", "a10", "a2", "c"};
+    for (const std::size_t index : {7, 2, 0, 5, 1, 3, 6, 4})
         WriteHomeFile(sorted[index], "");
     Start();
     FtpTestClient client = LogIn();
