@@ -46,15 +46,18 @@ void Store(std::string& bytes, std::size_t offset, std::size_t size, std::uint64
         bytes[offset + i] = static_cast<char>(value & 0xFF);
 }
 
-/// The text field as it may be shown: its last byte ends it, no control character stands before its end.
+/// The text field as it may be shown: its last byte ends it, no control character stands before its end, and nothing of
+/// an older text behind it.
 void MakeUserSafe(std::string& bytes)
 {
     bytes[USER + USER_SIZE - 1] = '\0';
-    for (std::size_t i = USER; bytes[i] != '\0'; ++i) {
+    std::size_t i = USER;
+    for (; bytes[i] != '\0'; ++i) {
         const auto byte = static_cast<unsigned char>(bytes[i]);
         if (byte < 32 || byte == 127)
             bytes[i] = '_';
     }
+    std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(i), bytes.begin() + USER + USER_SIZE, '\0');
 }
 
 /// Adds the counters of source to those of target; larger: the first two take the larger value.

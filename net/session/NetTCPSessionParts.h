@@ -16,16 +16,17 @@ namespace kqlib {
 /// Used by the session's own thread alone, where nothing else is said.
 struct NetTCPSession::PARTS
 {
+    /// The arguments of the session's constructor. accepted: it was given a connected socket.
     PARTS(DataLogTime& dataLog, EventLog& log, const EventLogSessionID& id, ULONG timeOutSecs, bool accepted);
 
-    const bool acceptedAtConstruction;
+    const bool acceptedAtConstruction;  ///< the main socket was connected by then
     std::atomic<bool> hasRun{false};    ///< read by any thread
     std::atomic<bool> hasFailed{false}; ///< likewise
 
-    EventLog& eventLog;
+    EventLog& eventLog;          ///< borrowed
     EventLog* logHook = nullptr; ///< borrowed; null: none
-    bool hookAnnounced = false;
-    const bool printDebug; ///< the log takes debug lines, as of construction
+    bool hookAnnounced = false;  ///< the first hooked log has had its line
+    const bool printDebug;       ///< the log takes debug lines, as of construction
 
     /// What other threads have to do with, guarded by the lock. So is the record in the book.
     ///@{
@@ -35,16 +36,16 @@ struct NetTCPSession::PARTS
     String currentDetail;
     std::deque<CTRLMSG> controlMsgs; ///< oldest first
     ///@}
-    ActivityBook book;
+    ActivityBook book; ///< counters, and when they are written
 
-    SessionTimeOut timeOut;
-    SendBuffer sendBuffer;
-    CommandSplitter splitter;
-    bool dataMode = false;
-    std::uint32_t periodicMs = 1000;
+    SessionTimeOut timeOut;          ///< see xSetTimeOutSecs
+    SendBuffer sendBuffer;           ///< see xSetBufMode
+    CommandSplitter splitter;        ///< see xSetMaxCmdSize
+    bool dataMode = false;           ///< see xSetDataMode
+    std::uint32_t periodicMs = 1000; ///< see xSetPeriodicMilliSecs
 
-    bool disconnectPending = false;
-    String disconnectText;
+    bool disconnectPending = false; ///< a disconnect message was taken and is not performed yet
+    String disconnectText;          ///< of that message
 };
 
 } // namespace kqlib
