@@ -4,6 +4,7 @@
 #include "net/dns/NetDNSCache.h"
 #include "platform/ResolverConfig.h"
 #include "tests/net/dns/Lookups.h"
+#include "tests/peers/Missing.h"
 #include "tests/peers/Port53.h"
 #include "tests/peers/TempFolder.h"
 
@@ -589,7 +590,7 @@ TEST_F(NetDNSCheckedTest, Servers_WithAnIPv6Address_Asked)
 {
     FakeDNSServer server(AnswerA, platform::Family::IP6);
     if (!server.IsRunning())
-        GTEST_SKIP() << "port 53 of ::1 cannot be had: no IPv6 here, or it is taken";
+        KQ_MISSING("port 53 of ::1 cannot be had: no IPv6 here, or it is taken");
     EXPECT_EQ(server.GetAddress(), "::1");
     Use({"::1"});
     EXPECT_TRUE(dns.DoALookup("n", msgs));
