@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <list>
+#include <memory>
 #include <thread>
 
 namespace kqlib::test {
@@ -444,18 +445,22 @@ TEST_F(NetTCPServiceSessionsTest, Destroy_Running_PortsThenSessionsThenPurge)
 TEST_F(NetTCPServiceSessionsTest, Destroy_BothLists_AllAreAskedBeforeAnyIsWaitedFor)
 {
     constexpr unsigned SESSIONS = 4; // two of each list
-    std::atomic<unsigned> running{0};
-    std::atomic<unsigned> asked{0};
-    std::atomic<unsigned> sawAllAsked{0};
-    TestSession::HOOKS hooks;
-    hooks.handle = [&](TestSession& session) {
-        ++running;
-        RunUntilAsked(session);
-        ++asked;
-        if (WaitFor([&] { return asked == SESSIONS; }))
-            ++sawAllAsked;
+    struct COUNTS
+    {
+        std::atomic<unsigned> running{0};
+        std::atomic<unsigned> asked{0};
+        std::atomic<unsigned> sawAllAsked{0};
     };
-    m_service->SetFactory([&](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+    const auto counts = std::make_shared<COUNTS>(); // held by the sessions too, which may outlive a failed test
+    TestSession::HOOKS hooks;
+    hooks.handle = [counts](TestSession& session) {
+        ++counts->running;
+        RunUntilAsked(session);
+        ++counts->asked;
+        if (WaitFor([&] { return counts->asked == SESSIONS; }))
+            ++counts->sawAllAsked;
+    };
+    m_service->SetFactory([this, hooks](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
         return new TestSession(*m_service, connection, id, hooks);
     });
     const USHORT port = Start();
@@ -463,9 +468,9 @@ TEST_F(NetTCPServiceSessionsTest, Destroy_BothLists_AllAreAskedBeforeAnyIsWaited
     for (int count = 0; count < 2; ++count)
         ASSERT_TRUE(
             m_service->AddOutgoingConnection(new TestSession(*m_service, nullptr, m_service->GenSessionID(), hooks)));
-    ASSERT_TRUE(WaitFor([&] { return running == SESSIONS; }));
+    ASSERT_TRUE(WaitFor([&] { return counts->running == SESSIONS; }));
     m_service.reset();
-    EXPECT_EQ(sawAllAsked, SESSIONS);
+    EXPECT_EQ(counts->sawAllAsked, SESSIONS);
 }
 
 TEST_F(NetTCPServiceSessionsTest, Destroy_NeverStarted_OnlyPurge)
