@@ -64,7 +64,7 @@ TEST(RightsTest, OpenFile_OwnerOnlyOverAnExistingFile_RightsAsOfANewOne)
     std::ofstream(old) << "old";
     const int before = CountGrants(old);
     for (const std::string& path : {made, old}) {
-        const FileHandle file = OpenFile(path.c_str(), FileMode::WRITE, true, true, true);
+        const FileHandle file = OpenFile(path.c_str(), FileMode::WRITE, true, true, FileRights::OWNER);
         ASSERT_NE(file, INVALID_FILE_HANDLE);
         EXPECT_TRUE(WriteFile(file, "new", 3));
         CloseFile(file);
