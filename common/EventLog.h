@@ -19,8 +19,8 @@ namespace kqlib {
 /// next one begins on a line of its own all the same.
 /// A host or a test that derives from it may take the events elsewhere.
 ///
-/// Ownership: owns the file. Threads: any thread. Errors: a line that cannot be written is dropped; nothing throws.
-/// The order of the virtual functions is part of the binary interface; new ones go last.
+/// Ownership: owns the file. Threads: any thread. Errors: a line that cannot be written is dropped; printing throws
+/// nothing. The order of the virtual functions is part of the binary interface; new ones go last.
 class KQCOMMON_API EventLog
 {
 public:

@@ -15,7 +15,7 @@ namespace {
 
 constexpr char LINE_END = '\n';
 
-FilePath GetOldPath(const FilePath& path, ULONG number)
+FilePath GetOldPath(const FilePath& path, ULONG8 number)
 {
     FilePath old = path;
     old += "." + String::sToString(number);
@@ -34,23 +34,31 @@ bool Exists(const FilePath& path)
 
 std::unique_ptr<EventLogFile> EventLogFile::sOpen(const FilePath& path)
 {
-    const platform::FileHandle handle = platform::OpenFileToAppend(path.c_str(), platform::FileRights::OWNER_AND_GROUP);
-    if (handle == platform::INVALID_FILE_HANDLE)
+    // The object first: a handle that it does not have yet would be lost where there is no memory.
+    std::unique_ptr<EventLogFile> file(new EventLogFile(path));
+    if (!file->xOpen())
         return nullptr;
-    return std::unique_ptr<EventLogFile>(new EventLogFile(path, handle));
+    return file;
 }
 
-EventLogFile::EventLogFile(const FilePath& path, platform::FileHandle handle)
+EventLogFile::EventLogFile(const FilePath& path)
     : m_path(path)
-    , m_handle(handle)
 {
+}
+
+bool EventLogFile::xOpen()
+{
+    m_handle = platform::OpenFileToAppend(m_path.c_str(), platform::FileRights::OWNER_AND_GROUP);
+    if (m_handle == platform::INVALID_FILE_HANDLE)
+        return false;
     std::int64_t writtenMs = 0;
     platform::CalendarTime written = {};
-    if (!platform::GetFileSize(handle, m_size) || m_size == 0)
-        return;
-    if (platform::GetFileWriteTime(handle, writtenMs) && platform::ToLocalTime(writtenMs, written))
+    if (!platform::GetFileSize(m_handle, m_size) || m_size == 0)
+        return true;
+    if (platform::GetFileWriteTime(m_handle, writtenMs) && platform::ToLocalTime(writtenMs, written))
         m_day = sGetDay(written);
     m_withinLine = xEndsWithinLine();
+    return true;
 }
 
 EventLogFile::~EventLogFile()
@@ -99,7 +107,7 @@ bool EventLogFile::sRotate(const FilePath& path, ULONG keep)
     if (!platform::ReplaceFileBy(path.c_str(), GetOldPath(path, 1).c_str()))
         return false;
     // 3. Fewer may be kept now than before.
-    ULONG old = keep + 1;
+    ULONG8 old = ULONG8{keep} + 1;
     while (FileAccess::sDelete(GetOldPath(path, old)))
         ++old;
     return true;

@@ -45,12 +45,13 @@ public:
     static bool sRotate(const FilePath& path, ULONG keep);
 
 private:
-    EventLogFile(const FilePath& path, platform::FileHandle handle);
+    explicit EventLogFile(const FilePath& path);
 
+    bool xOpen();
     bool xEndsWithinLine() const;
 
     const FilePath m_path;
-    const platform::FileHandle m_handle;
+    platform::FileHandle m_handle = platform::INVALID_FILE_HANDLE;
     std::uint64_t m_size = 0;
     int m_day = 0;
     bool m_withinLine = false; ///< the file does not end with an LF

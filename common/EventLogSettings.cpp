@@ -47,6 +47,14 @@ bool EventLogSettings::xHasRotationSettings() const
     return m_rotateBytes != 0 || m_rotateDaily || m_oldFiles != OLD_FILES || m_reopenWhenMoved;
 }
 
+void EventLogSettings::xResetRotationSettings()
+{
+    m_rotateBytes = 0;
+    m_rotateDaily = false;
+    m_oldFiles = OLD_FILES;
+    m_reopenWhenMoved = false;
+}
+
 bool EventLogSettings::xWriteTo(SettingsTransportSet& set) const
 {
     set.AddBool(KEY_ENABLED, m_enabled);
@@ -64,7 +72,9 @@ bool EventLogSettings::xWriteTo(SettingsTransportSet& set) const
 
 bool EventLogSettings::xReadFrom(const SettingsTransportSet& set)
 {
-    set.GetBool(KEY_ENABLED, m_enabled);
+    // Settings that were written without rotation have none of its keys, and have to be read as such.
+    if (set.GetBool(KEY_ENABLED, m_enabled))
+        xResetRotationSettings();
     String folder;
     if (set.GetString(KEY_FOLDER, folder))
         m_folder = FilePath(folder);

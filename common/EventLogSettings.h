@@ -11,6 +11,8 @@ namespace kqlib {
 
 /// Settings keys: "enabled" (Bool), "folder" (String), "filename" (String), "printdebug" (Bool); and, written only when
 /// one of them is not as at first, "rotatebytes" (ULONG), "rotatedaily" (Bool), "oldfiles" (ULONG), "reopen" (Bool).
+/// Where "enabled" is there and one of those is not, it is read as it is at first. Other keys that are not there leave
+/// their fields unchanged.
 /// Default: disabled, empty texts, no debug lines, one file that grows and stays in use wherever it is moved.
 ///
 /// Rotation gives the file the name `<file name>.1`, that one `<file name>.2` and so on, and begins a new file. It
@@ -87,6 +89,7 @@ protected:
 
 private:
     bool xHasRotationSettings() const;
+    void xResetRotationSettings();
 
     bool m_enabled = false;
     FilePath m_folder;

@@ -2,7 +2,9 @@
 
 #include "common/FileAccess.h"
 #include "common/NativePath.h"
+#include "common/RunAllSteps.h"
 #include "common/SettingsTransferable.h"
+#include "common/WithinMemory.h"
 #include "platform/Files.h"
 #include "platform/Threads.h"
 
@@ -571,15 +573,18 @@ bool SettingsTransportSet::SaveToFile(const FilePath& path) const
     const platform::FileHandle file = MakeFileBeside(target, temporary);
     if (file == platform::INVALID_FILE_HANDLE)
         return false;
-    const bool written = FillFile(file, text, target);
-    platform::CloseFile(file);
-    if (!written || !platform::ReplaceFileBy(temporary.c_str(), target.c_str())) {
-        platform::RemoveFile(temporary.c_str());
-        return false;
-    }
+    bool saved = false;
+    RunAllSteps([&] { saved = FillFile(file, text, target); },
+                [&] {
+                    platform::CloseFile(file);
+                    saved = saved && platform::ReplaceFileBy(temporary.c_str(), target.c_str());
+                    if (!saved)
+                        platform::RemoveFile(temporary.c_str());
+                });
     // The new content stands; where the system cannot tell when its name is on the medium, it is no less saved.
-    static_cast<void>(platform::FlushFolderOf(target.c_str()));
-    return true;
+    if (saved)
+        static_cast<void>(RunWithinMemory([&] { platform::FlushFolderOf(target.c_str()); }));
+    return saved;
 }
 
 bool SettingsTransportSet::LoadFromFile(const FilePath& path)

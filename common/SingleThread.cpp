@@ -1,5 +1,6 @@
 #include "common/SingleThread.h"
 
+#include "common/RunGuarded.h"
 #include "common/ThreadControl.h"
 #include "platform/Threads.h"
 
@@ -51,7 +52,7 @@ bool SingleThread::xRunThread(unsigned long& threadId)
         m_control->thread = std::thread([this, control = m_control.get(), source = std::move(idSource)]() mutable {
             source.set_value(platform::CurrentThreadId());
             control->EnterBody();
-            xThread();
+            static_cast<void>(RunGuarded([this] { xThread(); })); // nobody is left to tell of an exception
             control->LeaveBody();
         });
         m_control->threadId = id.get();

@@ -11,7 +11,8 @@ namespace kqlib {
 /// As SingleThreadByPool, on a thread made for it alone.
 ///
 /// The most derived destructor calls xEndThread first. Ownership: owns its thread. Threads: xRunThread and xEndThread
-/// one thread at a time, the others any thread. Errors: xRunThread answers false.
+/// one thread at a time, the others any thread. Errors: xRunThread answers false. An exception that leaves xThread ends
+/// the thread and no more.
 class KQCOMMON_API SingleThread
 {
 public:

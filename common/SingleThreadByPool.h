@@ -17,7 +17,8 @@ class ThreadPool;
 /// The most derived destructor calls xEndThread first: once a derived part is gone its xThread must not run any more
 /// (checked in debug builds). Ownership: borrows the pool, which must outlive it. Threads: xRunThread and xEndThread
 /// one thread at a time, the others any thread. As soon as xIsThreadRunning turns false another thread may delete the
-/// object: nothing of it is touched afterwards.
+/// object: nothing of it is touched afterwards. An exception that leaves xThread ends the thread and no more; the pool
+/// counts it (ThreadPool::GetFailedCount).
 /// The order of the virtual functions is part of the binary interface; new ones go last.
 class KQCOMMON_API SingleThreadByPool
 {

@@ -21,8 +21,8 @@ enum class FileMode : std::uint8_t
     READWRITE
 };
 
-/// Who may use a file that is made. A file that is there keeps its rights, except in OpenFile with OWNER. On Windows the group is the machine's
-/// administrators.
+/// Who may use a file that is made. A file that is there keeps its rights, except in OpenFile with OWNER. On Windows
+/// the group is the machine's administrators.
 enum class FileRights : std::uint8_t
 {
     USUAL,          ///< what the system gives to a new file
@@ -76,8 +76,8 @@ KQCOMMON_API bool FlushFile(FileHandle handle);
 KQCOMMON_API bool ReplaceFileBy(const char* from, const char* to);
 
 /// Gives the file that is open as `to`, made just now by MakeNewFile, the rights of the file at path `from`, and its
-/// owner and group as far as this process may. A group that cannot be given loses its rights. False: they could not be
-/// read or given.
+/// owner and group as far as this process may. A group that cannot be given loses its rights. True also on a volume
+/// that knows no rights. False: they could not be read or given.
 KQCOMMON_API bool CopyFileRights(const char* from, FileHandle to);
 
 /// Returns when the names in the path's folder are on the medium, after ReplaceFileBy for example. False when the

@@ -13,6 +13,9 @@ void Waiter::Wake()
 
 WaitResult Waiter::Wait(WaitedSocket* sockets, std::size_t count, std::uint32_t waitMs, bool& woken)
 {
+    // Where the system cannot wait, nothing may stay of what a wait before has found.
+    for (std::size_t index = 0; index < count; ++index)
+        sockets[index].result = WaitResult::TIMED_OUT;
     bool mayWait = waitMs != 0 && !xIsWoken();
     if (mayWait) {
         xMakeSignal();

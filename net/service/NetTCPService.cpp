@@ -130,7 +130,7 @@ NetTCPService::~NetTCPService()
     xStopListen();
     CloseSessionsAsync();
     CloseSessions();
-    GetEventLog().PrintPurge();
+    static_cast<void>(RunGuarded([this] { GetEventLog().PrintPurge(); })); // nothing may leave a destructor
 }
 
 bool NetTCPService::Init(Messages& messages)
@@ -301,7 +301,13 @@ void NetTCPService::xPublishPortsPreLocked(const PORTS& ports)
 void NetTCPService::xLogPortPreLocked(const char* event, const NetIP& ip, USHORT port)
 {
     if (m_logEvents)
-        GetEventLog().PrintServiceNormal(event, EndText(ip, port), String());
+        xPrintPortPreLocked(event, ip, port);
+}
+
+/// A line that cannot be written changes nothing about the ports.
+void NetTCPService::xPrintPortPreLocked(const char* event, const NetIP& ip, USHORT port)
+{
+    static_cast<void>(RunGuarded([&] { GetEventLog().PrintServiceNormal(event, EndText(ip, port), String()); }));
 }
 
 // -------------------------------------------------------------------------- the hand-over of the listening sockets
@@ -576,7 +582,7 @@ void NetTCPService::xNoteLostListenerPreLocked(const NetServiceStatus::ACTIVEPOR
 {
     ++m_losses.listenersLost;
     if (m_logLosses)
-        GetEventLog().PrintServiceNormal("Listening Port Lost", EndText(end.ip, end.port), String());
+        xPrintPortPreLocked("Listening Port Lost", end.ip, end.port);
 }
 
 void NetTCPService::xCloseSessions()

@@ -49,7 +49,8 @@ class ThreadPool;
 /// Errors: by result; Init adds message code 3. Ports that cannot be opened are logged and handed back by StartListen.
 /// No exception of the host's code leaves the listener thread: one out of xCreateSession refuses that connection, and
 /// others, out of an event log of the host's say, end no more than what the thread was about. What is lost that way,
-/// GetLosses counts.
+/// GetLosses counts. An event log that throws costs its line: ports are opened and closed all the same, and nothing
+/// leaves the destructor.
 /// The order of the virtual functions is part of the binary interface; new ones go last.
 class KQNET_API NetTCPService : public SingleThreadByPool
 {
@@ -224,6 +225,7 @@ private:
     bool xIsServedPreLocked(const WANTED& wanted) const;
     void xPublishPortsPreLocked(const PORTS& ports);
     void xLogPortPreLocked(const char* event, const NetIP& ip, USHORT port);
+    void xPrintPortPreLocked(const char* event, const NetIP& ip, USHORT port);
     void xStopListen();
 
     EventLogSessionID xGenSessionIDPreLocked();

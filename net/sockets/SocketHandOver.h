@@ -10,7 +10,8 @@ class NetSocket;
 /// Owns a socket while a host's factory makes a session of it. The session takes the socket in its constructor; from
 /// then on it is the session's, however the factory ends. What nobody has taken is closed with the hand-over.
 ///
-/// Threads: one; the factory runs on the thread that made the hand-over. Errors: none.
+/// Threads: one; the factory runs on the thread that made the hand-over. A session that keeps the socket in a way of
+/// its own may end it on any thread while the hand-over goes. Errors: none.
 class SocketHandOver
 {
 public:
@@ -29,6 +30,8 @@ public:
     static void sTake(NetSocket& socket);
 
 private:
+    NetSocket* xUnlink();
+
     NetSocket* m_socket; ///< null: somebody else's, or gone
 };
 

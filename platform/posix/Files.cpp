@@ -214,14 +214,14 @@ bool CopyFileRights(const char* from, FileHandle to)
     struct stat target = {};
     if (::stat(from, &source) != 0 || ::fstat(ToDescriptor(to), &target) != 0)
         return false;
-    mode_t mode = source.st_mode & 07777;
+    mode_t mode = source.st_mode & ALL_RIGHTS;
     const bool same = source.st_uid == target.st_uid && source.st_gid == target.st_gid;
     constexpr auto unchanged = static_cast<uid_t>(-1);
     if (!same && ::fchown(ToDescriptor(to), source.st_uid, source.st_gid) != 0 && source.st_gid != target.st_gid &&
         ::fchown(ToDescriptor(to), unchanged, source.st_gid) != 0)
         mode &= ~groupRights;
     // A volume without rights of its own gives every file the same, and lets nobody change them.
-    return (target.st_mode & 07777) == mode || ::fchmod(ToDescriptor(to), mode) == 0;
+    return (target.st_mode & ALL_RIGHTS) == mode || ::fchmod(ToDescriptor(to), mode) == 0;
 }
 
 bool FlushFolderOf(const char* path)

@@ -55,17 +55,22 @@ FileHandle Open(const char* path, DWORD access, DWORD disposition, FileRights ri
     return handle == INVALID_HANDLE_VALUE ? INVALID_FILE_HANDLE : reinterpret_cast<FileHandle>(handle);
 }
 
+// Whether the call that has just failed did so because the volume knows no rights (FAT, for example).
+bool VolumeKnowsNoRights()
+{
+    const DWORD error = GetLastError();
+    return error == ERROR_NOT_SUPPORTED || error == ERROR_INVALID_FUNCTION;
+}
+
 // Takes a file from everybody but the user of this process. True also on a volume that knows no rights.
 bool MakeOwnerOnly(FileHandle file)
 {
     LimitedRights limited(FileRights::OWNER);
     if (!limited.IsValid())
         return false;
-    if (SetKernelObjectSecurity(ToNative(file), DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
-                                limited.GetAttributes()->lpSecurityDescriptor))
-        return true;
-    const DWORD error = GetLastError();
-    return error == ERROR_NOT_SUPPORTED || error == ERROR_INVALID_FUNCTION;
+    return SetKernelObjectSecurity(ToNative(file), DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
+                                   limited.GetAttributes()->lpSecurityDescriptor) ||
+           VolumeKnowsNoRights();
 }
 
 } // namespace
@@ -200,10 +205,12 @@ bool CopyFileRights(const char* from, FileHandle to)
     if (name.empty())
         return false;
     GetFileSecurityW(name.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+    if (size == 0)
+        return VolumeKnowsNoRights();
     std::vector<unsigned char> descriptor(size);
-    return size != 0 &&
-           GetFileSecurityW(name.c_str(), DACL_SECURITY_INFORMATION, descriptor.data(), size, &size) != FALSE &&
-           SetKernelObjectSecurity(ToNative(to), DACL_SECURITY_INFORMATION, descriptor.data()) != FALSE;
+    return GetFileSecurityW(name.c_str(), DACL_SECURITY_INFORMATION, descriptor.data(), size, &size) != FALSE &&
+           (SetKernelObjectSecurity(ToNative(to), DACL_SECURITY_INFORMATION, descriptor.data()) ||
+            VolumeKnowsNoRights());
 }
 
 bool FlushFolderOf(const char* /*path*/)

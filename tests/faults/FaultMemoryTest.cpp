@@ -4,6 +4,8 @@
 #include "common/DataLogPurge.h"
 #include "common/DataLogTime.h"
 #include "common/EventLog.h"
+#include "common/SettingsTransportSet.h"
+#include "common/WithinMemory.h"
 #include "net/update/NetAppUpdate.h"
 #include "tests/common/logs/TestEntries.h"
 #include "tests/peers/FakeHTTPServer.h"
@@ -11,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 namespace kqlib::test {
 namespace {
@@ -131,6 +134,66 @@ TEST_F(FaultMemoryTest, EventLine_NoMemoryForItsText_LeftOutAndTheNextIsWritten)
     for (std::size_t at = text.find("Struck"); at != std::string::npos; at = text.find("Struck", at + 1))
         ++count;
     EXPECT_EQ(count, 1U) << "the last one, which had its text";
+}
+
+/// Does the work on a thread of the pool, as far as there is memory, and waits for it.
+template <class WORK> void RunOnPool(ThreadPool& pool, const WORK& work)
+{
+    ThreadEvent done;
+    ASSERT_TRUE(pool.Run([&] {
+        static_cast<void>(RunWithinMemory(work));
+        done.Set();
+    }));
+    ASSERT_TRUE(done.Wait(20000));
+}
+
+/// Open files of the process whose names hold this.
+std::size_t CountOpenFiles(const std::string& name)
+{
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code closedMeanwhile;
+        const std::string target = std::filesystem::read_symlink(entry.path(), closedMeanwhile).string();
+        count += target.find(name) != std::string::npos ? 1U : 0U;
+    }
+    return count;
+}
+
+TEST_F(FaultMemoryTest, EventLog_EachBlockMissingOnceWhileItsFileIsOpened_NoHandleIsLost)
+{
+    EventLogSettings settings;
+    settings.SetEnabled(true);
+    settings.SetFolder(m_folder.GetFilePath());
+    settings.SetFileName("opened.log");
+    std::ofstream(m_folder / "opened.log") << "a line without an end";
+    const std::uint32_t blocks = WithoutEachBlock([&] {
+        RunOnPool(*m_pool, [&] {
+            EventLog log;
+            log.SetSettings(settings);
+            log.PrintServiceNormal("E", "", "");
+        });
+        EXPECT_EQ(CountOpenFiles("opened.log"), 0U);
+    });
+    EXPECT_GT(blocks, 0U);
+}
+
+TEST_F(FaultMemoryTest, SaveToFile_EachBlockMissingOnce_NoHandleAndNoOtherFileStays)
+{
+    std::filesystem::create_directory(m_folder / "settings");
+    const FilePath path = (m_folder / "settings" / "settings.json").string().c_str();
+    SettingsTransportSet set;
+    set.AddString("text", String(std::string(2000, 'x')));
+    ASSERT_TRUE(set.SaveToFile(path));
+    const std::uint32_t blocks = WithoutEachBlock([&] {
+        RunOnPool(*m_pool, [&] { static_cast<void>(set.SaveToFile(path)); });
+        EXPECT_EQ(CountOpenFiles("settings.json"), 0U);
+        const std::filesystem::directory_iterator files(m_folder / "settings");
+        EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+        SettingsTransportSet read;
+        EXPECT_TRUE(read.LoadFromFile(path));
+        EXPECT_TRUE(read == set);
+    });
+    EXPECT_GT(blocks, 0U);
 }
 
 TEST_F(FaultMemoryTest, Purge_EachBlockMissingOnce_TheNextLookMakesUpForIt)

@@ -58,6 +58,33 @@ TEST(EventLogSettings, ReadFrom_KeysAbsent_Unchanged)
     EXPECT_TRUE(settings == MakeSettings());
 }
 
+// Rotation stayed on in an object that had it, for settings without it are stored without its keys.
+TEST(EventLogSettings, ReadFrom_WrittenWithoutRotation_TurnsItOff)
+{
+    SettingsTransportSet set;
+    EXPECT_TRUE(MakeSettings().WriteTo(set));
+    EventLogSettings settings = MakeSettings();
+    settings.SetRotateBytes(1000);
+    settings.SetRotateDaily(true);
+    settings.SetOldFiles(3);
+    settings.SetReopenWhenMoved(true);
+    EXPECT_TRUE(settings.ReadFrom(set));
+    EXPECT_TRUE(settings == MakeSettings());
+}
+
+TEST(EventLogSettings, ReadFrom_OneKeyOfRotationAlone_TheOthersUnchanged)
+{
+    EventLogSettings settings = MakeSettings();
+    settings.SetRotateBytes(1000);
+    settings.SetReopenWhenMoved(true);
+    EventLogSettings wanted = settings;
+    wanted.SetOldFiles(7);
+    SettingsTransportSet set;
+    set.AddULONG("oldfiles", 7);
+    EXPECT_TRUE(settings.ReadFrom(set));
+    EXPECT_TRUE(settings == wanted);
+}
+
 TEST(EventLogSettings, New_NoRotation)
 {
     const EventLogSettings settings;

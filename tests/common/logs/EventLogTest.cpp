@@ -463,6 +463,18 @@ TEST_F(EventLogRotationTest, OldFilesFewerThanBefore_TheRestIsDeleted)
     EXPECT_FALSE(xExists("events.log.4"));
 }
 
+// Where ULONG has 32 bits, the number after the last one was 0.
+TEST_F(EventLogRotationTest, OldFilesAsManyAsPossible_NoneIsDeleted)
+{
+    std::ofstream(m_folder / "events.log.0") << "of somebody else";
+    EventLog log;
+    log.SetSettings(xRotating(SHORT_LINE, 0xFFFFFFFF));
+    xPrintLetters(log, "ab");
+    EXPECT_EQ(xLetters("events.log.1"), "a");
+    EXPECT_EQ(xLetters("events.log"), "b");
+    EXPECT_TRUE(xExists("events.log.0"));
+}
+
 TEST_F(EventLogRotationTest, NumberIsFree_OlderFilesStay)
 {
     std::ofstream(m_folder / "events.log.2") << "......old";

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 
 namespace kqlib {
@@ -115,6 +116,33 @@ TEST(SingleThread, Deleted_AsSoonAsItDoesNotRun_ThreadTouchesNothingOfIt)
         while (worker->IsRunning())
             std::this_thread::yield();
         worker.reset();
+    }
+}
+
+/// Throws out of its body.
+class ThrowingWorker : public SingleThread
+{
+public:
+    ~ThrowingWorker() override { xEndThread(); }
+    bool Run()
+    {
+        unsigned long id = 0;
+        return xRunThread(id);
+    }
+    bool IsRunning() const { return xIsThreadRunning(); }
+    void End() { xEndThread(); }
+
+private:
+    void xThread() override { throw std::runtime_error("body"); }
+};
+
+TEST(SingleThread, BodyThrows_ThreadHasEndedAndCanBeRunAgain)
+{
+    ThrowingWorker worker;
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_TRUE(worker.Run());
+        EXPECT_TRUE(WaitFor([&] { return !worker.IsRunning(); }));
+        worker.End();
     }
 }
 

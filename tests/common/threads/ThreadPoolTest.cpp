@@ -217,9 +217,12 @@ TEST(ThreadPool, IdleTime_JobLastsLonger_ThreadStays)
     ThreadPool pool(1, 1);
     ThreadEvent goOn;
     ThreadEvent ended;
-    ASSERT_TRUE(pool.Run([&] { goOn.Wait(50); }, [&] { ended.Set(); }));
+    ThreadEvent never;
+    ASSERT_TRUE(pool.Run([&] { goOn.Wait(10000); }, [&] { ended.Set(); }));
+    never.Wait(50); // well past the time that an idle thread has
     EXPECT_EQ(pool.GetThreadCount(), 1U);
     EXPECT_FALSE(pool.Run([] {}));
+    goOn.Set();
     EXPECT_TRUE(ended.Wait(10000));
     // A thread that has ended leaves its place under the limit.
     EXPECT_TRUE(WaitFor([&] { return pool.GetThreadCount() == 0; }));

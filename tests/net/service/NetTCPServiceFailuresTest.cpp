@@ -154,6 +154,40 @@ TEST_F(NetTCPServiceFailuresTest, EventLog_FailsOnTheListenerThread_ConnectionCl
     m_service.reset(); // before its log
 }
 
+/// A host's log that cannot write anything about ports.
+class FailingPortLog : public EventLog
+{
+public:
+    void PrintServiceNormal(const String&, const String&, const String&) override
+    {
+        throw std::runtime_error("disk on fire");
+    }
+    void PrintPurge() override { throw std::runtime_error("disk on fire"); }
+};
+
+// The line of a port that was open already was followed by the closing of it, and one in the destructor by the end of
+// the process.
+TEST_F(NetTCPServiceFailuresTest, EventLog_FailsForPorts_TheyAreOpenedAndClosedAllTheSame)
+{
+    FailingPortLog log;
+    m_service->SetLogModeShared(&log, true);
+    Init("127.0.0.1:0,127.0.0.1:0");
+    NetPortBinds failed;
+    EXPECT_NO_THROW(m_service->StartListen(failed));
+    EXPECT_EQ(failed.GetCount(), 0U);
+    ASSERT_EQ(GetPorts().size(), 2U);
+    for (const USHORT port : GetPorts())
+        EXPECT_TRUE(TestClient(port).Talk("hello"));
+    EXPECT_NO_THROW(m_service->StopListen());
+    EXPECT_FALSE(m_service->GetIsListening());
+    EXPECT_NO_THROW(m_service->StartListen(failed));
+    ASSERT_EQ(GetPorts().size(), 2U);
+    TestClient client(GetPorts()[1]);
+    EXPECT_TRUE(client.Talk("hello"));
+    m_service.reset();
+    EXPECT_TRUE(client.WaitClosed());
+}
+
 // --------------------------------------------------------------------------------------------------------- losses
 
 class NetTCPServiceLossesTest : public NetTCPServiceFailuresTest

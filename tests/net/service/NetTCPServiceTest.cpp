@@ -608,6 +608,60 @@ TEST_F(NetTCPServiceTest, CreateSession_NoMemory_ConnectionClosedOthersServed)
     EXPECT_TRUE(TestClient(port).Talk("hello"));
 }
 
+/// A session that keeps its connection itself, instead of giving it to its base. It monitors it, or ends it at once.
+class KeepingSession : public NetTCPSession
+{
+public:
+    KeepingSession(TestService& service, NetTCP* connection, const EventLogSessionID& id, bool isMonitored)
+        : NetTCPSession(service.GetPool(), service.GetCache(), service.GetActivityLog(), service.GetEventLog(), id, 60,
+                        nullptr)
+        , m_connection(connection)
+        , m_isMonitored(isMonitored)
+    {
+        xConstrStartSession();
+    }
+    ~KeepingSession() override { xDeconstrEndSession(); }
+
+protected:
+    void xHandleSession() override
+    {
+        if (m_isMonitored)
+            xMonitorNet(m_connection.get());
+        m_connection.reset();
+    }
+    void xEventMonCmdRecv(const String& command) override { xSendCommand(m_connection.get(), String("OK ") + command); }
+
+private:
+    std::unique_ptr<NetTCP> m_connection;
+    const bool m_isMonitored;
+};
+
+TEST_F(NetTCPServiceTest, CreateSession_SessionKeepsTheConnectionItself_NobodyElseClosesIt)
+{
+    m_service->SetFactory([this](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+        return new KeepingSession(*m_service, connection, id, true);
+    });
+    TestClient client(Start());
+    EXPECT_TRUE(client.Talk("hello"));
+    EXPECT_TRUE(client.Talk("still here"));
+    m_service->CloseSessions();
+    EXPECT_TRUE(client.WaitClosed());
+}
+
+// The listener thread looked at a connection that the session's thread had deleted meanwhile.
+TEST_F(NetTCPServiceTest, CreateSession_SessionEndsTheConnectionOnItsThreadAtOnce_ListenerLooksAtItNoMore)
+{
+    constexpr ULONG ROUNDS = 200;
+    m_service->SetFactory([this](NetTCP* connection, EventLogSessionID id) -> NetTCPSession* {
+        return new KeepingSession(*m_service, connection, id, false);
+    });
+    const USHORT port = Start();
+    for (ULONG round = 0; round < ROUNDS; ++round)
+        EXPECT_TRUE(TestClient(port).WaitClosed());
+    EXPECT_EQ(m_service->GetIDs().size(), ROUNDS);
+    EXPECT_TRUE(WaitForSessions(0));
+}
+
 // A session without memory for its work once ended the process.
 TEST_F(NetTCPServiceTest, Session_NoMemoryInItsWork_EndsAloneAndIsCounted)
 {

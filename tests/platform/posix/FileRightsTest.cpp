@@ -7,8 +7,12 @@
 
 #include <filesystem>
 #include <fstream>
+#include <grp.h>
 #include <string>
 #include <sys/stat.h>
+#include <tuple>
+#include <unistd.h>
+#include <vector>
 
 namespace kqlib::platform {
 namespace {
@@ -114,6 +118,101 @@ TEST_F(PosixFilesTest, FileThatIsThere_KeepsItsRights)
     ::chmod(Path("log").c_str(), 0604);
     CloseFile(OpenFileToAppend(Path("log").c_str(), FileRights::OWNER_AND_GROUP));
     EXPECT_EQ(GetRights(Path("log")), mode_t{0604});
+}
+
+/// Acts as a user and a group that nobody has, without the rights of root, while it lives.
+class OtherUser
+{
+public:
+    OtherUser()
+        : m_groups(static_cast<std::size_t>(getgroups(0, nullptr)))
+    {
+        EXPECT_GE(getgroups(static_cast<int>(m_groups.size()), m_groups.data()), 0);
+        EXPECT_EQ(setgroups(0, nullptr), 0);
+        EXPECT_EQ(setegid(GROUP), 0);
+        EXPECT_EQ(seteuid(USER), 0);
+    }
+    ~OtherUser()
+    {
+        EXPECT_EQ(seteuid(0), 0);
+        EXPECT_EQ(setegid(0), 0);
+        EXPECT_EQ(setgroups(m_groups.size(), m_groups.data()), 0);
+    }
+    OtherUser(const OtherUser&) = delete;
+    OtherUser& operator=(const OtherUser&) = delete;
+
+    static constexpr uid_t USER = 54321;
+    static constexpr gid_t GROUP = 54322;
+
+private:
+    std::vector<gid_t> m_groups;
+};
+
+class PosixCopyFileRightsTest : public PosixFilesTest
+{
+protected:
+    void SetUp() override
+    {
+        // A root that only stands for an ordinary user may not either.
+        if (geteuid() != 0 || chown(Make("probe", 0600).c_str(), OtherUser::USER, OtherUser::GROUP) != 0)
+            GTEST_SKIP() << "only root may give files to others";
+        EXPECT_EQ(chmod(m_temp.GetPath().c_str(), 0777), 0);
+    }
+    /// A file of an owner and a group.
+    std::string MakeFor(uid_t owner, gid_t group, mode_t rights) const
+    {
+        const std::string path = Make("old", rights);
+        EXPECT_EQ(chown(path.c_str(), owner, group), 0);
+        EXPECT_EQ(chmod(path.c_str(), rights), 0);
+        return path;
+    }
+    /// A new file with the rights of the old one: owner, group and rights.
+    std::tuple<uid_t, gid_t, mode_t> Copy(const std::string& old) const
+    {
+        const FileHandle made = MakeNewFile(Path("new").c_str(), FileRights::OWNER);
+        EXPECT_TRUE(CopyFileRights(old.c_str(), made));
+        CloseFile(made);
+        struct stat status = {};
+        EXPECT_EQ(stat(Path("new").c_str(), &status), 0);
+        return {status.st_uid, status.st_gid, status.st_mode & 07777U};
+    }
+};
+
+TEST_F(PosixCopyFileRightsTest, MayGiveFilesAway_OwnerGroupAndRightsAreTheOldOnes)
+{
+    EXPECT_EQ(Copy(MakeFor(1, 2, 0664)), std::tuple(1U, 2U, 0664U));
+}
+
+TEST_F(PosixCopyFileRightsTest, MayNot_AGroupThatIsNotOnesOwnLosesItsRights)
+{
+    const std::string old = MakeFor(1, 2, 0664);
+    const OtherUser user;
+    EXPECT_EQ(Copy(old), std::tuple(OtherUser::USER, OtherUser::GROUP, 0604U));
+}
+
+TEST_F(PosixCopyFileRightsTest, MayNot_OnesOwnGroupKeepsThem)
+{
+    const std::string old = MakeFor(1, OtherUser::GROUP, 0664);
+    const OtherUser user;
+    EXPECT_EQ(Copy(old), std::tuple(OtherUser::USER, OtherUser::GROUP, 0664U));
+}
+
+TEST_F(PosixCopyFileRightsTest, MayNot_AnotherGroupOfOnesOwnIsGiven)
+{
+    const std::string old = MakeFor(1, 2, 0660);
+    const OtherUser user;
+    EXPECT_EQ(seteuid(0), 0);
+    const gid_t groups[] = {2};
+    EXPECT_EQ(setgroups(1, groups), 0);
+    EXPECT_EQ(seteuid(OtherUser::USER), 0);
+    EXPECT_EQ(Copy(old), std::tuple(OtherUser::USER, 2U, 0660U));
+}
+
+TEST_F(PosixFilesTest, CopyFileRights_NoSuchFile_False)
+{
+    const FileHandle made = MakeNewFile(Path("new").c_str(), FileRights::OWNER);
+    EXPECT_FALSE(CopyFileRights(Path("none").c_str(), made));
+    CloseFile(made);
 }
 
 TEST_F(PosixFilesTest, MakeNewFile_LinkThatLeadsNowhere_InvalidAndNotFollowed)

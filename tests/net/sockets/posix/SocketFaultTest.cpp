@@ -288,7 +288,8 @@ TEST_F(ServiceFaultTest, OneListenerFails_TheOthersGoOn)
     }
     ASSERT_TRUE(WaitFor([&] { return !TestClient(ports[0]).IsConnected() || !TestClient(ports[1]).IsConnected(); }));
     const bool firstFailed = !TestClient(ports[0]).IsConnected();
-    EXPECT_THAT(GetPorts(), testing::ElementsAre(ports[firstFailed ? 1 : 0])) << "the dead one is not listed";
+    ASSERT_TRUE(WaitFor([this] { return GetPorts().size() == 1; })) << "the dead one is not listed";
+    EXPECT_THAT(GetPorts(), testing::ElementsAre(ports[firstFailed ? 1 : 0]));
     EXPECT_TRUE(m_service->GetIsListening());
     EXPECT_THAT(m_log.GetServiceTexts(), testing::ElementsAre("Listening Port Lost|127.0.0.1:" +
                                                               std::to_string(ports[firstFailed ? 0 : 1]) + "|"));
