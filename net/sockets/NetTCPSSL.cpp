@@ -269,7 +269,7 @@ bool NetTCPSSL::Send(const unsigned char* data, unsigned long& len)
 /// Makes one attempt and, while TLS waits for the peer, one more after waiting at most the block time for that very
 /// thing: a socket that can be written says nothing about a record that is to be read first, nor the other way round.
 /// tryFirst: without it the wait comes first. len: out, bytes moved. False: closed, with the code set. No error of
-/// OpenSSL stays in its queue: an attempt empties it first and leaves one only when it fails, and closing empties it.
+/// OpenSSL stays in its queue: an attempt empties it, and so does closing.
 template <class ATTEMPT> bool NetTCPSSL::xMoveOverTLS(bool tryFirst, unsigned long& len, const ATTEMPT& attempt)
 {
     if (!xIsOpenFor(IsConnected(), len))
@@ -339,7 +339,10 @@ int NetTCPSSL::xNoteOutcome(int result)
                                                   : WS_NONE;
     if (result > 0)
         return result;
-    return m_waitState != WS_NONE ? 0 : -1;
+    if (m_waitState != WS_NONE)
+        return 0;
+    ERR_clear_error(); // it has said all that is asked
+    return -1;
 }
 
 void NetTCPSSL::xFreeSSLData()
