@@ -1,4 +1,4 @@
-// NetDNSExchange: questions that only their own answer is believed for.
+// NetDNSExchange: questions that only their own answer is believed for. Inside the library only.
 #pragma once
 
 #include "common/String.h"

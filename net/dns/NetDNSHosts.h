@@ -1,4 +1,4 @@
-// NetDNSHosts: the names of a hosts file.
+// NetDNSHosts: the names of a hosts file. Inside the library only.
 #pragma once
 
 #include "common/String.h"
