@@ -321,6 +321,9 @@ TEST_F(NetDNSCheckedTest, Lookup_NamesThatCannotBeAskedFor_54OnceAndNothingSent)
         Messages codes;
         EXPECT_FALSE(dns.DoALookup(name, codes)) << name.c_str();
         EXPECT_THAT(Codes(codes), ElementsAre(54));
+        // Once took a place in the cache, whatever its length.
+        EXPECT_FALSE(dns.DoALookup(name, codes));
+        EXPECT_FALSE(dns.IsLastFromCache()) << name.c_str();
     }
     EXPECT_EQ(server.GetQueryCount(), 0U);
     EXPECT_TRUE(dns.DoALookup(String(63, 'a') + ".b", msgs));
