@@ -152,9 +152,10 @@ public:
             xPurge(now);
         if (xIsFull(lookup))
             return;
+        const std::size_t bytes = lookup.GetBytes();
+        list.insert(std::make_unique<CHECKED_LOOKUP>(std::move(lookup))); // counted only when there was memory for it
         ++m_count;
-        m_bytes += lookup.GetBytes();
-        list.insert(std::make_unique<CHECKED_LOOKUP>(std::move(lookup)));
+        m_bytes += bytes;
     }
 
 private:
