@@ -433,6 +433,24 @@ TEST_F(NetDNSCheckedTest, Life_AcrossTheWrapOfTheTick_Honoured)
     EXPECT_EQ(server.GetQueryCount(), 2U);
 }
 
+// After 25 days without a look-up, answers that were long over once counted as living, for as many days.
+TEST_F(NetDNSCheckedTest, Life_LongOver_NeverComesBack)
+{
+    StopClock();
+    FakeDNSServer server([](const DNSQuery& query, std::size_t) -> Replies {
+        return {{DNSMessage(query).AddA("10.0.0.1", 60).Build()}};
+    });
+    Use({server.GetAddress()});
+    std::size_t asked = 0;
+    for (const std::uint32_t later : {0x7FFFFFFFU, 0x80000000U, 0x80000000U + 60001, 0xFFFFFFFFU}) {
+        ASSERT_TRUE(dns.DoALookup("n", msgs));
+        EXPECT_EQ(server.GetQueryCount(), ++asked);
+        tick += later;
+    }
+    ASSERT_TRUE(dns.DoALookup("n", msgs));
+    EXPECT_EQ(server.GetQueryCount(), ++asked);
+}
+
 TEST_F(NetDNSCheckedTest, Life_OutsideTheBounds_LengthenedOrCut)
 {
     StopClock();
