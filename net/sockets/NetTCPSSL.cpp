@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
@@ -301,12 +302,16 @@ int NetTCPSSL::xReadOnce(unsigned char* buf, unsigned long len, PEER_END& end)
     return xNoteOutcome(result);
 }
 
-/// After a read that did not succeed. Half a record before the end of the connection is no farewell either.
+/// After a read that did not succeed.
 NetTCP::PEER_END NetTCPSSL::xFindPeerEnd(int result) const
 {
     if (SSL_get_error(m_ssl, result) == SSL_ERROR_ZERO_RETURN)
         return PE_IN_ORDER;
-    return BIO_eof(SSL_get_rbio(m_ssl)) == 1 ? PE_NO_FAREWELL : PE_BROKEN_OFF;
+    if (BIO_eof(SSL_get_rbio(m_ssl)) != 1)
+        return PE_BROKEN_OFF;
+    // Of a record that has begun there are bytes, or at least its header, behind which the body is awaited.
+    const bool isInsideRecord = SSL_has_pending(m_ssl) == 1 || std::strcmp(SSL_rstate_string(m_ssl), "RB") == 0;
+    return isInsideRecord ? PE_BROKEN_OFF : PE_NO_FAREWELL;
 }
 
 /// Writes what goes out at once. Result as xNoteOutcome, of all the records together.
