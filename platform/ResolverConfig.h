@@ -28,7 +28,8 @@ KQCOMMON_API void AppendNameServiceServers(std::vector<std::string>& addresses);
 /// files that are named like leases are opened, for other things lie beside them. Servers with a zone id
 /// ("fe80::1%eth0") are left out, and so are lines of more than 4096 bytes and what stands behind the first MiB of a
 /// file. A file that is not there is skipped; the result is always true. What was found is kept until one of the files
-/// or folders has changed, but not while a change is less than two seconds old: a second one might look the same.
+/// or folders has changed, but not while a change is less than two seconds old: a second one might look the same. Nor
+/// is it kept when something could not be read for want of descriptors or the like.
 /// Windows: for each subkey of SYSTEM\CurrentControlSet\Services\Tcpip\Parameters\Interfaces the value "NameServer",
 /// then "DhcpNameServer"; false when that key cannot be opened for reading. Read at each call.
 KQCOMMON_API bool AppendServerSettings(std::vector<std::string>& servers);

@@ -91,7 +91,7 @@ bool FtpCertificate::sCheckPair(const FilePath& file, const FilePath& keyFile, S
     const READER certificateReader(BIO_new_file(file.c_str(), "rb"));
     const READER keyReader(BIO_new_file(keyFile.c_str(), "rb"));
     const CERTIFICATE certificate(
-        certificateReader ? PEM_read_bio_X509(certificateReader.get(), nullptr, nullptr, nullptr) : nullptr);
+        certificateReader ? PEM_read_bio_X509(certificateReader.get(), nullptr, GiveNoPassPhrase, nullptr) : nullptr);
     const KEY key(keyReader ? PEM_read_bio_PrivateKey(keyReader.get(), nullptr, GiveNoPassPhrase, nullptr) : nullptr);
     const bool isPair = certificate && key && X509_check_private_key(certificate.get(), key.get()) == 1;
     ERR_clear_error();

@@ -22,10 +22,11 @@ public:
     const FilePath& GetFile() const { return m_file; }
     const FilePath& GetKeyFile() const { return m_keyFile; }
 
-    /// Sees to it that both files are there; makes them if they are to be made. False: error says what is missing.
     /// Whether two files (PEM) can be read, hold a certificate and a key without a pass phrase, and belong together.
     /// False: error names the file and what is wrong.
     [[nodiscard]] static bool sCheckPair(const FilePath& file, const FilePath& keyFile, String& error);
+    /// Sees to it that both files are there and belong together; makes them if they are to be made. False: error says
+    /// what is missing or wrong.
     [[nodiscard]] bool Provide(String& error) const;
 
 private:

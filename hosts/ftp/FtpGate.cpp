@@ -48,7 +48,8 @@ FtpGate::ENTRY FtpGate::Enter(const FtpSettings& settings, const EventLogSession
     return entry;
 }
 
-/// Whether there is a place for one more, if need be that of who has waited longest without logging in.
+/// Whether there is a place for one more, if need be that of who has waited longest without logging in; of who comes
+/// from a favoured address only when all that wait do.
 bool FtpGate::xMakeRoomPreLocked(bool onReserve, ULONG places, DISPLACED& displaced)
 {
     ULONG taken = 0;
@@ -57,7 +58,7 @@ bool FtpGate::xMakeRoomPreLocked(bool onReserve, ULONG places, DISPLACED& displa
         if (guest.isDisplaced || guest.isOnReserve != onReserve)
             continue;
         ++taken;
-        if (idler == nullptr && !guest.isLoggedIn)
+        if (!guest.isLoggedIn && (idler == nullptr || (idler->isFavoured && !guest.isFavoured)))
             idler = &guest;
     }
     if (taken < places)

@@ -115,6 +115,9 @@ bool FtpServer::Start(const FtpSettings& settings, String& error)
 
 bool FtpServer::Reload(const FtpSettings& settings, String& error)
 {
+    error = settings.FindError();
+    if (!error.empty())
+        return false;
     const auto config = std::make_shared<const FtpConfig>(settings);
     if (settings.IsTLSWanted() && !config->certificate.Provide(error))
         return false;

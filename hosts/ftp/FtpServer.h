@@ -27,8 +27,8 @@ public:
     /// all the same.
     [[nodiscard]] bool Start(const FtpSettings& settings, String& error);
     /// Takes over changed settings: ports, limits and the rotation of the log at once, everything else for sessions
-    /// that begin from now on; the log folder stays. All or nothing: false, when the certificate or a port cannot be
-    /// had, has changed nothing.
+    /// that begin from now on; the log folder stays. All or nothing: false, when the settings are wrong or the
+    /// certificate or a port cannot be had, has changed nothing.
     [[nodiscard]] bool Reload(const FtpSettings& settings, String& error);
     /// Goes on in the event log's file as the path names it now, for who has moved the old one. False: error says why
     /// not; the old file stays in use.

@@ -76,11 +76,11 @@ public:
         ULONG priority = 0; ///< the lowest is to be used first
         ULONG weight = 0;   ///< among equal priorities: the share of its uses
         ULONG port = 0;     ///< of the service on that host
-        String name; ///< of the host, without a dot at its end; empty: the service is not offered
+        String name;        ///< of the host, without a dot at its end; empty: the service is not offered
     };
 
-    /// A resolver without a cache. mode is handed to the sockets it makes; without options
-    /// nothing depends on its value.
+    /// A resolver without a cache. mode is handed to the sockets that it makes; without options nothing depends on its
+    /// value.
     explicit NetDNS(NetIP::IPLOOKUPMODE mode);
     /// With a cache that is asked before the servers and stores their answers; it must outlive this object.
     NetDNS(NetIP::IPLOOKUPMODE mode, NetDNSCache& cache);
@@ -93,8 +93,8 @@ public:
     /// - one code is added for a failed look-up, never several;
     /// - the server list stays as it is, and "no such name" or "no records" from one server ends the look-up;
     /// - the cache is asked for answers of resolvers with options alone; it never mixes the two kinds;
-    /// - MX records of equal priority keep the order of the answer; an exchanger "" says that there is no mail (RFC
-    /// 7505);
+    /// - MX records of equal priority keep the order of the answer; an exchanger "" says that there is no mail
+    ///   (RFC 7505);
     /// - ResolveHost gives addresses of the families that the mode names, IPv4 ones first.
     void SetOptions(const NetDNSOptions& options);
     /// The options; null when none were set.

@@ -12,6 +12,7 @@ namespace {
 
 constexpr ULONG HEADER_SIZE = 12;
 constexpr std::uint16_t CLASS_IN = 1;
+constexpr std::uint16_t TYPE_NS = 2;
 constexpr std::uint16_t TYPE_SOA = 6;
 constexpr int MOST_ALIASES = 16;                    ///< in a row, within one answer
 constexpr String::size_type MOST_TEXT = 256 * 1024; ///< of all names and texts of one answer, unfolded
@@ -135,6 +136,14 @@ void NetDNSAnswer::Parse(const BYTE* message, ULONG length, const String& name, 
     const RAW* const start = xFindStart(authorities);
     if (header.responseCode == 0 && (!m_records.empty() || (!m_alias.empty() && start == nullptr))) {
         m_code = 0;
+        return;
+    }
+    // A server that points to others has not looked itself (RFC 2308 section 2.2).
+    const bool isReferral =
+        header.responseCode == 0 && start == nullptr &&
+        std::any_of(authorities.begin(), authorities.end(), [](const RAW& raw) { return raw.type == TYPE_NS; });
+    if (isReferral) {
+        Fail(NetDNS::MSG_SERVER_FAILURE);
         return;
     }
     m_code = header.responseCode == 0 ? NetDNS::MSG_NO_RECORDS : NetDNS::MSG_NAME_ERROR;

@@ -1,4 +1,4 @@
-// NetDNSAnswer: what a server said about a name, read by the RFCs.
+// NetDNSAnswer: what a server said about a name, read by the RFCs. Inside the library only.
 #pragma once
 
 #include "common/String.h"

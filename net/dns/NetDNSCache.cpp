@@ -6,6 +6,7 @@
 #include <tsl/robin_set.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <iterator>
 #include <map>
 #include <random>
@@ -118,10 +119,12 @@ template <class RECORD> void AppendCopies(const VectorPtr<RECORD>& from, VectorP
 struct CHECKED_LOOKUP
 {
     String name;
-    std::uint32_t expiry = 0; ///< tick
+    std::uint32_t since = 0; ///< tick
+    std::uint32_t lifeMs = 0;
     std::shared_ptr<const NetDNSAnswer> answer;
 
-    bool IsOver(std::uint32_t now) const { return static_cast<std::int32_t>(now - expiry) >= 0; }
+    /// By its age, which only wraps after 49.7 days without any question.
+    bool IsOver(std::uint32_t now) const { return static_cast<std::uint32_t>(now - since) >= lifeMs; }
     std::size_t GetBytes() const { return sizeof(*this) + name.size() + answer->GetBytes(); }
 };
 
@@ -152,9 +155,10 @@ public:
             xPurge(now);
         if (xIsFull(lookup))
             return;
+        const std::size_t bytes = lookup.GetBytes();
+        list.insert(std::make_unique<CHECKED_LOOKUP>(std::move(lookup))); // counted only when there was memory for it
         ++m_count;
-        m_bytes += lookup.GetBytes();
-        list.insert(std::make_unique<CHECKED_LOOKUP>(std::move(lookup)));
+        m_bytes += bytes;
     }
 
 private:
@@ -289,7 +293,10 @@ void NetDNSCache::xStoreChecked(const String& name, NetDNS::RRTYPE type, std::ui
                                 std::shared_ptr<const NetDNSAnswer> answer)
 {
     const Guard guard(*this);
-    m_tables->checked.Store({name, expiry, std::move(answer)}, type, static_cast<std::uint32_t>(TimedEvent::sGetNow()));
+    const auto now = static_cast<std::uint32_t>(TimedEvent::sGetNow());
+    const auto lifeMs = static_cast<std::uint32_t>(expiry - now);
+    if (lifeMs <= INT32_MAX) // otherwise it has passed meanwhile
+        m_tables->checked.Store({name, now, lifeMs, std::move(answer)}, type, now);
 }
 
 void NetDNSCache::CacheALookup(const String& name, ULONG expiry, const VectorPtr<String>& records)

@@ -141,6 +141,7 @@ NetDNSAnswer NetDNSExchange::Run(const std::vector<String>& servers, const Strin
     NetDNSAnswer answer;
     if (!CanBeAskedFor(name)) {
         answer.Fail(NetDNS::MSG_NAME_ERROR);
+        answer.LimitLife(0); // no zone has said so: there is nothing to keep
         return answer;
     }
     Vector<NetIP> addresses;

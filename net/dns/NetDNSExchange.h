@@ -1,4 +1,4 @@
-// NetDNSExchange: questions that only their own answer is believed for.
+// NetDNSExchange: questions that only their own answer is believed for. Inside the library only.
 #pragma once
 
 #include "common/String.h"
@@ -21,7 +21,8 @@ struct Endpoint;
 /// One look-up of a resolver with options: asks the given servers in turn, as often and as long as the options say, and
 /// follows aliases. Internal; no part of the interface.
 ///
-/// Ownership: owns copies of all it is given. Threads: one at a time; Run blocks for at most the limit of the options.
+/// Ownership: owns copies of all it is given. Threads: one at a time; Run blocks for at most the limit of the options,
+/// and for the system's own look-up of servers that are given by host names.
 /// Errors: the code of the answer.
 class KQNET_API NetDNSExchange
 {

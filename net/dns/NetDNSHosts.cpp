@@ -37,13 +37,14 @@ std::string_view TakeWord(std::string_view& line)
     return word;
 }
 
-std::string ReadText(const String& path)
+/// False: the file could not be read whole.
+bool ReadText(const String& path, std::string& text)
 {
-    std::string text(LONGEST_FILE, '\0');
+    text.resize(LONGEST_FILE);
     std::ifstream file(path.str(), std::ios::binary);
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(file.gcount()));
-    return text;
+    return file.is_open() && !file.bad();
 }
 
 /// What tells that a file is still what it was.
@@ -52,6 +53,7 @@ struct STAMP
     std::filesystem::file_time_type written{};
     std::uintmax_t size = 0;
 
+    bool IsMissing() const { return size == static_cast<std::uintmax_t>(-1); }
     bool operator==(const STAMP&) const = default;
 };
 
@@ -91,9 +93,12 @@ std::shared_ptr<const NetDNSHosts> NetDNSHosts::sGet(const String& path)
     const STAMP stamp = StampOf(path);
     if (g_kept.hosts && g_kept.path.view() == path.view() && g_kept.stamp == stamp)
         return g_kept.hosts;
-    const auto hosts = std::make_shared<const NetDNSHosts>(ReadText(path));
+    std::string text;
+    // One that is there and cannot be read may be read the next time: descriptors were short, for instance.
+    const bool isSure = ReadText(path, text) || stamp.IsMissing();
     const bool isOld = stamp.written < std::filesystem::file_time_type::clock::now() - YOUNG;
-    g_kept = isOld ? KEPT{path, stamp, hosts} : KEPT();
+    const auto hosts = std::make_shared<const NetDNSHosts>(text);
+    g_kept = isSure && isOld ? KEPT{path, stamp, hosts} : KEPT();
     return hosts;
 }
 

@@ -1,4 +1,4 @@
-// NetDNSHosts: the names of a hosts file.
+// NetDNSHosts: the names of a hosts file. Inside the library only.
 #pragma once
 
 #include "common/String.h"
@@ -28,7 +28,7 @@ public:
     explicit NetDNSHosts(std::string_view text);
 
     /// The names of the file at the path. The last one is kept and shared until its time or size has changed, but not
-    /// while a change is less than two seconds old. Never null.
+    /// while a change is less than two seconds old, nor when the file is there and could not be read. Never null.
     static std::shared_ptr<const NetDNSHosts> sGet(const String& path);
 
     /// Answers a question for a name that stands in the file: its addresses, or the names of an address asked for by

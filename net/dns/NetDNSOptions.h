@@ -12,12 +12,10 @@ namespace kqlib {
 /// What NetDNS::SetOptions takes. A resolver without options asks and believes as it always did; one with them,
 /// whatever they say,
 /// - sends a random identifier from a fresh port with each query, and believes an answer only when its identifier and
-/// its
-///   question are those of the query. Whatever else comes is counted (NetDNS::GetRefusedAnswers), and it goes on
+///   its question are those of the query. Whatever else comes is counted (NetDNS::GetRefusedAnswers), and it goes on
 ///   waiting;
 /// - reads an answer by its RFCs: records of the asked name alone, aliases followed within the answer, texts joined
-/// whole,
-///   names of at most 255 bytes;
+///   whole, names of at most 255 bytes;
 /// - takes long answers, over TCP where a server has to cut them;
 /// - knows AAAA and SRV records; ResolveHost gives addresses of both families;
 /// - ends a look-up after a set time, keeps its list of servers, and takes "no such name" from the first that says so;
@@ -39,7 +37,8 @@ public:
     std::uint32_t GetAnswerWaitMs() const { return m_answerWaitMs; }
     ///@}
     /// How long a whole look-up may last, over all servers, attempts and aliases, in milliseconds: 10 to 600000; 10000
-    /// at first. ResolveHost may make two look-ups, and ResolveIP one more for each name that it confirms.
+    /// at first. ResolveHost may make two look-ups, and ResolveIP one more for each name that it confirms. A server
+    /// given by its host name is looked up by the system first, which takes what time it likes.
     ///@{
     [[nodiscard]] bool SetLookupLimitMs(ULONG ms);
     std::uint32_t GetLookupLimitMs() const { return m_lookupLimitMs; }

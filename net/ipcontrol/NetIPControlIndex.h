@@ -1,4 +1,5 @@
-// NetIPControlIndex (internal): finds the first rule of a list that matches an address, however long the list is.
+// NetIPControlIndex: finds the first rule of a list that matches an address, however long the list is. Inside the library
+// only.
 #pragma once
 
 #include "common/NetIP.h"

@@ -1,4 +1,4 @@
-// NetIPControlIndexShare (internal): the index of a rule list, shared by its copies.
+// NetIPControlIndexShare: the index of a rule list, shared by its copies. Inside the library only.
 #pragma once
 
 #include "net/ipcontrol/NetIPControlIndex.h"

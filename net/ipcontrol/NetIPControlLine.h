@@ -1,4 +1,4 @@
-// NetIPControlLine (internal): which rule matches an address first, for the addresses of one type.
+// NetIPControlLine: which rule matches an address first, for the addresses of one type. Inside the library only.
 #pragma once
 
 #include <algorithm>

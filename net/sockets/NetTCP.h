@@ -35,7 +35,7 @@ public:
         PE_IN_ORDER = 1, ///< in order; over TLS that is its farewell (close_notify, RFC 8446 section 6.1)
         PE_NO_FAREWELL =
             2,            ///< over TLS: in order below TLS, but without the farewell, so anybody may have cut it short
-        PE_BROKEN_OFF = 3 ///< reset, or any other failure: bytes may be missing
+        PE_BROKEN_OFF = 3 ///< reset, ended inside a record of TLS, or any other failure: bytes may be missing
     };
 
     /// The receive buffer of the command reception, owned by the caller, who sets capacity and buffer and leaves the

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
@@ -269,7 +270,7 @@ bool NetTCPSSL::Send(const unsigned char* data, unsigned long& len)
 /// Makes one attempt and, while TLS waits for the peer, one more after waiting at most the block time for that very
 /// thing: a socket that can be written says nothing about a record that is to be read first, nor the other way round.
 /// tryFirst: without it the wait comes first. len: out, bytes moved. False: closed, with the code set. No error of
-/// OpenSSL stays in its queue: an attempt empties it first and leaves one only when it fails, and closing empties it.
+/// OpenSSL stays in its queue: an attempt empties it, and so does closing.
 template <class ATTEMPT> bool NetTCPSSL::xMoveOverTLS(bool tryFirst, unsigned long& len, const ATTEMPT& attempt)
 {
     if (!xIsOpenFor(IsConnected(), len))
@@ -301,12 +302,16 @@ int NetTCPSSL::xReadOnce(unsigned char* buf, unsigned long len, PEER_END& end)
     return xNoteOutcome(result);
 }
 
-/// After a read that did not succeed. Half a record before the end of the connection is no farewell either.
+/// After a read that did not succeed.
 NetTCP::PEER_END NetTCPSSL::xFindPeerEnd(int result) const
 {
     if (SSL_get_error(m_ssl, result) == SSL_ERROR_ZERO_RETURN)
         return PE_IN_ORDER;
-    return BIO_eof(SSL_get_rbio(m_ssl)) == 1 ? PE_NO_FAREWELL : PE_BROKEN_OFF;
+    if (BIO_eof(SSL_get_rbio(m_ssl)) != 1)
+        return PE_BROKEN_OFF;
+    // Of a record that has begun there are bytes, or at least its header, behind which the body is awaited.
+    const bool isInsideRecord = SSL_has_pending(m_ssl) == 1 || std::strcmp(SSL_rstate_string(m_ssl), "RB") == 0;
+    return isInsideRecord ? PE_BROKEN_OFF : PE_NO_FAREWELL;
 }
 
 /// Writes what goes out at once. Result as xNoteOutcome, of all the records together.
@@ -339,7 +344,10 @@ int NetTCPSSL::xNoteOutcome(int result)
                                                   : WS_NONE;
     if (result > 0)
         return result;
-    return m_waitState != WS_NONE ? 0 : -1;
+    if (m_waitState != WS_NONE)
+        return 0;
+    ERR_clear_error(); // it has said all that is asked
+    return -1;
 }
 
 void NetTCPSSL::xFreeSSLData()

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <openssl/crypto.h>
+#include <string_view>
 #include <utility>
 
 namespace kqlib {
@@ -13,6 +15,11 @@ namespace {
 
 constexpr unsigned long MAX_RECORD_SIZE = 16384;
 constexpr unsigned long MAX_SEND_SIZE = 8 * MAX_RECORD_SIZE; // of one Send, so that it ends soon
+
+std::size_t HashOf(const unsigned char* bytes, unsigned long size) noexcept
+{
+    return std::hash<std::string_view>()({reinterpret_cast<const char*>(bytes), size});
+}
 
 } // namespace
 
@@ -30,19 +37,21 @@ TLSRecordSender::OUTCOME TLSRecordSender::Send(const unsigned char* data, unsign
 {
     const unsigned long offered = std::min(len, MAX_SEND_SIZE);
     len = 0;
-    OUTCOME outcome = Finish();
+    OUTCOME outcome = xRepeatsUncopied(data, offered) ? OUTCOME::SENT : Finish();
     if (outcome != OUTCOME::SENT)
         return outcome;
     unsigned long sent = xTell(data, offered);
     // Each record is offered alone: with more at hand TLS would finish a begun one, begin another and tell of neither.
     while (outcome == OUTCOME::SENT && sent < offered) {
-        const unsigned long record = std::min(offered - sent, MAX_RECORD_SIZE);
+        const unsigned long record = m_uncopiedSize > 0 ? m_uncopiedSize : std::min(offered - sent, MAX_RECORD_SIZE);
         unsigned long size = record;
         outcome = m_write(data + sent, size);
-        if (outcome == OUTCOME::SENT)
+        if (outcome == OUTCOME::SENT) {
             sent += size;
-        else if (outcome == OUTCOME::BEGUN)
+            m_uncopiedSize = 0;
+        } else if (outcome == OUTCOME::BEGUN) {
             xKeep(data + sent, record);
+        }
     }
     len = sent;
     return sent > 0 ? OUTCOME::SENT : outcome;
@@ -50,6 +59,8 @@ TLSRecordSender::OUTCOME TLSRecordSender::Send(const unsigned char* data, unsign
 
 TLSRecordSender::OUTCOME TLSRecordSender::Finish()
 {
+    if (m_uncopiedSize > 0)
+        return OUTCOME::FAILED; // its bytes are not to be had any more
     if (!m_unfinished)
         return OUTCOME::SENT;
     unsigned long size = m_record.size();
@@ -74,6 +85,15 @@ void TLSRecordSender::xForget() noexcept
 void TLSRecordSender::xKeep(const unsigned char* bytes, unsigned long size) noexcept
 {
     m_unfinished = RunWithinMemory([&] { m_record.assign(bytes, bytes + size); });
+    m_uncopiedSize = m_unfinished ? 0 : size;
+    m_uncopiedHash = m_unfinished ? 0 : HashOf(bytes, size);
+}
+
+/// Whether bytes begin with those of a record that there was no memory to copy. TLS would take any others for them, and
+/// they would be lost.
+bool TLSRecordSender::xRepeatsUncopied(const unsigned char* data, unsigned long len) const noexcept
+{
+    return m_uncopiedSize > 0 && len >= m_uncopiedSize && HashOf(data, m_uncopiedSize) == m_uncopiedHash;
 }
 
 /// How many of the bytes went out with the record already. The others go on from there; bytes that are not the record's

@@ -13,13 +13,12 @@ namespace kqlib {
 /// once:
 ///
 /// - Bytes that repeat those of the record count as the same, also when they are fewer: the caller is told of as many
-/// as
-///   were offered, and the next ones are compared with the rest of the record.
+///   as were offered, and the next ones are compared with the rest of the record.
 /// - Others give the record up. It is finished all the same, for its beginning is on its way, and they go out after it.
 ///
 /// Ownership: its copy, which is overwritten before its memory is given back. Threads: one at a time.
-/// Errors: by outcome; nothing throws. Without memory for the copy only the same bytes can go on, and any others end
-/// the connection.
+/// Errors: by outcome; nothing throws. Without memory for the copy only the same bytes can go on, and as many or more,
+/// which a hash of them tells; fewer or others are FAILED.
 class TLSRecordSender
 {
 public:
@@ -52,12 +51,15 @@ public:
 private:
     void xForget() noexcept;
     void xKeep(const unsigned char* bytes, unsigned long size) noexcept;
+    bool xRepeatsUncopied(const unsigned char* data, unsigned long len) const noexcept;
     unsigned long xTell(const unsigned char* data, unsigned long len) noexcept;
 
     const WRITE m_write;
     std::vector<unsigned char> m_record; ///< plain bytes of the record; empty: none
     std::size_t m_told = 0;              ///< of them, those that the caller was told of; above 0 only when finished
     bool m_unfinished = false;           ///< TLS wants the bytes of the record again
+    unsigned long m_uncopiedSize = 0;    ///< of a begun record without a copy; 0: there is none
+    std::size_t m_uncopiedHash = 0;      ///< of its bytes
 };
 
 } // namespace kqlib

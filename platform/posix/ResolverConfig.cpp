@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -58,6 +59,7 @@ struct FOUND
 {
     std::vector<std::pair<std::string, STAMP>> sources;
     std::vector<std::string> servers;
+    bool isWhole = true; ///< nothing was left out for want of descriptors or the like, which passes
 
     bool IsFresh() const
     {
@@ -66,9 +68,11 @@ struct FOUND
         });
     }
 
-    /// Whether a change that comes after the reading is sure to be seen.
-    bool IsOld() const
+    /// Whether a later reading would find the same, until a change that is sure to be seen.
+    bool MayBeKept() const
     {
+        if (!isWhole)
+            return false;
         const std::int64_t latest = NowNs() - YOUNG_NS;
         return std::all_of(sources.begin(), sources.end(),
                            [latest](const auto& source) { return source.second.changedNs < latest; });
@@ -80,6 +84,14 @@ FOUND g_found; // guarded by g_mutex
 std::atomic<std::uint32_t> g_reads{0};
 std::string g_root; ///< stands in front of every path; set before other threads run
 
+/// After a file or folder could not be read: whether it will be so the next time, too. It is not there, is something
+/// else, or is not for this process.
+bool IsLasting(int error)
+{
+    return error == ENOENT || error == ENOTDIR || error == EISDIR || error == EACCES || error == EPERM ||
+           error == ELOOP;
+}
+
 /// The lines of a file, without those that are too long.
 std::vector<std::string> ReadLines(const std::string& path, FOUND& found)
 {
@@ -87,6 +99,8 @@ std::vector<std::string> ReadLines(const std::string& path, FOUND& found)
     std::string text(LONGEST_FILE, '\0');
     std::ifstream file(path, std::ios::binary);
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    if ((!file.is_open() || file.bad()) && !IsLasting(errno))
+        found.isWhole = false;
     text.resize(static_cast<std::size_t>(file.gcount()));
     std::vector<std::string> lines;
     for (std::size_t start = 0; start < text.size();) {
@@ -126,6 +140,8 @@ std::vector<std::string> ListFiles(const std::string& folder, bool (*isWanted)(c
         if (isWanted(entry->path().filename().string()) && entry->is_regular_file(ignored))
             files.push_back(entry->path().string());
     }
+    if (error && !IsLasting(error.value()))
+        found.isWhole = false;
     std::sort(files.begin(), files.end());
     return files;
 }
@@ -233,7 +249,7 @@ bool AppendServerSettings(std::vector<std::string>& servers)
     if (!g_found.IsFresh()) {
         FOUND found = ReadSettings();
         servers.insert(servers.end(), found.servers.begin(), found.servers.end());
-        g_found = found.IsOld() ? std::move(found) : FOUND();
+        g_found = found.MayBeKept() ? std::move(found) : FOUND();
         return true;
     }
     servers.insert(servers.end(), g_found.servers.begin(), g_found.servers.end());

@@ -12,6 +12,22 @@ namespace {
 class FaultTransferTest : public TLSFixture
 {
 protected:
+    /// Offers text over TLS, of which a record is begun that there is no memory to copy.
+    void BeginWithoutMemory(const std::string& text)
+    {
+        Secure();
+        m_server.SetBlockTime(0);
+        FaultPlan::sScriptSends({100, 0});
+        FaultPlan::sSetFailEverywhere(true);
+        FaultPlan::sScriptMemory(0, 16384);
+        unsigned long len = text.size();
+        const bool connected = m_server.Send(text.data(), len);
+        EXPECT_TRUE(FaultPlan::sEndMemoryScript()) << "a block was asked for";
+        FaultPlan::sSetFailEverywhere(false);
+        ASSERT_TRUE(connected);
+        EXPECT_EQ(len, 0U);
+    }
+
     /// A step that waits for room, of which there never is any, ends when 30 seconds of the clock have passed and not
     /// before.
     template <class STEP> static void ExpectEndsAfter30Seconds(const STEP& step)
@@ -79,20 +95,22 @@ TEST_F(FaultTransferTest, ShutdownAndClose_NoRoomForTheFarewell_GivenUpAfterExac
 // Without memory for the copy of a begun record nothing is lost: the same bytes go on.
 TEST_F(FaultTransferTest, Send_NoMemoryForTheBegunRecord_SameBytesGoOn)
 {
-    Secure();
-    m_server.SetBlockTime(0);
     const std::string text = Pattern(16384 + 100);
-    FaultPlan::sScriptSends({100, 0});
-    FaultPlan::sSetFailEverywhere(true);
-    FaultPlan::sScriptMemory(0, 16384);
-    unsigned long len = text.size();
-    const bool connected = m_server.Send(text.data(), len);
-    EXPECT_TRUE(FaultPlan::sEndMemoryScript()) << "a block was asked for";
-    FaultPlan::sSetFailEverywhere(false);
-    ASSERT_TRUE(connected);
-    EXPECT_EQ(len, 0U);
+    ASSERT_NO_FATAL_FAILURE(BeginWithoutMemory(text));
     ASSERT_TRUE(SendAll(m_server, text));
     EXPECT_TRUE(Receive(m_client, text.size()) == text);
+}
+
+// TLS once took other bytes for those of the record: they counted as sent and never arrived.
+TEST_F(FaultTransferTest, Send_NoMemoryForTheBegunRecordAndOtherBytes_ConnectionEnds)
+{
+    const std::string text = Pattern(16384 + 100);
+    ASSERT_NO_FATAL_FAILURE(BeginWithoutMemory(text));
+    const std::string other(text.size(), 'o');
+    unsigned long len = other.size();
+    EXPECT_FALSE(m_server.Send(other.data(), len));
+    EXPECT_EQ(len, 0U);
+    ExpectClosed(m_server, NetSocket::ERR_IO);
 }
 
 } // namespace

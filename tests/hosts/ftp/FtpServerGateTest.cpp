@@ -281,6 +281,25 @@ TEST_F(FtpServerGate, ReservedAddresses_Full_AnyAccountFromThere)
     EXPECT_EQ(favoured.Code("NOOP"), 200);
 }
 
+// Strangers who came later once pushed those out for whom the places are kept.
+TEST_F(FtpServerGate, ReservedAddresses_NotLoggedInYet_StrangersGiveTheirPlacesUpFirst)
+{
+    m_settings.SetMaxSessions(1);
+    m_settings.SetReservedSessions(2);
+    m_settings.SetReservedAddresses(Rules({"+ip=127.0.0.9", "-ipmask=0.0.0.0/0.0.0.0"}));
+    Start();
+    FtpTestClient inside = LogIn("reader");
+    FtpTestClient favoured;
+    ASSERT_TRUE(favoured.Connect(m_port, 9));
+    FtpTestClient stranger;
+    ASSERT_TRUE(stranger.Connect(m_port));
+    FtpTestClient newcomer;
+    ASSERT_TRUE(newcomer.Connect(m_port));
+    EXPECT_EQ(WordsToTheEnd(stranger), "421 The server is full, and you have not logged in\n");
+    EXPECT_EQ(favoured.Code("USER writer"), 331);
+    EXPECT_EQ(favoured.Code("PASS secret"), 230);
+}
+
 TEST_F(FtpServerGate, LogInSecs_Passed_421WhateverTheClientSays)
 {
     m_settings.SetLogInSecs(1);

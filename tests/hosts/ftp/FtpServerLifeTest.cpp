@@ -165,6 +165,19 @@ TEST_F(FtpServerLife, Reload_NewSettings_ForNewSessionsOnly)
     EXPECT_EQ(after.Code("PASS secret"), 230);
 }
 
+// What the command line says is laid over settings that were good by themselves.
+TEST_F(FtpServerLife, Reload_WrongSettings_NothingChanges)
+{
+    Start();
+    FtpSettings changed = m_settings;
+    changed.SetGreeting("Changed");
+    changed.SetListenTLS(changed.GetListen());
+    String error;
+    EXPECT_FALSE(m_server.Reload(changed, error));
+    EXPECT_TRUE(error.StartsWith("listen_tls: ")) << error.c_str();
+    EXPECT_EQ(GreetingAt(m_port), "220 kqftpd ready\r\n");
+}
+
 TEST_F(FtpServerLife, Reload_PortTaken_NothingChanges)
 {
     Start();

@@ -3,6 +3,7 @@
 
 #include "hosts/ftpcommon/FtpPaths.h"
 #include "net/sockets/NetSocket.h"
+#include "tests/peers/CountedAsking.h"
 #include "tests/peers/TLSFiles.h"
 #include "tests/peers/TempFolder.h"
 
@@ -101,6 +102,16 @@ TEST_F(FtpSettingsCheckTest, CertificateAndKey_EachThingThatCanBeWrong_Named)
         EXPECT_EQ(faults.find('|'), std::string::npos) << faults;
     }
     EXPECT_NE(Faults().find(" does not belong to the certificate in "), std::string::npos) << "of the last case";
+}
+
+// A check once asked for a pass phrase on the terminal, and so did the start of a server.
+TEST_F(FtpSettingsCheckTest, CertificateWithAPassPhrase_NamedWithoutAsking)
+{
+    const CountedAsking asking;
+    m_settings.SetTLSCertificate(TLSFiles::sGet().MakeEncryptedCert());
+    m_settings.SetTLSKey(TLSFiles::sGet().GetKey());
+    EXPECT_TRUE(Faults().ends_with(" holds no certificate (PEM)")) << Faults();
+    EXPECT_EQ(CountedAsking::sGetCount(), 0);
 }
 
 TEST_F(FtpSettingsCheckTest, Listen_AddressesThatAreNotOfThisMachine_Named)

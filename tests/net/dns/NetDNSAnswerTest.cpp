@@ -224,6 +224,23 @@ TEST(NetDNSAnswer, Parse_ResponseCodes_CodesOfTheResolver)
     }
 }
 
+// Once counted as "no records", so that no other server was asked.
+TEST(NetDNSAnswer, Parse_ReferralToOtherServers_NoVerdict)
+{
+    const Bytes nameServer{0xC0, 12, 0, 2, 0, 1, 0, 0, 0, 60, 0, 2, 0xC0, 12};
+    const auto parse = [&nameServer](DNSMessage message) {
+        Bytes bytes = message.Raw(nameServer).Build();
+        ++bytes[9]; // of the authorities
+        return Parse(NetDNS::RR_A, bytes);
+    };
+    EXPECT_EQ(parse(Question(1)).GetCode(), 53);
+    EXPECT_FALSE(parse(Question(1)).IsVerdict());
+    EXPECT_EQ(parse(Question(1).AddA("10.0.0.1")).GetCode(), 0);
+    EXPECT_EQ(parse(Question(1).AddCName("x")).GetAlias(), "x");
+    EXPECT_EQ(parse(Question(1).AddSoa(60, 30)).GetCode(), 51) << "who knows the zone's start has looked";
+    EXPECT_EQ(parse(Question(1).Code(3)).GetCode(), 54);
+}
+
 TEST(NetDNSAnswer, Parse_Truncated_SaidSoAndWithoutRecords)
 {
     Bytes message = Question(1).AddA("10.0.0.1").Build();

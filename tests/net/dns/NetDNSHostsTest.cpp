@@ -1,10 +1,13 @@
 #include "net/dns/NetDNSHosts.h"
 #include "tests/peers/TempFolder.h"
 #include "tests/peers/WaitFor.h"
+#include "tests/peers/posix/DescriptorShortage.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -90,6 +93,26 @@ TEST(NetDNSHosts, Get_FileChangesOrIsMissing_WhatItSaysNow)
     std::ofstream(folder / "other", std::ios::binary) << "10.0.0.1 a\n";
     EXPECT_THAT(Find(*NetDNSHosts::sGet(other), "a", NetDNS::RR_A), ElementsAre("10.0.0.1"));
     EXPECT_THAT(Find(*NetDNSHosts::sGet(path), "a", NetDNS::RR_A), ElementsAre("10.0.0.99"));
+}
+
+// A look-up at a moment without descriptors once made the file an empty one until it changed.
+TEST(NetDNSHosts, Get_NoDescriptorAtThatMoment_NotKept)
+{
+    if (!test::DescriptorShortage::IsPossibleWithVirtualCalls())
+        GTEST_SKIP() << "descriptors cannot be made short here, or the sanitizer itself wants them";
+    const test::TempFolder folder;
+    const String path((folder / "hosts").string());
+    std::ofstream(folder / "hosts", std::ios::binary) << "10.0.0.1 a\n";
+    std::filesystem::last_write_time(folder / "hosts",
+                                     std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+    std::shared_ptr<const NetDNSHosts> hosts;
+    {
+        const test::DescriptorShortage shortage;
+        hosts = NetDNSHosts::sGet(path);
+    }
+    EXPECT_THAT(Find(*hosts, "a", NetDNS::RR_A), ElementsAre("unknown"));
+    EXPECT_THAT(Find(*NetDNSHosts::sGet(path), "a", NetDNS::RR_A), ElementsAre("10.0.0.1"));
+    EXPECT_EQ(NetDNSHosts::sGet(path), NetDNSHosts::sGet(path)) << "kept now";
 }
 
 } // namespace

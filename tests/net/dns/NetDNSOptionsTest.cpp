@@ -321,6 +321,9 @@ TEST_F(NetDNSCheckedTest, Lookup_NamesThatCannotBeAskedFor_54OnceAndNothingSent)
         Messages codes;
         EXPECT_FALSE(dns.DoALookup(name, codes)) << name.c_str();
         EXPECT_THAT(Codes(codes), ElementsAre(54));
+        // Once took a place in the cache, whatever its length.
+        EXPECT_FALSE(dns.DoALookup(name, codes));
+        EXPECT_FALSE(dns.IsLastFromCache()) << name.c_str();
     }
     EXPECT_EQ(server.GetQueryCount(), 0U);
     EXPECT_TRUE(dns.DoALookup(String(63, 'a') + ".b", msgs));
@@ -428,6 +431,24 @@ TEST_F(NetDNSCheckedTest, Life_AcrossTheWrapOfTheTick_Honoured)
     tick += 1;
     ASSERT_TRUE(dns.DoALookup("n", msgs));
     EXPECT_EQ(server.GetQueryCount(), 2U);
+}
+
+// After 25 days without a look-up, answers that were long over once counted as living, for as many days.
+TEST_F(NetDNSCheckedTest, Life_LongOver_NeverComesBack)
+{
+    StopClock();
+    FakeDNSServer server([](const DNSQuery& query, std::size_t) -> Replies {
+        return {{DNSMessage(query).AddA("10.0.0.1", 60).Build()}};
+    });
+    Use({server.GetAddress()});
+    std::size_t asked = 0;
+    for (const std::uint32_t later : {0x7FFFFFFFU, 0x80000000U, 0x80000000U + 60001, 0xFFFFFFFFU}) {
+        ASSERT_TRUE(dns.DoALookup("n", msgs));
+        EXPECT_EQ(server.GetQueryCount(), ++asked);
+        tick += later;
+    }
+    ASSERT_TRUE(dns.DoALookup("n", msgs));
+    EXPECT_EQ(server.GetQueryCount(), ++asked);
 }
 
 TEST_F(NetDNSCheckedTest, Life_OutsideTheBounds_LengthenedOrCut)

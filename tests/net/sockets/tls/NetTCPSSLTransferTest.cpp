@@ -220,6 +220,10 @@ TEST_F(NetTCPSSLTransfer, GetPeerEnd_EachWayOfEnding_Told)
         std::function<void(HalfTLSPeer&)> end;
         NetTCP::PEER_END expected;
     };
+    const auto endInside = [this](HalfTLSPeer& peer, std::size_t size) {
+        EXPECT_TRUE(SendAll(m_client, peer.Encrypt("a whole one") + peer.Encrypt("cut short").substr(0, size)));
+        m_client.Close();
+    };
     const WAY ways[] = {
         {"farewell, and open",
          [this](HalfTLSPeer& peer) { EXPECT_TRUE(SendAll(m_client, peer.Encrypt("x") + peer.SayFarewell())); },
@@ -232,12 +236,15 @@ TEST_F(NetTCPSSLTransfer, GetPeerEnd_EachWayOfEnding_Told)
          },
          NetTCP::PE_IN_ORDER},
         {"end below TLS", [this](HalfTLSPeer&) { m_client.Close(); }, NetTCP::PE_NO_FAREWELL},
-        {"end inside a record",
+        {"end behind a record",
          [this](HalfTLSPeer& peer) {
-             EXPECT_TRUE(SendAll(m_client, peer.Encrypt("cut short").substr(0, 12)));
+             EXPECT_TRUE(SendAll(m_client, peer.Encrypt("a whole one")));
              m_client.Close();
          },
          NetTCP::PE_NO_FAREWELL},
+        {"end inside a header", [&](HalfTLSPeer& peer) { endInside(peer, 3); }, NetTCP::PE_BROKEN_OFF},
+        {"end behind a header", [&](HalfTLSPeer& peer) { endInside(peer, 5); }, NetTCP::PE_BROKEN_OFF},
+        {"end inside a record", [&](HalfTLSPeer& peer) { endInside(peer, 12); }, NetTCP::PE_BROKEN_OFF},
         {"reset", [this](HalfTLSPeer&) { platform::AbortSocket(m_client.Detach()); }, NetTCP::PE_BROKEN_OFF},
         {"no TLS at all", [this](HalfTLSPeer&) { EXPECT_TRUE(SendAll(m_client, "QUIT\r\n")); }, NetTCP::PE_BROKEN_OFF},
     };

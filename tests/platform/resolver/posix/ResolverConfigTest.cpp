@@ -2,6 +2,7 @@
 #include "net/dns/NetDNS.h"
 #include "tests/peers/TempFolder.h"
 #include "tests/peers/WaitFor.h"
+#include "tests/peers/posix/DescriptorShortage.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -248,6 +249,25 @@ TEST_F(ResolverConfigTest, AppendServerSettings_ChangedTwiceAtOnce_EachChangeSee
         Write("etc/resolv.conf", "nameserver " + server + "\n");
         EXPECT_THAT(Texts(), ElementsAre(server));
     }
+}
+
+// A question at a moment without descriptors once left the process without name servers until a file changed.
+TEST_F(ResolverConfigTest, AppendServerSettings_NoDescriptorAtThatMoment_NotKept)
+{
+    if (!test::DescriptorShortage::IsPossibleWithVirtualCalls())
+        GTEST_SKIP() << "the sanitizer itself wants descriptors here";
+    Write("etc/resolv.conf", "nameserver 10.0.0.1\n");
+    Write("var/lib/dhcp/dhclient.eth0.leases", "lease {\n  option domain-name-servers 10.0.0.2;\n}\n");
+    ASSERT_TRUE(WaitUntilKept());
+    platform::SetServerSettingsRoot(m_root.GetPath().c_str()); // forgets it
+    std::vector<std::string> texts;
+    {
+        const test::DescriptorShortage shortage;
+        ASSERT_TRUE(shortage.IsApplied());
+        platform::AppendServerSettings(texts);
+    }
+    EXPECT_THAT(texts, IsEmpty());
+    EXPECT_THAT(Texts(), ElementsAre("10.0.0.1", "10.0.0.2"));
 }
 
 TEST_F(ResolverConfigTest, Discovery_FoldersInPlaceOfFiles_Nothing)

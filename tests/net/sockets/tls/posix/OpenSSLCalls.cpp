@@ -5,6 +5,8 @@
 #include <dlfcn.h>
 #include <openssl/bio.h>
 #include <openssl/crypto.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
 #include <utility>
 
 namespace kqlib::test {
@@ -14,6 +16,7 @@ namespace {
 std::function<void(const unsigned char*, std::size_t)> g_onCleanse;
 std::atomic<int> g_failMethods{0};
 std::atomic<int> g_methodCount{0};
+std::atomic<int> g_failingWrite{0}; ///< counted down to 1 by the writes that pass; 0: none fails
 
 /// The function of that name behind this program's own.
 template <class FUNCTION> FUNCTION* Next(FUNCTION* /*own*/, const char* name)
@@ -31,6 +34,11 @@ void OpenSSLCalls::sSetOnCleanse(std::function<void(const unsigned char* bytes, 
 void OpenSSLCalls::sFailMethods(int times)
 {
     g_failMethods = times;
+}
+
+void OpenSSLCalls::sFailWriteAfter(int others)
+{
+    g_failingWrite = others + 1;
 }
 
 int OpenSSLCalls::sGetMethodCount()
@@ -59,6 +67,16 @@ BIO_METHOD* BIO_meth_new(int type, const char* name)
         return next(type, name);
     ++kqlib::test::g_methodCount;
     return kqlib::test::g_failMethods > 0 && kqlib::test::g_failMethods-- > 0 ? nullptr : next(type, name);
+}
+
+int SSL_write(SSL* connection, const void* bytes, int size)
+{
+    static const auto next = kqlib::test::Next(&SSL_write, "SSL_write");
+    if (kqlib::test::g_failingWrite > 0 && --kqlib::test::g_failingWrite == 0) {
+        ERR_raise(ERR_LIB_USER, 1);
+        return -1;
+    }
+    return next(connection, bytes, size);
 }
 }
 #pragma GCC visibility pop

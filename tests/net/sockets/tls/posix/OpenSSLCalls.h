@@ -14,7 +14,9 @@ public:
     static void sSetOnCleanse(std::function<void(const unsigned char* bytes, std::size_t size)> onCleanse);
     /// The next so many calls for the library's kind of BIO find no memory.
     static void sFailMethods(int times);
-    /// How often it was asked for, failures included.
+    /// The call after so many others that writes bytes over TLS fails, and leaves an error in OpenSSL's queue.
+    static void sFailWriteAfter(int others);
+    /// How often the kind of BIO was asked for, failures included.
     static int sGetMethodCount();
 };
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <openssl/err.h>
 #include <vector>
 
 namespace kqlib::test {
@@ -78,6 +79,18 @@ TEST_F(OpenSSLCallsTest, Close_RecordBegun_ItsCopyIsOverwritten)
     const CleanseWatch watch(bytes.size(), bytes, 0);
     m_server.Close();
     EXPECT_EQ(watch.GetCount(), 1);
+}
+
+// What failed behind a part that went out once left its error for whatever came next on the thread.
+TEST_F(OpenSSLCallsTest, Send_SecondRecordFails_FirstIsToldAndNoErrorStays)
+{
+    Secure();
+    const std::string text = Pattern(16384 + 10);
+    unsigned long len = text.size();
+    OpenSSLCalls::sFailWriteAfter(1);
+    EXPECT_TRUE(m_server.Send(text.data(), len));
+    EXPECT_EQ(len, 16384U);
+    EXPECT_EQ(ERR_peek_error(), 0UL);
 }
 
 } // namespace
