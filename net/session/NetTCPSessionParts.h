@@ -4,6 +4,7 @@
 #include "net/session/ActivityBook.h"
 #include "net/session/CommandSplitter.h"
 #include "net/session/NetTCPSession.h"
+#include "net/session/ReplyBatch.h"
 #include "net/session/SendBuffer.h"
 #include "net/session/SessionTimeOut.h"
 
@@ -39,6 +40,7 @@ struct NetTCPSession::PARTS
 
     SessionTimeOut timeOut;
     SendBuffer sendBuffer;
+    ReplyBatch replies; ///< of the main socket
     CommandSplitter splitter;
     bool dataMode = false;
     std::uint32_t periodicMs = 1000;
