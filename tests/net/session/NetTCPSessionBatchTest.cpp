@@ -337,6 +337,31 @@ TEST_F(NetTCPSessionBatch, EndRequestWhilePeerTakesNothing_GivesUpTheRest)
     EXPECT_EQ(m_script->sent, "A!");
 }
 
+TEST_F(NetTCPSessionBatch, DisconnectWhilePeerTakesNothing_IsPerformedAtOnce)
+{
+    RunBetween([this](TestHostSession& session) {
+        session.SendControlMsg(NetTCPSession::MSG_DISCONNECT, "bye");
+        CTRLMSG message;
+        EXPECT_FALSE(session.xProcessMsgsAndTakeNext(message));
+        m_script->sendSizes.assign(10, 0);
+        session.xPerformDisconnectMsg();
+        EXPECT_EQ(m_script->sends, 1U);
+        EXPECT_FALSE(m_script->IsConnected());
+    });
+    EXPECT_EQ(m_script->sent, "");
+}
+
+TEST_F(NetTCPSessionBatch, WaitingRefused_EndsTheSendOfWhatIsHeld)
+{
+    RunBetween([this](TestHostSession& session) {
+        session.hooks.shouldWait = [](TestHostSession&) { return false; };
+        m_script->sendSizes = {2};
+        EXPECT_FALSE(session.xSendHeldReplies());
+        session.hooks.shouldWait = nullptr;
+    });
+    EXPECT_EQ(m_script->sent, "A!B!\r\n");
+}
+
 TEST_F(NetTCPSessionBatch, SendFails_OneLineAndTheNextReceiveTells)
 {
     MakeAnswering({"A\r\nB\r\nC\r\n"});
