@@ -423,10 +423,16 @@ int main(int argc, char** argv)
     {
         const Server library(options.bin + "/line_server", {"--port", "0"});
         const Server bare(options.bin + "/bare_line_server", {"--port", "0"});
+        const Server tuned(options.bin + "/line_server", {"--port", "0", "--backlog", "128", "--batch"});
+        const Server trying(options.bin + "/line_server", {"--port", "0", "--try-us", "50"});
         for (const unsigned count : {1U, 16U, 64U, 256U})
             Compare(options, "commands, " + std::to_string(count) + " connections", "per s", library, bare,
                     [&](const Server& server) { return Commands(server, count, options.seconds); });
+        Compare(options, "commands, 1, try 50 us", "per s", trying, bare,
+                [&](const Server& server) { return Commands(server, 1, options.seconds); });
         Compare(options, "pipelined, 64 deep", "per s", library, bare,
+                [&](const Server& server) { return Pipelined(server, 64, options.seconds); });
+        Compare(options, "pipelined, batched", "per s", tuned, bare,
                 [&](const Server& server) { return Pipelined(server, 64, options.seconds); });
         Compare(options, "bulk, 1 stream of 256 MiB", "MiB/s", library, bare,
                 [&](const Server& server) { return Bulk(server, 1, 256, options.seconds); });
@@ -434,6 +440,8 @@ int main(int argc, char** argv)
                 [&](const Server& server) { return Bulk(server, 4, 64, options.seconds); });
         Compare(options, "connections, 4 clients", "per s", library, bare,
                 [&](const Server& server) { return Connections(server, 4, options.seconds); });
+        Compare(options, "connections, 64, backlog", "per s", tuned, bare,
+                [&](const Server& server) { return Connections(server, 64, options.seconds); });
     }
     CompareSecured(options);
     CompareIdle(options);

@@ -49,7 +49,10 @@ private:
     bool xChangePorts(const NetPortBinds& wanted, ULONG limit, String& error);
     bool xOpen(const NetPortBinds& binds, ULONG limit, NetPortBinds& failed);
 
-    ThreadPool m_pool;
+    /// Of each thread, in bytes: ten times what sessions were seen to use, TLS handshakes and data logs included.
+    static constexpr ULONG STACK_BYTES = 256 * 1024;
+
+    ThreadPool m_pool{0, 0, STACK_BYTES};
     NetDNSCache m_cache;
     std::unique_ptr<FtpService> m_service;
     STRINGS m_warnings;

@@ -7,6 +7,13 @@
 
 namespace kqlib {
 
+namespace {
+
+/// Clients that may wait at a port, for a whole office that comes back after a break of the network.
+constexpr ULONG BACKLOG = 128;
+
+} // namespace
+
 FtpService::FtpService(ThreadPool& pool, NetDNSCache& cache, std::shared_ptr<const FtpConfig> config)
     : FtpServiceBase(pool, cache)
     , m_pool(pool)
@@ -16,6 +23,9 @@ FtpService::FtpService(ThreadPool& pool, NetDNSCache& cache, std::shared_ptr<con
     , m_board(pool, *this)
 {
     m_gate.SetSettings(m_config->settings);
+    NetServiceOptions options;
+    if (options.SetBacklog(BACKLOG))
+        SetOptions(options);
 }
 
 FtpService::~FtpService()

@@ -36,6 +36,7 @@ FtpSession::FtpSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& activi
     , m_commandBuffer{COMMAND_BUFFER_BYTES, m_commandBytes.data(), 0, 0, false}
 {
     xGetMainSocket()->SetBlockTime(m_config->settings.GetBlockTimeMs());
+    xSetBatchReplies(true);     // clients that send commands ahead
     xSetCmdEndIncludesLF(true); // people try servers with tools that end lines in LF alone
     xConstrStartSession();
 }
@@ -250,6 +251,7 @@ void FtpSession::xSayWhyEnded()
 void FtpSession::xSayLastWords(const String& reply)
 {
     NetTCP* socket = xGetMainSocket();
+    xSendHeldReplies();
     if (!socket->IsConnected())
         return;
     const String line = reply + "\r\n";

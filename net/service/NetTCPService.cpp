@@ -157,6 +157,12 @@ void NetTCPService::SetSettings(const NetPortBinds& binds, unsigned long maxInco
     m_maxOutgoing = static_cast<std::uint32_t>(std::min(maxOutgoing, ALL_BITS_32));
 }
 
+void NetTCPService::SetOptions(const NetServiceOptions& options)
+{
+    const ThreadGatewayGuard guard(m_lock);
+    m_options = options;
+}
+
 void NetTCPService::SetLogModeNormal(const EventLogSettings& settings, bool logEvents)
 {
     const ThreadGatewayGuard guard(m_lock);
@@ -276,6 +282,7 @@ bool NetTCPService::xOpenListenerPreLocked(const WANTED& wanted)
     NetDNSCache* const cache = m_resolver.GetCache();
     auto listener = cache != nullptr ? std::make_unique<NetTCP>(NetIP::LOOKUP_ANY, *cache)
                                      : std::make_unique<NetTCP>(NetIP::LOOKUP_ANY);
+    listener->SetBacklog(m_options.GetBacklog());
     const String ipText = wanted.ip.GetText();
     const bool opened = ipText == NetIP::ANY_IP4.GetText() ? listener->ListenAll(wanted.port)
                                                            : listener->ListenSpecific(wanted.port, ipText);

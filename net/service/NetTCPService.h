@@ -10,6 +10,7 @@
 #include "common/ThreadGateway.h"
 #include "net/dns/NetDNS.h"
 #include "net/ports/NetPortBinds.h"
+#include "net/service/NetServiceOptions.h"
 #include "net/status/NetServiceStatus.h"
 #include "net/status/NetSessionActivity.h"
 
@@ -90,6 +91,10 @@ public:
     /// The bindings count from the next StartListen, the limits (numbers of sessions) at once. More than 32 bits hold
     /// counts as the largest such number.
     void SetSettings(const NetPortBinds& binds, unsigned long maxIncoming, unsigned long maxOutgoing);
+
+    /// What the service does better than its defaults; without a call the defaults stand. The options are copied. The
+    /// backlog counts for ports that are opened from then on.
+    void SetOptions(const NetServiceOptions& options);
 
     /// Opens, keeps and closes listening sockets so that exactly the bindings listen. A binding that could not be
     /// brought up is appended to failed, which is not cleared first; before Init that is every one. A listener whose
@@ -253,6 +258,7 @@ private:
     NetPortBinds m_binds;
     std::uint32_t m_maxIncoming = 0;
     std::uint32_t m_maxOutgoing = 0;
+    NetServiceOptions m_options;
     std::atomic<bool> m_accessRequested{false}; // set without the lock, which the listener thread may hold for long
     bool m_accessWithThread = true;
     const std::unique_ptr<SessionRegistry> m_sessions; // its walk that tells all sessions needs no lock of ours

@@ -38,4 +38,22 @@ CommandSplitter::RESULT CommandSplitter::Split(NetTCP::RECVBUF& buffer, String& 
     return RESULT::INCOMPLETE;
 }
 
+bool CommandSplitter::HoldsWhole(const NetTCP::RECVBUF& buffer) const
+{
+    if (buffer.position >= buffer.length)
+        return false;
+    if (buffer.length - buffer.position >= m_maxSize)
+        return true; // so many bytes are a command, whether its line has ended or not
+    const unsigned char* const first = buffer.buffer + buffer.position;
+    const unsigned char* const end = buffer.buffer + buffer.length;
+    for (const unsigned char* next = first;; ++next) {
+        next = static_cast<const unsigned char*>(std::memchr(next, LF, static_cast<std::size_t>(end - next)));
+        if (next == nullptr)
+            return false;
+        const bool isAfterCR = next == first ? buffer.lastWasCR : next[-1] == CR;
+        if (isAfterCR || m_endIncludesLF)
+            return true;
+    }
+}
+
 } // namespace kqlib

@@ -36,6 +36,9 @@ public:
 
     /// Moves bytes from the buffer's position on to the end of the command, until there is one of the results.
     RESULT Split(NetTCP::RECVBUF& buffer, String& command) const;
+    /// Whether Split, with an empty command, would find one in the buffer: complete or oversized. Looks at no more
+    /// bytes than the maximum size.
+    bool HoldsWhole(const NetTCP::RECVBUF& buffer) const;
 
 private:
     std::uint32_t m_maxSize = 1024;

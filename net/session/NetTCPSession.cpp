@@ -258,6 +258,7 @@ void NetTCPSession::xRefreshMainState(const NetTCP* const socket)
 
 NetTCP* NetTCPSession::xAccept(NetTCP* const listener)
 {
+    xSendHeldReplies();
     std::unique_ptr<NetTCP> connection(listener->Accept());
     xRefreshMainState(listener);
     if (!connection)
@@ -269,6 +270,7 @@ NetTCP* NetTCPSession::xAccept(NetTCP* const listener)
 
 bool NetTCPSession::xSelfAccept(NetTCP* const socket)
 {
+    xSendHeldReplies();
     const String listenerText = LocalAddressText(*socket);
     const bool accepted = socket->SelfAccept();
     xRefreshMainState(socket);
@@ -293,6 +295,7 @@ bool NetTCPSession::xConnect(NetTCP* const socket, const String& host, USHORT po
 bool NetTCPSession::xConnect(NetTCP* const socket, const String& host, USHORT port, const String& localHost,
                              USHORT localPort)
 {
+    xSendHeldReplies(); // of a main socket that is closed already nothing is left for its next connection
     if (socket->IsConnected())
         xClose(socket);
     const bool connected = socket->Connect(host, port, localHost, localPort);
@@ -334,12 +337,20 @@ bool NetTCPSession::xLogListen(NetTCP* const socket, bool listening, bool logFai
 
 void NetTCPSession::xClose(NetTCP* const socket)
 {
-    RunAllSteps([&] { xLogClosing(socket); }, [&] { socket->Close(); }, [&] { m_parts->book.Update(); });
+    RunAllSteps([&] { xSendHeldBeforeClosing(socket); }, [&] { xLogClosing(socket); }, [&] { socket->Close(); },
+                [&] { m_parts->book.Update(); });
 }
 
 void NetTCPSession::xShutdownAndClose(NetTCP* const socket)
 {
-    RunAllSteps([&] { xLogClosing(socket); }, [&] { socket->ShutdownAndClose(); }, [&] { m_parts->book.Update(); });
+    RunAllSteps([&] { xSendHeldBeforeClosing(socket); }, [&] { xLogClosing(socket); },
+                [&] { socket->ShutdownAndClose(); }, [&] { m_parts->book.Update(); });
+}
+
+void NetTCPSession::xSendHeldBeforeClosing(const NetTCP* const socket)
+{
+    if (socket == m_mainSocket.get())
+        xSendHeldReplies();
 }
 
 /// While the socket still has its addresses.
@@ -418,18 +429,19 @@ bool NetTCPSession::xCheckForDisconnectMsg() const
 
 void NetTCPSession::xPerformDisconnectMsg()
 {
-    RunAllSteps(
-        [this] {
-            // A copy of the handler's own, for it may take the next message, whose text then comes in its place.
-            const String text = m_parts->disconnectText;
-            xEventControlMsgDisconnectRecv(text);
-        },
-        [this] {
-            m_parts->disconnectPending = false;
-            m_parts->disconnectText.clear();
-            if (m_mainSocket->IsConnected())
-                xShutdownAndClose(m_mainSocket.get());
-        });
+    RunAllSteps([this] { xSendHeldReplies(); }, // while the message still counts as waiting: nothing is waited for
+                [this] {
+                    // A copy of the handler's own, for it may take the next message, whose text then comes in its
+                    // place.
+                    const String text = m_parts->disconnectText;
+                    xEventControlMsgDisconnectRecv(text);
+                },
+                [this] {
+                    m_parts->disconnectPending = false;
+                    m_parts->disconnectText.clear();
+                    if (m_mainSocket->IsConnected())
+                        xShutdownAndClose(m_mainSocket.get());
+                });
 }
 
 } // namespace kqlib

@@ -283,6 +283,24 @@ protected:
     /// Whether sends are gathered in the buffer, if there is one.
     bool xIsBufMode() const { return m_bufferedMode; }
 
+    /// On: while further commands that the main socket has received whole wait for their turn, what is sent over it is
+    /// held back, and goes out together with the reply to the last of them. A client that sends many commands at once
+    /// then costs one send for all their replies, instead of one for each. It holds for the commands of
+    /// xMonitorNetCmdPass and of xRecvCommand. Off at first: everything goes out at once. Turned off, it sends what it
+    /// holds.
+    ///
+    /// A reply never waits for a command that has not arrived whole. What is held back goes out, too: before the
+    /// session receives, accepts, connects or makes a handshake, whatever the socket; before it sends over another one;
+    /// with a Force send; before the main socket is closed; and when 16384 bytes are together. A handler that takes
+    /// long, or uses a socket by itself, calls xSendHeldReplies first. What it sends then goes out at once.
+    ///
+    /// A send that was held back counts as successful. If it fails later, the socket is closed, and the next receive
+    /// tells.
+    void xSetBatchReplies(bool on);
+    /// Sends what is held back. An end request, the time-out and a waiting disconnect message end this only when the
+    /// peer takes nothing more; xWaitingForNetShouldWait ends it like any send. True: nothing to send, or all sent.
+    bool xSendHeldReplies();
+
     /// Chooses the pass of xMonitorNet from its next cycle on: data, or commands, as at first.
     void xSetDataMode(bool on);
     /// The size at which a command is oversized, in bytes; 1024 at first.
@@ -394,6 +412,7 @@ private:
     enum class MANNER : std::uint8_t
     {
         POLITE, ///< gives up for an end request, the time-out, a disconnect message and xWaitingForNetShouldWait
+        HELD,   ///< the same, but what was to go out before one of the first three still does, if the peer takes it
         FORCED
     };
     enum class RECEIVED : std::uint8_t
@@ -409,6 +428,7 @@ private:
     void xStartAndHandle();
     void xRefreshMainState(const NetTCP* const socket);
     bool xLogListen(NetTCP* const socket, bool listening, bool logFailure, const String& detail);
+    void xSendHeldBeforeClosing(const NetTCP* const socket);
     void xLogClosing(NetTCP* const socket);
     void xTellMainNetClosed(const NetTCP* const socket);
 
@@ -428,6 +448,10 @@ private:
     bool xSendBytes(NetTCP* const socket, const unsigned char* data, ULONG length, MANNER manner);
     bool xSendGathered(NetTCP* const socket, MANNER manner);
     bool xSendDirect(NetTCP* const socket, const unsigned char* data, ULONG length, MANNER manner);
+    bool xSendWithHeld(const unsigned char* data, ULONG length, MANNER manner);
+    bool xSendHeld(MANNER manner);
+    bool xSendOut(NetTCP* const socket, const unsigned char* data, ULONG length, MANNER manner);
+    void xNoteCommandFound(const NetTCP* const socket, const NetTCP::RECVBUF& buffer);
 
     void xRecordAction(ACTION action, const NETSTATE& state, bool success, const String& detail, const String& reason);
 

@@ -123,6 +123,7 @@ bool NetTCPSession::xMonitorNetCmdPass(NetTCP* const socket, NETSTATE& state, Ne
     using RESULT = CommandSplitter::RESULT;
     for (RESULT found; (found = m_parts->splitter.Split(buffer, command)) != RESULT::INCOMPLETE;) {
         const bool oversized = found == RESULT::OVERSIZED;
+        xNoteCommandFound(socket, buffer);
         if (m_parts->printDebug)
             xPrintLogCommand(state, oversized, command);
         m_parts->timeOut.NoteRecv();
@@ -137,6 +138,7 @@ bool NetTCPSession::xMonitorNetCmdPass(NetTCP* const socket, NETSTATE& state, Ne
         if (!xSendPurgeSendBuf(socket) && !xIsConnectedAgain(socket))
             return true; // the next pass finds out
     }
+    xSendHeldReplies(); // the last command may have had no reply; the next pass finds out when it fails
     return true;
 }
 
@@ -254,6 +256,7 @@ bool NetTCPSession::xRecvCommand(NetTCP* const socket, const NETSTATE& state, Ne
         if (found == CommandSplitter::RESULT::INCOMPLETE)
             continue;
         oversized = found == CommandSplitter::RESULT::OVERSIZED;
+        xNoteCommandFound(socket, buffer);
         if (m_parts->printDebug)
             xPrintLogCommand(state, oversized, command);
         xResetTimeOut(now); // whatever xSetResetTimeOutOnRecv said: kept on purpose
@@ -262,8 +265,16 @@ bool NetTCPSession::xRecvCommand(NetTCP* const socket, const NETSTATE& state, Ne
     }
 }
 
+/// Before its handler sees a command of the main socket: whether the replies have to wait for more of them.
+void NetTCPSession::xNoteCommandFound(const NetTCP* const socket, const NetTCP::RECVBUF& buffer)
+{
+    if (m_parts->replies.IsOn() && socket == m_mainSocket.get())
+        m_parts->replies.NoteCommand(m_parts->splitter.HoldsWhole(buffer));
+}
+
 bool NetTCPSession::xRecvData(NetTCP* const socket, const NETSTATE& state, unsigned char* data, ULONG& length)
 {
+    xSendHeldReplies();
     if (!socket->IsConnected()) {
         length = 0;
         return false;
@@ -334,14 +345,59 @@ bool NetTCPSession::xSendBytes(NetTCP* const socket, const unsigned char* data, 
         data, length, [&](const unsigned char* full, ULONG size) { return xSendDirect(socket, full, size, manner); });
 }
 
+/// To the socket, or to the replies that are held back for it.
 bool NetTCPSession::xSendDirect(NetTCP* const socket, const unsigned char* data, ULONG length, MANNER manner)
+{
+    if (m_parts->replies.IsIdle() || length == 0)
+        return xSendOut(socket, data, length, manner);
+    if (socket == m_mainSocket.get())
+        return xSendWithHeld(data, length, manner);
+    xSendHeldReplies(); // the client is to see things in the order in which they were said
+    return xSendOut(socket, data, length, manner);
+}
+
+/// A send over the main socket while replies are held back, or to be.
+bool NetTCPSession::xSendWithHeld(const unsigned char* data, ULONG length, MANNER manner)
+{
+    if (!m_mainSocket->IsConnected() || (manner == MANNER::POLITE && xMustStopWaiting()))
+        return false;
+    const MANNER mannerOfHeld = manner == MANNER::POLITE ? MANNER::HELD : manner;
+    const bool wait = manner == MANNER::POLITE && m_parts->replies.IsOpen();
+    if (m_parts->replies.Add(data, length))
+        return wait || xSendHeld(mannerOfHeld);
+    return xSendHeld(mannerOfHeld) && xSendOut(m_mainSocket.get(), data, length, manner);
+}
+
+void NetTCPSession::xSetBatchReplies(bool on)
+{
+    m_parts->replies.SetOn(on);
+    if (!on)
+        xSendHeldReplies();
+}
+
+bool NetTCPSession::xSendHeldReplies()
+{
+    return xSendHeld(MANNER::HELD);
+}
+
+/// What fails is not tried again.
+bool NetTCPSession::xSendHeld(MANNER manner)
+{
+    if (m_parts->replies.IsIdle())
+        return true;
+    const std::string bytes = m_parts->replies.Take();
+    return bytes.empty() || xSendOut(m_mainSocket.get(), reinterpret_cast<const unsigned char*>(bytes.data()),
+                                     static_cast<ULONG>(bytes.size()), manner);
+}
+
+bool NetTCPSession::xSendOut(NetTCP* const socket, const unsigned char* data, ULONG length, MANNER manner)
 {
     if (!socket->IsConnected())
         return false;
     const bool force = manner == MANNER::FORCED;
     const NETSTATE state = xsGetNetState(socket);
     while (length > 0) {
-        if (!force && xMustStopWaiting())
+        if (manner == MANNER::POLITE && xMustStopWaiting())
             return false;
         ULONG sent = length;
         if (!socket->Send(data, sent)) {
@@ -356,6 +412,8 @@ bool NetTCPSession::xSendDirect(NetTCP* const socket, const unsigned char* data,
         }
         // Asked before the test for the end: a no after the last bytes makes the whole send fail, kept on purpose.
         if (!force && !xWaitingForNetShouldWait())
+            return false;
+        if (sent == 0 && manner == MANNER::HELD && xMustStopWaiting())
             return false;
         if (sent == 0 && socket->GetBlockTimeMs() == 0)
             platform::SleepMs(IDLE_SLEEP_MS);

@@ -4,6 +4,7 @@
 #include "net/session/ActivityBook.h"
 #include "net/session/CommandSplitter.h"
 #include "net/session/NetTCPSession.h"
+#include "net/session/ReplyBatch.h"
 #include "net/session/SendBuffer.h"
 #include "net/session/SessionTimeOut.h"
 
@@ -40,6 +41,7 @@ struct NetTCPSession::PARTS
 
     SessionTimeOut timeOut;          ///< see xSetTimeOutSecs
     SendBuffer sendBuffer;           ///< see xSetBufMode
+    ReplyBatch replies;              ///< of the main socket
     CommandSplitter splitter;        ///< see xSetMaxCmdSize
     bool dataMode = false;           ///< see xSetDataMode
     std::uint32_t periodicMs = 1000; ///< see xSetPeriodicMilliSecs

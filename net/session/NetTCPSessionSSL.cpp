@@ -16,6 +16,7 @@ NetTCPSessionSSL::NetTCPSessionSSL(ThreadPool& pool, NetDNSCache& cache, DataLog
 bool NetTCPSessionSSL::xAcceptSSL(NetTCPSSL* const socket, const NETSTATE& state, const String& detail,
                                   const FilePath& certFile, const FilePath& keyFile)
 {
+    xSendHeldReplies(); // in the clear, if it is the main socket that is secured here
     if (!socket->IsConnected())
         return false;
     bool success = false;
@@ -26,6 +27,7 @@ bool NetTCPSessionSSL::xAcceptSSL(NetTCPSSL* const socket, const NETSTATE& state
 
 bool NetTCPSessionSSL::xConnectSSL(NetTCPSSL* socket, const NETSTATE& state, const String& detail)
 {
+    xSendHeldReplies(); // in the clear, if it is the main socket that is secured here
     if (!socket->IsConnected())
         return false;
     bool success = false;

@@ -5,11 +5,15 @@
 #include "common/Messages.h"
 #include "net/sockets/SocketEndpoint.h"
 #include "net/sockets/SocketHandOver.h"
+#include "net/sockets/TryFor.h"
 
 #include <algorithm>
 #include <cstddef>
 
 namespace kqlib {
+
+// What users of the DLL link to when they need its address.
+constexpr unsigned long NetSocket::MAX_TRY_MICROS;
 
 namespace {
 
@@ -84,6 +88,14 @@ unsigned int NetSocket::Detach()
 void NetSocket::SetBlockTime(unsigned long ms) noexcept
 {
     m_blockTimeMs = ClampTo32Bits(ms);
+}
+
+bool NetSocket::SetTryTime(unsigned long micros) noexcept
+{
+    if (micros > MAX_TRY_MICROS)
+        return false;
+    m_tryMicros = static_cast<std::uint32_t>(micros);
+    return true;
 }
 
 unsigned long NetSocket::GetBufRecvSize() const
@@ -256,15 +268,22 @@ bool NetSocket::xRecvOnce(TRANSPORT transport, unsigned char* buf, unsigned long
 
 /// Makes one attempt, after waiting at most the block time for readiness. On a stream with tryFirst the wait comes only
 /// after a first attempt that would block: the outcome is the same, and a system call is saved when it does not block.
-/// With datagrams the outcomes differ, for a wait that fails leaves len as it was.
+/// A receive goes on with that for the time of trying. With datagrams the outcomes differ, for a wait that fails leaves
+/// len as it was.
 template <class ATTEMPT>
 bool NetSocket::xMoveWithin(TRANSPORT transport, bool forRead, bool tryFirst, unsigned long& len,
                             const ATTEMPT& attempt)
 {
     std::size_t size = len;
     platform::IoResult result = platform::IoResult::WOULD_BLOCK;
-    if (transport == STREAM && tryFirst && m_blockTimeMs != 0)
-        result = attempt(size);
+    if (transport == STREAM && tryFirst && m_blockTimeMs != 0) {
+        const auto isDecided = [&] {
+            size = len;
+            return (result = attempt(size)) != platform::IoResult::WOULD_BLOCK;
+        };
+        if (!isDecided() && forRead)
+            TryFor(m_tryMicros, isDecided);
+    }
     if (result == platform::IoResult::WOULD_BLOCK) {
         bool timedOut;
         if (!xApplyBlockTime(forRead, timedOut)) {

@@ -49,6 +49,9 @@ public:
         ERR_TLS = 50            ///< the TLS handshake failed or took too long
     };
 
+    /// The longest time of trying, in microseconds.
+    static constexpr unsigned long MAX_TRY_MICROS = 1000;
+
     /// Starts and ends the system's socket library. True when sockets can be used; each success is paired with one
     /// sEndSockets.
     ///@{
@@ -72,6 +75,15 @@ public:
     unsigned long GetBlockTimeMs() const noexcept { return m_blockTimeMs; }
     /// Takes effect with the next operation. More than 32 bits hold counts as the largest such value.
     void SetBlockTime(unsigned long ms) noexcept;
+    /// For how long a receive over TCP or TLS, when there is nothing, tries again and again before it waits, in
+    /// microseconds; 0 at first: it waits at once. It does so only while bytes are coming, right after a receive that
+    /// brought some, and never with a block time of 0; an idle connection just waits. A wait costs a change of threads,
+    /// which a reply within that time saves; trying costs the processor, so it pays with few busy peers. False: above
+    /// MAX_TRY_MICROS, nothing is changed.
+    ///@{
+    [[nodiscard]] bool SetTryTime(unsigned long micros) noexcept;
+    unsigned long GetTryTimeMicros() const noexcept { return m_tryMicros; }
+    ///@}
     /// The mode given at construction. Setting it does not touch the resolver made then.
     ///@{
     NetIP::IPLOOKUPMODE GetIPLookupMode() const noexcept { return m_lookupMode; }
@@ -202,6 +214,7 @@ private:
     std::uint32_t m_bytesIn = 0;
     std::uint32_t m_bytesOut = 0;
     std::uint32_t m_blockTimeMs = 0;
+    std::uint32_t m_tryMicros = 0;
     SocketHandOver* m_handOver = nullptr; // owns this object until a session takes it; null: none
     bool m_recvFlowing = false; // the last receive brought bytes, so the next one need not wait first; a hint only
     bool m_sendFlowing = true;  // the last send took over all, so the next one need not wait first; a hint only

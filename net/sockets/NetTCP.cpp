@@ -14,7 +14,6 @@ namespace kqlib {
 
 namespace {
 
-constexpr int LISTEN_BACKLOG = 5;
 constexpr std::uint32_t CONNECT_PAUSE_MS = 2;
 constexpr char CR = '\r';
 constexpr char LF = '\n';
@@ -188,7 +187,7 @@ bool NetTCP::ListenSpecific(unsigned short port, const NetIP& ip)
 {
     if (!xOpenAt(STREAM, ip.GetType(), ip, port, true))
         return false;
-    if (!platform::ListenSocket(xGetHandle(), LISTEN_BACKLOG))
+    if (!platform::ListenSocket(xGetHandle(), m_backlog))
         return xFailAndClose(ERR_LISTEN);
     xSetIPData();
     m_state = TS_LISTENING;

@@ -113,6 +113,13 @@ public:
     bool ListenSpecific(unsigned short port, const String& host);
     ///@}
 
+    /// How many connections may wait at a socket that listens until they are accepted; 5 at first. It counts from the
+    /// next ListenAll or ListenSpecific on. A system with limits of its own applies these without a word.
+    ///@{
+    void SetBacklog(unsigned short connections) noexcept { m_backlog = connections; }
+    unsigned short GetBacklog() const noexcept { return m_backlog; }
+    ///@}
+
     /// Takes one waiting connection within the block time as this object itself, which stops listening. False: as
     /// Accept; with code 46 the object still listens.
     bool SelfAccept();
@@ -145,6 +152,7 @@ private:
 
     TCP_STATE m_state = TS_CLOSED;
     PEER_END m_peerEnd = PE_NONE;
+    std::uint16_t m_backlog = 5;
 };
 
 } // namespace kqlib

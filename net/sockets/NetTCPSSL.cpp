@@ -6,6 +6,7 @@
 #include "net/sockets/OpenSSLHandles.h"
 #include "net/sockets/TLSRecordSender.h"
 #include "net/sockets/TLSSocketBIO.h"
+#include "net/sockets/TryFor.h"
 #include "platform/Clock.h"
 #include "platform/Sockets.h"
 
@@ -250,7 +251,7 @@ bool NetTCPSSL::Recv(unsigned char* buf, unsigned long& len)
     const bool tryFirst = m_waitState != WS_WANTS_READ || SSL_pending(m_ssl) > 0;
     const bool wasConnected = IsConnected();
     PEER_END end = PE_BROKEN_OFF; // so it is when waiting fails
-    const bool connected = xMoveOverTLS(tryFirst, len, [&] { return xReadOnce(buf, len, end); });
+    const bool connected = xMoveOverTLS(tryFirst, GetTryTimeMicros(), len, [&] { return xReadOnce(buf, len, end); });
     if (wasConnected && !connected)
         xSetPeerEnd(end);
     xIncreaseIn(len);
@@ -264,19 +265,23 @@ bool NetTCPSSL::Send(const unsigned char* data, unsigned long& len)
     if (len == 0 && IsConnected())
         return true;
     // The system nearly always has room.
-    return xMoveOverTLS(true, len, [&] { return xWriteOnce(data, len); });
+    return xMoveOverTLS(true, 0, len, [&] { return xWriteOnce(data, len); });
 }
 
 /// Makes one attempt and, while TLS waits for the peer, one more after waiting at most the block time for that very
 /// thing: a socket that can be written says nothing about a record that is to be read first, nor the other way round.
-/// tryFirst: without it the wait comes first. len: out, bytes moved. False: closed, with the code set. No error of
-/// OpenSSL stays in its queue: an attempt empties it, and so does closing.
-template <class ATTEMPT> bool NetTCPSSL::xMoveOverTLS(bool tryFirst, unsigned long& len, const ATTEMPT& attempt)
+/// tryFirst: without it the wait comes first. tryMicros: for how long attempts go on before that wait. len: out, bytes
+/// moved. False: closed, with the code set. No error of OpenSSL stays in its queue: an attempt empties it, and so does
+/// closing.
+template <class ATTEMPT>
+bool NetTCPSSL::xMoveOverTLS(bool tryFirst, unsigned long tryMicros, unsigned long& len, const ATTEMPT& attempt)
 {
     if (!xIsOpenFor(IsConnected(), len))
         return false;
     const bool mayWait = GetBlockTimeMs() != 0;
     int moved = tryFirst || !mayWait ? attempt() : 0;
+    if (moved == 0 && tryFirst && mayWait)
+        TryFor(static_cast<std::uint32_t>(tryMicros), [&] { return (moved = attempt()) != 0; });
     if (moved == 0 && mayWait) {
         bool timedOut = false;
         if (!xApplyBlockTime(m_waitState != WS_WANTS_WRITE, timedOut))

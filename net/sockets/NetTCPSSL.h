@@ -103,7 +103,8 @@ private:
     bool xHandshake(int (*step)(ssl_st*));
     bool xIsStillUnderWay(int result);
     void xPause(bool forRead);
-    template <class ATTEMPT> bool xMoveOverTLS(bool tryFirst, unsigned long& len, const ATTEMPT& attempt);
+    template <class ATTEMPT>
+    bool xMoveOverTLS(bool tryFirst, unsigned long tryMicros, unsigned long& len, const ATTEMPT& attempt);
     int xReadOnce(unsigned char* buf, unsigned long len, PEER_END& end);
     PEER_END xFindPeerEnd(int result) const;
     int xWriteOnce(const unsigned char* data, unsigned long len);

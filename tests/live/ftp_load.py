@@ -72,7 +72,7 @@ class Client(threading.Thread):
                 return
 
     def connect(self):
-        """A port's backlog is 5, and Linux forgets connections that find it full while it answers with SYN cookies:
+        """A port has a backlog, and Linux forgets connections that find it full while it answers with SYN cookies:
         such a client takes itself for connected and waits for a greeting that does not come. It tries again, as people
         do. Its farewell may still make the connection whole, so the server may see it or not."""
         while True:

@@ -135,6 +135,33 @@ TEST_F(FtpServerInput, Commands_ByteByByteAndPipelined_SameReplies)
             EXPECT_EQ(client.ReadCode(), code);
 }
 
+TEST_F(FtpServerInput, TransferSentAheadWithItsPort_ClientLearnsThePortInTime)
+{
+    WriteHomeFile("f", "content");
+    Start();
+    FtpTestClient client = LogIn();
+    for (int round = 0; round < 3; ++round) {
+        client.Send("NOOP\r\nEPSV\r\nRETR f\r\nNOOP\r\nPWD\r\n");
+        EXPECT_EQ(client.ReadCode(), 200);
+        FtpTestSocket data;
+        ASSERT_TRUE(data.Connect(FtpTestClient::PortOfEpsv(client.ReadReply())));
+        EXPECT_EQ(client.ReadCode(), 150);
+        EXPECT_EQ(data.ReceiveAll(), "content");
+        for (const int code : {226, 200, 257})
+            EXPECT_EQ(client.ReadCode(), code);
+    }
+}
+
+TEST_F(FtpServerInput, CommandsAheadOfQuit_AllAnsweredBeforeTheEnd)
+{
+    Start();
+    FtpTestClient client = LogIn();
+    client.Send("NOOP\r\nPWD\r\nQUIT\r\nSYST\r\n");
+    for (const int code : {200, 257, 221})
+        EXPECT_EQ(client.ReadCode(), code);
+    EXPECT_TRUE(client.GetSocket().WaitClosed());
+}
+
 TEST_F(FtpServerInput, HangUp_AtEveryByteOfADialogue_ServerGoesOn)
 {
     WriteHomeFile("f", "content");

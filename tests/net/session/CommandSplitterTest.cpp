@@ -102,5 +102,31 @@ TEST_F(CommandSplitterTest, Split_LoneLF_EndsACommandOnlyWhenItIsOn)
     EXPECT_EQ(m_command, "b");
 }
 
+// Every text of up to six of the characters that count, whatever the setting, is judged as Split would find it.
+TEST_F(CommandSplitterTest, HoldsWhole_EveryShortText_AsSplitFinds)
+{
+    constexpr char LETTERS[] = {'a', '\r', '\n'};
+    unsigned whole = 0;
+    for (unsigned length = 0, count = 1; length <= 6; ++length, count *= 3) {
+        for (unsigned text = 0; text < count * 4 * 8; ++text) {
+            unsigned rest = text / 32;
+            std::string bytes(1, 'x'); // before the position
+            for (unsigned index = 0; index < length; ++index, rest /= 3)
+                bytes += LETTERS[rest % 3];
+            Receive(bytes);
+            m_buffer.position = 1;
+            m_buffer.lastWasCR = text % 2 == 1;
+            m_splitter.SetEndIncludesLF(text / 2 % 2 == 1);
+            m_splitter.SetMaxSize(text / 4 % 8);
+            const bool holdsWhole = m_splitter.HoldsWhole(m_buffer);
+            EXPECT_EQ(m_buffer.position, 1U);
+            m_command.clear();
+            ASSERT_EQ(holdsWhole, Split() != RESULT::INCOMPLETE) << testing::PrintToString(bytes) << " " << text;
+            whole += holdsWhole ? 1 : 0;
+        }
+    }
+    EXPECT_GT(whole, 1000U);
+}
+
 } // namespace
 } // namespace kqlib::test

@@ -34,7 +34,9 @@ public:
     using NetTCPSessionSSL::xGetMainSocketSSL;
     using NetTCPSessionSSL::xRecvData;
     using NetTCPSessionSSL::xSendAllData;
+    using NetTCPSessionSSL::xSendCommand;
     using NetTCPSessionSSL::xSendCommandForce;
+    using NetTCPSessionSSL::xSetBatchReplies;
     using NetTCPSessionSSL::xSetSessionCompleted;
     using NetTCPSessionSSL::xsGetNetState;
 
@@ -112,6 +114,23 @@ TEST_F(NetTCPSessionSSLTest, AcceptSSL_Success_OneLineOneCount)
     EXPECT_EQ(m_host->mainNetClosed, 0);
     m_log.Clear();
     ExpectCounted(1, 0);
+}
+
+TEST_F(NetTCPSessionSSLTest, AcceptSSL_ReplyHeldBack_GoesOutInTheClearBeforeTheHandshake)
+{
+    m_host->xSetBatchReplies(true);
+    m_host->command = [this](const String& text) {
+        m_host->xSendCommand(m_host->xGetMainSocket(), text + "!");
+        if (text == "AUTH") {
+            EXPECT_TRUE(Accept());
+        }
+    };
+    ClientSends("AUTH\r\nNEXT\r\n");
+    ASSERT_TRUE(m_host->xConstrStartSession());
+    EXPECT_EQ(ClientReceives(7), "AUTH!\r\n");
+    HalfTLSPeer peer(HalfTLSPeer::CLIENT);
+    EXPECT_TRUE(peer.HandshakeOver(*m_client));
+    m_host->ForceComplete();
 }
 
 TEST_F(NetTCPSessionSSLTest, AcceptSSL_PlainText_TwoLinesClosedAndNoEvent_KeptOnPurpose)

@@ -92,8 +92,10 @@ public:
     using NetTCPSession::xSendAllDataForce;
     using NetTCPSession::xSendCommand;
     using NetTCPSession::xSendCommandForce;
+    using NetTCPSession::xSendHeldReplies;
     using NetTCPSession::xSendPurgeSendBuf;
     using NetTCPSession::xSendPurgeSendBufForce;
+    using NetTCPSession::xSetBatchReplies;
     using NetTCPSession::xSetBufMode;
     using NetTCPSession::xSetCmdEndIncludesLF;
     using NetTCPSession::xSetCurrentAction;

@@ -271,6 +271,33 @@ TEST_F(NetSocketTest, BlockTime_MoreThan32Bits_LargestValue)
     EXPECT_EQ(socket.GetBlockTimeMs(), 0xFFFFFFFFU);
 }
 
+TEST_F(NetSocketTest, TryTime_UpToAMillisecond_IsTakenAndMoreRefused)
+{
+    TestTCP socket;
+    EXPECT_EQ(socket.GetTryTimeMicros(), 0U);
+    for (const unsigned long micros : {50UL, 1000UL, 0UL, 1UL}) {
+        EXPECT_TRUE(socket.SetTryTime(micros));
+        EXPECT_EQ(socket.GetTryTimeMicros(), micros);
+    }
+    for (const unsigned long micros : {1001UL, std::numeric_limits<unsigned long>::max()}) {
+        EXPECT_FALSE(socket.SetTryTime(micros));
+        EXPECT_EQ(socket.GetTryTimeMicros(), 1U);
+    }
+}
+
+TEST_F(NetSocketTest, TryTime_NothingComes_StillWaitsTheWholeBlockTime)
+{
+    Connect();
+    client.SetBlockTime(100);
+    ASSERT_TRUE(client.SetTryTime(NetSocket::MAX_TRY_MICROS));
+    const std::uint32_t start = platform::TickMs();
+    char byte;
+    unsigned long len = 1;
+    EXPECT_TRUE(client.Recv(&byte, len));
+    EXPECT_EQ(len, 0U);
+    EXPECT_GE(platform::TickMs() - start + CLOCK_GRAIN_MS, 100U);
+}
+
 TEST_F(NetSocketTest, ApplyBlockTime_NothingToRead_TimedOut)
 {
     Connect();

@@ -18,6 +18,7 @@ struct FAULT
     std::atomic<int> left{0};
 };
 FAULT g_faults[SocketFault::COUNT];
+std::atomic<int> g_lastBacklog{0};
 
 /// True when the call is to fail; errno is set then.
 bool IsToFail(SocketFault::FUNCTION function)
@@ -58,8 +59,14 @@ bool SocketFault::IsUsedUp() const
     return g_faults[m_function].left.load() == 0;
 }
 
+int SocketFault::sGetLastBacklog()
+{
+    return g_lastBacklog;
+}
+
 } // namespace kqlib::test
 
+using kqlib::test::g_lastBacklog;
 using kqlib::test::IsToFail;
 using kqlib::test::Next;
 using kqlib::test::SocketFault;
@@ -77,6 +84,7 @@ int socket(int family, int type, int protocol) noexcept
 int listen(int descriptor, int backlog) noexcept
 {
     static const auto next = Next(&listen, "listen");
+    g_lastBacklog = backlog;
     return IsToFail(SocketFault::LISTEN) ? -1 : next(descriptor, backlog);
 }
 

@@ -26,6 +26,8 @@ public:
     SocketFault(const SocketFault&) = delete;
     SocketFault& operator=(const SocketFault&) = delete;
 
+    /// The backlog that the last successful or failed listen of the program asked for.
+    static int sGetLastBacklog();
     /// All the calls asked for have failed.
     bool IsUsedUp() const;
 

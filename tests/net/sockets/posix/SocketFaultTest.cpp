@@ -300,5 +300,22 @@ TEST_F(ServiceFaultTest, OneListenerFails_TheOthersGoOn)
         EXPECT_TRUE(TestClient(ports[firstFailed ? 1 : 0]).Talk("hello"));
 }
 
+TEST_F(ServiceFaultTest, StartListen_OptionsWithABacklog_TheSystemIsAskedForIt)
+{
+    Start();
+    EXPECT_EQ(SocketFault::sGetLastBacklog(), 5);
+    NetServiceOptions options;
+    ASSERT_TRUE(options.SetBacklog(128));
+    m_service->SetOptions(options);
+    EXPECT_EQ(SocketFault::sGetLastBacklog(), 5) << "an open port keeps its own";
+    m_service->StopListen();
+    Listen();
+    EXPECT_EQ(SocketFault::sGetLastBacklog(), 128);
+    m_service->SetOptions(NetServiceOptions());
+    m_service->StopListen();
+    Listen();
+    EXPECT_EQ(SocketFault::sGetLastBacklog(), 5);
+}
+
 } // namespace
 } // namespace kqlib::test

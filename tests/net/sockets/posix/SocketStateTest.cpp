@@ -44,20 +44,35 @@ TEST_F(SocketStateTest, Close_HandleHeldElsewhereToo_ConnectionGoesOn)
 }
 
 // The system tells the backlog of a listener where it tells, for a connection, what was acknowledged.
+unsigned GetSystemsBacklog(const TestTCP& listener)
+{
+    tcp_info info = {};
+    socklen_t size = sizeof info;
+    EXPECT_EQ(getsockopt(static_cast<int>(listener.xGetHandle()), IPPROTO_TCP, TCP_INFO, &info, &size), 0);
+    return info.tcpi_sacked;
+}
+
 TEST_F(SocketStateTest, Listen_EveryForm_BacklogOf5)
 {
-    const auto getBacklog = [this] {
-        tcp_info info = {};
-        socklen_t size = sizeof info;
-        EXPECT_EQ(getsockopt(static_cast<int>(listener.xGetHandle()), IPPROTO_TCP, TCP_INFO, &info, &size), 0);
-        return info.tcpi_sacked;
-    };
     ASSERT_TRUE(listener.ListenSpecific(0, LOOPBACK));
-    EXPECT_EQ(getBacklog(), 5U);
+    EXPECT_EQ(GetSystemsBacklog(listener), 5U);
     ASSERT_TRUE(listener.ListenAll(0));
-    EXPECT_EQ(getBacklog(), 5U);
+    EXPECT_EQ(GetSystemsBacklog(listener), 5U);
     ASSERT_TRUE(listener.ListenSpecific(0, String("127.0.0.1")));
-    EXPECT_EQ(getBacklog(), 5U);
+    EXPECT_EQ(GetSystemsBacklog(listener), 5U);
+}
+
+TEST_F(SocketStateTest, SetBacklog_ThenListen_TheSystemHasIt)
+{
+    ASSERT_TRUE(listener.ListenAll(0));
+    listener.SetBacklog(77);
+    EXPECT_EQ(listener.GetBacklog(), 77U);
+    EXPECT_EQ(GetSystemsBacklog(listener), 5U) << "the one that listens already keeps its own";
+    ASSERT_TRUE(listener.ListenSpecific(0, LOOPBACK));
+    EXPECT_EQ(GetSystemsBacklog(listener), 77U);
+    listener.Close();
+    ASSERT_TRUE(listener.ListenAll(0));
+    EXPECT_EQ(GetSystemsBacklog(listener), 77U) << "it stays the object's";
 }
 
 } // namespace
