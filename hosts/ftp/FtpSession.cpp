@@ -25,12 +25,14 @@ constexpr ULONG MSG_STOP_TRANSFER = 2;
 
 FtpSession::FtpSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& activityLog, EventLog& eventLog,
                        const EventLogSessionID& id, FtpSocket* const connection,
-                       std::shared_ptr<const FtpConfig> config, FtpGate& gate, FtpUploads& uploads, FtpLiveBoard& board)
+                       std::shared_ptr<const FtpConfig> config, FtpGate& gate, FtpUploads& uploads,
+                       FtpTransferLog& transferLog, FtpLiveBoard& board)
     : FtpSessionBase(pool, cache, activityLog, eventLog, id, config->settings.GetIdleSecs(), connection)
     , m_cache(cache)
     , m_config(std::move(config))
     , m_gate(gate)
     , m_uploads(uploads)
+    , m_transferLog(transferLog)
     , m_board(board)
     , m_commandBytes(COMMAND_BUFFER_BYTES)
     , m_commandBuffer{COMMAND_BUFFER_BYTES, m_commandBytes.data(), 0, 0, false}

@@ -7,6 +7,7 @@
 #include "hosts/ftp/FtpGate.h"
 #include "hosts/ftp/FtpListing.h"
 #include "hosts/ftp/FtpLiveBoard.h"
+#include "hosts/ftp/FtpTransferLog.h"
 #include "hosts/ftp/FtpUploads.h"
 #include "hosts/ftpcommon/FtpDataAddress.h"
 #include "hosts/ftpcommon/FtpFile.h"
@@ -45,7 +46,7 @@ public:
     /// Starts the session's thread.
     FtpSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& activityLog, EventLog& eventLog,
                const EventLogSessionID& id, FtpSocket* const connection, std::shared_ptr<const FtpConfig> config,
-               FtpGate& gate, FtpUploads& uploads, FtpLiveBoard& board);
+               FtpGate& gate, FtpUploads& uploads, FtpTransferLog& transferLog, FtpLiveBoard& board);
     ~FtpSession() override;
 
 protected:
@@ -112,6 +113,8 @@ private:
         bool isActive = false;
         const char* verb = "";
         String path;
+        ACTION action = ACT_IDLE;
+        ULONG start = 0;          // tick
         ULONG8 moved = 0;         // bytes on the data connection
         END stop = END::COMPLETE; // set while it runs: why it must stop
     };
@@ -229,6 +232,7 @@ private:
     END xBeginTransfer(const char* verb, const String& path, ACTION action, const String& announcement);
     /// Closes the data connection, has the outcome recorded, and gives the reply.
     void xFinishTransfer(END end, const RECORDER& record);
+    void xLogTransfer(const TRANSFER& transfer, bool isComplete, const String& reason);
     END xWhyStopped() const;
     END xSendFile(platform::FileHandle file);
     END xSendFileAsText(platform::FileHandle file);
@@ -288,6 +292,7 @@ private:
     const std::shared_ptr<const FtpConfig> m_config;
     FtpGate& m_gate;
     FtpUploads& m_uploads;
+    FtpTransferLog& m_transferLog;
     FtpLiveBoard& m_board;
 
     // Used by the session's thread only.

@@ -1,6 +1,7 @@
 // FtpSession: files and listings over data connections.
 #include "hosts/ftp/FtpSession.h"
 
+#include "common/TimedEvent.h"
 #include "hosts/ftp/FtpAscii.h"
 #include "hosts/ftpcommon/FtpText.h"
 
@@ -74,6 +75,8 @@ FtpSession::END FtpSession::xBeginTransfer(const char* verb, const String& path,
     m_transfer.isActive = true;
     m_transfer.verb = verb;
     m_transfer.path = path;
+    m_transfer.action = action;
+    m_transfer.start = TimedEvent::sGetNow();
     xSetCurrentActionDetail(action, path);
     xSetTimeOutSecs(m_config->settings.GetStallSecs());
     xResetTimeOut();
@@ -107,7 +110,7 @@ void FtpSession::xFinishTransfer(END end, const RECORDER& record)
         {END::WRITE_FAILED, 451, "The file cannot be written"},
         {END::DISK_FULL, 452, "No space left"},
     };
-    m_transfer = TRANSFER();
+    const TRANSFER transfer = std::exchange(m_transfer, TRANSFER());
     xSetCurrentActionDetail(ACT_IDLE, String());
     xSetTimeOutSecs(m_config->settings.GetIdleSecs());
     xResetTimeOut();
@@ -115,7 +118,29 @@ void FtpSession::xFinishTransfer(END end, const RECORDER& record)
     const auto* ending = std::find_if(std::begin(ENDINGS), std::end(ENDINGS),
                                       [end](const ENDING& candidate) { return candidate.end == end; });
     record(end == END::COMPLETE, ending->text);
+    xLogTransfer(transfer, end == END::COMPLETE, ending->text);
     xReply(ending->code, ending->text);
+}
+
+/// One line for a file that was to be moved. What never began, and what no 150 was said for, is no transfer.
+void FtpSession::xLogTransfer(const TRANSFER& transfer, bool isComplete, const String& reason)
+{
+    if (!transfer.isActive || transfer.action == ACT_LIST)
+        return;
+    FtpTransferLog::TRANSFER line;
+    line.command = transfer.verb;
+    line.user = m_user->GetName();
+    line.isAnonymous = m_user->GetIsAnonymous();
+    line.address = xGetMainNetState().remoteIP;
+    line.path = m_files.GetRealPath(transfer.path);
+    line.isUpload = transfer.action == ACT_UPLOAD;
+    line.isText = m_isAscii;
+    line.isSecured = m_isDataProtected;
+    line.bytes = transfer.moved;
+    line.milliSecs = static_cast<std::uint32_t>(TimedEvent::sGetNow() - transfer.start);
+    line.isComplete = isComplete;
+    line.reason = reason;
+    m_transferLog.Print(line);
 }
 
 /// Why the base gave up moving data.

@@ -6,6 +6,7 @@
 #include "common/STRINGS.h"
 #include "common/SettingsTransportSet.h"
 #include "hosts/ftp/FtpPassword.h"
+#include "hosts/ftp/FtpTransferLog.h"
 #include "hosts/ftpcommon/FtpPaths.h"
 #include "hosts/ftpcommon/FtpText.h"
 #include "net/ports/NetPortBinds.h"
@@ -63,7 +64,8 @@ enum CODE : int
     BAD_RESERVED_SESSIONS,
     BAD_RESERVED_ADDRESSES,
     BAD_LOG_ROTATE_MB,
-    BAD_LOG_OLD_FILES
+    BAD_LOG_OLD_FILES,
+    BAD_TRANSFER_LOG
 };
 
 struct CODE_TEXT
@@ -82,6 +84,7 @@ constexpr CODE_TEXT CODE_TEXTS[] = {
     {BAD_RESERVED_ADDRESSES, "reserved_addresses: a range begins behind its end, or a host name is empty"},
     {BAD_LOG_ROTATE_MB, "log_rotate_mb: must be from 0 to 4095"},
     {BAD_LOG_OLD_FILES, "log_old_files: must be from 0 to 1000"},
+    {BAD_TRANSFER_LOG, "transfer_log: must be \"none\", \"standard\" or \"json\""},
     {BAD_IDLE, "idle_timeout_secs: must be from 1 to 86400"},
     {BAD_STALL, "stall_timeout_secs: must be from 1 to 86400"},
     {BAD_CONNECT, "connect_timeout_secs: must be from 1 to 86400"},
@@ -146,6 +149,7 @@ constexpr KEY SERVER_KEYS[] = {
     {"log_rotate_mb", FORM::NUMBER},
     {"log_rotate_daily", FORM::FLAG},
     {"log_old_files", FORM::NUMBER},
+    {"transfer_log", FORM::TEXT},
     {"log_debug", FORM::FLAG},
     {"connection_rules", FORM::RULES},
     {"hammer_attempts", FORM::NUMBER},
@@ -537,11 +541,12 @@ bool FtpSettings::IsSame(const SettingsTransferable& other) const
            m_blockTimeMs == that->m_blockTimeMs && m_greeting == that->m_greeting && m_logFolder == that->m_logFolder &&
            m_requireLogs == that->m_requireLogs && m_logRotateMB == that->m_logRotateMB &&
            m_logRotateDaily == that->m_logRotateDaily && m_logOldFiles == that->m_logOldFiles &&
-           m_logDebug == that->m_logDebug && m_connectionRules == that->m_connectionRules &&
-           m_hammerAttempts == that->m_hammerAttempts && m_hammerWindowSecs == that->m_hammerWindowSecs &&
-           m_hammerBlockSecs == that->m_hammerBlockSecs && m_hammerExemptions == that->m_hammerExemptions &&
-           m_maxSessionsPerAddress == that->m_maxSessionsPerAddress && m_updateHost == that->m_updateHost &&
-           m_updatePort == that->m_updatePort && m_updatePath == that->m_updatePath && m_users == that->m_users;
+           m_transferLog == that->m_transferLog && m_logDebug == that->m_logDebug &&
+           m_connectionRules == that->m_connectionRules && m_hammerAttempts == that->m_hammerAttempts &&
+           m_hammerWindowSecs == that->m_hammerWindowSecs && m_hammerBlockSecs == that->m_hammerBlockSecs &&
+           m_hammerExemptions == that->m_hammerExemptions && m_maxSessionsPerAddress == that->m_maxSessionsPerAddress &&
+           m_updateHost == that->m_updateHost && m_updatePort == that->m_updatePort &&
+           m_updatePath == that->m_updatePath && m_users == that->m_users;
 }
 
 bool FtpSettings::ReadFile(const FilePath& file, String& error)
@@ -661,6 +666,7 @@ bool FtpSettings::xWriteTo(SettingsTransportSet& set) const
     set.AddULONG("log_rotate_mb", m_logRotateMB);
     set.AddBool("log_rotate_daily", m_logRotateDaily);
     set.AddULONG("log_old_files", m_logOldFiles);
+    set.AddString("transfer_log", m_transferLog);
     set.AddBool("log_debug", m_logDebug);
     set.AddSettings("connection_rules", m_connectionRules);
     set.AddULONG("hammer_attempts", m_hammerAttempts);
@@ -705,6 +711,7 @@ bool FtpSettings::xReadFrom(const SettingsTransportSet& set)
     ReadNumber(set, "log_rotate_mb", m_logRotateMB);
     set.GetBool("log_rotate_daily", m_logRotateDaily);
     ReadNumber(set, "log_old_files", m_logOldFiles);
+    set.GetString("transfer_log", m_transferLog);
     set.GetBool("log_debug", m_logDebug);
     ReadRules(set, "connection_rules", m_connectionRules);
     ReadNumber(set, "hammer_attempts", m_hammerAttempts);
@@ -748,6 +755,7 @@ void FtpSettings::xCheckErrors(Messages& messages) const
     check(isTime(m_logInSecs), BAD_LOG_IN_SECS);
     check(m_logRotateMB <= MAX_LOG_MB, BAD_LOG_ROTATE_MB);
     check(m_logOldFiles <= MAX_OLD_LOGS, BAD_LOG_OLD_FILES);
+    check(FtpTransferLog::sIsForm(m_transferLog), BAD_TRANSFER_LOG);
     check(isTime(m_idleSecs), BAD_IDLE);
     check(isTime(m_stallSecs), BAD_STALL);
     check(isTime(m_connectSecs), BAD_CONNECT);

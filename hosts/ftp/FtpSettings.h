@@ -169,6 +169,9 @@ public:
     /// How many old files of it are kept.
     ULONG GetLogOldFiles() const { return m_logOldFiles; }
     void SetLogOldFiles(ULONG count) { m_logOldFiles = static_cast<std::uint32_t>(count); }
+    /// The form of the transfer log: "none", "standard" or "json".
+    const String& GetTransferLog() const { return m_transferLog; }
+    void SetTransferLog(const String& form) { m_transferLog = form; }
     bool GetLogDebug() const { return m_logDebug; }
     void SetLogDebug(bool debug) { m_logDebug = debug; }
     /// Who may connect at all; what no rule matches may.
@@ -233,6 +236,7 @@ private:
     std::uint32_t m_logRotateMB = 100;
     bool m_logRotateDaily = false;
     std::uint32_t m_logOldFiles = 10;
+    String m_transferLog = "none";
     bool m_logDebug = false;
     NetIPControl m_connectionRules;
     std::uint32_t m_hammerAttempts = 5;

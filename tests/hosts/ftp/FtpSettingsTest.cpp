@@ -47,6 +47,7 @@ TEST(FtpSettings, ReadJson_OnlyAnAccount_RestIsDefault)
     EXPECT_EQ(settings.GetLogRotateMB(), 100U);
     EXPECT_FALSE(settings.GetLogRotateDaily());
     EXPECT_EQ(settings.GetLogOldFiles(), 10U);
+    EXPECT_EQ(settings.GetTransferLog(), "none");
     EXPECT_TRUE(settings.GetLogFolder().empty());
     ASSERT_EQ(settings.GetUsers().size(), 1U);
     EXPECT_EQ(settings.GetUsers()[0].GetRights(), "read");
@@ -60,7 +61,7 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
         "passive_ports": "50000-50010", "external_address": "1.2.3.4", "idle_timeout_secs": 11,
         "hidden_uploads": true, "stall_timeout_secs": 12, "connect_timeout_secs": 13, "login_attempts": 4, "block_time_ms": 100,
         "greeting": "Hello", "log_folder": "/var/log/x", "require_logs": true, "log_debug": true,
-        "log_rotate_mb": 4095, "log_rotate_daily": true, "log_old_files": 3,
+        "log_rotate_mb": 4095, "log_rotate_daily": true, "log_old_files": 3, "transfer_log": "json",
         "update_host": "updates.example", "update_port": 8080, "update_path": "/v.txt",
         "listen_tls": "127.0.0.1:990, 991", "offer_tls": true, "require_tls": true, "require_tls_farewell": false,
         "tls_certificate": "/etc/x.crt",
@@ -87,6 +88,7 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
     EXPECT_EQ(settings.GetLogRotateMB(), 4095U);
     EXPECT_TRUE(settings.GetLogRotateDaily());
     EXPECT_EQ(settings.GetLogOldFiles(), 3U);
+    EXPECT_EQ(settings.GetTransferLog(), "json");
     EXPECT_TRUE(settings.GetLogDebug());
     EXPECT_EQ(settings.GetUpdateHost(), "updates.example");
     EXPECT_EQ(settings.GetUpdatePort(), 8080U);
@@ -213,6 +215,7 @@ TEST(FtpSettings, ReadJson_BadValues_NamedInTheError)
         {", \"external_address\": \"::1\"", "external_address:"},
         {", \"log_rotate_mb\": 4096", "log_rotate_mb:"},
         {", \"log_old_files\": 1001", "log_old_files:"},
+        {", \"transfer_log\": \"xferlog\"", "transfer_log:"},
         {", \"login_timeout_secs\": 0", "login_timeout_secs:"},
         {", \"login_timeout_secs\": 86401", "login_timeout_secs:"},
         {", \"reserved_sessions\": 1001", "reserved_sessions:"},
@@ -342,7 +345,7 @@ TEST(FtpSettings, WriteToAndReadFrom_EveryField_Same)
     FtpSettings settings;
     String error;
     ASSERT_TRUE(settings.ReadJson(WithGuest(R"(, "listen": "1.2.3.4:5", "max_sessions": 4294967295,
-        "greeting": "x", "log_debug": true, "block_time_ms": 9, "require_tls_farewell": false)"),
+        "greeting": "x", "log_debug": true, "block_time_ms": 9, "transfer_log": "standard", "require_tls_farewell": false)"),
                                   error));
     SettingsTransportSet set;
     ASSERT_TRUE(settings.WriteTo(set));
