@@ -3,6 +3,7 @@
 
 #include "common/LocalTime.h"
 #include "hosts/ftpcommon/FtpText.h"
+#include "hosts/ftpcommon/FtpTime.h"
 
 #include <algorithm>
 #include <chrono>
@@ -14,7 +15,6 @@ namespace kqlib {
 namespace {
 
 constexpr const char* DAYS[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-constexpr const char* MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 /// The local time as "Sun Nov 22 08:43:46 2026".
 String GetDateText(const TimePos& now)
@@ -23,8 +23,9 @@ String GetDateText(const TimePos& now)
     const std::chrono::weekday day(std::chrono::sys_days(
         std::chrono::year(time.year) / static_cast<unsigned>(time.month) / static_cast<unsigned>(time.day)));
     char text[96];
-    std::snprintf(text, sizeof text, "%s %s %2d %02d:%02d:%02d %d", DAYS[day.c_encoding()], MONTHS[time.month - 1],
-                  time.day, time.hour, time.minute, time.second, time.year);
+    std::snprintf(text, sizeof text, "%s %s %2d %02d:%02d:%02d %d", DAYS[day.c_encoding()],
+                  FtpTime::sGetMonthName(static_cast<unsigned>(time.month)), time.day, time.hour, time.minute,
+                  time.second, time.year);
     return text;
 }
 
