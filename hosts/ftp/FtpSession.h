@@ -7,6 +7,7 @@
 #include "hosts/ftp/FtpGate.h"
 #include "hosts/ftp/FtpListing.h"
 #include "hosts/ftp/FtpLiveBoard.h"
+#include "hosts/ftp/FtpPattern.h"
 #include "hosts/ftp/FtpTransferLog.h"
 #include "hosts/ftp/FtpUploads.h"
 #include "hosts/ftpcommon/FtpDataAddress.h"
@@ -273,7 +274,9 @@ private:
         String path;   // what is listed
         String prefix; // before each name
         std::int64_t nowMs;
+        std::optional<FtpPattern> pattern = std::nullopt; // of the names that are shown; none: all
     };
+    String xTakePattern(const String& argument, LISTING& listing) const;
     void xList(const char* verb, LISTFORM form, const String& argument, const String& prefix);
     struct ENTRY
     {
@@ -282,7 +285,7 @@ private:
     };
     void xAddEntry(std::string& out, const LISTING& listing, const String& name, FtpFileSystem::FACTS facts) const;
     void xAddListedItself(std::string& out, const LISTING& listing) const;
-    bool xReadEntries(platform::FolderReader& reader, std::vector<ENTRY>& entries);
+    bool xReadEntries(const LISTING& listing, platform::FolderReader& reader, std::vector<ENTRY>& entries);
     /// Sends the listing of a folder (or of a single file) to the socket.
     END xSendListing(NetTCP* socket, const LISTING& listing, platform::FolderReader& reader);
     void xListOnControl(const String& argument);

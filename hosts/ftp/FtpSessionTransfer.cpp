@@ -407,11 +407,30 @@ void FtpSession::xCmdMlsd(const String& argument)
     xList("MLSD", LISTFORM::FACTS, argument, String());
 }
 
+/// Gives the folder of "folder/*.txt" and notes the pattern; any other argument comes back as it is, and so does one
+/// that names something that is there. Only the last name of a path may have wildcards.
+String FtpSession::xTakePattern(const String& argument, LISTING& listing) const
+{
+    const std::string::size_type slash = argument.str().rfind('/');
+    const std::string::size_type start = slash == std::string::npos ? 0 : slash + 1;
+    const String name = argument.substr(start);
+    String path;
+    FtpFileSystem::FACTS facts;
+    if (!FtpPattern::sHasWildcards(name) || m_files.Resolve(argument, path) != RESULT::DONE ||
+        m_files.GetShownFacts(path, facts) == RESULT::DONE)
+        return argument;
+    listing.pattern.emplace(name);
+    listing.prefix = argument.substr(0, start); // names come in the form that they were asked for in
+    return listing.prefix;
+}
+
 void FtpSession::xList(const char* verb, LISTFORM form, const String& argument, const String& prefix)
 {
     m_restart = 0;
     LISTING listing{form, String(), prefix, TimePos::sNow().GetMilliSeconds()};
-    if (!xResolve(argument, listing.path, 501))
+    // MLSD knows no wildcards (RFC 3659, section 7.1).
+    const String name = form == LISTFORM::FACTS ? argument : xTakePattern(argument, listing);
+    if (!xResolve(name, listing.path, 501))
         return;
     const FilePath realPath = m_files.GetRealPath(listing.path);
     platform::FolderReader reader;
@@ -419,6 +438,8 @@ void FtpSession::xList(const char* verb, LISTFORM form, const String& argument, 
     RESULT result = xHasRight(FtpUserSettings::READ) ? m_files.GetShownFacts(listing.path, facts) : RESULT::DENIED;
     if (result == RESULT::DONE && facts.kind == platform::FileKind::FOLDER)
         result = reader.Open(m_files.GetRoot(), listing.path.str());
+    else if (result == RESULT::DONE && listing.pattern)
+        result = RESULT::NOT_FOLDER;
     if (result != RESULT::DONE) {
         xRecordDirViewed(xGetMainNetState(), false, realPath, FtpFileSystem::sDescribe(result));
         return xReplyFailure(result);
@@ -439,7 +460,7 @@ FtpSession::END FtpSession::xSendListing(NetTCP* socket, const LISTING& listing,
     xAddListedItself(text, listing);
     std::vector<ENTRY> entries;
     for (bool isMore = true; isMore;) {
-        isMore = xReadEntries(reader, entries);
+        isMore = xReadEntries(listing, reader, entries);
         if (m_transfer.isActive && !xShouldGoOn())
             return xWhyStopped();
         for (const ENTRY& entry : entries) {
@@ -465,18 +486,19 @@ void FtpSession::xAddListedItself(std::string& out, const LISTING& listing) cons
         FtpListing::sAddFactLine(out, ".", facts, m_facts, xGetListingRights(), "cdir");
 }
 
-/// Reads the next entries of a folder and sorts them by the bytes of their names. False: there are no more. A folder
+/// Reads the next entries of a folder that the listing shows and sorts them by the bytes of their names. False: there are no more. A folder
 /// has one part, unless it is so large that sorting it as a whole would take much memory.
-bool FtpSession::xReadEntries(platform::FolderReader& reader, std::vector<ENTRY>& entries)
+bool FtpSession::xReadEntries(const LISTING& listing, platform::FolderReader& reader, std::vector<ENTRY>& entries)
 {
     entries.clear();
     ENTRY entry;
     bool isMore = true;
+    std::size_t seen = 0;
     while (entries.size() < SORTED_TOGETHER && isMore) {
         isMore = reader.Read(entry.name, entry.facts);
-        if (isMore)
+        if (isMore && (!listing.pattern || listing.pattern->MatchesListed(String(entry.name))))
             entries.push_back(entry);
-        if (m_transfer.isActive && entries.size() % LOOKS_EVERY == 0 && !xShouldGoOn())
+        if (m_transfer.isActive && ++seen % LOOKS_EVERY == 0 && !xShouldGoOn())
             return false; // the caller finds out why
     }
     std::sort(entries.begin(), entries.end(),

@@ -211,6 +211,95 @@ TEST_F(FtpServerTransfer, Nlst_NamesCanBeGivenBackToRetr)
     EXPECT_EQ(client.Download("NLST missing", names), 550);
 }
 
+TEST_F(FtpServerTransfer, Wildcards_InListAndNlst_TheEntriesThemselves)
+{
+    for (const char* name : {"b.txt", "a.txt", "a.TXT", "c.bin", ".hidden.txt"})
+        WriteHomeFile(name, "x");
+    fs::create_directories(Home() / "d.txt");
+    WriteHomeFile("d.txt/inner.txt", "x");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string listing;
+    const auto names = [&](const std::string& pattern) {
+        listing.clear();
+        EXPECT_EQ(client.Download("NLST " + pattern, listing), 226) << pattern;
+        std::string found;
+        for (const std::string& line : Lines(listing))
+            found += line + "|";
+        return found;
+    };
+    EXPECT_EQ(names("*.txt"), "a.txt|b.txt|d.txt|");
+    EXPECT_EQ(names("-a [!a]*"), "b.txt|c.bin|d.txt|");
+    EXPECT_EQ(names("/?.bin"), "/c.bin|");
+    EXPECT_EQ(names(".*"), ".hidden.txt|");
+    EXPECT_EQ(names("d.txt/*"), "d.txt/inner.txt|") << "ready for RETR";
+    EXPECT_EQ(names("d.txt/../*.bin"), "d.txt/../c.bin|");
+    EXPECT_EQ(names("../../*.bin"), "../../c.bin|") << "above the top is the top";
+    EXPECT_EQ(names("*.none"), "");
+    EXPECT_EQ(client.Download("LIST *.txt", listing), 226);
+    ASSERT_EQ(Lines(listing).size(), 3U) << listing;
+    EXPECT_TRUE(Lines(listing)[0].ends_with(" a.txt"));
+    EXPECT_TRUE(Lines(listing)[2].starts_with("d") && Lines(listing)[2].ends_with(" d.txt"));
+    EXPECT_EQ(client.Code("CWD d.txt"), 250);
+    EXPECT_EQ(names("*"), "inner.txt|");
+}
+
+TEST_F(FtpServerTransfer, Wildcards_WhereTheyMeanNothing_Refused)
+{
+    fs::create_directory(Home() / "d");
+    WriteHomeFile("f", "x");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string listing;
+    EXPECT_EQ(client.Download("NLST */f", listing), 550) << "a folder of that name";
+    EXPECT_EQ(client.Download("NLST f/*", listing), 550);
+    EXPECT_EQ(client.Download("NLST missing/*", listing), 550);
+    EXPECT_EQ(client.Download("NLST a\x01*", listing), 501);
+    EXPECT_EQ(client.Download("MLSD *", listing), 501);
+    EXPECT_EQ(client.Code("STAT *"), 550);
+    FtpTestClient dropper = LogIn("dropper");
+    EXPECT_EQ(dropper.Download("LIST *", listing), 550) << "without the right to read";
+}
+
+TEST_F(FtpServerTransfer, Wildcards_NameThatHasThem_IsTakenFirst)
+{
+    if (platform::PathSeparator() != '/')
+        GTEST_SKIP() << "this system has no such names";
+    WriteHomeFile("a*", "x");
+    WriteHomeFile("ab", "x");
+    fs::create_directory(Home() / "[b]");
+    WriteHomeFile("[b]/inner", "x");
+    WriteHomeFile("b", "x");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string names;
+    EXPECT_EQ(client.Download("NLST a*", names), 226);
+    EXPECT_EQ(names, "a*\r\n");
+    EXPECT_EQ(client.Download("NLST [b]", names), 226);
+    EXPECT_EQ(names, "[b]/inner\r\n");
+    EXPECT_EQ(client.Download("NLST [b]/i*", names), 226);
+    EXPECT_EQ(names, "[b]/inner\r\n") << "the folder is no pattern";
+    EXPECT_EQ(client.Download("NLST a\\**", names), 226);
+    EXPECT_EQ(names, "a*\r\n");
+    EXPECT_EQ(client.Download("NLST a?", names), 226);
+    EXPECT_EQ(names, "a*\r\nab\r\n");
+}
+
+TEST_F(FtpServerTransfer, Wildcards_LinkOutOfTheHome_NotThere)
+{
+    if (platform::PathSeparator() != '/')
+        GTEST_SKIP() << "links need a right here";
+    fs::create_symlink("/", Home() / "out");
+    fs::create_symlink("f", Home() / "in");
+    WriteHomeFile("f", "x");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string names;
+    EXPECT_EQ(client.Download("NLST *", names), 226);
+    EXPECT_EQ(names, "f\r\nin\r\n");
+    EXPECT_EQ(client.Download("NLST out/*", names), 550);
+}
+
 TEST_F(FtpServerTransfer, Mlsd_FolderOnly)
 {
     WriteHomeFile("f", "12345");
