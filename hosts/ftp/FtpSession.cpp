@@ -228,11 +228,11 @@ const std::vector<FtpSession::COMMAND>& FtpSession::xsGetCommands()
         {"RETR", &S::xCmdRetr, REQUIRED, true, "RETR <file>"},
         {"STOR", &S::xCmdStor, REQUIRED, true, "STOR <file>"},
         {"APPE", &S::xCmdAppe, REQUIRED, true, "APPE <file>"},
+        {"STOU", &S::xCmdStou, ALLOWED, true, "STOU [<file>]"},
         {"ABOR", &S::xCmdAbor, NONE, true, "ABOR"},
         {"ACCT", nullptr, ALLOWED, false, "ACCT"},
         {"SMNT", nullptr, ALLOWED, false, "SMNT"},
         {"REIN", nullptr, ALLOWED, false, "REIN"},
-        {"STOU", nullptr, ALLOWED, false, "STOU"},
         {"ADAT", nullptr, ALLOWED, false, "ADAT"},
     };
     return commands;

@@ -225,6 +225,7 @@ private:
     void xCmdRetr(const String& argument);
     void xCmdStor(const String& argument);
     void xCmdAppe(const String& argument);
+    void xCmdStou(const String& argument);
     void xCmdAbor(const String&);
     void xCmdList(const String& argument);
     void xCmdNlst(const String& argument);
@@ -241,6 +242,13 @@ private:
     END xReceiveFile(platform::FileHandle file);
     END xJudgeUploadEnd() const;
 
+    /// How an upload gets its place.
+    enum class HOW : std::uint8_t
+    {
+        STORE,  // under the name that the client gives
+        APPEND, // behind what is there
+        UNIQUE  // under a name that nothing has
+    };
     /// An upload on its way into a file.
     struct UPLOAD
     {
@@ -250,15 +258,18 @@ private:
         }
         bool IsHidden() const { return !(target == path); }
 
-        String path;   // what the client named
+        HOW how = HOW::STORE;
+        String announcement = "Ready to receive";
+        String path;   // what the client named, or a unique name
         String target; // what is written to: the same, or a hidden name beside it
         FtpFile file;
         FtpUploadClaim claim;
     };
-    void xUpload(const String& argument, bool append);
-    RESULT xOpenUpload(UPLOAD& upload, bool append, ULONG8 from);
+    void xUpload(const String& argument, HOW how);
+    RESULT xOpenUpload(UPLOAD& upload, ULONG8 from);
+    RESULT xOpenUnique(UPLOAD& upload, const String& argument);
     RESULT xOpenHidden(UPLOAD& upload);
-    END xMoveUpload(UPLOAD& upload, bool append, ULONG8 from);
+    END xMoveUpload(UPLOAD& upload, ULONG8 from);
     END xShowUpload(const UPLOAD& upload, END end);
 
     /// A listing: one entry is turned into text at a time.

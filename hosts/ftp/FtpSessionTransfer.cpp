@@ -24,6 +24,9 @@ constexpr std::size_t SORTED_TOGETHER = 100000;
 /// Entries between two looks at the control connection.
 constexpr std::size_t LOOKS_EVERY = 1000;
 
+/// Names that are tried for a new file.
+constexpr int NAME_TRIES = 100;
+
 using BUFFER = std::unique_ptr<unsigned char[]>;
 
 BUFFER MakeBuffer()
@@ -229,32 +232,40 @@ bool FtpSession::xSendText(NetTCP* socket, const std::string& text)
 
 void FtpSession::xCmdStor(const String& argument)
 {
-    xUpload(argument, false);
+    xUpload(argument, HOW::STORE);
 }
 
 void FtpSession::xCmdAppe(const String& argument)
 {
-    xUpload(argument, true);
+    xUpload(argument, HOW::APPEND);
+}
+
+/// The name is told in the form of RFC 1123, section 4.1.2.9. RFC 959 knows no argument; clients that give one mean the
+/// name that the file should have if it can.
+void FtpSession::xCmdStou(const String& argument)
+{
+    xUpload(argument, HOW::UNIQUE);
 }
 
 /// Data go straight into the file: what has arrived when a transfer breaks off stays, so that it can be resumed. Or, by
 /// a setting, they go to a hidden name, and the file appears when it is whole.
-void FtpSession::xUpload(const String& argument, bool append)
+void FtpSession::xUpload(const String& argument, HOW how)
 {
     const ULONG8 asked = std::exchange(m_restart, 0);
-    const ULONG8 from = append ? 0 : asked; // APPE knows its place itself
+    const ULONG8 from = how == HOW::STORE ? asked : 0; // the others know their place themselves
     UPLOAD upload(m_uploads);
+    upload.how = how;
     if (!xResolve(argument, upload.path, 553))
         return;
-    const FilePath realPath = m_files.GetRealPath(upload.path);
     const RECORDER record = [&](bool success, const String& reason) {
-        if (append)
+        const FilePath realPath = m_files.GetRealPath(upload.path);
+        if (how == HOW::APPEND)
             xRecordFileAppended(xGetMainNetState(), success, realPath, reason);
         else
             xRecordFileUploaded(xGetMainNetState(), success, realPath, reason);
     };
     FtpFileSystem::FACTS facts;
-    RESULT result = xOpenUpload(upload, append, from);
+    RESULT result = how == HOW::UNIQUE ? xOpenUnique(upload, argument) : xOpenUpload(upload, from);
     if (result == RESULT::DONE)
         result = m_files.GetRoot().GetFacts(upload.target.str(), facts);
     if (result != RESULT::DONE) {
@@ -270,17 +281,18 @@ void FtpSession::xUpload(const String& argument, bool append)
         record(false, "Bad restart position");
         return xReply(554, "The restart position is not possible");
     }
-    const END end = xMoveUpload(upload, append, from);
+    const END end = xMoveUpload(upload, from);
     // Whoever has the reply finds everything in the file, and may upload again.
     upload.claim.Release();
     xFinishTransfer(end, record);
 }
 
-FtpSession::END FtpSession::xMoveUpload(UPLOAD& upload, bool append, ULONG8 from)
+FtpSession::END FtpSession::xMoveUpload(UPLOAD& upload, ULONG8 from)
 {
+    constexpr const char* VERBS[] = {"STOR", "APPE", "STOU"};
     FtpFile& file = upload.file;
-    const ULONG8 start = append ? file.GetSize() : from;
-    END end = xBeginTransfer(append ? "APPE" : "STOR", upload.path, ACT_UPLOAD, "Ready to receive");
+    const ULONG8 start = upload.how == HOW::APPEND ? file.GetSize() : from;
+    END end = xBeginTransfer(VERBS[static_cast<std::size_t>(upload.how)], upload.path, ACT_UPLOAD, upload.announcement);
     bool isUnused = false;
     if (end == END::COMPLETE) {
         // Only now that data can come is the old content given up.
@@ -307,11 +319,12 @@ FtpSession::END FtpSession::xShowUpload(const UPLOAD& upload, END end)
     return end == END::COMPLETE ? END::WRITE_FAILED : end;
 }
 
-FtpSession::RESULT FtpSession::xOpenUpload(UPLOAD& upload, bool append, ULONG8 from)
+FtpSession::RESULT FtpSession::xOpenUpload(UPLOAD& upload, ULONG8 from)
 {
     if (!xHasRight(FtpUserSettings::WRITE))
         return RESULT::DENIED;
     upload.target = upload.path;
+    const bool append = upload.how == HOW::APPEND;
     const bool mayMake = append || from == 0; // a restart goes on with what is there
     FtpFileSystem::FACTS facts;
     const bool isLink = m_files.GetRoot().GetOwnFacts(upload.path.str(), facts) == RESULT::DONE &&
@@ -321,17 +334,46 @@ FtpSession::RESULT FtpSession::xOpenUpload(UPLOAD& upload, bool append, ULONG8 f
     return upload.file.Open(m_files.GetRoot(), upload.path.str(), platform::FileMode::WRITE, mayMake);
 }
 
+/// Makes a new file of the name that was asked for, or of that name and a number where it is taken. Nobody else knows
+/// it before the reply, so it needs no hidden name.
+FtpSession::RESULT FtpSession::xOpenUnique(UPLOAD& upload, const String& argument)
+{
+    if (!xHasRight(FtpUserSettings::WRITE))
+        return RESULT::DENIED;
+    const platform::RootFolder& root = m_files.GetRoot();
+    std::random_device random;
+    const bool isNamed = !argument.empty() && !(upload.path == "/");
+    const String wanted = isNamed ? upload.path : FtpFileSystem::sJoin(upload.path, "upload");
+    upload.path = wanted;
+    for (int i = 0; i < NAME_TRIES; ++i) {
+        if (i != 0 || !isNamed)
+            upload.path = wanted + "." + String::sToString(static_cast<ULONG8>(random()));
+        FtpFileSystem::FACTS facts;
+        if (root.GetOwnFacts(upload.path.str(), facts) == RESULT::DONE)
+            continue;
+        const RESULT result = upload.file.Open(root, upload.path.str(), platform::FileMode::WRITE, true);
+        if (result == RESULT::DONE && !upload.file.WasMade())
+            continue; // somebody was faster
+        upload.target = upload.path;
+        const String::size_type slash = upload.path.str().rfind('/');
+        const String name = upload.path.substr(slash + 1);
+        const bool isHere = FtpFileSystem::sJoin(m_files.GetFolder(), name) == upload.path;
+        upload.announcement = "FILE: " + MakeVisible(isHere ? name : upload.path);
+        return result;
+    }
+    return RESULT::EXISTS;
+}
+
 /// Opens a new file beside the one that was named. One that may not be written must not be replaced either.
 FtpSession::RESULT FtpSession::xOpenHidden(UPLOAD& upload)
 {
-    constexpr int TRIES = 100;
     const platform::RootFolder& root = m_files.GetRoot();
     const RESULT old = upload.file.Open(root, upload.path.str(), platform::FileMode::WRITE, false);
     if (old != RESULT::DONE && old != RESULT::NOT_FOUND)
         return old;
     const String folder = upload.path.substr(0, upload.path.str().rfind('/') + 1);
     std::random_device random;
-    for (int i = 0; i < TRIES; ++i) {
+    for (int i = 0; i < NAME_TRIES; ++i) {
         upload.target = folder + ".kqftpd-" + String::sToString(static_cast<ULONG8>(random())) + ".part";
         const RESULT result = upload.file.Open(root, upload.target.str(), platform::FileMode::WRITE, true);
         if (result != RESULT::DONE || upload.file.WasMade())
@@ -486,8 +528,8 @@ void FtpSession::xAddListedItself(std::string& out, const LISTING& listing) cons
         FtpListing::sAddFactLine(out, ".", facts, m_facts, xGetListingRights(), "cdir");
 }
 
-/// Reads the next entries of a folder that the listing shows and sorts them by the bytes of their names. False: there are no more. A folder
-/// has one part, unless it is so large that sorting it as a whole would take much memory.
+/// Reads the next entries of a folder that the listing shows and sorts them by the bytes of their names. False: there
+/// are no more. A folder has one part, unless it is so large that sorting it as a whole would take much memory.
 bool FtpSession::xReadEntries(const LISTING& listing, platform::FolderReader& reader, std::vector<ENTRY>& entries)
 {
     entries.clear();

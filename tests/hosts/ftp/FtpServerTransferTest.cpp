@@ -82,6 +82,65 @@ TEST_F(FtpServerTransfer, Appe_NewAndExisting)
     EXPECT_TRUE(HasEvent("File Append Success"));
 }
 
+TEST_F(FtpServerTransfer, Stou_NameIsFreeOrNot_UniqueAndTold)
+{
+    WriteHomeFile("taken", "old");
+    fs::create_directories(Home() / "sub/inner");
+    Start();
+    FtpTestClient client = LogIn();
+    EXPECT_EQ(client.Code("TYPE I"), 200);
+    const auto store = [&client](const std::string& argument) {
+        FtpTestSocket data;
+        EXPECT_TRUE(client.OpenPassive(data));
+        const std::string reply = client.Ask("STOU" + argument);
+        EXPECT_TRUE(reply.starts_with("150 FILE: ")) << reply;
+        data.Send("new");
+        data.Close();
+        EXPECT_EQ(client.ReadCode(), 226);
+        return reply.substr(10, reply.size() - 11);
+    };
+    const auto read = [&client](const std::string& name) {
+        std::string bytes;
+        EXPECT_EQ(client.Download("RETR " + name, bytes), 226) << name;
+        return bytes;
+    };
+    EXPECT_EQ(store(" free"), "free");
+    EXPECT_EQ(ReadHomeFile("free"), "new");
+    for (const char* argument : {"", " taken", " sub", " sub/", " sub/inner", " /", " sub/.."}) {
+        const std::string name = store(argument);
+        EXPECT_EQ(read(name), "new") << argument;
+    }
+    EXPECT_TRUE(store(" taken").starts_with("taken."));
+    EXPECT_TRUE(store(" sub/inner").starts_with("/sub/inner."));
+    EXPECT_TRUE(store("").starts_with("upload."));
+    EXPECT_EQ(ReadHomeFile("taken"), "old");
+    EXPECT_EQ(client.Code("CWD sub"), 250);
+    EXPECT_TRUE(store("").starts_with("upload."));
+    EXPECT_TRUE(store(" /taken").starts_with("/taken."));
+    EXPECT_TRUE(HasEvent("File Upload Success"));
+    const auto count = std::distance(fs::recursive_directory_iterator(Home()), fs::recursive_directory_iterator());
+    EXPECT_EQ(count, 3 + 1 + 7 + 5);
+}
+
+TEST_F(FtpServerTransfer, Stou_NotPossible_RefusedAndNothingStays)
+{
+    Start();
+    FtpTestClient reader = LogIn("reader");
+    EXPECT_EQ(reader.Upload("STOU f", "x"), 553);
+    FtpTestClient client = LogIn();
+    EXPECT_EQ(client.Code("STOU f"), 425) << "no data connection";
+    EXPECT_EQ(client.Upload("STOU missing/f", "x"), 553);
+    EXPECT_EQ(client.Upload("STOU a\x01"
+                            "b",
+                            "x"),
+              553);
+    EXPECT_EQ(client.Upload("STOU " + std::string(300, 'x'), "x"), 553);
+    EXPECT_TRUE(fs::is_empty(Home()));
+    EXPECT_EQ(client.Code("REST 5"), 350);
+    EXPECT_EQ(client.Upload("STOU f", "x"), 226) << "a restart means nothing here";
+    EXPECT_EQ(ReadHomeFile("f"), "x");
+}
+
 TEST_F(FtpServerTransfer, RestThenRetr_AtTheBorders)
 {
     WriteHomeFile("f", "0123456789");
