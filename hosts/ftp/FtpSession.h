@@ -5,6 +5,7 @@
 #include "hosts/ftp/FtpConfig.h"
 #include "hosts/ftp/FtpFileSystem.h"
 #include "hosts/ftp/FtpGate.h"
+#include "hosts/ftp/FtpHash.h"
 #include "hosts/ftp/FtpListing.h"
 #include "hosts/ftp/FtpLiveBoard.h"
 #include "hosts/ftp/FtpPattern.h"
@@ -25,7 +26,7 @@ namespace kqlib {
 ///
 /// The sources are split by theme: FtpSession (the loop, replies, watching the control connection),
 /// FtpSessionAccess (logging in, questions about the server), FtpSessionTLS (what is
-/// protected), FtpSessionFiles (folders, names, times),
+/// protected), FtpSessionFiles (folders, names, times), FtpSessionHash (hashes of files),
 /// FtpSessionData (data connections) and FtpSessionTransfer (files and listings over them).
 ///
 /// Ownership: the service owns the session, the session its sockets; it shares its settings and borrows the board.
@@ -41,7 +42,8 @@ public:
         ACT_IDLE = 0,
         ACT_LIST = 1,
         ACT_DOWNLOAD = 2,
-        ACT_UPLOAD = 3
+        ACT_UPLOAD = 3,
+        ACT_HASH = 4
     };
 
     /// Starts the session's thread.
@@ -100,6 +102,14 @@ private:
         DISK_FULL
     };
 
+    /// What the client is told then.
+    struct ENDING
+    {
+        END end;
+        unsigned code;
+        const char* text;
+    };
+
     /// Where the next data connection comes from.
     enum class DATAMODE : std::uint8_t
     {
@@ -108,7 +118,7 @@ private:
         ACTIVE
     };
 
-    /// The transfer that runs.
+    /// The transfer that runs; a hash of a file counts as one.
     struct TRANSFER
     {
         bool isActive = false;
@@ -116,7 +126,7 @@ private:
         String path;
         ACTION action = ACT_IDLE;
         ULONG start = 0;          // tick
-        ULONG8 moved = 0;         // bytes on the data connection
+        ULONG8 moved = 0;         // bytes on the data connection, or hashed
         END stop = END::COMPLETE; // set while it runs: why it must stop
     };
 
@@ -174,6 +184,8 @@ private:
     void xCmdSite(const String& argument);
     void xSiteWho();
     void xSiteStat();
+    void xSiteChmod(const String& argument);
+    void xSiteUtime(const String& argument);
     void xSiteStepIn(bool isKick, const String& argument);
     void xCmdType(const String& argument);
     void xCmdStru(const String& argument);
@@ -205,6 +217,19 @@ private:
     void xCmdMfmt(const String& argument);
     void xCmdMlst(const String& argument);
 
+    void xCmdAvbl(const String& argument);
+    RESULT xSetModified(const String& path, std::int64_t timeMs) const;
+
+    // FtpSessionHash.cpp
+    void xCmdHash(const String& argument);
+    void xCmdXmd5(const String& argument);
+    void xCmdXsha1(const String& argument);
+    void xCmdXsha256(const String& argument);
+    void xCmdXsha512(const String& argument);
+    void xReplyHash(const char* verb, const String& argument, const String& kind);
+    bool xMakeHash(const char* verb, const String& name, const String& kind, String& hash, ULONG8& size);
+    END xHashFile(const FtpFile& file, const String& kind, String& hash);
+
     // FtpSessionData.cpp
     void xCmdPasv(const String&);
     void xCmdEpsv(const String& argument);
@@ -235,6 +260,8 @@ private:
     /// Closes the data connection, has the outcome recorded, and gives the reply.
     void xFinishTransfer(END end, const RECORDER& record);
     void xLogTransfer(const TRANSFER& transfer, bool isComplete, const String& reason);
+    void xNoteTransfer(const char* verb, const String& path, ACTION action);
+    static const ENDING& xsDescribeEnd(END end);
     END xWhyStopped() const;
     END xSendFile(platform::FileHandle file);
     END xSendFileAsText(platform::FileHandle file);
@@ -331,6 +358,7 @@ private:
     bool m_isAscii = true;
     bool m_isOnlyEpsv = false;
     std::uint32_t m_facts = FtpListing::ALL_FACTS;
+    String m_hash = FtpHash::DEFAULT; // of HASH
 
     DATAMODE m_dataMode = DATAMODE::NONE;
     std::unique_ptr<FtpSocket> m_data;

@@ -74,27 +74,15 @@ FtpSession::END FtpSession::xBeginTransfer(const char* verb, const String& path,
     if (m_config->settings.GetRequireTLS() && !m_isDataProtected)
         return END::UNPROTECTED;
     xReply(150, announcement);
-    m_transfer = TRANSFER();
-    m_transfer.isActive = true;
-    m_transfer.verb = verb;
-    m_transfer.path = path;
-    m_transfer.action = action;
-    m_transfer.start = TimedEvent::sGetNow();
-    xSetCurrentActionDetail(action, path);
+    xNoteTransfer(verb, path, action);
     xSetTimeOutSecs(m_config->settings.GetStallSecs());
     xResetTimeOut();
     xWatch(); // what came along with the command itself
     return m_transfer.stop == END::COMPLETE ? xOpenData() : m_transfer.stop;
 }
 
-void FtpSession::xFinishTransfer(END end, const RECORDER& record)
+const FtpSession::ENDING& FtpSession::xsDescribeEnd(END end)
 {
-    struct ENDING
-    {
-        END end;
-        unsigned code;
-        const char* text;
-    };
     static constexpr ENDING ENDINGS[] = {
         {END::COMPLETE, 226, "Transfer complete"},
         {END::NOT_CONNECTED, 425, "No data connection"},
@@ -113,16 +101,33 @@ void FtpSession::xFinishTransfer(END end, const RECORDER& record)
         {END::WRITE_FAILED, 451, "The file cannot be written"},
         {END::DISK_FULL, 452, "No space left"},
     };
+    return *std::find_if(std::begin(ENDINGS), std::end(ENDINGS),
+                         [end](const ENDING& candidate) { return candidate.end == end; });
+}
+
+/// From now on there is something to be watched, told and stopped.
+void FtpSession::xNoteTransfer(const char* verb, const String& path, ACTION action)
+{
+    m_transfer = TRANSFER();
+    m_transfer.isActive = true;
+    m_transfer.verb = verb;
+    m_transfer.path = path;
+    m_transfer.action = action;
+    m_transfer.start = TimedEvent::sGetNow();
+    xSetCurrentActionDetail(action, path);
+}
+
+void FtpSession::xFinishTransfer(END end, const RECORDER& record)
+{
     const TRANSFER transfer = std::exchange(m_transfer, TRANSFER());
     xSetCurrentActionDetail(ACT_IDLE, String());
     xSetTimeOutSecs(m_config->settings.GetIdleSecs());
     xResetTimeOut();
     xCloseData(end == END::COMPLETE);
-    const auto* ending = std::find_if(std::begin(ENDINGS), std::end(ENDINGS),
-                                      [end](const ENDING& candidate) { return candidate.end == end; });
-    record(end == END::COMPLETE, ending->text);
-    xLogTransfer(transfer, end == END::COMPLETE, ending->text);
-    xReply(ending->code, ending->text);
+    const ENDING& ending = xsDescribeEnd(end);
+    record(end == END::COMPLETE, ending.text);
+    xLogTransfer(transfer, end == END::COMPLETE, ending.text);
+    xReply(ending.code, ending.text);
 }
 
 /// One line for a file that was to be moved. What never began, and what no 150 was said for, is no transfer.

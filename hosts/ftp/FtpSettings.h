@@ -23,7 +23,7 @@ public:
     enum RIGHT : std::uint32_t
     {
         READ = 1,   ///< download and list
-        WRITE = 2,  ///< upload, append, make folders, rename, set times
+        WRITE = 2,  ///< upload, append, make folders, rename, set times and permissions
         REMOVE = 4, ///< delete files and folders, and replace a file by renaming
         ADMIN = 8   ///< the SITE commands that look at the server
     };
