@@ -411,6 +411,11 @@ bool FtpSession::xHasRight(FtpUserSettings::RIGHT right) const
     return (m_rights & right) != 0;
 }
 
+bool FtpSession::xMayName(const String& path) const
+{
+    return !m_config->refusedNames.Refuses(path);
+}
+
 FtpListing::RIGHTS FtpSession::xGetListingRights() const
 {
     return {xHasRight(FtpUserSettings::READ), xHasRight(FtpUserSettings::WRITE), xHasRight(FtpUserSettings::REMOVE)};

@@ -97,6 +97,7 @@ private:
         HUNG_UP,       // the control connection is gone
         DISCONNECTED,  // the administrator ends the session
         ENDING,        // the service ends
+        NAME_TAKEN,    // meanwhile, and the user may not replace a file
         READ_FAILED,
         WRITE_FAILED,
         DISK_FULL
@@ -164,6 +165,8 @@ private:
     /// Makes the virtual path of an argument; replies with failCode and answers false when it is no name. RFC 959,
     /// section 5.4, lists 553 for commands that give a name to a file, 550 for most others and 501 for listings.
     bool xResolve(const String& argument, String& path, unsigned failCode = 550);
+    /// Whether the settings allow a file or folder of that name to be made, written or renamed to.
+    bool xMayName(const String& path) const;
     FtpListing::RIGHTS xGetListingRights() const;
     void xLogOut();
 
@@ -296,6 +299,7 @@ private:
     RESULT xOpenUpload(UPLOAD& upload, ULONG8 from);
     RESULT xOpenUnique(UPLOAD& upload, const String& argument);
     RESULT xOpenHidden(UPLOAD& upload);
+    bool xWouldOverwrite(const UPLOAD& upload, ULONG8 from) const;
     END xMoveUpload(UPLOAD& upload, ULONG8 from);
     END xShowUpload(const UPLOAD& upload, END end);
 

@@ -92,15 +92,14 @@ void FtpSession::xCmdPass(const String& password)
 void FtpSession::xEnter(const FtpUserSettings& user)
 {
     FtpGate::DISPLACED displaced;
-    const std::uint32_t rights = user.GetRightBits();
-    const bool hasPlace = m_gate.LogIn(m_config->settings, *m_place, (rights & FtpUserSettings::ADMIN) != 0, displaced);
+    const FtpGate::VERDICT verdict = m_gate.LogIn(m_config->settings, *m_place, user, displaced);
     xDisplace(displaced);
-    if (!hasPlace) {
+    if (verdict != FtpGate::VERDICT::WELCOME) {
         m_files.Close();
-        return xRefuseClient(FtpGate::VERDICT::FULL);
+        return xRefuseClient(verdict);
     }
     m_user = &user;
-    m_rights = rights;
+    m_rights = user.GetRightBits();
     m_failedLogins = 0;
     xRecordLoginAttempt(xGetMainNetState(), true, "User", user.GetName(), String(), String());
     xSetCurrentUser(user.GetName());

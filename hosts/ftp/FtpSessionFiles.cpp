@@ -95,7 +95,9 @@ void FtpSession::xCmdMkd(const String& argument)
     String path;
     if (!xResolve(argument, path))
         return;
-    const RESULT result = xHasRight(FtpUserSettings::WRITE) ? m_files.GetRoot().MakeFolder(path.str()) : RESULT::DENIED;
+    RESULT result = xMayName(path) ? RESULT::DENIED : RESULT::BAD_NAME;
+    if (result == RESULT::DENIED && xHasRight(FtpUserSettings::WRITE))
+        result = m_files.GetRoot().MakeFolder(path.str());
     xRecordDirCreated(xGetMainNetState(), result == RESULT::DONE, m_files.GetRealPath(path),
                       FtpFileSystem::sDescribe(result));
     xReplyResult(result, 257, Quote(path) + " was made");
@@ -149,7 +151,8 @@ void FtpSession::xCmdRnto(const String& argument)
     FtpFileSystem::FACTS facts;
     const bool isFolder =
         m_files.GetRoot().GetOwnFacts(from.str(), facts) == RESULT::DONE && facts.kind == platform::FileKind::FOLDER;
-    const RESULT result = m_files.Rename(from, to, xHasRight(FtpUserSettings::REMOVE));
+    const bool mayReplace = xHasRight(FtpUserSettings::REMOVE) && m_user->GetOverwrite();
+    const RESULT result = xMayName(to) ? m_files.Rename(from, to, mayReplace) : RESULT::BAD_NAME;
     const bool isDone = result == RESULT::DONE;
     const FilePath realFrom = m_files.GetRealPath(from);
     const FilePath realTo = m_files.GetRealPath(to);

@@ -97,6 +97,7 @@ const FtpSession::ENDING& FtpSession::xsDescribeEnd(END end)
         {END::HUNG_UP, 426, "The control connection is gone"},
         {END::DISCONNECTED, 426, "Disconnected by the administrator"},
         {END::ENDING, 426, "The service is stopping"},
+        {END::NAME_TAKEN, 553, "There is one of that name already"},
         {END::READ_FAILED, 451, "The file cannot be read"},
         {END::WRITE_FAILED, 451, "The file cannot be written"},
         {END::DISK_FULL, 452, "No space left"},
@@ -282,6 +283,10 @@ void FtpSession::xUpload(const String& argument, HOW how)
         record(false, BUSY);
         return xReply(450, BUSY);
     }
+    if (xWouldOverwrite(upload, from)) {
+        record(false, FtpFileSystem::sDescribe(RESULT::EXISTS));
+        return xReplyFailure(RESULT::EXISTS, 553);
+    }
     if (from > upload.file.GetSize() || (from != 0 && m_isAscii)) {
         record(false, "Bad restart position");
         return xReply(554, "The restart position is not possible");
@@ -318,16 +323,30 @@ FtpSession::END FtpSession::xMoveUpload(UPLOAD& upload, ULONG8 from)
 FtpSession::END FtpSession::xShowUpload(const UPLOAD& upload, END end)
 {
     const platform::RootFolder& root = m_files.GetRoot();
-    if (end == END::COMPLETE && root.Rename(upload.target.str(), upload.path.str(), true) == RESULT::DONE)
+    RESULT result = RESULT::FAILED;
+    if (end == END::COMPLETE)
+        result = root.Rename(upload.target.str(), upload.path.str(), m_user->GetOverwrite());
+    if (result == RESULT::DONE)
         return end;
     static_cast<void>(root.RemoveFile(upload.target.str())); // if it cannot be removed, it does no harm
+    if (result == RESULT::EXISTS)
+        return END::NAME_TAKEN;
     return end == END::COMPLETE ? END::WRITE_FAILED : end;
+}
+
+/// Whether something that a file holds would be given up for a user who may not do that. What is there may be gone on
+/// from: the end of an upload that broke off comes so.
+bool FtpSession::xWouldOverwrite(const UPLOAD& upload, ULONG8 from) const
+{
+    return !m_user->GetOverwrite() && upload.how == HOW::STORE && upload.file.GetSize() > from;
 }
 
 FtpSession::RESULT FtpSession::xOpenUpload(UPLOAD& upload, ULONG8 from)
 {
     if (!xHasRight(FtpUserSettings::WRITE))
         return RESULT::DENIED;
+    if (!xMayName(upload.path))
+        return RESULT::BAD_NAME;
     upload.target = upload.path;
     const bool append = upload.how == HOW::APPEND;
     const bool mayMake = append || from == 0; // a restart goes on with what is there
@@ -354,6 +373,8 @@ FtpSession::RESULT FtpSession::xOpenUnique(UPLOAD& upload, const String& argumen
         if (i != 0 || !isNamed)
             upload.path = wanted + "." + String::sToString(static_cast<ULONG8>(random()));
         FtpFileSystem::FACTS facts;
+        if (!xMayName(upload.path))
+            return RESULT::BAD_NAME;
         if (root.GetOwnFacts(upload.path.str(), facts) == RESULT::DONE)
             continue;
         const RESULT result = upload.file.Open(root, upload.path.str(), platform::FileMode::WRITE, true);
@@ -376,6 +397,8 @@ FtpSession::RESULT FtpSession::xOpenHidden(UPLOAD& upload)
     const RESULT old = upload.file.Open(root, upload.path.str(), platform::FileMode::WRITE, false);
     if (old != RESULT::DONE && old != RESULT::NOT_FOUND)
         return old;
+    if (old == RESULT::DONE && !m_user->GetOverwrite())
+        return RESULT::EXISTS;
     const String folder = upload.path.substr(0, upload.path.str().rfind('/') + 1);
     std::random_device random;
     for (int i = 0; i < NAME_TRIES; ++i) {

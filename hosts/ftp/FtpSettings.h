@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/FilePath.h"
+#include "common/STRINGS.h"
 #include "common/SettingsTransferable.h"
 #include "common/String.h"
 #include "net/ipcontrol/NetIPControl.h"
@@ -14,7 +15,8 @@ namespace kqlib {
 /// One account.
 ///
 /// Settings keys: "name", "password" (the form of FtpPassword), "home" (a folder of the system), "rights" (any of
-/// "read", "write", "delete", "admin", with "," between), "anonymous" (Bool: any password will do).
+/// "read", "write", "delete", "admin", with "," between), "anonymous" (Bool: any password will do), "max_sessions"
+/// (ULONG), "overwrite" (Bool).
 /// Ownership, threads: a plain value. Errors: codes 320 to 324, see FtpSettings::sGetErrorText.
 class FtpUserSettings : public SettingsTransferable
 {
@@ -44,6 +46,13 @@ public:
     bool GetIsAnonymous() const { return m_isAnonymous; }
     void SetIsAnonymous(bool anonymous) { m_isAnonymous = anonymous; }
 
+    /// Sessions that the account may have at a time; 0: as the server's settings say.
+    ULONG GetMaxSessions() const { return m_maxSessions; }
+    void SetMaxSessions(ULONG count) { m_maxSessions = static_cast<std::uint32_t>(count); }
+    /// False: uploads and renaming never cost what a file holds.
+    bool GetOverwrite() const { return m_overwrite; }
+    void SetOverwrite(bool overwrite) { m_overwrite = overwrite; }
+
     /// The rights as bits of RIGHT; none when the text is not understood.
     std::uint32_t GetRightBits() const;
 
@@ -58,6 +67,8 @@ private:
     FilePath m_home;
     String m_rights = "read";
     bool m_isAnonymous = false;
+    std::uint32_t m_maxSessions = 0;
+    bool m_overwrite = true;
 };
 
 /// Everything that kqftpd can be told. The file of a person is plain JSON, one object with the keys below (all may be
@@ -192,6 +203,12 @@ public:
     /// Sessions that one address may have at a time; 0: any number.
     ULONG GetMaxSessionsPerAddress() const { return m_maxSessionsPerAddress; }
     void SetMaxSessionsPerAddress(ULONG count) { m_maxSessionsPerAddress = static_cast<std::uint32_t>(count); }
+    /// Sessions that one account may have at a time, unless it says so itself; 0: any number.
+    ULONG GetMaxSessionsPerUser() const { return m_maxSessionsPerUser; }
+    void SetMaxSessionsPerUser(ULONG count) { m_maxSessionsPerUser = static_cast<std::uint32_t>(count); }
+    /// Patterns of names that nobody may give to a file or folder.
+    const STRINGS& GetRefusedNames() const { return m_refusedNames; }
+    void SetRefusedNames(const STRINGS& patterns) { m_refusedNames = patterns; }
     /// Where --check-update looks for the version file; an empty host: nowhere.
     const String& GetUpdateHost() const { return m_updateHost; }
     void SetUpdateHost(const String& host) { m_updateHost = host; }
@@ -244,6 +261,8 @@ private:
     std::uint32_t m_hammerBlockSecs = 1800;
     NetIPControl m_hammerExemptions;
     std::uint32_t m_maxSessionsPerAddress = 20;
+    std::uint32_t m_maxSessionsPerUser = 0;
+    STRINGS m_refusedNames;
     String m_updateHost;
     std::uint32_t m_updatePort = 80;
     String m_updatePath = "/";

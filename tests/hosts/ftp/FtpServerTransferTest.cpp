@@ -82,6 +82,113 @@ TEST_F(FtpServerTransfer, Appe_NewAndExisting)
     EXPECT_TRUE(HasEvent("File Append Success"));
 }
 
+/// With the account "keeper", which has every right and may overwrite nothing.
+class FtpServerKeeper : public FtpServerFixture
+{
+protected:
+    FtpServerKeeper()
+    {
+        FtpUserSettings keeper = User("keeper", "read,write,delete");
+        keeper.SetOverwrite(false);
+        m_settings.SetUsers({User("admin", "read,write,delete,admin"), keeper});
+        WriteHomeFile("old", "12345");
+        WriteHomeFile("empty", "");
+    }
+    FtpTestClient LogInKeeper()
+    {
+        FtpTestClient client = LogIn("keeper");
+        EXPECT_EQ(client.Code("TYPE I"), 200);
+        return client;
+    }
+};
+
+TEST_F(FtpServerKeeper, Uploads_WhatAFileHoldsStays)
+{
+    Start();
+    FtpTestClient client = LogInKeeper();
+    EXPECT_EQ(client.Upload("STOR new", "x"), 226);
+    EXPECT_EQ(client.Upload("STOR new", "y"), 553);
+    EXPECT_EQ(ReadHomeFile("new"), "x");
+    EXPECT_EQ(client.Upload("STOR old", "y"), 553);
+    EXPECT_EQ(client.Code("REST 4"), 350);
+    EXPECT_EQ(client.Upload("STOR old", "y"), 553);
+    EXPECT_EQ(ReadHomeFile("old"), "12345");
+    EXPECT_TRUE(HasEvent("File Upload Fail"));
+    EXPECT_EQ(client.Code("REST 5"), 350) << "goes on behind what is there";
+    EXPECT_EQ(client.Upload("STOR old", "67"), 226);
+    EXPECT_EQ(client.Upload("APPE old", "8"), 226);
+    EXPECT_EQ(client.Upload("STOU old", "y"), 226);
+    EXPECT_EQ(ReadHomeFile("old"), "12345678");
+    EXPECT_EQ(client.Upload("STOR empty", "y"), 226) << "there is nothing to lose";
+    EXPECT_EQ(client.Code("REST 9"), 350);
+    EXPECT_EQ(client.Upload("STOR old", "y"), 554);
+    FtpTestClient admin = LogIn();
+    EXPECT_EQ(admin.Upload("STOR old", "y"), 226);
+}
+
+TEST_F(FtpServerKeeper, Rename_NeverReplaces)
+{
+    WriteHomeFile("f", "new");
+    Start();
+    FtpTestClient client = LogInKeeper();
+    EXPECT_EQ(client.Code("RNFR f"), 350);
+    EXPECT_EQ(client.Code("RNTO old"), 553);
+    EXPECT_EQ(ReadHomeFile("old"), "12345");
+    EXPECT_EQ(client.Code("RNFR f"), 350);
+    EXPECT_EQ(client.Code("RNTO g"), 250);
+    EXPECT_EQ(client.Code("DELE old"), 250) << "deleting has a right of its own";
+}
+
+TEST_F(FtpServerKeeper, HiddenUploads_NothingIsReplaced)
+{
+    m_settings.SetHiddenUploads(true);
+    Start();
+    FtpTestClient client = LogInKeeper();
+    EXPECT_EQ(client.Upload("STOR old", "y"), 553);
+    EXPECT_EQ(client.Upload("STOR new", "x"), 226);
+    EXPECT_EQ(ReadHomeFile("new"), "x");
+    FtpTestSocket data;
+    ASSERT_TRUE(client.OpenPassive(data));
+    EXPECT_EQ(client.Code("STOR race"), 150);
+    WriteHomeFile("race", "first");
+    data.Send("second");
+    data.Close();
+    EXPECT_EQ(client.ReadReply(), "553 There is one of that name already\n");
+    EXPECT_EQ(ReadHomeFile("race"), "first");
+    EXPECT_EQ(ReadHomeFile("old"), "12345");
+    EXPECT_EQ(std::distance(fs::directory_iterator(Home()), fs::directory_iterator()), 4) << "no hidden file stays";
+}
+
+TEST_F(FtpServerTransfer, RefusedNames_InEveryCommandThatGivesAName)
+{
+    STRINGS patterns;
+    for (const char* pattern : {"*.exe", ".ht*", "[~]*", "secret"})
+        patterns.push_back(pattern);
+    m_settings.SetRefusedNames(patterns);
+    WriteHomeFile("f", "x");
+    WriteHomeFile("there.exe", "x");
+    fs::create_directory(Home() / "Secret");
+    Start();
+    FtpTestClient client = LogIn();
+    for (const char* name : {"a.exe", "A.EXE", "/x/../a.exe", ".htaccess", "~f", "there.exe", "Secret/f"}) {
+        EXPECT_EQ(client.Upload(std::string("STOR ") + name, "y"), 553) << name;
+        EXPECT_EQ(client.Upload(std::string("APPE ") + name, "y"), 553) << name;
+        EXPECT_EQ(client.Upload(std::string("STOU ") + name, "y"), 553) << name;
+        EXPECT_EQ(client.Code(std::string("MKD ") + name), 550) << name;
+        EXPECT_EQ(client.Code("RNFR f"), 350);
+        EXPECT_EQ(client.Ask(std::string("RNTO ") + name), "553 Name not allowed\n") << name;
+    }
+    EXPECT_EQ(ReadHomeFile("there.exe"), "x");
+    EXPECT_EQ(std::distance(fs::recursive_directory_iterator(Home()), fs::recursive_directory_iterator()), 3);
+    EXPECT_TRUE(HasEvent("File Upload Fail"));
+    EXPECT_TRUE(HasEvent("Directory Create Fail"));
+    std::string bytes;
+    EXPECT_EQ(client.Download("RETR there.exe", bytes), 226) << "what is there may be had";
+    EXPECT_EQ(client.Code("RNFR there.exe"), 350);
+    EXPECT_EQ(client.Code("RNTO there.txt"), 250);
+    EXPECT_EQ(client.Upload("STOR a.exe.txt", "y"), 226);
+}
+
 TEST_F(FtpServerTransfer, Stou_NameIsFreeOrNot_UniqueAndTold)
 {
     WriteHomeFile("taken", "old");

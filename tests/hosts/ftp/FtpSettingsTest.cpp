@@ -215,6 +215,12 @@ TEST(FtpSettings, ReadJson_BadValues_NamedInTheError)
         {", \"external_address\": \"::1\"", "external_address:"},
         {", \"log_rotate_mb\": 4096", "log_rotate_mb:"},
         {", \"log_old_files\": 1001", "log_old_files:"},
+        {", \"refused_names\": \"*.exe\"", "refused_names: must be a list"},
+        {", \"refused_names\": [\"a\", 1]", "refused_names[1]: must be a text"},
+        {", \"refused_names\": [\"\"]", "refused_names: each must"},
+        {", \"refused_names\": [\"a/b\"]", "refused_names: each must"},
+        {", \"refused_names\": [\"a\\n\"]", "refused_names: each must"},
+        {", \"max_sessions_per_user\": true", "max_sessions_per_user:"},
         {", \"transfer_log\": \"xferlog\"", "transfer_log:"},
         {", \"login_timeout_secs\": 0", "login_timeout_secs:"},
         {", \"login_timeout_secs\": 86401", "login_timeout_secs:"},
@@ -274,6 +280,38 @@ TEST(FtpSettings, ReadJson_SecondAccountWithoutRights_DoesNotInheritThoseOfTheFi
     EXPECT_EQ(settings.GetUsers()[0].GetRightBits(),
               FtpUserSettings::READ | FtpUserSettings::WRITE | FtpUserSettings::REMOVE | FtpUserSettings::ADMIN);
     EXPECT_EQ(settings.GetUsers()[1].GetRightBits(), static_cast<std::uint32_t>(FtpUserSettings::READ));
+}
+
+TEST(FtpSettings, ReadJson_LimitsOfAccountsAndNames_TakenOver)
+{
+    FtpSettings settings;
+    EXPECT_EQ(settings.GetMaxSessionsPerUser(), 0U);
+    EXPECT_TRUE(settings.GetRefusedNames().empty());
+    EXPECT_EQ(FtpUserSettings().GetMaxSessions(), 0U);
+    EXPECT_TRUE(FtpUserSettings().GetOverwrite());
+    String error;
+    ASSERT_TRUE(settings.ReadJson(R"({"max_sessions_per_user": 4, "refused_names": ["*.exe", "a b"], "users": [
+        {"name": "a", "home": "/a", "anonymous": true, "max_sessions": 3, "overwrite": false},
+        {"name": "b", "home": "/b", "anonymous": true}]})",
+                                  error))
+        << error.c_str();
+    EXPECT_EQ(settings.GetMaxSessionsPerUser(), 4U);
+    ASSERT_EQ(settings.GetRefusedNames().size(), 2U);
+    EXPECT_EQ(settings.GetRefusedNames()[1], "a b");
+    EXPECT_EQ(settings.GetUsers()[0].GetMaxSessions(), 3U);
+    EXPECT_FALSE(settings.GetUsers()[0].GetOverwrite());
+    EXPECT_EQ(settings.GetUsers()[1].GetMaxSessions(), 0U);
+    EXPECT_TRUE(settings.GetUsers()[1].GetOverwrite());
+    SettingsTransportSet set;
+    ASSERT_TRUE(settings.WriteTo(set));
+    FtpSettings copy;
+    copy.SetRefusedNames(settings.GetRefusedNames()); // replaced, not appended to
+    EXPECT_FALSE(copy == settings);
+    ASSERT_TRUE(copy.ReadFrom(set));
+    EXPECT_TRUE(copy == settings);
+    FtpUserSettings user = settings.GetUsers()[0];
+    user.SetOverwrite(true);
+    EXPECT_FALSE(user == settings.GetUsers()[0]);
 }
 
 TEST(FtpSettings, ReadJson_AddressControl_TakenOver)
