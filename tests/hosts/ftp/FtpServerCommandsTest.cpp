@@ -182,16 +182,21 @@ TEST_F(FtpServerCommands, SiteChmod_NotPossible_Refused)
     EXPECT_EQ(client.Code("SITE CHMOD 000 ../.."), 550);
     FtpTestClient reader = LogIn("reader");
     EXPECT_EQ(reader.Code("SITE CHMOD 644 f"), 550);
-    if (platform::PathSeparator() == '/') {
-        std::ofstream(m_folder / "outside") << "x";
-        fs::permissions(m_folder / "outside", fs::perms::owner_read);
-        fs::create_symlink("../outside", Home() / "out");
-        fs::create_symlink("f", Home() / "in");
-        EXPECT_EQ(client.Code("SITE CHMOD 777 out"), 550);
-        EXPECT_EQ(fs::status(m_folder / "outside").permissions(), fs::perms::owner_read);
-        EXPECT_EQ(client.Code("SITE CHMOD 600 in"), 200);
-        EXPECT_EQ(static_cast<unsigned>(fs::status(Home() / "f").permissions()), 0600U);
-    }
+}
+
+TEST_F(FtpServerCommands, SiteChmod_Links_FollowedWithinTheHomeOnly)
+{
+    WriteHomeFile("f", "abc");
+    std::ofstream(m_folder / "outside") << "x";
+    fs::permissions(m_folder / "outside", fs::perms::owner_read);
+    fs::create_symlink("../outside", Home() / "out");
+    fs::create_symlink("f", Home() / "in");
+    Start();
+    FtpTestClient client = LogIn("writer");
+    EXPECT_EQ(client.Code("SITE CHMOD 777 out"), 550);
+    EXPECT_EQ(fs::status(m_folder / "outside").permissions() & fs::perms::owner_write, fs::perms::none);
+    EXPECT_EQ(client.Code("SITE CHMOD 444 in"), 200);
+    EXPECT_EQ(fs::status(Home() / "f").permissions() & fs::perms::owner_write, fs::perms::none);
 }
 
 TEST_F(FtpServerCommands, SiteUtime_BothForms_SetTheTime)

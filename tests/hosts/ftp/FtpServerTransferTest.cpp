@@ -453,8 +453,6 @@ TEST_F(FtpServerTransfer, Wildcards_NameThatHasThem_IsTakenFirst)
 
 TEST_F(FtpServerTransfer, Wildcards_LinkOutOfTheHome_NotThere)
 {
-    if (platform::PathSeparator() != '/')
-        GTEST_SKIP() << "links need a right here";
     fs::create_symlink("/", Home() / "out");
     fs::create_symlink("f", Home() / "in");
     WriteHomeFile("f", "x");
