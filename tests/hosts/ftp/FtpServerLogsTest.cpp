@@ -301,7 +301,7 @@ TEST_F(FtpServerTransferLog, Rotated_ReopenedAndForItsOwnersAlone)
         using std::filesystem::perms;
         EXPECT_EQ(std::filesystem::status(log).permissions() & (perms::others_all | perms::group_write), perms::none);
     }
-    std::filesystem::remove(log);
+    std::filesystem::rename(log, m_folder / "logs/moved for good");
     std::filesystem::create_directory(log);
     EXPECT_FALSE(m_server.ReopenLog(error));
     EXPECT_TRUE(error.StartsWith("log_folder: kqftpd-transfers.log cannot be opened in ")) << error.c_str();
