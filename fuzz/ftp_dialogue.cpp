@@ -66,7 +66,7 @@ public:
         auto* const socket = new MemorySocket<FtpSocket>(bytes, pieces, ends.Detach());
         socket->SetPatience(PATIENCE);
         FtpSession session(m_pool, m_cache, m_activityLog, m_eventLog, EventLogSessionID(1, 1), socket, m_config,
-                           m_gate, m_uploads, m_board);
+                           m_gate, m_uploads, m_transferLog, m_board);
         KQ_FUZZ_CHECK(WaitFor([&session] { return session.IsComplete(); }, 60000));
         return socket->GetSent();
     }
@@ -126,6 +126,7 @@ private:
     const std::shared_ptr<const FtpConfig> m_config;
     FtpGate m_gate;
     FtpUploads m_uploads;
+    FtpTransferLog m_transferLog;
     FtpService m_service;
     FtpLiveBoard m_board;
 };

@@ -97,6 +97,12 @@ public:
     [[nodiscard]] FileResult Rename(const std::string& from, const std::string& to, bool replace) const;
     /// Sets the time of the last change; the time of the last access becomes now.
     [[nodiscard]] FileResult SetModified(const std::string& path, std::int64_t modifiedMs) const;
+    /// Sets the nine bits rwxrwxrwx of a file or a folder; NOT_FILE for anything else. On Windows only the owner's w of
+    /// a file has a meaning, the rest is ignored.
+    [[nodiscard]] FileResult SetPermissions(const std::string& path, std::uint32_t permissions) const;
+    /// The bytes that this process may still write on the volume of the folder that path leads to. NOT_FOLDER when it
+    /// is something else.
+    [[nodiscard]] FileResult GetFreeBytes(const std::string& path, std::uint64_t& out) const;
 
 private:
     friend class FolderReader;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "hosts/ftp/FtpCertificate.h"
+#include "hosts/ftp/FtpRefusedNames.h"
 #include "hosts/ftp/FtpSettings.h"
 #include "hosts/ftp/FtpUsers.h"
 
@@ -15,12 +16,14 @@ struct FtpConfig
         : settings(from)
         , certificate(from)
         , users(from.GetUsers())
+        , refusedNames(from.GetRefusedNames())
     {
     }
 
     const FtpSettings settings;
     const FtpCertificate certificate;
     const FtpUsers users;
+    const FtpRefusedNames refusedNames;
 };
 
 } // namespace kqlib

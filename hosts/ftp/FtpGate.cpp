@@ -3,6 +3,8 @@
 
 #include "net/ipcontrol/NetIPControlQuery.h"
 
+#include <algorithm>
+
 namespace kqlib {
 
 FtpGate::FtpGate(NetDNSCache& cache)
@@ -70,19 +72,32 @@ bool FtpGate::xMakeRoomPreLocked(bool onReserve, ULONG places, DISPLACED& displa
     return true;
 }
 
-bool FtpGate::LogIn(const FtpSettings& settings, PLACE place, bool isAdministrator, DISPLACED& displaced)
+ULONG FtpGate::xCountSessionsPreLocked(const String& user) const
 {
+    return static_cast<ULONG>(std::count_if(m_guests.begin(), m_guests.end(), [&user](const GUEST& guest) {
+        return guest.isLoggedIn && guest.user == user;
+    }));
+}
+
+FtpGate::VERDICT FtpGate::LogIn(const FtpSettings& settings, PLACE place, const FtpUserSettings& user,
+                                DISPLACED& displaced)
+{
+    const bool isAdministrator = (user.GetRightBits() & FtpUserSettings::ADMIN) != 0;
+    const ULONG limit = user.GetMaxSessions() != 0 ? user.GetMaxSessions() : settings.GetMaxSessionsPerUser();
     const std::lock_guard lock(m_mutex);
     GUEST& guest = *place;
     if (guest.isDisplaced)
-        return false;
+        return VERDICT::FULL;
+    if (limit != 0 && xCountSessionsPreLocked(user.GetName()) >= limit)
+        return VERDICT::USED_UP;
     if (guest.isOnReserve && !isAdministrator && !guest.isFavoured) {
         if (!xMakeRoomPreLocked(false, settings.GetMaxSessions(), displaced))
-            return false;
+            return VERDICT::FULL;
         guest.isOnReserve = false;
     }
     guest.isLoggedIn = true;
-    return true;
+    guest.user = user.GetName();
+    return VERDICT::WELCOME;
 }
 
 void FtpGate::LogOut(PLACE place)
@@ -121,6 +136,8 @@ const char* FtpGate::sDescribe(VERDICT verdict)
         return "Too many connections from your address";
     case VERDICT::FULL:
         return "The server is full, come back later";
+    case VERDICT::USED_UP:
+        return "Too many sessions of this account";
     }
     return "Welcome";
 }

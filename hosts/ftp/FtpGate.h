@@ -35,7 +35,8 @@ public:
         BLOCKED, ///< too many failed log-ins
         DENIED,  ///< by the connection rules
         CROWDED, ///< as many sessions as an address may have
-        FULL     ///< no place left
+        FULL,    ///< no place left
+        USED_UP  ///< as many sessions as an account may have
     };
 
     /// A session that was let in.
@@ -46,6 +47,7 @@ public:
         bool isFavoured = false;  ///< comes from an address that places are kept for
         bool isOnReserve = false; ///< has one of the places that are kept
         bool isLoggedIn = false;
+        String user = String();   ///< while logged in
         bool isDisplaced = false; ///< its place is somebody else's; it only has to leave yet
     };
     using PLACE = std::list<GUEST>::iterator;
@@ -67,8 +69,10 @@ public:
     /// Decides about a new session. local: the server's address of the connection.
     [[nodiscard]] ENTRY Enter(const FtpSettings& settings, const EventLogSessionID& id, const NetIP& local,
                               const NetIP& peer);
-    /// False: the place is gone, or was one of those kept and isAdministrator is false.
-    [[nodiscard]] bool LogIn(const FtpSettings& settings, PLACE place, bool isAdministrator, DISPLACED& displaced);
+    /// FULL: the place is gone, or was one of those kept and the user is no administrator. USED_UP: the account has as
+    /// many sessions as it may have.
+    [[nodiscard]] VERDICT LogIn(const FtpSettings& settings, PLACE place, const FtpUserSettings& user,
+                                DISPLACED& displaced);
     void LogOut(PLACE place);
     /// The end of a session that was welcome; place is spent.
     void Leave(PLACE place);
@@ -81,6 +85,7 @@ public:
     static const char* sDescribe(VERDICT verdict);
 
 private:
+    ULONG xCountSessionsPreLocked(const String& user) const;
     bool xMakeRoomPreLocked(bool onReserve, ULONG places, DISPLACED& displaced);
 
     NetDNSCache& m_cache;

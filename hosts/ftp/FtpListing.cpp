@@ -16,7 +16,6 @@ using platform::FileKind;
 
 constexpr std::int64_t MS_PER_DAY = 86400000;
 constexpr std::int64_t RECENT_MS = 182 * MS_PER_DAY;
-constexpr const char* MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 struct FACT_NAME
 {
@@ -105,7 +104,7 @@ void FtpListing::sAddLongLine(std::string& out, const String& name, const FACTS&
         out += (facts.permissions & (0400U >> bit)) != 0 ? LETTERS[bit] : '-';
     const FtpTime::MOMENT moment = FtpTime::sToMoment(facts.modifiedMs);
     AddFormatted(out, " %4u ftp      ftp      %12llu %s %2u ", facts.links, static_cast<unsigned long long>(facts.size),
-                 MONTHS[moment.month - 1], moment.day);
+                 FtpTime::sGetMonthName(moment.month), moment.day);
     if (facts.modifiedMs <= nowMs && nowMs - facts.modifiedMs < RECENT_MS)
         AddFormatted(out, "%02u:%02u ", moment.hour, moment.minute);
     else

@@ -15,6 +15,7 @@ namespace {
 /// Sessions that the service may have besides those with a place: they hear why they are refused, or leave.
 constexpr ULONG DOORWAY = 256;
 
+/// Of the event log; the transfer log names its file itself.
 EventLogSettings MakeLogSettings(const FtpSettings& settings, const FilePath& folder)
 {
     constexpr ULONG BYTES_PER_MB = 1024 * 1024;
@@ -30,8 +31,13 @@ EventLogSettings MakeLogSettings(const FtpSettings& settings, const FilePath& fo
     return events;
 }
 
-/// Opens the event log and both data logs in the settings' folder, which is made when it is missing. False: error says
-/// why there are no logs.
+String DescribeLostLog(const String& file, const FilePath& folder)
+{
+    return "log_folder: " + file + " cannot be opened in " + folder.GetText();
+}
+
+/// Opens the event log, the transfer log and both data logs in the settings' folder, which is made when it is missing.
+/// False: error says why there are no logs.
 bool OpenLogs(FtpService& service, const FtpSettings& settings, String& error)
 {
     const FilePath& folder = settings.GetLogFolder();
@@ -41,9 +47,14 @@ bool OpenLogs(FtpService& service, const FtpSettings& settings, String& error)
     service.SetLogModeNormal(MakeLogSettings(settings, folder), true);
     service.SetLogLosses(true);
     service.SetMonitoringEnabled(folder, "kqftpd-", "activity", "sessions");
-    if (isUsable && !service.GetEventLog().IsOpen())
-        error = "log_folder: kqftpd.log cannot be opened in " + folder.GetText();
-    return isUsable && service.GetEventLog().IsOpen();
+    service.GetTransferLog().SetSettings(settings.GetTransferLog(), MakeLogSettings(settings, folder));
+    if (!isUsable)
+        return false;
+    if (!service.GetEventLog().IsOpen())
+        error = DescribeLostLog("kqftpd.log", folder);
+    else if (!service.GetTransferLog().IsUsable())
+        error = DescribeLostLog(FtpTransferLog::sGetFileName(settings.GetTransferLog()), folder);
+    return error.empty();
 }
 
 /// The ports that a service listens on, with the numbers that the system has given them.
@@ -91,6 +102,7 @@ bool FtpServer::Start(const FtpSettings& settings, String& error)
         return false;
     m_service = std::make_unique<FtpService>(m_pool, m_cache, config);
     m_logFolder = settings.GetLogFolder();
+    m_transferLogForm = settings.GetTransferLog();
     String logError;
     if (!OpenLogs(*m_service, settings, logError) && settings.GetRequireLogs()) {
         error = logError;
@@ -124,8 +136,8 @@ bool FtpServer::Reload(const FtpSettings& settings, String& error)
     if (!xListen(settings, error))
         return false;
     m_service->SetConfig(config);
-    xSetLogSettings(settings);
     m_warnings = FtpSettingsCheck::sFindHomeFaults(settings);
+    xSetLogSettings(settings);
     return true;
 }
 
@@ -140,13 +152,23 @@ void FtpServer::xSetLogSettings(const FtpSettings& settings)
     const EventLogSettings wanted = MakeLogSettings(settings, m_logFolder);
     if (!(wanted == before))
         log.SetSettings(wanted);
+    m_transferLogForm = settings.GetTransferLog();
+    m_service->GetTransferLog().SetSettings(m_transferLogForm, wanted);
+    if (!m_service->GetTransferLog().IsUsable())
+        m_warnings.push_back(DescribeLostLog(FtpTransferLog::sGetFileName(m_transferLogForm), m_logFolder));
 }
 
 bool FtpServer::ReopenLog(String& error)
 {
-    if (m_logFolder.empty() || m_service->GetEventLog().Reopen())
+    if (m_logFolder.empty())
         return true;
-    error = "log_folder: kqftpd.log cannot be opened in " + m_logFolder.GetText();
+    const bool isTransferLogGood = m_service->GetTransferLog().Reopen();
+    if (!m_service->GetEventLog().Reopen())
+        error = DescribeLostLog("kqftpd.log", m_logFolder);
+    else if (!isTransferLogGood)
+        error = DescribeLostLog(FtpTransferLog::sGetFileName(m_transferLogForm), m_logFolder);
+    else
+        return true;
     return false;
 }
 

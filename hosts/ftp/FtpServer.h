@@ -26,12 +26,12 @@ public:
     /// Opens the logs and the ports. False: error says why, nothing runs. GetWarnings tells what is not as it should be
     /// all the same.
     [[nodiscard]] bool Start(const FtpSettings& settings, String& error);
-    /// Takes over changed settings: ports, limits and the rotation of the log at once, everything else for sessions
-    /// that begin from now on; the log folder stays. All or nothing: false, when the settings are wrong or the
-    /// certificate or a port cannot be had, has changed nothing.
+    /// Takes over changed settings: ports, limits, the rotation of the logs and the form of the transfer log at once,
+    /// everything else for sessions that begin from now on; the log folder stays. All or nothing: false, when the
+    /// settings are wrong or the certificate or a port cannot be had, has changed nothing.
     [[nodiscard]] bool Reload(const FtpSettings& settings, String& error);
-    /// Goes on in the event log's file as the path names it now, for who has moved the old one. False: error says why
-    /// not; the old file stays in use.
+    /// Goes on in the files of the event log and the transfer log as the paths name them now, for who has moved the old
+    /// ones. False: error says why not; the old file stays in use.
     [[nodiscard]] bool ReopenLog(String& error);
     /// Closes the ports, ends every session, writes the logs out.
     void Stop();
@@ -56,9 +56,10 @@ private:
     NetDNSCache m_cache;
     std::unique_ptr<FtpService> m_service;
     STRINGS m_warnings;
-    FilePath m_logFolder; // as of the start
-    String m_listen;      // the bindings that are open; empty: none, or not those that the settings ask for
-    ULONG m_limit = 0;    // of the service's sessions
+    FilePath m_logFolder;     // as of the start
+    String m_transferLogForm; // in use
+    String m_listen;          // the bindings that are open; empty: none, or not those that the settings ask for
+    ULONG m_limit = 0;        // of the service's sessions
 };
 
 } // namespace kqlib

@@ -59,7 +59,7 @@ NetTCPSession* FtpService::xCreateSessionSSL(FtpSocket* const connection, EventL
         config = m_config;
     }
     return new FtpSession(m_pool, m_cache, GetActivityLog(), GetEventLog(), id, connection, std::move(config), m_gate,
-                          m_uploads, m_board);
+                          m_uploads, m_transferLog, m_board);
 }
 
 } // namespace kqlib

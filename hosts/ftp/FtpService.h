@@ -5,6 +5,7 @@
 #include "hosts/ftp/FtpConfig.h"
 #include "hosts/ftp/FtpGate.h"
 #include "hosts/ftp/FtpLiveBoard.h"
+#include "hosts/ftp/FtpTransferLog.h"
 #include "hosts/ftp/FtpUploads.h"
 
 #include <memory>
@@ -26,6 +27,8 @@ public:
     bool Start(Messages& messages);
     /// The settings of the sessions made from now on.
     void SetConfig(std::shared_ptr<const FtpConfig> config);
+    /// What the sessions log their transfers in; off at first.
+    FtpTransferLog& GetTransferLog() { return m_transferLog; }
 
 protected:
     NetTCPSession* xCreateSessionSSL(FtpSocket* const connection, EventLogSessionID id) override;
@@ -37,6 +40,7 @@ private:
     std::shared_ptr<const FtpConfig> m_config; // guarded by m_configMutex
     FtpGate m_gate;                            // used by the sessions, which go before it
     FtpUploads m_uploads;                      // the same
+    FtpTransferLog m_transferLog;              // the same
     FtpLiveBoard m_board;
 };
 

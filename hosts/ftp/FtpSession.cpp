@@ -25,12 +25,14 @@ constexpr ULONG MSG_STOP_TRANSFER = 2;
 
 FtpSession::FtpSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& activityLog, EventLog& eventLog,
                        const EventLogSessionID& id, FtpSocket* const connection,
-                       std::shared_ptr<const FtpConfig> config, FtpGate& gate, FtpUploads& uploads, FtpLiveBoard& board)
+                       std::shared_ptr<const FtpConfig> config, FtpGate& gate, FtpUploads& uploads,
+                       FtpTransferLog& transferLog, FtpLiveBoard& board)
     : FtpSessionBase(pool, cache, activityLog, eventLog, id, config->settings.GetIdleSecs(), connection)
     , m_cache(cache)
     , m_config(std::move(config))
     , m_gate(gate)
     , m_uploads(uploads)
+    , m_transferLog(transferLog)
     , m_board(board)
     , m_commandBytes(COMMAND_BUFFER_BYTES)
     , m_commandBuffer{COMMAND_BUFFER_BYTES, m_commandBytes.data(), 0, 0, false}
@@ -191,11 +193,14 @@ const std::vector<FtpSession::COMMAND>& FtpSession::xsGetCommands()
         {"NOOP", &S::xCmdNoop, ALLOWED, false, "NOOP"},
         {"SYST", &S::xCmdSyst, NONE, false, "SYST"},
         {"FEAT", &S::xCmdFeat, NONE, false, "FEAT"},
-        {"OPTS", &S::xCmdOpts, REQUIRED, false, "OPTS UTF8 ON | OPTS MLST [<fact>;...]"},
+        {"OPTS", &S::xCmdOpts, REQUIRED, false, "OPTS UTF8 ON | OPTS MLST [<fact>;...] | OPTS HASH [<name>]"},
         {"HELP", &S::xCmdHelp, ALLOWED, false, "HELP [<command>]"},
         {"STAT", &S::xCmdStat, ALLOWED, true, "STAT [<path>]"},
+        {"AVBL", &S::xCmdAvbl, ALLOWED, true, "AVBL [<folder>]"},
         {"ALLO", &S::xCmdAllo, REQUIRED, true, "ALLO <bytes> [R <bytes>]"},
-        {"SITE", &S::xCmdSite, REQUIRED, true, "SITE WHO | STAT | KICK <session> [<text>] | STOP <session> | HELP"},
+        {"SITE", &S::xCmdSite, REQUIRED, true,
+         "SITE CHMOD <mode> <path> | UTIME <time> <path> | WHO | STAT | KICK <session> [<text>] | STOP <session> | "
+         "HELP"},
         {"TYPE", &S::xCmdType, REQUIRED, true, "TYPE A [N] | TYPE I | TYPE L 8"},
         {"STRU", &S::xCmdStru, REQUIRED, true, "STRU F"},
         {"MODE", &S::xCmdMode, REQUIRED, true, "MODE S"},
@@ -215,10 +220,15 @@ const std::vector<FtpSession::COMMAND>& FtpSession::xsGetCommands()
         {"SIZE", &S::xCmdSize, REQUIRED, true, "SIZE <file>"},
         {"MDTM", &S::xCmdMdtm, REQUIRED, true, "MDTM <file>"},
         {"MFMT", &S::xCmdMfmt, REQUIRED, true, "MFMT <YYYYMMDDhhmmss> <file>"},
+        {"HASH", &S::xCmdHash, REQUIRED, true, "HASH <file>"},
+        {"XMD5", &S::xCmdXmd5, REQUIRED, true, "XMD5 <file>"},
+        {"XSHA1", &S::xCmdXsha1, REQUIRED, true, "XSHA1 <file>"},
+        {"XSHA256", &S::xCmdXsha256, REQUIRED, true, "XSHA256 <file>"},
+        {"XSHA512", &S::xCmdXsha512, REQUIRED, true, "XSHA512 <file>"},
         {"MLST", &S::xCmdMlst, ALLOWED, true, "MLST [<path>]"},
         {"MLSD", &S::xCmdMlsd, ALLOWED, true, "MLSD [<folder>]"},
-        {"LIST", &S::xCmdList, ALLOWED, true, "LIST [<path>]"},
-        {"NLST", &S::xCmdNlst, ALLOWED, true, "NLST [<path>]"},
+        {"LIST", &S::xCmdList, ALLOWED, true, "LIST [<path or pattern>]"},
+        {"NLST", &S::xCmdNlst, ALLOWED, true, "NLST [<path or pattern>]"},
         {"PASV", &S::xCmdPasv, NONE, true, "PASV"},
         {"EPSV", &S::xCmdEpsv, ALLOWED, true, "EPSV [1 | ALL]"},
         {"PORT", &S::xCmdPort, REQUIRED, true, "PORT <h1,h2,h3,h4,p1,p2>"},
@@ -227,11 +237,11 @@ const std::vector<FtpSession::COMMAND>& FtpSession::xsGetCommands()
         {"RETR", &S::xCmdRetr, REQUIRED, true, "RETR <file>"},
         {"STOR", &S::xCmdStor, REQUIRED, true, "STOR <file>"},
         {"APPE", &S::xCmdAppe, REQUIRED, true, "APPE <file>"},
+        {"STOU", &S::xCmdStou, ALLOWED, true, "STOU [<file>]"},
         {"ABOR", &S::xCmdAbor, NONE, true, "ABOR"},
         {"ACCT", nullptr, ALLOWED, false, "ACCT"},
         {"SMNT", nullptr, ALLOWED, false, "SMNT"},
         {"REIN", nullptr, ALLOWED, false, "REIN"},
-        {"STOU", nullptr, ALLOWED, false, "STOU"},
         {"ADAT", nullptr, ALLOWED, false, "ADAT"},
     };
     return commands;
@@ -401,6 +411,11 @@ void FtpSession::xReplyTransferState()
 bool FtpSession::xHasRight(FtpUserSettings::RIGHT right) const
 {
     return (m_rights & right) != 0;
+}
+
+bool FtpSession::xMayName(const String& path) const
+{
+    return !m_config->refusedNames.Refuses(path);
 }
 
 FtpListing::RIGHTS FtpSession::xGetListingRights() const

@@ -5,8 +5,11 @@
 #include "hosts/ftp/FtpConfig.h"
 #include "hosts/ftp/FtpFileSystem.h"
 #include "hosts/ftp/FtpGate.h"
+#include "hosts/ftp/FtpHash.h"
 #include "hosts/ftp/FtpListing.h"
 #include "hosts/ftp/FtpLiveBoard.h"
+#include "hosts/ftp/FtpPattern.h"
+#include "hosts/ftp/FtpTransferLog.h"
 #include "hosts/ftp/FtpUploads.h"
 #include "hosts/ftpcommon/FtpDataAddress.h"
 #include "hosts/ftpcommon/FtpFile.h"
@@ -23,7 +26,7 @@ namespace kqlib {
 ///
 /// The sources are split by theme: FtpSession (the loop, replies, watching the control connection),
 /// FtpSessionAccess (logging in, questions about the server), FtpSessionTLS (what is
-/// protected), FtpSessionFiles (folders, names, times),
+/// protected), FtpSessionFiles (folders, names, times), FtpSessionHash (hashes of files),
 /// FtpSessionData (data connections) and FtpSessionTransfer (files and listings over them).
 ///
 /// Ownership: the service owns the session, the session its sockets; it shares its settings and borrows the board.
@@ -39,13 +42,14 @@ public:
         ACT_IDLE = 0,
         ACT_LIST = 1,
         ACT_DOWNLOAD = 2,
-        ACT_UPLOAD = 3
+        ACT_UPLOAD = 3,
+        ACT_HASH = 4
     };
 
     /// Starts the session's thread.
     FtpSession(ThreadPool& pool, NetDNSCache& cache, DataLogTime& activityLog, EventLog& eventLog,
                const EventLogSessionID& id, FtpSocket* const connection, std::shared_ptr<const FtpConfig> config,
-               FtpGate& gate, FtpUploads& uploads, FtpLiveBoard& board);
+               FtpGate& gate, FtpUploads& uploads, FtpTransferLog& transferLog, FtpLiveBoard& board);
     ~FtpSession() override;
 
 protected:
@@ -93,9 +97,18 @@ private:
         HUNG_UP,       // the control connection is gone
         DISCONNECTED,  // the administrator ends the session
         ENDING,        // the service ends
+        NAME_TAKEN,    // meanwhile, and the user may not replace a file
         READ_FAILED,
         WRITE_FAILED,
         DISK_FULL
+    };
+
+    /// What the client is told then.
+    struct ENDING
+    {
+        END end;
+        unsigned code;
+        const char* text;
     };
 
     /// Where the next data connection comes from.
@@ -106,13 +119,15 @@ private:
         ACTIVE
     };
 
-    /// The transfer that runs.
+    /// The transfer that runs; a hash of a file counts as one.
     struct TRANSFER
     {
         bool isActive = false;
         const char* verb = "";
         String path;
-        ULONG8 moved = 0;         // bytes on the data connection
+        ACTION action = ACT_IDLE;
+        ULONG start = 0;          // tick
+        ULONG8 moved = 0;         // bytes on the data connection, or hashed
         END stop = END::COMPLETE; // set while it runs: why it must stop
     };
 
@@ -150,6 +165,8 @@ private:
     /// Makes the virtual path of an argument; replies with failCode and answers false when it is no name. RFC 959,
     /// section 5.4, lists 553 for commands that give a name to a file, 550 for most others and 501 for listings.
     bool xResolve(const String& argument, String& path, unsigned failCode = 550);
+    /// Whether the settings allow a file or folder of that name to be made, written or renamed to.
+    bool xMayName(const String& path) const;
     FtpListing::RIGHTS xGetListingRights() const;
     void xLogOut();
 
@@ -170,6 +187,8 @@ private:
     void xCmdSite(const String& argument);
     void xSiteWho();
     void xSiteStat();
+    void xSiteChmod(const String& argument);
+    void xSiteUtime(const String& argument);
     void xSiteStepIn(bool isKick, const String& argument);
     void xCmdType(const String& argument);
     void xCmdStru(const String& argument);
@@ -201,6 +220,19 @@ private:
     void xCmdMfmt(const String& argument);
     void xCmdMlst(const String& argument);
 
+    void xCmdAvbl(const String& argument);
+    RESULT xSetModified(const String& path, std::int64_t timeMs) const;
+
+    // FtpSessionHash.cpp
+    void xCmdHash(const String& argument);
+    void xCmdXmd5(const String& argument);
+    void xCmdXsha1(const String& argument);
+    void xCmdXsha256(const String& argument);
+    void xCmdXsha512(const String& argument);
+    void xReplyHash(const char* verb, const String& argument, const String& kind);
+    bool xMakeHash(const char* verb, const String& name, const String& kind, String& hash, ULONG8& size);
+    END xHashFile(const FtpFile& file, const String& kind, String& hash);
+
     // FtpSessionData.cpp
     void xCmdPasv(const String&);
     void xCmdEpsv(const String& argument);
@@ -221,6 +253,7 @@ private:
     void xCmdRetr(const String& argument);
     void xCmdStor(const String& argument);
     void xCmdAppe(const String& argument);
+    void xCmdStou(const String& argument);
     void xCmdAbor(const String&);
     void xCmdList(const String& argument);
     void xCmdNlst(const String& argument);
@@ -229,6 +262,9 @@ private:
     END xBeginTransfer(const char* verb, const String& path, ACTION action, const String& announcement);
     /// Closes the data connection, has the outcome recorded, and gives the reply.
     void xFinishTransfer(END end, const RECORDER& record);
+    void xLogTransfer(const TRANSFER& transfer, bool isComplete, const String& reason);
+    void xNoteTransfer(const char* verb, const String& path, ACTION action);
+    static const ENDING& xsDescribeEnd(END end);
     END xWhyStopped() const;
     END xSendFile(platform::FileHandle file);
     END xSendFileAsText(platform::FileHandle file);
@@ -236,6 +272,13 @@ private:
     END xReceiveFile(platform::FileHandle file);
     END xJudgeUploadEnd() const;
 
+    /// How an upload gets its place.
+    enum class HOW : std::uint8_t
+    {
+        STORE,  // under the name that the client gives
+        APPEND, // behind what is there
+        UNIQUE  // under a name that nothing has
+    };
     /// An upload on its way into a file.
     struct UPLOAD
     {
@@ -245,15 +288,19 @@ private:
         }
         bool IsHidden() const { return !(target == path); }
 
-        String path;   // what the client named
+        HOW how = HOW::STORE;
+        String announcement = "Ready to receive";
+        String path;   // what the client named, or a unique name
         String target; // what is written to: the same, or a hidden name beside it
         FtpFile file;
         FtpUploadClaim claim;
     };
-    void xUpload(const String& argument, bool append);
-    RESULT xOpenUpload(UPLOAD& upload, bool append, ULONG8 from);
+    void xUpload(const String& argument, HOW how);
+    RESULT xOpenUpload(UPLOAD& upload, ULONG8 from);
+    RESULT xOpenUnique(UPLOAD& upload, const String& argument);
     RESULT xOpenHidden(UPLOAD& upload);
-    END xMoveUpload(UPLOAD& upload, bool append, ULONG8 from);
+    bool xWouldOverwrite(const UPLOAD& upload, ULONG8 from) const;
+    END xMoveUpload(UPLOAD& upload, ULONG8 from);
     END xShowUpload(const UPLOAD& upload, END end);
 
     /// A listing: one entry is turned into text at a time.
@@ -269,7 +316,9 @@ private:
         String path;   // what is listed
         String prefix; // before each name
         std::int64_t nowMs;
+        std::optional<FtpPattern> pattern = std::nullopt; // of the names that are shown; none: all
     };
+    String xTakePattern(const String& argument, LISTING& listing) const;
     void xList(const char* verb, LISTFORM form, const String& argument, const String& prefix);
     struct ENTRY
     {
@@ -278,7 +327,7 @@ private:
     };
     void xAddEntry(std::string& out, const LISTING& listing, const String& name, FtpFileSystem::FACTS facts) const;
     void xAddListedItself(std::string& out, const LISTING& listing) const;
-    bool xReadEntries(platform::FolderReader& reader, std::vector<ENTRY>& entries);
+    bool xReadEntries(const LISTING& listing, platform::FolderReader& reader, std::vector<ENTRY>& entries);
     /// Sends the listing of a folder (or of a single file) to the socket.
     END xSendListing(NetTCP* socket, const LISTING& listing, platform::FolderReader& reader);
     void xListOnControl(const String& argument);
@@ -288,6 +337,7 @@ private:
     const std::shared_ptr<const FtpConfig> m_config;
     FtpGate& m_gate;
     FtpUploads& m_uploads;
+    FtpTransferLog& m_transferLog;
     FtpLiveBoard& m_board;
 
     // Used by the session's thread only.
@@ -312,6 +362,7 @@ private:
     bool m_isAscii = true;
     bool m_isOnlyEpsv = false;
     std::uint32_t m_facts = FtpListing::ALL_FACTS;
+    String m_hash = FtpHash::DEFAULT; // of HASH
 
     DATAMODE m_dataMode = DATAMODE::NONE;
     std::unique_ptr<FtpSocket> m_data;

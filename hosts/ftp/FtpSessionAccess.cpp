@@ -35,6 +35,8 @@ const char* DescribeAction(ULONG action)
         return "downloading";
     case FtpSession::ACT_UPLOAD:
         return "uploading";
+    case FtpSession::ACT_HASH:
+        return "hashing";
     default:
         return "idle";
     }
@@ -90,15 +92,14 @@ void FtpSession::xCmdPass(const String& password)
 void FtpSession::xEnter(const FtpUserSettings& user)
 {
     FtpGate::DISPLACED displaced;
-    const std::uint32_t rights = user.GetRightBits();
-    const bool hasPlace = m_gate.LogIn(m_config->settings, *m_place, (rights & FtpUserSettings::ADMIN) != 0, displaced);
+    const FtpGate::VERDICT verdict = m_gate.LogIn(m_config->settings, *m_place, user, displaced);
     xDisplace(displaced);
-    if (!hasPlace) {
+    if (verdict != FtpGate::VERDICT::WELCOME) {
         m_files.Close();
-        return xRefuseClient(FtpGate::VERDICT::FULL);
+        return xRefuseClient(verdict);
     }
     m_user = &user;
-    m_rights = rights;
+    m_rights = user.GetRightBits();
     m_failedLogins = 0;
     xRecordLoginAttempt(xGetMainNetState(), true, "User", user.GetName(), String(), String());
     xSetCurrentUser(user.GetName());
@@ -148,10 +149,11 @@ void FtpSession::xCmdFeat(const String&)
     std::string body;
     if (m_config->settings.IsTLSWanted())
         body += " AUTH TLS\r\n PBSZ\r\n PROT\r\n";
-    for (const char* feature : {"EPRT", "EPSV", "MDTM", "MFMT"})
+    for (const char* feature : {"AVBL", "EPRT", "EPSV"})
         body.append(" ").append(feature).append("\r\n");
+    body += " HASH " + FtpHash::sGetNames(m_hash).str() + "\r\n MDTM\r\n MFMT\r\n";
     body += " MLST " + FtpListing::sGetFactNames(m_facts, true).str() + "\r\n";
-    for (const char* feature : {"REST STREAM", "SIZE", "TVFS", "UTF8"})
+    for (const char* feature : {"REST STREAM", "SIZE", "TVFS", "UTF8", "XMD5", "XSHA1", "XSHA256", "XSHA512"})
         body.append(" ").append(feature).append("\r\n");
     xReplyLines(211, "Features", body, "End");
 }
@@ -165,6 +167,13 @@ void FtpSession::xCmdOpts(const String& argument)
         m_facts = FtpListing::sParseFactNames(value);
         const String names = FtpListing::sGetFactNames(m_facts, false);
         return xReply(200, names.empty() ? String("MLST OPTS") : "MLST OPTS " + names);
+    }
+    if (option.MatchesI("HASH")) {
+        const String name = value.empty() ? m_hash : FtpHash::sFindName(value);
+        if (name.empty())
+            return xReply(504, "Only the hashes that FEAT lists are offered");
+        m_hash = name;
+        return xReply(200, name);
     }
     if (!option.MatchesI("UTF8") && !option.MatchesI("UTF-8"))
         return xReply(501, "Option not understood");
@@ -225,8 +234,14 @@ void FtpSession::xCmdSite(const String& argument)
     const String name = words.empty() ? String() : words[0];
     const bool isQuestion = words.size() == 1;
     if (isQuestion && name.MatchesI("HELP"))
-        return xReplyLines(214, "SITE commands", " WHO STAT HELP\r\n KICK <session> [<text>]\r\n STOP <session>\r\n",
-                           "All but HELP are for administrators");
+        return xReplyLines(214, "SITE commands",
+                           " CHMOD <mode> <path>\r\n UTIME <time> <path>\r\n HELP\r\n WHO\r\n STAT\r\n KICK <session> "
+                           "[<text>]\r\n STOP <session>\r\n",
+                           "WHO, STAT, KICK and STOP are for administrators");
+    if (name.MatchesI("CHMOD"))
+        return xSiteChmod(TextBehind(argument, 1));
+    if (name.MatchesI("UTIME"))
+        return xSiteUtime(TextBehind(argument, 1));
     const bool isWho = isQuestion && name.MatchesI("WHO");
     const bool isStat = isQuestion && name.MatchesI("STAT");
     const bool isKick = name.MatchesI("KICK");

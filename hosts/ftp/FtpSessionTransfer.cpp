@@ -1,6 +1,7 @@
 // FtpSession: files and listings over data connections.
 #include "hosts/ftp/FtpSession.h"
 
+#include "common/TimedEvent.h"
 #include "hosts/ftp/FtpAscii.h"
 #include "hosts/ftpcommon/FtpText.h"
 
@@ -22,6 +23,9 @@ constexpr std::size_t LIST_CHUNK_BYTES = 64 * 1024;
 constexpr std::size_t SORTED_TOGETHER = 100000;
 /// Entries between two looks at the control connection.
 constexpr std::size_t LOOKS_EVERY = 1000;
+
+/// Names that are tried for a new file.
+constexpr int NAME_TRIES = 100;
 
 using BUFFER = std::unique_ptr<unsigned char[]>;
 
@@ -70,25 +74,15 @@ FtpSession::END FtpSession::xBeginTransfer(const char* verb, const String& path,
     if (m_config->settings.GetRequireTLS() && !m_isDataProtected)
         return END::UNPROTECTED;
     xReply(150, announcement);
-    m_transfer = TRANSFER();
-    m_transfer.isActive = true;
-    m_transfer.verb = verb;
-    m_transfer.path = path;
-    xSetCurrentActionDetail(action, path);
+    xNoteTransfer(verb, path, action);
     xSetTimeOutSecs(m_config->settings.GetStallSecs());
     xResetTimeOut();
     xWatch(); // what came along with the command itself
     return m_transfer.stop == END::COMPLETE ? xOpenData() : m_transfer.stop;
 }
 
-void FtpSession::xFinishTransfer(END end, const RECORDER& record)
+const FtpSession::ENDING& FtpSession::xsDescribeEnd(END end)
 {
-    struct ENDING
-    {
-        END end;
-        unsigned code;
-        const char* text;
-    };
     static constexpr ENDING ENDINGS[] = {
         {END::COMPLETE, 226, "Transfer complete"},
         {END::NOT_CONNECTED, 425, "No data connection"},
@@ -103,19 +97,59 @@ void FtpSession::xFinishTransfer(END end, const RECORDER& record)
         {END::HUNG_UP, 426, "The control connection is gone"},
         {END::DISCONNECTED, 426, "Disconnected by the administrator"},
         {END::ENDING, 426, "The service is stopping"},
+        {END::NAME_TAKEN, 553, "There is one of that name already"},
         {END::READ_FAILED, 451, "The file cannot be read"},
         {END::WRITE_FAILED, 451, "The file cannot be written"},
         {END::DISK_FULL, 452, "No space left"},
     };
+    return *std::find_if(std::begin(ENDINGS), std::end(ENDINGS),
+                         [end](const ENDING& candidate) { return candidate.end == end; });
+}
+
+/// From now on there is something to be watched, told and stopped.
+void FtpSession::xNoteTransfer(const char* verb, const String& path, ACTION action)
+{
     m_transfer = TRANSFER();
+    m_transfer.isActive = true;
+    m_transfer.verb = verb;
+    m_transfer.path = path;
+    m_transfer.action = action;
+    m_transfer.start = TimedEvent::sGetNow();
+    xSetCurrentActionDetail(action, path);
+}
+
+void FtpSession::xFinishTransfer(END end, const RECORDER& record)
+{
+    const TRANSFER transfer = std::exchange(m_transfer, TRANSFER());
     xSetCurrentActionDetail(ACT_IDLE, String());
     xSetTimeOutSecs(m_config->settings.GetIdleSecs());
     xResetTimeOut();
     xCloseData(end == END::COMPLETE);
-    const auto* ending = std::find_if(std::begin(ENDINGS), std::end(ENDINGS),
-                                      [end](const ENDING& candidate) { return candidate.end == end; });
-    record(end == END::COMPLETE, ending->text);
-    xReply(ending->code, ending->text);
+    const ENDING& ending = xsDescribeEnd(end);
+    record(end == END::COMPLETE, ending.text);
+    xLogTransfer(transfer, end == END::COMPLETE, ending.text);
+    xReply(ending.code, ending.text);
+}
+
+/// One line for a file that was to be moved. What never began, and what no 150 was said for, is no transfer.
+void FtpSession::xLogTransfer(const TRANSFER& transfer, bool isComplete, const String& reason)
+{
+    if (!transfer.isActive || transfer.action == ACT_LIST)
+        return;
+    FtpTransferLog::TRANSFER line;
+    line.command = transfer.verb;
+    line.user = m_user->GetName();
+    line.isAnonymous = m_user->GetIsAnonymous();
+    line.address = xGetMainNetState().remoteIP;
+    line.path = m_files.GetRealPath(transfer.path);
+    line.isUpload = transfer.action == ACT_UPLOAD;
+    line.isText = m_isAscii;
+    line.isSecured = m_isDataProtected;
+    line.bytes = transfer.moved;
+    line.milliSecs = static_cast<std::uint32_t>(TimedEvent::sGetNow() - transfer.start);
+    line.isComplete = isComplete;
+    line.reason = reason;
+    m_transferLog.Print(line);
 }
 
 /// Why the base gave up moving data.
@@ -204,32 +238,40 @@ bool FtpSession::xSendText(NetTCP* socket, const std::string& text)
 
 void FtpSession::xCmdStor(const String& argument)
 {
-    xUpload(argument, false);
+    xUpload(argument, HOW::STORE);
 }
 
 void FtpSession::xCmdAppe(const String& argument)
 {
-    xUpload(argument, true);
+    xUpload(argument, HOW::APPEND);
+}
+
+/// The name is told in the form of RFC 1123, section 4.1.2.9. RFC 959 knows no argument; clients that give one mean the
+/// name that the file should have if it can.
+void FtpSession::xCmdStou(const String& argument)
+{
+    xUpload(argument, HOW::UNIQUE);
 }
 
 /// Data go straight into the file: what has arrived when a transfer breaks off stays, so that it can be resumed. Or, by
 /// a setting, they go to a hidden name, and the file appears when it is whole.
-void FtpSession::xUpload(const String& argument, bool append)
+void FtpSession::xUpload(const String& argument, HOW how)
 {
     const ULONG8 asked = std::exchange(m_restart, 0);
-    const ULONG8 from = append ? 0 : asked; // APPE knows its place itself
+    const ULONG8 from = how == HOW::STORE ? asked : 0; // the others know their place themselves
     UPLOAD upload(m_uploads);
+    upload.how = how;
     if (!xResolve(argument, upload.path, 553))
         return;
-    const FilePath realPath = m_files.GetRealPath(upload.path);
     const RECORDER record = [&](bool success, const String& reason) {
-        if (append)
+        const FilePath realPath = m_files.GetRealPath(upload.path);
+        if (how == HOW::APPEND)
             xRecordFileAppended(xGetMainNetState(), success, realPath, reason);
         else
             xRecordFileUploaded(xGetMainNetState(), success, realPath, reason);
     };
     FtpFileSystem::FACTS facts;
-    RESULT result = xOpenUpload(upload, append, from);
+    RESULT result = how == HOW::UNIQUE ? xOpenUnique(upload, argument) : xOpenUpload(upload, from);
     if (result == RESULT::DONE)
         result = m_files.GetRoot().GetFacts(upload.target.str(), facts);
     if (result != RESULT::DONE) {
@@ -241,21 +283,26 @@ void FtpSession::xUpload(const String& argument, bool append)
         record(false, BUSY);
         return xReply(450, BUSY);
     }
+    if (xWouldOverwrite(upload, from)) {
+        record(false, FtpFileSystem::sDescribe(RESULT::EXISTS));
+        return xReplyFailure(RESULT::EXISTS, 553);
+    }
     if (from > upload.file.GetSize() || (from != 0 && m_isAscii)) {
         record(false, "Bad restart position");
         return xReply(554, "The restart position is not possible");
     }
-    const END end = xMoveUpload(upload, append, from);
+    const END end = xMoveUpload(upload, from);
     // Whoever has the reply finds everything in the file, and may upload again.
     upload.claim.Release();
     xFinishTransfer(end, record);
 }
 
-FtpSession::END FtpSession::xMoveUpload(UPLOAD& upload, bool append, ULONG8 from)
+FtpSession::END FtpSession::xMoveUpload(UPLOAD& upload, ULONG8 from)
 {
+    constexpr const char* VERBS[] = {"STOR", "APPE", "STOU"};
     FtpFile& file = upload.file;
-    const ULONG8 start = append ? file.GetSize() : from;
-    END end = xBeginTransfer(append ? "APPE" : "STOR", upload.path, ACT_UPLOAD, "Ready to receive");
+    const ULONG8 start = upload.how == HOW::APPEND ? file.GetSize() : from;
+    END end = xBeginTransfer(VERBS[static_cast<std::size_t>(upload.how)], upload.path, ACT_UPLOAD, upload.announcement);
     bool isUnused = false;
     if (end == END::COMPLETE) {
         // Only now that data can come is the old content given up.
@@ -276,17 +323,32 @@ FtpSession::END FtpSession::xMoveUpload(UPLOAD& upload, bool append, ULONG8 from
 FtpSession::END FtpSession::xShowUpload(const UPLOAD& upload, END end)
 {
     const platform::RootFolder& root = m_files.GetRoot();
-    if (end == END::COMPLETE && root.Rename(upload.target.str(), upload.path.str(), true) == RESULT::DONE)
+    RESULT result = RESULT::FAILED;
+    if (end == END::COMPLETE)
+        result = root.Rename(upload.target.str(), upload.path.str(), m_user->GetOverwrite());
+    if (result == RESULT::DONE)
         return end;
     static_cast<void>(root.RemoveFile(upload.target.str())); // if it cannot be removed, it does no harm
+    if (result == RESULT::EXISTS)
+        return END::NAME_TAKEN;
     return end == END::COMPLETE ? END::WRITE_FAILED : end;
 }
 
-FtpSession::RESULT FtpSession::xOpenUpload(UPLOAD& upload, bool append, ULONG8 from)
+/// Whether something that a file holds would be given up for a user who may not do that. What is there may be gone on
+/// from: the end of an upload that broke off comes so.
+bool FtpSession::xWouldOverwrite(const UPLOAD& upload, ULONG8 from) const
+{
+    return !m_user->GetOverwrite() && upload.how == HOW::STORE && upload.file.GetSize() > from;
+}
+
+FtpSession::RESULT FtpSession::xOpenUpload(UPLOAD& upload, ULONG8 from)
 {
     if (!xHasRight(FtpUserSettings::WRITE))
         return RESULT::DENIED;
+    if (!xMayName(upload.path))
+        return RESULT::BAD_NAME;
     upload.target = upload.path;
+    const bool append = upload.how == HOW::APPEND;
     const bool mayMake = append || from == 0; // a restart goes on with what is there
     FtpFileSystem::FACTS facts;
     const bool isLink = m_files.GetRoot().GetOwnFacts(upload.path.str(), facts) == RESULT::DONE &&
@@ -296,17 +358,50 @@ FtpSession::RESULT FtpSession::xOpenUpload(UPLOAD& upload, bool append, ULONG8 f
     return upload.file.Open(m_files.GetRoot(), upload.path.str(), platform::FileMode::WRITE, mayMake);
 }
 
+/// Makes a new file of the name that was asked for, or of that name and a number where it is taken. Nobody else knows
+/// it before the reply, so it needs no hidden name.
+FtpSession::RESULT FtpSession::xOpenUnique(UPLOAD& upload, const String& argument)
+{
+    if (!xHasRight(FtpUserSettings::WRITE))
+        return RESULT::DENIED;
+    const platform::RootFolder& root = m_files.GetRoot();
+    std::random_device random;
+    const bool isNamed = !argument.empty() && !(upload.path == "/");
+    const String wanted = isNamed ? upload.path : FtpFileSystem::sJoin(upload.path, "upload");
+    upload.path = wanted;
+    for (int i = 0; i < NAME_TRIES; ++i) {
+        if (i != 0 || !isNamed)
+            upload.path = wanted + "." + String::sToString(static_cast<ULONG8>(random()));
+        FtpFileSystem::FACTS facts;
+        if (!xMayName(upload.path))
+            return RESULT::BAD_NAME;
+        if (root.GetOwnFacts(upload.path.str(), facts) == RESULT::DONE)
+            continue;
+        const RESULT result = upload.file.Open(root, upload.path.str(), platform::FileMode::WRITE, true);
+        if (result == RESULT::DONE && !upload.file.WasMade())
+            continue; // somebody was faster
+        upload.target = upload.path;
+        const String::size_type slash = upload.path.str().rfind('/');
+        const String name = upload.path.substr(slash + 1);
+        const bool isHere = FtpFileSystem::sJoin(m_files.GetFolder(), name) == upload.path;
+        upload.announcement = "FILE: " + MakeVisible(isHere ? name : upload.path);
+        return result;
+    }
+    return RESULT::EXISTS;
+}
+
 /// Opens a new file beside the one that was named. One that may not be written must not be replaced either.
 FtpSession::RESULT FtpSession::xOpenHidden(UPLOAD& upload)
 {
-    constexpr int TRIES = 100;
     const platform::RootFolder& root = m_files.GetRoot();
     const RESULT old = upload.file.Open(root, upload.path.str(), platform::FileMode::WRITE, false);
     if (old != RESULT::DONE && old != RESULT::NOT_FOUND)
         return old;
+    if (old == RESULT::DONE && !m_user->GetOverwrite())
+        return RESULT::EXISTS;
     const String folder = upload.path.substr(0, upload.path.str().rfind('/') + 1);
     std::random_device random;
-    for (int i = 0; i < TRIES; ++i) {
+    for (int i = 0; i < NAME_TRIES; ++i) {
         upload.target = folder + ".kqftpd-" + String::sToString(static_cast<ULONG8>(random())) + ".part";
         const RESULT result = upload.file.Open(root, upload.target.str(), platform::FileMode::WRITE, true);
         if (result != RESULT::DONE || upload.file.WasMade())
@@ -382,11 +477,30 @@ void FtpSession::xCmdMlsd(const String& argument)
     xList("MLSD", LISTFORM::FACTS, argument, String());
 }
 
+/// Gives the folder of "folder/*.txt" and notes the pattern; any other argument comes back as it is, and so does one
+/// that names something that is there. Only the last name of a path may have wildcards.
+String FtpSession::xTakePattern(const String& argument, LISTING& listing) const
+{
+    const std::string::size_type slash = argument.str().rfind('/');
+    const std::string::size_type start = slash == std::string::npos ? 0 : slash + 1;
+    const String name = argument.substr(start);
+    String path;
+    FtpFileSystem::FACTS facts;
+    if (!FtpPattern::sHasWildcards(name) || m_files.Resolve(argument, path) != RESULT::DONE ||
+        m_files.GetShownFacts(path, facts) == RESULT::DONE)
+        return argument;
+    listing.pattern.emplace(name);
+    listing.prefix = argument.substr(0, start); // names come in the form that they were asked for in
+    return listing.prefix;
+}
+
 void FtpSession::xList(const char* verb, LISTFORM form, const String& argument, const String& prefix)
 {
     m_restart = 0;
     LISTING listing{form, String(), prefix, TimePos::sNow().GetMilliSeconds()};
-    if (!xResolve(argument, listing.path, 501))
+    // MLSD knows no wildcards (RFC 3659, section 7.1).
+    const String name = form == LISTFORM::FACTS ? argument : xTakePattern(argument, listing);
+    if (!xResolve(name, listing.path, 501))
         return;
     const FilePath realPath = m_files.GetRealPath(listing.path);
     platform::FolderReader reader;
@@ -394,6 +508,8 @@ void FtpSession::xList(const char* verb, LISTFORM form, const String& argument, 
     RESULT result = xHasRight(FtpUserSettings::READ) ? m_files.GetShownFacts(listing.path, facts) : RESULT::DENIED;
     if (result == RESULT::DONE && facts.kind == platform::FileKind::FOLDER)
         result = reader.Open(m_files.GetRoot(), listing.path.str());
+    else if (result == RESULT::DONE && listing.pattern)
+        result = RESULT::NOT_FOLDER;
     if (result != RESULT::DONE) {
         xRecordDirViewed(xGetMainNetState(), false, realPath, FtpFileSystem::sDescribe(result));
         return xReplyFailure(result);
@@ -414,7 +530,7 @@ FtpSession::END FtpSession::xSendListing(NetTCP* socket, const LISTING& listing,
     xAddListedItself(text, listing);
     std::vector<ENTRY> entries;
     for (bool isMore = true; isMore;) {
-        isMore = xReadEntries(reader, entries);
+        isMore = xReadEntries(listing, reader, entries);
         if (m_transfer.isActive && !xShouldGoOn())
             return xWhyStopped();
         for (const ENTRY& entry : entries) {
@@ -440,18 +556,19 @@ void FtpSession::xAddListedItself(std::string& out, const LISTING& listing) cons
         FtpListing::sAddFactLine(out, ".", facts, m_facts, xGetListingRights(), "cdir");
 }
 
-/// Reads the next entries of a folder and sorts them by the bytes of their names. False: there are no more. A folder
-/// has one part, unless it is so large that sorting it as a whole would take much memory.
-bool FtpSession::xReadEntries(platform::FolderReader& reader, std::vector<ENTRY>& entries)
+/// Reads the next entries of a folder that the listing shows and sorts them by the bytes of their names. False: there
+/// are no more. A folder has one part, unless it is so large that sorting it as a whole would take much memory.
+bool FtpSession::xReadEntries(const LISTING& listing, platform::FolderReader& reader, std::vector<ENTRY>& entries)
 {
     entries.clear();
     ENTRY entry;
     bool isMore = true;
+    std::size_t seen = 0;
     while (entries.size() < SORTED_TOGETHER && isMore) {
         isMore = reader.Read(entry.name, entry.facts);
-        if (isMore)
+        if (isMore && (!listing.pattern || listing.pattern->MatchesListed(String(entry.name))))
             entries.push_back(entry);
-        if (m_transfer.isActive && entries.size() % LOOKS_EVERY == 0 && !xShouldGoOn())
+        if (m_transfer.isActive && ++seen % LOOKS_EVERY == 0 && !xShouldGoOn())
             return false; // the caller finds out why
     }
     std::sort(entries.begin(), entries.end(),

@@ -6,6 +6,8 @@
 #include "common/STRINGS.h"
 #include "common/SettingsTransportSet.h"
 #include "hosts/ftp/FtpPassword.h"
+#include "hosts/ftp/FtpRefusedNames.h"
+#include "hosts/ftp/FtpTransferLog.h"
 #include "hosts/ftpcommon/FtpPaths.h"
 #include "hosts/ftpcommon/FtpText.h"
 #include "net/ports/NetPortBinds.h"
@@ -63,7 +65,9 @@ enum CODE : int
     BAD_RESERVED_SESSIONS,
     BAD_RESERVED_ADDRESSES,
     BAD_LOG_ROTATE_MB,
-    BAD_LOG_OLD_FILES
+    BAD_LOG_OLD_FILES,
+    BAD_TRANSFER_LOG,
+    BAD_REFUSED_NAME
 };
 
 struct CODE_TEXT
@@ -82,6 +86,8 @@ constexpr CODE_TEXT CODE_TEXTS[] = {
     {BAD_RESERVED_ADDRESSES, "reserved_addresses: a range begins behind its end, or a host name is empty"},
     {BAD_LOG_ROTATE_MB, "log_rotate_mb: must be from 0 to 4095"},
     {BAD_LOG_OLD_FILES, "log_old_files: must be from 0 to 1000"},
+    {BAD_TRANSFER_LOG, "transfer_log: must be \"none\", \"standard\" or \"json\""},
+    {BAD_REFUSED_NAME, "refused_names: each must be a pattern for a name, without \"/\" and control characters"},
     {BAD_IDLE, "idle_timeout_secs: must be from 1 to 86400"},
     {BAD_STALL, "stall_timeout_secs: must be from 1 to 86400"},
     {BAD_CONNECT, "connect_timeout_secs: must be from 1 to 86400"},
@@ -110,6 +116,7 @@ enum class FORM
     TEXT,
     FLAG,
     RULES,
+    TEXTS,
     USERS
 };
 
@@ -146,6 +153,7 @@ constexpr KEY SERVER_KEYS[] = {
     {"log_rotate_mb", FORM::NUMBER},
     {"log_rotate_daily", FORM::FLAG},
     {"log_old_files", FORM::NUMBER},
+    {"transfer_log", FORM::TEXT},
     {"log_debug", FORM::FLAG},
     {"connection_rules", FORM::RULES},
     {"hammer_attempts", FORM::NUMBER},
@@ -153,6 +161,8 @@ constexpr KEY SERVER_KEYS[] = {
     {"hammer_block_secs", FORM::NUMBER},
     {"hammer_exemptions", FORM::RULES},
     {"max_sessions_per_address", FORM::NUMBER},
+    {"max_sessions_per_user", FORM::NUMBER},
+    {"refused_names", FORM::TEXTS},
     {"update_host", FORM::TEXT},
     {"update_port", FORM::NUMBER},
     {"update_path", FORM::TEXT},
@@ -160,8 +170,8 @@ constexpr KEY SERVER_KEYS[] = {
 };
 
 constexpr KEY USER_KEYS[] = {
-    {"name", FORM::TEXT},   {"password", FORM::TEXT},  {"home", FORM::TEXT},
-    {"rights", FORM::TEXT}, {"anonymous", FORM::FLAG},
+    {"name", FORM::TEXT},      {"password", FORM::TEXT},       {"home", FORM::TEXT},      {"rights", FORM::TEXT},
+    {"anonymous", FORM::FLAG}, {"max_sessions", FORM::NUMBER}, {"overwrite", FORM::FLAG},
 };
 
 /// What an error in an account ends with.
@@ -268,42 +278,50 @@ private:
                 return xFail(path, "must be true or false");
             return set.AddBool(key.name, value.get<bool>());
         case FORM::RULES:
-            return xReadRules(value, key, path, set);
+            return xReadList(value, key, path, set, &JsonReader::xReadRule);
+        case FORM::TEXTS:
+            return xReadList(value, key, path, set, &JsonReader::xReadText);
         case FORM::USERS:
-            return xReadUsers(value, key, path, set);
+            return xReadList(value, key, path, set, &JsonReader::xReadUser);
         }
         return false;
     }
 
-    bool xReadRules(const JSON& list, const KEY& key, const String& path, SettingsTransportSet& set)
+    /// Puts one item of a list, which stands at where, into the set of the list, or says why not.
+    using READ_ITEM = bool (JsonReader::*)(const JSON& item, const String& where, SettingsTransportSet& items);
+
+    bool xReadList(const JSON& list, const KEY& key, const String& path, SettingsTransportSet& set, READ_ITEM readItem)
     {
         if (!list.is_array())
             return xFail(path, "must be a list, [ ... ]");
-        SettingsTransportSet* rules = set.AddSet(key.name);
+        SettingsTransportSet* items = set.AddSet(key.name);
         ULONG8 number = 0;
-        for (const JSON& rule : list) {
-            const String where = path + "[" + String::sToString(number++) + "]";
-            if (!rule.is_string() || !NetIPControlEntry().SetByString(String(rule.get<std::string>())))
-                return xFail(where, "is not a rule");
-            rules->AddString(SettingsTransportSet::UNNAMED, String(rule.get<std::string>()));
-        }
+        for (const JSON& item : list)
+            if (!(this->*readItem)(item, path + "[" + String::sToString(number++) + "]", *items))
+                return false;
         return true;
     }
 
-    bool xReadUsers(const JSON& list, const KEY& key, const String& path, SettingsTransportSet& set)
+    bool xReadRule(const JSON& rule, const String& where, SettingsTransportSet& rules)
     {
-        if (!list.is_array())
-            return xFail(path, "must be a list, [ ... ]");
-        SettingsTransportSet* users = set.AddSet(key.name);
-        ULONG8 number = 0;
-        for (const JSON& user : list) {
-            const String where = path + "[" + String::sToString(number++) + "]";
-            if (!ReadObject(user, USER_KEYS, where, *users->AddSet(SettingsTransportSet::UNNAMED))) {
-                m_error += NameAccount(user);
-                return false;
-            }
-        }
-        return true;
+        if (!rule.is_string() || !NetIPControlEntry().SetByString(String(rule.get<std::string>())))
+            return xFail(where, "is not a rule");
+        return rules.AddString(SettingsTransportSet::UNNAMED, String(rule.get<std::string>()));
+    }
+
+    bool xReadText(const JSON& text, const String& where, SettingsTransportSet& texts)
+    {
+        if (!text.is_string())
+            return xFail(where, "must be a text in quotes");
+        return texts.AddString(SettingsTransportSet::UNNAMED, String(text.get<std::string>()));
+    }
+
+    bool xReadUser(const JSON& user, const String& where, SettingsTransportSet& users)
+    {
+        if (ReadObject(user, USER_KEYS, where, *users.AddSet(SettingsTransportSet::UNNAMED)))
+            return true;
+        m_error += NameAccount(user);
+        return false;
     }
 
     bool xFail(const String& path, const char* what)
@@ -376,6 +394,19 @@ void ReadRules(const SettingsTransportSet& set, const char* key, NetIPControl& r
         return;
     rules.Reset(); // reading appends
     rules.ReadFrom(*items);
+}
+
+/// Reads a list of texts; absent: unchanged.
+void ReadTexts(const SettingsTransportSet& set, const char* key, STRINGS& texts)
+{
+    const SettingsTransportSet* items = set.FindSet(key);
+    if (items == nullptr)
+        return;
+    texts.clear();
+    String text;
+    for (ULONG i = 0; i < items->GetDataCount(); ++i)
+        if (items->GetDataAsString(i, text))
+            texts.push_back(text);
 }
 
 /// True when no rule can be told to be wrong. That a mail rule names one address only is nothing to this server.
@@ -468,7 +499,8 @@ bool FtpUserSettings::IsSame(const SettingsTransferable& other) const
 {
     const auto* user = dynamic_cast<const FtpUserSettings*>(&other);
     return user != nullptr && m_name == user->m_name && m_password == user->m_password && m_home == user->m_home &&
-           m_rights == user->m_rights && m_isAnonymous == user->m_isAnonymous;
+           m_rights == user->m_rights && m_isAnonymous == user->m_isAnonymous && m_maxSessions == user->m_maxSessions &&
+           m_overwrite == user->m_overwrite;
 }
 
 std::uint32_t FtpUserSettings::GetRightBits() const
@@ -481,7 +513,8 @@ bool FtpUserSettings::xWriteTo(SettingsTransportSet& set) const
 {
     return set.AddString("name", m_name) && set.AddString("password", m_password) &&
            set.AddString("home", m_home.GetText()) && set.AddString("rights", m_rights) &&
-           set.AddBool("anonymous", m_isAnonymous);
+           set.AddBool("anonymous", m_isAnonymous) && set.AddULONG("max_sessions", m_maxSessions) &&
+           set.AddBool("overwrite", m_overwrite);
 }
 
 bool FtpUserSettings::xReadFrom(const SettingsTransportSet& set)
@@ -491,6 +524,8 @@ bool FtpUserSettings::xReadFrom(const SettingsTransportSet& set)
     ReadPath(set, "home", m_home);
     set.GetString("rights", m_rights);
     set.GetBool("anonymous", m_isAnonymous);
+    ReadNumber(set, "max_sessions", m_maxSessions);
+    set.GetBool("overwrite", m_overwrite);
     return true;
 }
 
@@ -537,11 +572,13 @@ bool FtpSettings::IsSame(const SettingsTransferable& other) const
            m_blockTimeMs == that->m_blockTimeMs && m_greeting == that->m_greeting && m_logFolder == that->m_logFolder &&
            m_requireLogs == that->m_requireLogs && m_logRotateMB == that->m_logRotateMB &&
            m_logRotateDaily == that->m_logRotateDaily && m_logOldFiles == that->m_logOldFiles &&
-           m_logDebug == that->m_logDebug && m_connectionRules == that->m_connectionRules &&
-           m_hammerAttempts == that->m_hammerAttempts && m_hammerWindowSecs == that->m_hammerWindowSecs &&
-           m_hammerBlockSecs == that->m_hammerBlockSecs && m_hammerExemptions == that->m_hammerExemptions &&
-           m_maxSessionsPerAddress == that->m_maxSessionsPerAddress && m_updateHost == that->m_updateHost &&
-           m_updatePort == that->m_updatePort && m_updatePath == that->m_updatePath && m_users == that->m_users;
+           m_transferLog == that->m_transferLog && m_logDebug == that->m_logDebug &&
+           m_connectionRules == that->m_connectionRules && m_hammerAttempts == that->m_hammerAttempts &&
+           m_hammerWindowSecs == that->m_hammerWindowSecs && m_hammerBlockSecs == that->m_hammerBlockSecs &&
+           m_hammerExemptions == that->m_hammerExemptions && m_maxSessionsPerAddress == that->m_maxSessionsPerAddress &&
+           m_maxSessionsPerUser == that->m_maxSessionsPerUser && m_refusedNames == that->m_refusedNames &&
+           m_updateHost == that->m_updateHost && m_updatePort == that->m_updatePort &&
+           m_updatePath == that->m_updatePath && m_users == that->m_users;
 }
 
 bool FtpSettings::ReadFile(const FilePath& file, String& error)
@@ -661,6 +698,7 @@ bool FtpSettings::xWriteTo(SettingsTransportSet& set) const
     set.AddULONG("log_rotate_mb", m_logRotateMB);
     set.AddBool("log_rotate_daily", m_logRotateDaily);
     set.AddULONG("log_old_files", m_logOldFiles);
+    set.AddString("transfer_log", m_transferLog);
     set.AddBool("log_debug", m_logDebug);
     set.AddSettings("connection_rules", m_connectionRules);
     set.AddULONG("hammer_attempts", m_hammerAttempts);
@@ -668,6 +706,10 @@ bool FtpSettings::xWriteTo(SettingsTransportSet& set) const
     set.AddULONG("hammer_block_secs", m_hammerBlockSecs);
     set.AddSettings("hammer_exemptions", m_hammerExemptions);
     set.AddULONG("max_sessions_per_address", m_maxSessionsPerAddress);
+    set.AddULONG("max_sessions_per_user", m_maxSessionsPerUser);
+    SettingsTransportSet* refused = set.AddSet("refused_names");
+    for (const String& pattern : m_refusedNames)
+        refused->AddString(SettingsTransportSet::UNNAMED, pattern);
     set.AddString("update_host", m_updateHost);
     set.AddULONG("update_port", m_updatePort);
     set.AddString("update_path", m_updatePath);
@@ -705,6 +747,7 @@ bool FtpSettings::xReadFrom(const SettingsTransportSet& set)
     ReadNumber(set, "log_rotate_mb", m_logRotateMB);
     set.GetBool("log_rotate_daily", m_logRotateDaily);
     ReadNumber(set, "log_old_files", m_logOldFiles);
+    set.GetString("transfer_log", m_transferLog);
     set.GetBool("log_debug", m_logDebug);
     ReadRules(set, "connection_rules", m_connectionRules);
     ReadNumber(set, "hammer_attempts", m_hammerAttempts);
@@ -712,6 +755,8 @@ bool FtpSettings::xReadFrom(const SettingsTransportSet& set)
     ReadNumber(set, "hammer_block_secs", m_hammerBlockSecs);
     ReadRules(set, "hammer_exemptions", m_hammerExemptions);
     ReadNumber(set, "max_sessions_per_address", m_maxSessionsPerAddress);
+    ReadNumber(set, "max_sessions_per_user", m_maxSessionsPerUser);
+    ReadTexts(set, "refused_names", m_refusedNames);
     set.GetString("update_host", m_updateHost);
     ReadNumber(set, "update_port", m_updatePort);
     set.GetString("update_path", m_updatePath);
@@ -748,6 +793,7 @@ void FtpSettings::xCheckErrors(Messages& messages) const
     check(isTime(m_logInSecs), BAD_LOG_IN_SECS);
     check(m_logRotateMB <= MAX_LOG_MB, BAD_LOG_ROTATE_MB);
     check(m_logOldFiles <= MAX_OLD_LOGS, BAD_LOG_OLD_FILES);
+    check(FtpTransferLog::sIsForm(m_transferLog), BAD_TRANSFER_LOG);
     check(isTime(m_idleSecs), BAD_IDLE);
     check(isTime(m_stallSecs), BAD_STALL);
     check(isTime(m_connectSecs), BAD_CONNECT);
@@ -756,6 +802,7 @@ void FtpSettings::xCheckErrors(Messages& messages) const
     check(!HasControlCharacter(m_greeting), BAD_GREETING);
     check(AreRulesGood(m_connectionRules), BAD_CONNECTION_RULE);
     check(AreRulesGood(m_hammerExemptions), BAD_HAMMER_EXEMPTION);
+    check(std::all_of(m_refusedNames.begin(), m_refusedNames.end(), FtpRefusedNames::sIsPattern), BAD_REFUSED_NAME);
     check(IsWithoutBlanks(m_updateHost), BAD_UPDATE_HOST);
     check(m_updatePort >= 1 && m_updatePort <= 65535, BAD_UPDATE_PORT);
     check(m_updatePath.StartsWith("/") && IsWithoutBlanks(m_updatePath), BAD_UPDATE_PATH);

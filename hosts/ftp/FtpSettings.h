@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/FilePath.h"
+#include "common/STRINGS.h"
 #include "common/SettingsTransferable.h"
 #include "common/String.h"
 #include "net/ipcontrol/NetIPControl.h"
@@ -14,7 +15,8 @@ namespace kqlib {
 /// One account.
 ///
 /// Settings keys: "name", "password" (the form of FtpPassword), "home" (a folder of the system), "rights" (any of
-/// "read", "write", "delete", "admin", with "," between), "anonymous" (Bool: any password will do).
+/// "read", "write", "delete", "admin", with "," between), "anonymous" (Bool: any password will do), "max_sessions"
+/// (ULONG), "overwrite" (Bool).
 /// Ownership, threads: a plain value. Errors: codes 320 to 324, see FtpSettings::sGetErrorText.
 class FtpUserSettings : public SettingsTransferable
 {
@@ -23,7 +25,7 @@ public:
     enum RIGHT : std::uint32_t
     {
         READ = 1,   ///< download and list
-        WRITE = 2,  ///< upload, append, make folders, rename, set times
+        WRITE = 2,  ///< upload, append, make folders, rename, set times and permissions
         REMOVE = 4, ///< delete files and folders, and replace a file by renaming
         ADMIN = 8   ///< the SITE commands that look at the server
     };
@@ -44,6 +46,13 @@ public:
     bool GetIsAnonymous() const { return m_isAnonymous; }
     void SetIsAnonymous(bool anonymous) { m_isAnonymous = anonymous; }
 
+    /// Sessions that the account may have at a time; 0: as the server's settings say.
+    ULONG GetMaxSessions() const { return m_maxSessions; }
+    void SetMaxSessions(ULONG count) { m_maxSessions = static_cast<std::uint32_t>(count); }
+    /// False: uploads and renaming never cost what a file holds.
+    bool GetOverwrite() const { return m_overwrite; }
+    void SetOverwrite(bool overwrite) { m_overwrite = overwrite; }
+
     /// The rights as bits of RIGHT; none when the text is not understood.
     std::uint32_t GetRightBits() const;
 
@@ -58,6 +67,8 @@ private:
     FilePath m_home;
     String m_rights = "read";
     bool m_isAnonymous = false;
+    std::uint32_t m_maxSessions = 0;
+    bool m_overwrite = true;
 };
 
 /// Everything that kqftpd can be told. The file of a person is plain JSON, one object with the keys below (all may be
@@ -169,6 +180,9 @@ public:
     /// How many old files of it are kept.
     ULONG GetLogOldFiles() const { return m_logOldFiles; }
     void SetLogOldFiles(ULONG count) { m_logOldFiles = static_cast<std::uint32_t>(count); }
+    /// The form of the transfer log: "none", "standard" or "json".
+    const String& GetTransferLog() const { return m_transferLog; }
+    void SetTransferLog(const String& form) { m_transferLog = form; }
     bool GetLogDebug() const { return m_logDebug; }
     void SetLogDebug(bool debug) { m_logDebug = debug; }
     /// Who may connect at all; what no rule matches may.
@@ -189,6 +203,12 @@ public:
     /// Sessions that one address may have at a time; 0: any number.
     ULONG GetMaxSessionsPerAddress() const { return m_maxSessionsPerAddress; }
     void SetMaxSessionsPerAddress(ULONG count) { m_maxSessionsPerAddress = static_cast<std::uint32_t>(count); }
+    /// Sessions that one account may have at a time, unless it says so itself; 0: any number.
+    ULONG GetMaxSessionsPerUser() const { return m_maxSessionsPerUser; }
+    void SetMaxSessionsPerUser(ULONG count) { m_maxSessionsPerUser = static_cast<std::uint32_t>(count); }
+    /// Patterns of names that nobody may give to a file or folder.
+    const STRINGS& GetRefusedNames() const { return m_refusedNames; }
+    void SetRefusedNames(const STRINGS& patterns) { m_refusedNames = patterns; }
     /// Where --check-update looks for the version file; an empty host: nowhere.
     const String& GetUpdateHost() const { return m_updateHost; }
     void SetUpdateHost(const String& host) { m_updateHost = host; }
@@ -233,6 +253,7 @@ private:
     std::uint32_t m_logRotateMB = 100;
     bool m_logRotateDaily = false;
     std::uint32_t m_logOldFiles = 10;
+    String m_transferLog = "none";
     bool m_logDebug = false;
     NetIPControl m_connectionRules;
     std::uint32_t m_hammerAttempts = 5;
@@ -240,6 +261,8 @@ private:
     std::uint32_t m_hammerBlockSecs = 1800;
     NetIPControl m_hammerExemptions;
     std::uint32_t m_maxSessionsPerAddress = 20;
+    std::uint32_t m_maxSessionsPerUser = 0;
+    STRINGS m_refusedNames;
     String m_updateHost;
     std::uint32_t m_updatePort = 80;
     String m_updatePath = "/";

@@ -4,6 +4,7 @@
 #include "hosts/ftp/FtpCertificate.h"
 #include "hosts/ftp/FtpFileSystem.h"
 #include "hosts/ftp/FtpLogFolder.h"
+#include "hosts/ftp/FtpTransferLog.h"
 #include "hosts/ftpcommon/FtpText.h"
 #include "net/ports/NetPortBinds.h"
 #include "net/sockets/NetTCP.h"
@@ -41,6 +42,8 @@ STRINGS FtpSettingsCheck::sFindFaults(const FtpSettings& settings)
         faults.push_back(error);
     if (!settings.GetLogFolder().empty() && !FtpLogFolder::sCanBeUsed(settings.GetLogFolder(), error))
         faults.push_back(error);
+    if (settings.GetLogFolder().empty() && !(settings.GetTransferLog() == FtpTransferLog::NONE))
+        faults.push_back("transfer_log: needs a log_folder");
     const STRINGS homes = sFindHomeFaults(settings);
     faults.insert(faults.end(), homes.begin(), homes.end());
     return faults;

@@ -92,4 +92,11 @@ std::int64_t FtpTime::sToFullSecond(std::int64_t timeMs)
     return milliseconds(floor<seconds>(milliseconds(timeMs))).count();
 }
 
+const char* FtpTime::sGetMonthName(unsigned month)
+{
+    constexpr const char* NAMES[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    return NAMES[month - 1];
+}
+
 } // namespace kqlib

@@ -32,6 +32,8 @@ public:
     [[nodiscard]] static bool sParse(const String& text, std::int64_t& timeMs);
     /// The time at the beginning of the second.
     static std::int64_t sToFullSecond(std::int64_t timeMs);
+    /// "Jan" for 1, and so on.
+    static const char* sGetMonthName(unsigned month);
 };
 
 } // namespace kqlib

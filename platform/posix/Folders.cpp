@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -330,6 +331,38 @@ FileResult RootFolder::SetModified(const std::string& path, std::int64_t modifie
     times[1].tv_nsec = static_cast<long>(rest) * 1000000;
     const char* name = walk.IsFolderItself() ? "." : walk.GetName().c_str();
     return FromCall(::utimensat(walk.GetFolder(), name, times, AT_SYMLINK_NOFOLLOW));
+}
+
+FileResult RootFolder::SetPermissions(const std::string& path, std::uint32_t permissions) const
+{
+    FileFacts facts;
+    if (const FileResult result = GetFacts(path, facts); result != FileResult::DONE)
+        return result;
+    if (facts.kind != FileKind::FILE && facts.kind != FileKind::FOLDER)
+        return FileResult::NOT_FILE;
+    Walk walk(static_cast<int>(m_handle));
+    if (const FileResult result = walk.To(path, true); result != FileResult::DONE)
+        return result;
+    const char* name = walk.IsFolderItself() ? "." : walk.GetName().c_str();
+    const int failed = ::fchmodat(walk.GetFolder(), name, permissions & 0777U, AT_SYMLINK_NOFOLLOW);
+    if (failed != 0 && errno == EOPNOTSUPP) // a link that appeared where the walk had seen none
+        return FileResult::ESCAPES;
+    return FromCall(failed);
+}
+
+FileResult RootFolder::GetFreeBytes(const std::string& path, std::uint64_t& out) const
+{
+    Walk walk(static_cast<int>(m_handle));
+    if (const FileResult result = walk.To(path, true); result != FileResult::DONE)
+        return result;
+    const char* name = walk.IsFolderItself() ? "." : walk.GetName().c_str();
+    const Descriptor folder(
+        Repeat([&] { return ::openat(walk.GetFolder(), name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
+    struct statvfs volume = {};
+    if (!folder.IsOpen() || Repeat([&] { return ::fstatvfs(folder.Get(), &volume); }) != 0)
+        return LastResult();
+    out = std::uint64_t{volume.f_bavail} * volume.f_frsize;
+    return FileResult::DONE;
 }
 
 struct FolderReader::STATE

@@ -349,6 +349,59 @@ FileResult RootFolder::SetModified(const std::string& path, std::int64_t modifie
     return SetFileTime(found.Get(), nullptr, &now, &modified) ? FileResult::DONE : FromSystemError(GetLastError());
 }
 
+FileResult RootFolder::SetPermissions(const std::string& path, std::uint32_t permissions) const
+{
+    constexpr std::uint32_t ownerWrites = 0200;
+    Walk walk(ToNative(m_handle));
+    NativeHandle found;
+    FileFacts facts;
+    FileResult result = walk.To(path, true);
+    if (result == FileResult::DONE)
+        result = OpenEnd(walk, FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES, 0, found);
+    if (result == FileResult::DONE)
+        result = FactsOf(found.Get(), facts);
+    if (result != FileResult::DONE || facts.kind == FileKind::FOLDER)
+        return result;
+    if (facts.kind != FileKind::FILE)
+        return facts.kind == FileKind::LINK ? FileResult::ESCAPES : FileResult::NOT_FILE;
+    FILE_BASIC_INFO info{};
+    if (!GetFileInformationByHandleEx(found.Get(), FileBasicInfo, &info, sizeof(info)))
+        return FromSystemError(GetLastError());
+    info.FileAttributes &= ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
+    if ((permissions & ownerWrites) == 0)
+        info.FileAttributes |= FILE_ATTRIBUTE_READONLY;
+    if (info.FileAttributes == 0) // which would mean that they stay
+        info.FileAttributes = FILE_ATTRIBUTE_NORMAL;
+    return SetFileInformationByHandle(found.Get(), FileBasicInfo, &info, sizeof(info))
+               ? FileResult::DONE
+               : FromSystemError(GetLastError());
+}
+
+FileResult RootFolder::GetFreeBytes(const std::string& path, std::uint64_t& out) const
+{
+    Walk walk(ToNative(m_handle));
+    NativeHandle folder;
+    FileFacts facts;
+    FileResult result = walk.To(path, true);
+    if (result == FileResult::DONE)
+        result = OpenEnd(walk, FILE_READ_ATTRIBUTES, 0, folder);
+    if (result == FileResult::DONE)
+        result = FactsOf(folder.Get(), facts);
+    if (result == FileResult::DONE && facts.kind != FileKind::FOLDER)
+        result = FileResult::NOT_FOLDER;
+    if (result != FileResult::DONE)
+        return result;
+    // The system tells it for a path only.
+    const DWORD length = GetFinalPathNameByHandleW(folder.Get(), nullptr, 0, FILE_NAME_NORMALIZED);
+    std::wstring name(length, L'\0');
+    const DWORD written = GetFinalPathNameByHandleW(folder.Get(), name.data(), length, FILE_NAME_NORMALIZED);
+    ULARGE_INTEGER bytes{};
+    if (written == 0 || written >= length || !GetDiskFreeSpaceExW(name.c_str(), &bytes, nullptr, nullptr))
+        return FromSystemError(GetLastError());
+    out = bytes.QuadPart;
+    return FileResult::DONE;
+}
+
 struct FolderReader::STATE
 {
     /// Reads the next block of entries. False at the end and on failure.

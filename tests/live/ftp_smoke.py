@@ -2,8 +2,8 @@
 """Real clients against kqftpd: curl and lftp upload, list, resume, rename, append and download trees with files from
 0 bytes to 1 GiB in passive, extended passive and active mode, four clients at once; then the same with TLS (and files
 up to 8 MiB), turned on by AUTH TLS and from the first byte, with Python's ftplib as a third client. Every file is
-compared by its SHA-256, and what the server logged is read at the end. Prints one line per step and ends with 1 at the
-first difference.
+compared by its SHA-256; each client lists by a pattern and sets permissions; what the server logged is read at the end.
+Prints one line per step and ends with 1 at the first difference.
 
 usage: ftp_smoke.py BUILD_DIR [--largest MIB] [--emulator PROGRAM]
   --largest MIB       size of the largest file (1024)
@@ -144,6 +144,12 @@ class Curl:
     def rename(self, old, new):
         self.call("--quote", "RNFR /" + old, "--quote", "RNTO /" + new, self.url + "/", "--output", os.devnull)
 
+    def find(self, pattern):
+        return self.call("--list-only", "--request", "NLST " + pattern, self.url + "/").split()
+
+    def chmod(self, mode, path):
+        self.call("--quote", "SITE CHMOD %s %s" % (mode, path), self.url + "/", "--output", os.devnull)
+
 
 class Lftp:
     """lftp in one of its ways to make data connections."""
@@ -191,6 +197,15 @@ class Lftp:
 
     def rename(self, old, new):
         self.call("mv '%s' '%s'" % (old, new))
+
+    def find(self, pattern):
+        return self.call("nlist '%s'" % pattern).split()
+
+    def chmod(self, mode, path):
+        self.call("chmod %s '%s'" % (mode, path))
+
+    def hash(self, path):
+        return self.call("quote XSHA256 '%s'" % path).split()[1]
 
 
 class ImplicitFTP(ftplib.FTP_TLS):
@@ -269,6 +284,15 @@ class Ftplib:
     def append(self, local, remote):
         self.put(local, remote, "APPE")
 
+    def find(self, pattern):
+        return self.ftp.nlst(pattern)
+
+    def chmod(self, mode, path):
+        self.ftp.sendcmd("SITE CHMOD %s %s" % (mode, path))
+
+    def hash(self, path):
+        return self.ftp.sendcmd("XSHA256 " + path).split()[1]
+
     def quit(self):
         self.ftp.quit()
 
@@ -307,6 +331,12 @@ def exercise(client, tree, work):
     client.get(remote + "/renamed", os.path.join(mine, "second"))
     if digest(os.path.join(mine, "second")) != expected:
         raise AssertionError(client.who + ": the appended file differs")
+    found = client.find(remote + "/file-*5")
+    if found != [remote + "/file-65535"]:
+        raise AssertionError("%s: the pattern found %s" % (client.who, found))
+    client.chmod("640", remote + "/renamed")
+    if hasattr(client, "hash") and client.hash(remote + "/renamed").lower() != expected:
+        raise AssertionError(client.who + ": the server's hash differs")
     if hasattr(client, "quit"):
         client.quit()
     shutil.rmtree(mine)

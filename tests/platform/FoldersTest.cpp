@@ -194,6 +194,36 @@ TEST_F(FoldersTest, SetModified_BeforeAndAfter1970_ReadBack)
     EXPECT_EQ(m_root.SetModified("none", 0), FileResult::NOT_FOUND);
 }
 
+TEST_F(FoldersTest, SetPermissions_OwnersWrite_ReadBack)
+{
+    FileFacts facts;
+    ASSERT_EQ(m_root.SetPermissions("sub/file.txt", 0444), FileResult::DONE);
+    ASSERT_EQ(m_root.GetFacts("sub/file.txt", facts), FileResult::DONE);
+    EXPECT_EQ(facts.permissions, 0444U);
+    ASSERT_EQ(m_root.SetPermissions("sub/file.txt", 0666), FileResult::DONE);
+    ASSERT_EQ(m_root.GetFacts("sub/file.txt", facts), FileResult::DONE);
+    EXPECT_EQ(facts.permissions, 0666U);
+    EXPECT_EQ(facts.size, 5U);
+    EXPECT_EQ(m_root.SetPermissions("sub/deep", 0700), FileResult::DONE);
+    EXPECT_EQ(m_root.SetPermissions("none", 0700), FileResult::NOT_FOUND);
+    EXPECT_EQ(m_root.SetPermissions("../outside.txt", 0777), FileResult::ESCAPES);
+}
+
+TEST_F(FoldersTest, GetFreeBytes_OfAFolder_AsTheStandardLibrarySays)
+{
+    for (const char* path : {"", "sub", "sub/deep/../deep"}) {
+        std::uint64_t bytes = 0;
+        ASSERT_EQ(m_root.GetFreeBytes(path, bytes), FileResult::DONE) << path;
+        const auto expected = static_cast<double>(std::filesystem::space(m_temp.GetPath()).available);
+        EXPECT_NEAR(static_cast<double>(bytes), expected, expected / 2 + 1e9) << "others write meanwhile";
+    }
+    std::uint64_t bytes = 0;
+    EXPECT_EQ(m_root.GetFreeBytes("sub/file.txt", bytes), FileResult::NOT_FOLDER);
+    EXPECT_EQ(m_root.GetFreeBytes("none", bytes), FileResult::NOT_FOUND);
+    EXPECT_EQ(m_root.GetFreeBytes("..", bytes), FileResult::ESCAPES);
+    EXPECT_EQ(RootFolder().GetFreeBytes("", bytes) == FileResult::DONE, false);
+}
+
 TEST_F(FoldersTest, FolderReader_AllEntries_EachOnceWithItsFacts)
 {
     constexpr int count = 1500;

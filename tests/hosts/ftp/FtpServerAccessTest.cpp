@@ -111,6 +111,11 @@ TEST_F(FtpServerAccess, Commands_BeforeLogIn_530)
                              "ABOR",
                              "STAT",
                              "ALLO 1",
+                             "STOU",
+                             "HASH a",
+                             "XSHA256 a",
+                             "AVBL",
+                             "SITE CHMOD 777 a",
                              "SITE WHO"})
         EXPECT_EQ(client.Code(line), 530) << line;
     EXPECT_EQ(client.Code("PASS x"), 503);
@@ -192,7 +197,7 @@ TEST_F(FtpServerAccess, Commands_UnknownOrNotOffered_500Or502)
     EXPECT_EQ(client.Code("XYZZY"), 500);
     EXPECT_EQ(client.Code(""), 500);
     EXPECT_EQ(client.Code(" PWD"), 500);
-    for (const char* line : {"ACCT x", "SMNT x", "REIN", "STOU", "ADAT x"})
+    for (const char* line : {"ACCT x", "SMNT x", "REIN", "ADAT x"})
         EXPECT_EQ(client.Code(line), 502) << line;
     EXPECT_EQ(client.Code("pwd"), 257) << "case does not matter";
 }
@@ -232,10 +237,11 @@ TEST_F(FtpServerAccess, Help_EveryCommandHasItsSyntax)
     Start();
     FtpTestClient client = LogIn();
     const std::string help = client.Ask("HELP");
-    for (const char* name : {"USER", "PASS", "QUIT", "NOOP", "SYST", "FEAT", "OPTS", "HELP", "PWD",  "CWD",
-                             "CDUP", "MKD",  "RMD",  "DELE", "RNFR", "RNTO", "SIZE", "MDTM", "MFMT", "MLSD",
-                             "MLST", "LIST", "NLST", "TYPE", "STRU", "MODE", "PASV", "EPSV", "PORT", "EPRT",
-                             "RETR", "STOR", "APPE", "REST", "ABOR", "STAT", "ALLO", "XPWD", "XMKD", "SITE"})
+    for (const char* name :
+         {"USER", "PASS", "QUIT", "NOOP", "SYST", "FEAT", "OPTS", "HELP", "PWD",   "CWD",     "CDUP",   "MKD",
+          "RMD",  "DELE", "RNFR", "RNTO", "SIZE", "MDTM", "MFMT", "MLSD", "MLST",  "LIST",    "NLST",   "TYPE",
+          "STRU", "MODE", "PASV", "EPSV", "PORT", "EPRT", "RETR", "STOR", "APPE",  "REST",    "ABOR",   "STAT",
+          "ALLO", "XPWD", "XMKD", "SITE", "STOU", "HASH", "AVBL", "XMD5", "XSHA1", "XSHA256", "XSHA512"})
     {
         EXPECT_NE(help.find(std::string(" ") + name), std::string::npos) << name;
         EXPECT_EQ(client.Ask(std::string("HELP ") + name).rfind(std::string("214 Syntax: ") + name, 0), 0U) << name;
@@ -256,7 +262,7 @@ TEST_F(FtpServerAccess, Site_AdministratorsOnly)
     EXPECT_NE(who.find(" reader 127.0.0.1:"), std::string::npos) << who;
     EXPECT_NE(who.find(" admin 127.0.0.1:"), std::string::npos) << who;
     EXPECT_NE(who.find(" idle\n"), std::string::npos) << who;
-    EXPECT_EQ(admin.Code("SITE CHMOD 777 x"), 504);
+    EXPECT_EQ(admin.Code("SITE XYZZY 777 x"), 504);
     // The counters of a running session show with its first command in the next second.
     std::string totals;
     EXPECT_TRUE(WaitFor([&] {

@@ -377,5 +377,51 @@ TEST_F(FtpServerGate, ManyClients_AllLeaveAtOnce_CountsComeBackToNone)
     }
 }
 
+TEST_F(FtpServerGate, SessionsPerUser_AsManyAsSet_421)
+{
+    m_settings.SetMaxSessionsPerUser(2);
+    Start();
+    FtpTestClient first = LogIn("reader");
+    FtpTestClient second = LogIn("reader");
+    const auto logInAgain = [this] {
+        FtpTestClient client;
+        EXPECT_TRUE(client.Connect(m_port));
+        EXPECT_EQ(client.Code("USER reader"), 331);
+        return client.Ask("PASS secret");
+    };
+    EXPECT_EQ(logInAgain(), "421 Too many sessions of this account\n");
+    EXPECT_EQ(CountEvents("Connection Refused"), 1U);
+    FtpTestClient other = LogIn("writer"); // of another account
+    EXPECT_EQ(first.Code("USER reader"), 331) << "who begins anew is logged out";
+    FtpTestClient third = LogIn("reader");
+    EXPECT_EQ(first.Ask("PASS secret"), "421 Too many sessions of this account\n");
+    EXPECT_TRUE(first.GetSocket().WaitClosed());
+    second.Close();
+    EXPECT_TRUE(WaitFor([&] { return logInAgain().starts_with("230"); }));
+}
+
+TEST_F(FtpServerGate, SessionsPerUser_TheAccountsOwnNumber_CountsFirst)
+{
+    FtpUserSettings reader = User("reader", "read");
+    FtpUserSettings admin = User("admin", "read,admin");
+    reader.SetMaxSessions(2);
+    m_settings.SetUsers({reader, admin});
+    m_settings.SetMaxSessionsPerUser(1);
+    Start();
+    FtpTestClient first = LogIn("reader");
+    FtpTestClient second = LogIn("reader");
+    FtpTestClient boss = LogIn("admin");
+    FtpTestClient client;
+    EXPECT_FALSE(client.LogIn(m_port, "reader", "secret"));
+    EXPECT_FALSE(client.LogIn(m_port, "admin", "secret")) << "also of an administrator";
+    // A wrong password tells nothing about the account.
+    EXPECT_TRUE(client.Connect(m_port));
+    EXPECT_EQ(client.Code("USER reader"), 331);
+    EXPECT_EQ(client.Code("PASS wrong"), 530);
+    m_settings.SetMaxSessionsPerUser(0);
+    Reload(m_settings);
+    EXPECT_TRUE(client.LogIn(m_port, "admin", "secret"));
+}
+
 } // namespace
 } // namespace kqlib::test

@@ -199,5 +199,126 @@ TEST_F(FtpServerLogs, Rotation_BySize_OldFilesKeptAsManyAsSet)
     EXPECT_GT(EventLogText().size(), 2 * MB);
 }
 
+class FtpServerTransferLog : public FtpServerLogs
+{
+protected:
+    std::string TransferLogText() const { return ReadFile(m_folder / "logs/kqftpd-transfers.log"); }
+    /// The lines from their path on; the test's folder is left out.
+    std::string TransferLines() const
+    {
+        std::istringstream text(TransferLogText());
+        std::string all;
+        for (std::string line; std::getline(text, line);)
+            all += line.substr(line.rfind("home/") + 4) + "\n";
+        return all;
+    }
+};
+
+TEST_F(FtpServerTransferLog, NotAskedFor_NoFile)
+{
+    Start();
+    WorkOnce();
+    for (const auto& file : std::filesystem::directory_iterator(m_folder / "logs"))
+        EXPECT_EQ(file.path().filename().string().find("transfer"), std::string::npos) << file.path();
+}
+
+TEST_F(FtpServerTransferLog, Standard_OneLinePerTransferBeforeItsReply)
+{
+    m_settings.SetTransferLog("standard");
+    Start();
+    EXPECT_EQ(TransferLogText(), "");
+    FtpTestClient client = LogIn();
+    std::string bytes;
+    EXPECT_EQ(client.Upload("STOR a b", "12345"), 226);
+    EXPECT_EQ(TransferLines(), "/a_b a _ i r admin ftp 0 * c\n");
+    EXPECT_NE(TransferLogText().find(" 1 127.0.0.1 5 "), std::string::npos) << TransferLogText();
+    EXPECT_EQ(client.Code("TYPE I"), 200);
+    EXPECT_EQ(client.Upload("APPE a b", "678"), 226);
+    FtpTestClient guest = LogIn("anonymous");
+    EXPECT_EQ(guest.Code("TYPE I"), 200);
+    EXPECT_EQ(guest.Download("RETR a b", bytes), 226);
+    EXPECT_EQ(bytes, "12345678");
+    EXPECT_EQ(TransferLines(), "/a_b a _ i r admin ftp 0 * c\n"
+                               "/a_b b _ i r admin ftp 0 * c\n"
+                               "/a_b b _ o a anonymous ftp 0 * c\n");
+    EXPECT_NE(TransferLogText().find(" 1 127.0.0.1 8 "), std::string::npos) << TransferLogText();
+}
+
+TEST_F(FtpServerTransferLog, ListingsAndRefusals_NoLine)
+{
+    m_settings.SetTransferLog("standard");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string bytes;
+    EXPECT_EQ(client.Code("STOR f"), 425) << "no data connection was prepared";
+    EXPECT_EQ(client.Download("LIST", bytes), 226);
+    EXPECT_EQ(client.Download("RETR missing", bytes), 550);
+    EXPECT_EQ(TransferLogText(), "");
+}
+
+TEST_F(FtpServerTransferLog, Reset_Incomplete)
+{
+    m_settings.SetTransferLog("standard");
+    Start();
+    FtpTestClient client = LogIn();
+    FtpTestSocket data;
+    ASSERT_TRUE(client.OpenPassive(data));
+    EXPECT_EQ(client.Code("STOR f"), 150);
+    data.Reset();
+    const int code = client.ReadCode(); // maybe nobody took the connection before it was reset
+    EXPECT_TRUE(code == 426 || code == 425) << code;
+    EXPECT_EQ(TransferLines(), "/f a _ i r admin ftp 0 * i\n");
+}
+
+TEST_F(FtpServerTransferLog, Reload_FormChangesForEverybody)
+{
+    Start();
+    FtpTestClient client = LogIn();
+    m_settings.SetTransferLog("json");
+    String error;
+    ASSERT_TRUE(m_server.Reload(m_settings, error)) << error.c_str();
+    EXPECT_EQ(client.Upload("STOR f", "12345"), 226);
+    const std::string text = ReadFile(m_folder / "logs/kqftpd-transfers.jsonl");
+    EXPECT_NE(text.find(R"("command":"STOR","direction":"upload")"), std::string::npos) << text;
+    EXPECT_NE(text.find(R"("size":5)"), std::string::npos) << text;
+    EXPECT_NE(text.find(R"("outcome":"complete"})"), std::string::npos) << text;
+}
+
+TEST_F(FtpServerTransferLog, Rotated_ReopenedAndForItsOwnersAlone)
+{
+    m_settings.SetTransferLog("standard");
+    Start();
+    const std::filesystem::path log = m_folder / "logs/kqftpd-transfers.log";
+    WorkOnce();
+    std::filesystem::rename(log, m_folder / "logs/moved");
+    String error;
+    EXPECT_TRUE(m_server.ReopenLog(error)) << error.c_str();
+    EXPECT_EQ(TransferLogText(), "");
+    std::filesystem::rename(log, m_folder / "logs/moved again");
+    WorkOnce(); // the first line makes it
+    EXPECT_NE(TransferLines(), "");
+    if (platform::PathSeparator() == '/') {
+        using std::filesystem::perms;
+        EXPECT_EQ(std::filesystem::status(log).permissions() & (perms::others_all | perms::group_write), perms::none);
+    }
+    std::filesystem::rename(log, m_folder / "logs/moved for good");
+    std::filesystem::create_directory(log);
+    EXPECT_FALSE(m_server.ReopenLog(error));
+    EXPECT_TRUE(error.StartsWith("log_folder: kqftpd-transfers.log cannot be opened in ")) << error.c_str();
+}
+
+TEST_F(FtpServerTransferLog, FileCannotBeHad_SaidOrNoStart)
+{
+    m_settings.SetTransferLog("json");
+    std::filesystem::create_directories(m_folder / "logs/kqftpd-transfers.jsonl");
+    Start();
+    ASSERT_EQ(m_server.GetWarnings().size(), 1U);
+    EXPECT_TRUE(m_server.GetWarnings()[0].StartsWith("log_folder: kqftpd-transfers.jsonl cannot be opened in "));
+    m_settings.SetRequireLogs(true);
+    String error;
+    EXPECT_FALSE(m_server.Start(m_settings, error));
+    EXPECT_TRUE(error.StartsWith("log_folder: kqftpd-transfers.jsonl ")) << error.c_str();
+}
+
 } // namespace
 } // namespace kqlib::test

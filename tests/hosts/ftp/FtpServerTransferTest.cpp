@@ -82,6 +82,172 @@ TEST_F(FtpServerTransfer, Appe_NewAndExisting)
     EXPECT_TRUE(HasEvent("File Append Success"));
 }
 
+/// With the account "keeper", which has every right and may overwrite nothing.
+class FtpServerKeeper : public FtpServerFixture
+{
+protected:
+    FtpServerKeeper()
+    {
+        FtpUserSettings keeper = User("keeper", "read,write,delete");
+        keeper.SetOverwrite(false);
+        m_settings.SetUsers({User("admin", "read,write,delete,admin"), keeper});
+        WriteHomeFile("old", "12345");
+        WriteHomeFile("empty", "");
+    }
+    FtpTestClient LogInKeeper()
+    {
+        FtpTestClient client = LogIn("keeper");
+        EXPECT_EQ(client.Code("TYPE I"), 200);
+        return client;
+    }
+};
+
+TEST_F(FtpServerKeeper, Uploads_WhatAFileHoldsStays)
+{
+    Start();
+    FtpTestClient client = LogInKeeper();
+    EXPECT_EQ(client.Upload("STOR new", "x"), 226);
+    EXPECT_EQ(client.Upload("STOR new", "y"), 553);
+    EXPECT_EQ(ReadHomeFile("new"), "x");
+    EXPECT_EQ(client.Upload("STOR old", "y"), 553);
+    EXPECT_EQ(client.Code("REST 4"), 350);
+    EXPECT_EQ(client.Upload("STOR old", "y"), 553);
+    EXPECT_EQ(ReadHomeFile("old"), "12345");
+    EXPECT_TRUE(HasEvent("File Upload Fail"));
+    EXPECT_EQ(client.Code("REST 5"), 350) << "goes on behind what is there";
+    EXPECT_EQ(client.Upload("STOR old", "67"), 226);
+    EXPECT_EQ(client.Upload("APPE old", "8"), 226);
+    EXPECT_EQ(client.Upload("STOU old", "y"), 226);
+    EXPECT_EQ(ReadHomeFile("old"), "12345678");
+    EXPECT_EQ(client.Upload("STOR empty", "y"), 226) << "there is nothing to lose";
+    EXPECT_EQ(client.Code("REST 9"), 350);
+    EXPECT_EQ(client.Upload("STOR old", "y"), 554);
+    FtpTestClient admin = LogIn();
+    EXPECT_EQ(admin.Upload("STOR old", "y"), 226);
+}
+
+TEST_F(FtpServerKeeper, Rename_NeverReplaces)
+{
+    WriteHomeFile("f", "new");
+    Start();
+    FtpTestClient client = LogInKeeper();
+    EXPECT_EQ(client.Code("RNFR f"), 350);
+    EXPECT_EQ(client.Code("RNTO old"), 553);
+    EXPECT_EQ(ReadHomeFile("old"), "12345");
+    EXPECT_EQ(client.Code("RNFR f"), 350);
+    EXPECT_EQ(client.Code("RNTO g"), 250);
+    EXPECT_EQ(client.Code("DELE old"), 250) << "deleting has a right of its own";
+}
+
+TEST_F(FtpServerKeeper, HiddenUploads_NothingIsReplaced)
+{
+    m_settings.SetHiddenUploads(true);
+    Start();
+    FtpTestClient client = LogInKeeper();
+    EXPECT_EQ(client.Upload("STOR old", "y"), 553);
+    EXPECT_EQ(client.Upload("STOR new", "x"), 226);
+    EXPECT_EQ(ReadHomeFile("new"), "x");
+    FtpTestSocket data;
+    ASSERT_TRUE(client.OpenPassive(data));
+    EXPECT_EQ(client.Code("STOR race"), 150);
+    WriteHomeFile("race", "first");
+    data.Send("second");
+    data.Close();
+    EXPECT_EQ(client.ReadReply(), "553 There is one of that name already\n");
+    EXPECT_EQ(ReadHomeFile("race"), "first");
+    EXPECT_EQ(ReadHomeFile("old"), "12345");
+    EXPECT_EQ(std::distance(fs::directory_iterator(Home()), fs::directory_iterator()), 4) << "no hidden file stays";
+}
+
+TEST_F(FtpServerTransfer, RefusedNames_InEveryCommandThatGivesAName)
+{
+    STRINGS patterns;
+    for (const char* pattern : {"*.exe", ".ht*", "[~]*", "secret"})
+        patterns.push_back(pattern);
+    m_settings.SetRefusedNames(patterns);
+    WriteHomeFile("f", "x");
+    WriteHomeFile("there.exe", "x");
+    fs::create_directory(Home() / "Secret");
+    Start();
+    FtpTestClient client = LogIn();
+    for (const char* name : {"a.exe", "A.EXE", "/x/../a.exe", ".htaccess", "~f", "there.exe", "Secret/f"}) {
+        EXPECT_EQ(client.Upload(std::string("STOR ") + name, "y"), 553) << name;
+        EXPECT_EQ(client.Upload(std::string("APPE ") + name, "y"), 553) << name;
+        EXPECT_EQ(client.Upload(std::string("STOU ") + name, "y"), 553) << name;
+        EXPECT_EQ(client.Code(std::string("MKD ") + name), 550) << name;
+        EXPECT_EQ(client.Code("RNFR f"), 350);
+        EXPECT_EQ(client.Ask(std::string("RNTO ") + name), "553 Name not allowed\n") << name;
+    }
+    EXPECT_EQ(ReadHomeFile("there.exe"), "x");
+    EXPECT_EQ(std::distance(fs::recursive_directory_iterator(Home()), fs::recursive_directory_iterator()), 3);
+    EXPECT_TRUE(HasEvent("File Upload Fail"));
+    EXPECT_TRUE(HasEvent("Directory Create Fail"));
+    std::string bytes;
+    EXPECT_EQ(client.Download("RETR there.exe", bytes), 226) << "what is there may be had";
+    EXPECT_EQ(client.Code("RNFR there.exe"), 350);
+    EXPECT_EQ(client.Code("RNTO there.txt"), 250);
+    EXPECT_EQ(client.Upload("STOR a.exe.txt", "y"), 226);
+}
+
+TEST_F(FtpServerTransfer, Stou_NameIsFreeOrNot_UniqueAndTold)
+{
+    WriteHomeFile("taken", "old");
+    fs::create_directories(Home() / "sub/inner");
+    Start();
+    FtpTestClient client = LogIn();
+    EXPECT_EQ(client.Code("TYPE I"), 200);
+    const auto store = [&client](const std::string& argument) {
+        FtpTestSocket data;
+        EXPECT_TRUE(client.OpenPassive(data));
+        const std::string reply = client.Ask("STOU" + argument);
+        EXPECT_TRUE(reply.starts_with("150 FILE: ")) << reply;
+        data.Send("new");
+        data.Close();
+        EXPECT_EQ(client.ReadCode(), 226);
+        return reply.substr(10, reply.size() - 11);
+    };
+    const auto read = [&client](const std::string& name) {
+        std::string bytes;
+        EXPECT_EQ(client.Download("RETR " + name, bytes), 226) << name;
+        return bytes;
+    };
+    EXPECT_EQ(store(" free"), "free");
+    EXPECT_EQ(ReadHomeFile("free"), "new");
+    for (const char* argument : {"", " taken", " sub", " sub/", " sub/inner", " /", " sub/.."}) {
+        const std::string name = store(argument);
+        EXPECT_EQ(read(name), "new") << argument;
+    }
+    EXPECT_TRUE(store(" taken").starts_with("taken."));
+    EXPECT_TRUE(store(" sub/inner").starts_with("/sub/inner."));
+    EXPECT_TRUE(store("").starts_with("upload."));
+    EXPECT_EQ(ReadHomeFile("taken"), "old");
+    EXPECT_EQ(client.Code("CWD sub"), 250);
+    EXPECT_TRUE(store("").starts_with("upload."));
+    EXPECT_TRUE(store(" /taken").starts_with("/taken."));
+    EXPECT_TRUE(HasEvent("File Upload Success"));
+    const auto count = std::distance(fs::recursive_directory_iterator(Home()), fs::recursive_directory_iterator());
+    EXPECT_EQ(count, 3 + 1 + 7 + 5);
+}
+
+TEST_F(FtpServerTransfer, Stou_NotPossible_RefusedAndNothingStays)
+{
+    Start();
+    FtpTestClient reader = LogIn("reader");
+    EXPECT_EQ(reader.Upload("STOU f", "x"), 553);
+    FtpTestClient client = LogIn();
+    EXPECT_EQ(client.Code("STOU f"), 425) << "no data connection";
+    EXPECT_EQ(client.Upload("STOU missing/f", "x"), 553);
+    EXPECT_EQ(client.Upload("STOU a\x01"
+                            "b",
+                            "x"),
+              553);
+    EXPECT_EQ(client.Upload("STOU " + std::string(300, 'x'), "x"), 553);
+    EXPECT_TRUE(fs::is_empty(Home()));
+    EXPECT_EQ(client.Code("REST 5"), 350);
+    EXPECT_EQ(client.Upload("STOU f", "x"), 226) << "a restart means nothing here";
+    EXPECT_EQ(ReadHomeFile("f"), "x");
+}
+
 TEST_F(FtpServerTransfer, RestThenRetr_AtTheBorders)
 {
     WriteHomeFile("f", "0123456789");
@@ -209,6 +375,93 @@ TEST_F(FtpServerTransfer, Nlst_NamesCanBeGivenBackToRetr)
     EXPECT_EQ(client.Download("NLST", names), 226);
     EXPECT_EQ(names, "inner\r\n");
     EXPECT_EQ(client.Download("NLST missing", names), 550);
+}
+
+TEST_F(FtpServerTransfer, Wildcards_InListAndNlst_TheEntriesThemselves)
+{
+    for (const char* name : {"b.txt", "a.txt", "a.TXT", "c.bin", ".hidden.txt"})
+        WriteHomeFile(name, "x");
+    fs::create_directories(Home() / "d.txt");
+    WriteHomeFile("d.txt/inner.txt", "x");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string listing;
+    const auto names = [&](const std::string& pattern) {
+        listing.clear();
+        EXPECT_EQ(client.Download("NLST " + pattern, listing), 226) << pattern;
+        std::string found;
+        for (const std::string& line : Lines(listing))
+            found += line + "|";
+        return found;
+    };
+    EXPECT_EQ(names("*.txt"), "a.txt|b.txt|d.txt|");
+    EXPECT_EQ(names("-a [!a]*"), "b.txt|c.bin|d.txt|");
+    EXPECT_EQ(names("/?.bin"), "/c.bin|");
+    EXPECT_EQ(names(".*"), ".hidden.txt|");
+    EXPECT_EQ(names("d.txt/*"), "d.txt/inner.txt|") << "ready for RETR";
+    EXPECT_EQ(names("d.txt/../*.bin"), "d.txt/../c.bin|");
+    EXPECT_EQ(names("../../*.bin"), "../../c.bin|") << "above the top is the top";
+    EXPECT_EQ(names("*.none"), "");
+    EXPECT_EQ(client.Download("LIST *.txt", listing), 226);
+    ASSERT_EQ(Lines(listing).size(), 3U) << listing;
+    EXPECT_TRUE(Lines(listing)[0].ends_with(" a.txt"));
+    EXPECT_TRUE(Lines(listing)[2].starts_with("d") && Lines(listing)[2].ends_with(" d.txt"));
+    EXPECT_EQ(client.Code("CWD d.txt"), 250);
+    EXPECT_EQ(names("*"), "inner.txt|");
+}
+
+TEST_F(FtpServerTransfer, Wildcards_WhereTheyMeanNothing_Refused)
+{
+    fs::create_directory(Home() / "d");
+    WriteHomeFile("f", "x");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string listing;
+    EXPECT_EQ(client.Download("NLST */f", listing), 550) << "a folder of that name";
+    EXPECT_EQ(client.Download("NLST f/*", listing), 550);
+    EXPECT_EQ(client.Download("NLST missing/*", listing), 550);
+    EXPECT_EQ(client.Download("NLST a\x01*", listing), 501);
+    EXPECT_EQ(client.Download("MLSD *", listing), 501);
+    EXPECT_EQ(client.Code("STAT *"), 550);
+    FtpTestClient dropper = LogIn("dropper");
+    EXPECT_EQ(dropper.Download("LIST *", listing), 550) << "without the right to read";
+}
+
+TEST_F(FtpServerTransfer, Wildcards_NameThatHasThem_IsTakenFirst)
+{
+    if (platform::PathSeparator() != '/')
+        GTEST_SKIP() << "this system has no such names";
+    WriteHomeFile("a*", "x");
+    WriteHomeFile("ab", "x");
+    fs::create_directory(Home() / "[b]");
+    WriteHomeFile("[b]/inner", "x");
+    WriteHomeFile("b", "x");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string names;
+    EXPECT_EQ(client.Download("NLST a*", names), 226);
+    EXPECT_EQ(names, "a*\r\n");
+    EXPECT_EQ(client.Download("NLST [b]", names), 226);
+    EXPECT_EQ(names, "[b]/inner\r\n");
+    EXPECT_EQ(client.Download("NLST [b]/i*", names), 226);
+    EXPECT_EQ(names, "[b]/inner\r\n") << "the folder is no pattern";
+    EXPECT_EQ(client.Download("NLST a\\**", names), 226);
+    EXPECT_EQ(names, "a*\r\n");
+    EXPECT_EQ(client.Download("NLST a?", names), 226);
+    EXPECT_EQ(names, "a*\r\nab\r\n");
+}
+
+TEST_F(FtpServerTransfer, Wildcards_LinkOutOfTheHome_NotThere)
+{
+    fs::create_symlink("/", Home() / "out");
+    fs::create_symlink("f", Home() / "in");
+    WriteHomeFile("f", "x");
+    Start();
+    FtpTestClient client = LogIn();
+    std::string names;
+    EXPECT_EQ(client.Download("NLST *", names), 226);
+    EXPECT_EQ(names, "f\r\nin\r\n");
+    EXPECT_EQ(client.Download("NLST out/*", names), 550);
 }
 
 TEST_F(FtpServerTransfer, Mlsd_FolderOnly)

@@ -123,6 +123,14 @@ TEST_F(FtpSettingsCheckTest, Listen_AddressesThatAreNotOfThisMachine_Named)
                       "listen_tls: no-such-host.invalid is no address and no known host");
 }
 
+TEST_F(FtpSettingsCheckTest, TransferLogWithoutALogFolder_Named)
+{
+    m_settings.SetTransferLog("json");
+    EXPECT_EQ(Faults(), "transfer_log: needs a log_folder");
+    m_settings.SetLogFolder(Path("logs"));
+    EXPECT_EQ(Faults(), "");
+}
+
 TEST_F(FtpSettingsCheckTest, LogFolder_AFileOrBelowOne_Named)
 {
     Write("file", "");

@@ -47,6 +47,7 @@ TEST(FtpSettings, ReadJson_OnlyAnAccount_RestIsDefault)
     EXPECT_EQ(settings.GetLogRotateMB(), 100U);
     EXPECT_FALSE(settings.GetLogRotateDaily());
     EXPECT_EQ(settings.GetLogOldFiles(), 10U);
+    EXPECT_EQ(settings.GetTransferLog(), "none");
     EXPECT_TRUE(settings.GetLogFolder().empty());
     ASSERT_EQ(settings.GetUsers().size(), 1U);
     EXPECT_EQ(settings.GetUsers()[0].GetRights(), "read");
@@ -60,7 +61,7 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
         "passive_ports": "50000-50010", "external_address": "1.2.3.4", "idle_timeout_secs": 11,
         "hidden_uploads": true, "stall_timeout_secs": 12, "connect_timeout_secs": 13, "login_attempts": 4, "block_time_ms": 100,
         "greeting": "Hello", "log_folder": "/var/log/x", "require_logs": true, "log_debug": true,
-        "log_rotate_mb": 4095, "log_rotate_daily": true, "log_old_files": 3,
+        "log_rotate_mb": 4095, "log_rotate_daily": true, "log_old_files": 3, "transfer_log": "json",
         "update_host": "updates.example", "update_port": 8080, "update_path": "/v.txt",
         "listen_tls": "127.0.0.1:990, 991", "offer_tls": true, "require_tls": true, "require_tls_farewell": false,
         "tls_certificate": "/etc/x.crt",
@@ -87,6 +88,7 @@ TEST(FtpSettings, ReadJson_EveryKey_TakenOver)
     EXPECT_EQ(settings.GetLogRotateMB(), 4095U);
     EXPECT_TRUE(settings.GetLogRotateDaily());
     EXPECT_EQ(settings.GetLogOldFiles(), 3U);
+    EXPECT_EQ(settings.GetTransferLog(), "json");
     EXPECT_TRUE(settings.GetLogDebug());
     EXPECT_EQ(settings.GetUpdateHost(), "updates.example");
     EXPECT_EQ(settings.GetUpdatePort(), 8080U);
@@ -213,6 +215,13 @@ TEST(FtpSettings, ReadJson_BadValues_NamedInTheError)
         {", \"external_address\": \"::1\"", "external_address:"},
         {", \"log_rotate_mb\": 4096", "log_rotate_mb:"},
         {", \"log_old_files\": 1001", "log_old_files:"},
+        {", \"refused_names\": \"*.exe\"", "refused_names: must be a list"},
+        {", \"refused_names\": [\"a\", 1]", "refused_names[1]: must be a text"},
+        {", \"refused_names\": [\"\"]", "refused_names: each must"},
+        {", \"refused_names\": [\"a/b\"]", "refused_names: each must"},
+        {", \"refused_names\": [\"a\\n\"]", "refused_names: each must"},
+        {", \"max_sessions_per_user\": true", "max_sessions_per_user:"},
+        {", \"transfer_log\": \"xferlog\"", "transfer_log:"},
         {", \"login_timeout_secs\": 0", "login_timeout_secs:"},
         {", \"login_timeout_secs\": 86401", "login_timeout_secs:"},
         {", \"reserved_sessions\": 1001", "reserved_sessions:"},
@@ -271,6 +280,38 @@ TEST(FtpSettings, ReadJson_SecondAccountWithoutRights_DoesNotInheritThoseOfTheFi
     EXPECT_EQ(settings.GetUsers()[0].GetRightBits(),
               FtpUserSettings::READ | FtpUserSettings::WRITE | FtpUserSettings::REMOVE | FtpUserSettings::ADMIN);
     EXPECT_EQ(settings.GetUsers()[1].GetRightBits(), static_cast<std::uint32_t>(FtpUserSettings::READ));
+}
+
+TEST(FtpSettings, ReadJson_LimitsOfAccountsAndNames_TakenOver)
+{
+    FtpSettings settings;
+    EXPECT_EQ(settings.GetMaxSessionsPerUser(), 0U);
+    EXPECT_TRUE(settings.GetRefusedNames().empty());
+    EXPECT_EQ(FtpUserSettings().GetMaxSessions(), 0U);
+    EXPECT_TRUE(FtpUserSettings().GetOverwrite());
+    String error;
+    ASSERT_TRUE(settings.ReadJson(R"({"max_sessions_per_user": 4, "refused_names": ["*.exe", "a b"], "users": [
+        {"name": "a", "home": "/a", "anonymous": true, "max_sessions": 3, "overwrite": false},
+        {"name": "b", "home": "/b", "anonymous": true}]})",
+                                  error))
+        << error.c_str();
+    EXPECT_EQ(settings.GetMaxSessionsPerUser(), 4U);
+    ASSERT_EQ(settings.GetRefusedNames().size(), 2U);
+    EXPECT_EQ(settings.GetRefusedNames()[1], "a b");
+    EXPECT_EQ(settings.GetUsers()[0].GetMaxSessions(), 3U);
+    EXPECT_FALSE(settings.GetUsers()[0].GetOverwrite());
+    EXPECT_EQ(settings.GetUsers()[1].GetMaxSessions(), 0U);
+    EXPECT_TRUE(settings.GetUsers()[1].GetOverwrite());
+    SettingsTransportSet set;
+    ASSERT_TRUE(settings.WriteTo(set));
+    FtpSettings copy;
+    copy.SetRefusedNames(settings.GetRefusedNames()); // replaced, not appended to
+    EXPECT_FALSE(copy == settings);
+    ASSERT_TRUE(copy.ReadFrom(set));
+    EXPECT_TRUE(copy == settings);
+    FtpUserSettings user = settings.GetUsers()[0];
+    user.SetOverwrite(true);
+    EXPECT_FALSE(user == settings.GetUsers()[0]);
 }
 
 TEST(FtpSettings, ReadJson_AddressControl_TakenOver)
@@ -342,7 +383,7 @@ TEST(FtpSettings, WriteToAndReadFrom_EveryField_Same)
     FtpSettings settings;
     String error;
     ASSERT_TRUE(settings.ReadJson(WithGuest(R"(, "listen": "1.2.3.4:5", "max_sessions": 4294967295,
-        "greeting": "x", "log_debug": true, "block_time_ms": 9, "require_tls_farewell": false)"),
+        "greeting": "x", "log_debug": true, "block_time_ms": 9, "transfer_log": "standard", "require_tls_farewell": false)"),
                                   error));
     SettingsTransportSet set;
     ASSERT_TRUE(settings.WriteTo(set));
