@@ -107,7 +107,7 @@ TEST(NetDNSHosts, Get_NoDescriptorAtThatMoment_NotKept)
                                      std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
     std::shared_ptr<const NetDNSHosts> hosts;
     {
-        const test::DescriptorShortage shortage;
+        [[maybe_unused]] const test::DescriptorShortage shortage;
         hosts = NetDNSHosts::sGet(path);
     }
     EXPECT_THAT(Find(*hosts, "a", NetDNS::RR_A), ElementsAre("unknown"));
