@@ -28,8 +28,11 @@ public:
     /// A command was found. more: another one has arrived whole behind it.
     void NoteCommand(bool more) { m_open = m_on && more; }
 
+    /// As set.
     bool IsOn() const { return m_on; }
+    /// Replies are held back: a whole command waits behind the one that was found last.
     bool IsOpen() const { return m_open; }
+    /// There is something to take.
     bool HoldsAny() const { return !m_bytes.empty(); }
     /// There is nothing to take and nothing to close.
     bool IsIdle() const { return !m_open && m_bytes.empty(); }
