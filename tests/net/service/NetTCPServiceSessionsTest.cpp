@@ -228,14 +228,16 @@ TEST_F(NetTCPServiceSessionsTest, Sums_SessionLogActivityLogAndStatus_Equal)
     const USHORT port = Start();
     constexpr ULONG SESSIONS = 12;
     for (ULONG index = 0; index < SESSIONS; ++index) {
-        TestClient client(port);
-        EXPECT_TRUE(client.Talk("LOGIN user" + std::to_string(index)));
-        EXPECT_TRUE(client.Talk("FAIL"));
-        for (ULONG count = 0; count <= index; ++count)
-            EXPECT_TRUE(client.Talk("STORE"));
-        EXPECT_TRUE(client.Talk("FETCH"));
+        {
+            TestClient client(port);
+            EXPECT_TRUE(client.Talk("LOGIN user" + std::to_string(index)));
+            EXPECT_TRUE(client.Talk("FAIL"));
+            for (ULONG count = 0; count <= index; ++count)
+                EXPECT_TRUE(client.Talk("STORE"));
+            EXPECT_TRUE(client.Talk("FETCH"));
+        }
+        ASSERT_TRUE(WaitForSessions(0)) << "retired one after the other, so that the log has them in this order";
     }
-    ASSERT_TRUE(WaitForSessions(0));
 
     const ThreadEvent cancel;
     Messages messages;
