@@ -261,11 +261,8 @@ IoResult RecvSocket(SocketHandle handle, unsigned char* buffer, std::size_t& siz
     const int moved = recv(ToSocket(handle), reinterpret_cast<char*>(buffer), room, 0);
     if (moved == SOCKET_ERROR)
         return FromTransferError(handle, WSAGetLastError());
-    if (moved == 0) {
-        // Where a wait has taken note of a reset already, only this option still tells of it (Wine).
-        const int error = GetOption(handle, SO_ERROR, 0);
-        return error == 0 ? IoResult::CLOSED : FromTransferError(handle, error);
-    }
+    if (moved == 0)
+        return IoResult::CLOSED;
     size = static_cast<std::size_t>(moved);
     return IoResult::DONE;
 }
