@@ -13,6 +13,7 @@
 
 #include <atomic>
 #include <cctype>
+#include <chrono>
 #include <fstream>
 #include <set>
 #include <string>
@@ -288,6 +289,17 @@ TEST_F(NetDNSCheckedTest, Limit_SilentServerAndManyRounds_EndsTheLookup)
     dns.SetOptions(options);
     EXPECT_FALSE(dns.DoALookup("host.example", String(server.GetAddress()), msgs));
     EXPECT_LE(server.GetQueryCount(), 3U);
+    EXPECT_THAT(Codes(msgs), ElementsAre(53));
+}
+
+TEST_F(NetDNSCheckedTest, Limit_ShorterThanTheWaitForAnAnswer_EndsTheWait)
+{
+    FakeDNSServer server(Silence);
+    ASSERT_TRUE(options.SetAnswerWaitMs(60000) && options.SetRounds(1) && options.SetLookupLimitMs(50));
+    dns.SetOptions(options);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(dns.DoALookup("host.example", String(server.GetAddress()), msgs));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(50)) << "the wait went on to its end";
     EXPECT_THAT(Codes(msgs), ElementsAre(53));
 }
 
